@@ -1,0 +1,89 @@
+#include "base/native_thread.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <vector>
+
+#include "base/no_destructor.h"
+#include "base/thread_info.h"
+
+namespace zo_base {
+namespace {
+
+// How long the end of the process waits for a callback that has taken the environment down and has
+// not returned yet. Long enough for any callback that is on its way, short enough to bear if one
+// never returns.
+constexpr std::chrono::seconds kLongestWaitAtExit{5};
+constexpr std::chrono::milliseconds kPollAtExit{1};
+
+struct UnjoinedThreads {
+  std::mutex lock;
+  std::vector<std::shared_ptr<NativeThread>> threads;  // Guarded by `lock`.
+};
+
+// Not destroyed: a thread may end while the process runs its exit handlers.
+UnjoinedThreads& Unjoined() {
+  static NoDestructor<UnjoinedThreads> unjoined;
+  return *unjoined;
+}
+
+bool AllJoined() {
+  const std::lock_guard<std::mutex> lock(Unjoined().lock);
+  return Unjoined().threads.empty();
+}
+
+struct JoinAtExit {
+  // Threads that end while this waits still need their records' key.
+  JoinAtExit() { CreateThreadInfoKey(); }
+  ~JoinAtExit() {
+    if (OnLibraryThread()) return;  // The process exits on a thread that may be in the list itself.
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitAtExit;
+    JoinFinishedThreads();
+    while (!AllJoined() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(kPollAtExit);
+      JoinFinishedThreads();
+    }
+  }
+};
+const JoinAtExit join_at_exit;
+
+}  // namespace
+
+void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body) {
+  const std::lock_guard<std::mutex> lock(thread->lock_);
+  thread->thread_ = std::thread([thread, body = std::move(body)]() mutable {
+    const LibraryThreadScope scope;
+    body();
+    body = nullptr;
+    thread->finished_.store(true, std::memory_order_release);
+  });
+}
+
+void NativeThread::Join() {
+  const std::lock_guard<std::mutex> lock(lock_);
+  if (thread_.joinable()) thread_.join();
+}
+
+void JoinWhenFinished(const std::shared_ptr<NativeThread>& thread) {
+  JoinFinishedThreads();
+  const std::lock_guard<std::mutex> lock(Unjoined().lock);
+  auto& threads = Unjoined().threads;
+  if (std::find(threads.begin(), threads.end(), thread) == threads.end()) threads.push_back(thread);
+}
+
+void JoinFinishedThreads() {
+  std::vector<std::shared_ptr<NativeThread>> finished;
+  {
+    const std::lock_guard<std::mutex> lock(Unjoined().lock);
+    auto& threads = Unjoined().threads;
+    const auto first_finished = std::partition(
+        threads.begin(), threads.end(), [](const auto& thread) { return !thread->finished(); });
+    finished.assign(first_finished, threads.end());
+    threads.erase(first_finished, threads.end());
+    if (threads.empty()) threads.shrink_to_fit();  // Nothing else gives it back at an unload.
+  }
+  for (const auto& thread : finished) thread->Join();
+}
+
+}  // namespace zo_base

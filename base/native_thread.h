@@ -1,0 +1,47 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace zo_base {
+
+// The operating-system thread of a BaseThread. The object that started it, the thread itself and
+// the list of ended threads share it, so that it can be joined whoever of them is left.
+//
+// Threads: any.
+class NativeThread {
+ public:
+  NativeThread() = default;
+  NativeThread(const NativeThread&) = delete;
+  NativeThread& operator=(const NativeThread&) = delete;
+
+  // Runs `body` on a new thread and destroys it there. The calling thread passes its own reference.
+  // Raises std::system_error when the system gives no thread.
+  static void Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body);
+
+  // Waits for the end. At once when it never started or was joined before. Not on the thread
+  // itself.
+  void Join();
+  // The body has been run and destroyed, so that a Join takes no time.
+  bool finished() const { return finished_.load(std::memory_order_acquire); }
+
+ private:
+  std::atomic<bool> finished_{false};
+  std::mutex lock_;     // Held while starting and joining.
+  std::thread thread_;  // Guarded by `lock_`.
+};
+
+// Sees to the end of a thread that nobody can join: one that was stopped by itself, or whose object
+// ends on it. Detached, it could still be on its way out when the library's image is unloaded.
+//
+// It is joined when it has finished, by one of the next calls or when the process exits or unloads
+// the image, which waits for it for some seconds.
+void JoinWhenFinished(const std::shared_ptr<NativeThread>& thread);
+
+// Joins those that have finished.
+void JoinFinishedThreads();
+
+}  // namespace zo_base

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "base/object.h"
+#include "base/task_loop.h"
+
+namespace zo_base {
+
+// A one-shot or repeating timer on a task loop. Starting it again or destroying it cancels what it
+// has pending.
+//
+// Threads: used from one thread. A task that is already running on another thread when the timer is
+// cancelled runs to its end.
+// Ownership: keeps neither the loop nor its thread alive; owns the task.
+class Timer {
+ public:
+  explicit Timer(std::weak_ptr<ITaskLoop> task_loop) : task_loop(std::move(task_loop)) {}
+  virtual ~Timer() { weak_flag.CancelWeakClosures(); }
+  Timer(const Timer&) = delete;
+  Timer& operator=(const Timer&) = delete;
+
+  // Runs `task` after `delay_ms`, on the timer's loop; if that has gone, on the loop of the calling
+  // thread; without either, nothing happens. `times` 0 is one shot, n gives n runs `delay_ms`
+  // apart, a negative value repeats until cancelled.
+  virtual void Start(std::int32_t delay_ms, Task task, std::int32_t times);
+
+ private:
+  std::shared_ptr<ITaskLoop> LoopToRunOn() const;
+
+  std::weak_ptr<ITaskLoop> task_loop;
+  WeakCallbackFlag weak_flag;
+};
+
+}  // namespace zo_base

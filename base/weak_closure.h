@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+namespace zo_base {
+
+// Never instantiated: only the life of a shared pointer's control block means anything.
+class ZOWeakFlag {};
+
+// Base of objects whose asynchronous callbacks must die with them.
+//
+// A callback wrapped by ToWeakClosure does nothing once the object is gone or has called
+// CancelWeakClosures. There is no list of closures: cancelling any number of them is one release.
+//
+// Threads: ToWeakClosure and CancelWeakClosures of one object must not run at the same time (any
+// number of ToWeakClosure calls may, once the first has returned). A closure may run on any thread.
+// After the flag is released no closure starts that looks at it afterwards; one that has just
+// looked, on another thread, still runs. So an owner stops its task thread before it goes.
+class WeakClosureSupportor {
+ public:
+  // Callable with whatever `F` takes. Holds nothing of the owner; safe to keep and to call for
+  // ever.
+  template <class R, class F>
+  class __WeakClosure {
+   public:
+    __WeakClosure(std::weak_ptr<ZOWeakFlag> flag, F closure)
+        : flag(std::move(flag)), closure(std::move(closure)) {}
+
+    // A dead closure answers a value-initialised R.
+    template <class... Args>
+    R operator()(Args&&... args) {
+      if (flag.expired()) return R();
+      return static_cast<R>(closure(std::forward<Args>(args)...));
+    }
+
+   private:
+    std::weak_ptr<ZOWeakFlag> flag;
+    F closure;
+  };
+
+  WeakClosureSupportor() = default;
+  virtual ~WeakClosureSupportor() = default;
+  WeakClosureSupportor(const WeakClosureSupportor&) = delete;
+  WeakClosureSupportor& operator=(const WeakClosureSupportor&) = delete;
+
+  // `R` is the result of the closure: void unless named.
+  template <class R = void, class F>
+  __WeakClosure<R, std::decay_t<F>> ToWeakClosure(F&& closure) {
+    if (!flag.use_count()) flag = std::shared_ptr<ZOWeakFlag>(static_cast<ZOWeakFlag*>(nullptr));
+    return {flag, std::forward<F>(closure)};
+  }
+
+  // Kills all closures made so far. The next ToWeakClosure starts a new generation.
+  void CancelWeakClosures() { flag.reset(); }
+
+ private:
+  std::shared_ptr<ZOWeakFlag> flag;  // The living generation; empty until the first closure.
+};
+
+}  // namespace zo_base

@@ -1,0 +1,58 @@
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <semaphore>
+
+#include "bench/workers.h"
+
+namespace tarvel_bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+template <class Worker>
+void PostAndAwait(Worker& worker, std::binary_semaphore& has_run) {
+  worker.Post([&has_run] { has_run.release(); });
+  has_run.acquire();
+}
+
+// How long a post and the notice that it has run take, back to back. The worker has nothing else
+// to do, but may not have fallen asleep again when the next post comes.
+template <class Worker>
+void BM_PingPong(benchmark::State& state) {
+  Worker worker;
+  std::binary_semaphore has_run{0};
+  for (auto _ : state) PostAndAwait(worker, has_run);
+}
+
+// The same for a worker that is surely asleep: each post waits, untimed, until the worker had ample
+// time to go to sleep.
+template <class Worker>
+void BM_PingPongWithSleeper(benchmark::State& state) {
+  constexpr std::chrono::microseconds kTimeToFallAsleep{50};
+  Worker worker;
+  std::binary_semaphore has_run{0};
+  for (auto _ : state) {
+    const auto rest_end = Clock::now() + kTimeToFallAsleep;
+    while (Clock::now() < rest_end) {
+    }
+    const auto begin = Clock::now();
+    PostAndAwait(worker, has_run);
+    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - begin).count());
+  }
+}
+
+BENCHMARK_TEMPLATE(BM_PingPong, TaskThreadWorker)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_PingPong, AsioWorker)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_PingPong, UvWorker)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_PingPong, QueueWorker)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_PingPong, SwappedQueueWorker)->UseRealTime();
+
+BENCHMARK_TEMPLATE(BM_PingPongWithSleeper, TaskThreadWorker)->UseManualTime();
+BENCHMARK_TEMPLATE(BM_PingPongWithSleeper, AsioWorker)->UseManualTime();
+BENCHMARK_TEMPLATE(BM_PingPongWithSleeper, UvWorker)->UseManualTime();
+BENCHMARK_TEMPLATE(BM_PingPongWithSleeper, QueueWorker)->UseManualTime();
+BENCHMARK_TEMPLATE(BM_PingPongWithSleeper, SwappedQueueWorker)->UseManualTime();
+
+}  // namespace
+}  // namespace tarvel_bench

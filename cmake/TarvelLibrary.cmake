@@ -1,0 +1,44 @@
+# The shared library: all subsystems, of which only the five functions of the public header are
+# visible. The version script also hides what dependencies' templates would export.
+set(TARVEL_EXPORTS "${PROJECT_SOURCE_DIR}/cmake/tarvel.exports")
+
+add_library(tarvel SHARED)
+add_library(tarvel::tarvel ALIAS tarvel)
+target_sources(tarvel PRIVATE "${PROJECT_SOURCE_DIR}/include/tarvel/tarvel.h")
+set_target_properties(tarvel PROPERTIES
+  LINKER_LANGUAGE CXX
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINK_DEPENDS "${TARVEL_EXPORTS}")
+target_compile_features(tarvel INTERFACE cxx_std_17)
+target_include_directories(tarvel INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_link_libraries(tarvel PRIVATE
+  $<LINK_LIBRARY:WHOLE_ARCHIVE,tarvel_environment>
+  $<BUILD_INTERFACE:tarvel_options>)
+target_link_options(tarvel PRIVATE
+  "LINKER:--version-script=${TARVEL_EXPORTS}"
+  "LINKER:--no-undefined-version")
+if(NOT TARVEL_SANITIZE)  # A sanitizer's runtime comes with the executable.
+  target_link_options(tarvel PRIVATE "LINKER:--no-undefined")
+endif()
+
+include(CMakePackageConfigHelpers)
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/tarvel")
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/tarvelConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/tarvelConfig.cmake" INSTALL_DESTINATION "${package_dir}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/tarvelConfigVersion.cmake"
+  COMPATIBILITY SameMinorVersion)
+# Relative, so that an installed tree can be moved.
+cmake_path(SET prefix_from_pc "${CMAKE_INSTALL_PREFIX}")
+cmake_path(RELATIVE_PATH prefix_from_pc
+  BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE prefix_from_pc)
+configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvel.pc.in" "${PROJECT_BINARY_DIR}/tarvel.pc" @ONLY)
+
+install(TARGETS tarvel EXPORT tarvelTargets)
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tarvel" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(EXPORT tarvelTargets NAMESPACE tarvel:: DESTINATION "${package_dir}")
+install(FILES "${PROJECT_BINARY_DIR}/tarvelConfig.cmake"
+              "${PROJECT_BINARY_DIR}/tarvelConfigVersion.cmake" DESTINATION "${package_dir}")
+install(FILES "${PROJECT_BINARY_DIR}/tarvel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

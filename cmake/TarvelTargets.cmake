@@ -1,0 +1,39 @@
+# What all code of ours is compiled with. Travels by linking, never globally, and privately, so
+# that those who embed the library see none of it.
+add_library(tarvel_options INTERFACE)
+target_compile_options(tarvel_options INTERFACE -Wall -Wextra -Wpedantic
+                       $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
+if(TARVEL_WARNINGS_AS_ERRORS)
+  target_compile_options(tarvel_options INTERFACE -Werror)
+endif()
+if(TARVEL_CLANG_THREAD_SAFETY)
+  target_compile_options(tarvel_options INTERFACE -Wthread-safety)
+endif()
+if(TARVEL_SANITIZE)
+  target_compile_options(tarvel_options INTERFACE -fsanitize=${TARVEL_SANITIZE}
+                         -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tarvel_options INTERFACE -fsanitize=${TARVEL_SANITIZE})
+endif()
+if(TARVEL_COVERAGE)
+  target_compile_options(tarvel_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(tarvel_options INTERFACE --coverage)
+endif()
+
+# tarvel_add_subsystem(name SOURCES ... [LINKS ...])
+#
+# One static, position-independent library `tarvel_<name>` (alias `tarvel::<name>`) with hidden
+# symbols. LINKS are the lower subsystems and packages that its headers use.
+function(tarvel_add_subsystem name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+  set(target tarvel_${name})
+  add_library(${target} STATIC ${arg_SOURCES})
+  add_library(tarvel::${name} ALIAS ${target})
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_include_directories(${target} PUBLIC "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/include")
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON)
+  target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE tarvel_options)
+endfunction()

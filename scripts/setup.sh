@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the packages of packages.txt that are missing. As root, or through sudo.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+is_installed() {
+  [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+missing=()
+while read -r package; do
+  is_installed "$package" || missing+=("$package")
+done < <(sed 's/#.*//; /^[[:space:]]*$/d' packages.txt)
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  as_root=(sudo)
+fi
+echo "installing: ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null

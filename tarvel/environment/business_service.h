@@ -1,0 +1,12 @@
+#pragma once
+
+#include "base/object.h"
+#include "tarvel/environment/environment_config_getter.h"
+
+namespace zo_tarvel {
+
+// Base of a service that an object hosts.
+class IBusinessService : public EnvironmentConfigGetterBase,
+                         public virtual zo_base::ZOObjectIMPL {};
+
+}  // namespace zo_tarvel

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "base/object.h"
+#include "base/recursive_mutex.h"
+#include "tarvel/environment/deployment_defaults.h"
+
+namespace zo_tarvel {
+
+// Signals of the configuration, emitted on the thread that made the change.
+// Argument: const std::string, the new token.
+inline const char* SIG_BusinessTokenChanged() { return "SIG_BusinessTokenChanged"; }
+// Argument: zo_net::AddressFamily, what the network can reach now.
+inline const char* SIG_NetworkChanged() { return "SIG_NetworkChanged"; }
+
+// How failures are to be reported, as the LBS server wishes it.
+struct StatisticSettings {
+  std::int32_t on = 1;
+  std::string host = kDefaultStatisticsHost;
+  std::int32_t count = 10;
+  std::int32_t time = 60'000;       // Milliseconds.
+  std::int64_t min_delay = 10'000;  // Milliseconds.
+};
+
+// What the environment has made of its settings: cleaned values, derived directories, the values
+// that change while it is up, and the signals that tell of the changes.
+//
+// Threads: Load runs before any reader exists; afterwards readers are free. `business_token` has
+// its lock, the address family and the exit flag are atomic. Ownership: the environment's storage
+// owns it; all others reach it through a weak pointer.
+class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
+ public:
+  _EnvironmentConfig() = default;
+  ~_EnvironmentConfig() override { SetExitFlag(true); }
+
+  void Load(const _ZOTarvelEnvironmentSettings& settings);
+
+  bool enable_httpdns() const { return enable_httpdns_; }
+  bool only_https_supported() const { return only_https_supported_; }
+  bool try_http_request_on_netunav() const { return try_http_request_on_netunav_; }
+  bool http_request_ip_preferred() const { return http_request_ip_preferred_; }
+  bool enable_exception_data_reporting() const { return enable_exception_data_reporting_; }
+  std::int32_t sv() const { return sv_; }
+  std::int32_t pv() const { return pv_; }
+  std::int32_t client_type() const { return client_type_; }
+  std::int32_t single_request_timeout() const { return single_request_timeout_; }
+  std::int32_t single_request_prefail_timeout() const { return single_request_prefail_timeout_; }
+  std::string business_type() const { return business_type_; }
+  std::string business_version() const { return business_version_; }
+  // Directories of this business, ending in "/". Not created here.
+  std::string appdata_path() const { return appdata_path_; }
+  std::string log_path() const { return log_path_; }
+
+  std::string GetBusinessToken() const;
+  // Emits SIG_BusinessTokenChanged, under the token's lock, when the text differs.
+  void SetBusinessToken(const std::string& token);
+
+  zo_net::AddressFamily address_family() const { return address_family_.load(); }
+  // Emits SIG_NetworkChanged when `notify` says so, also for the same family.
+  void SetAddressFamily(zo_net::AddressFamily family, bool notify);
+
+  // Set when the environment goes down; from then on no new work is begun.
+  void SetExitFlag(bool exiting) { exit_flag_.store(exiting, std::memory_order_release); }
+  bool IsExiting() const { return exit_flag_.load(std::memory_order_acquire); }
+
+  // Not locked: one writer, the parser of the LBS answer.
+  void SetStatisticSettings(const StatisticSettings& settings) { statistic_settings_ = settings; }
+  const StatisticSettings& statistic_settings() const { return statistic_settings_; }
+
+  // The values as log text. The token stands there in plain.
+  std::string FormatBanner() const;
+
+ private:
+  void LoadDirectories(const _ZOTarvelEnvironmentSettings& settings);
+  void LoadTimeouts(std::int32_t timeout, std::int32_t prefail_timeout);
+
+  bool try_http_request_on_netunav_ = true;
+  bool enable_httpdns_ = true;
+  bool only_https_supported_ = false;
+  std::atomic<bool> exit_flag_{false};
+  mutable zo_base::_thread_recursive_mutex token_lock_;
+  std::string business_type_ = "im_g1";
+  std::string business_token_ ZO_GUARDED_BY(token_lock_);
+  std::string business_version_;
+  std::int32_t sv_ = 0;
+  std::int32_t pv_ = 0;
+  std::int32_t client_type_ = 0;
+  std::string appdata_path_;
+  std::string log_path_;
+  std::atomic<zo_net::AddressFamily> address_family_{zo_net::kAddressFamilyAny};
+  StatisticSettings statistic_settings_;
+  std::int32_t single_request_timeout_ = 7'000;          // Milliseconds.
+  std::int32_t single_request_prefail_timeout_ = 2'000;  // Milliseconds.
+  bool http_request_ip_preferred_ = false;
+  bool enable_exception_data_reporting_ = false;
+};
+
+}  // namespace zo_tarvel

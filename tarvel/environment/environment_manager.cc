@@ -1,0 +1,191 @@
+#include "tarvel/environment/environment_manager.h"
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "base/at_exit_manager.h"
+#include "base/native_thread.h"
+#include "base/no_destructor.h"
+#include "base/thread_info.h"
+#include "tarvel/environment/goalkeeper.h"
+#include "tarvel/environment/tarvel_object_impl.h"
+
+namespace zo_tarvel {
+namespace {
+
+using zo_base::MutexLock;
+using AtExitManager = zo_base::_AtExitManager<zo_base::TarvelObject>;
+
+constexpr std::int32_t kFirstObjectId = 1;
+// How often a thread of the library that waits for the start lock looks whether an exit has begun.
+constexpr std::chrono::milliseconds kStartLockPoll{1};
+
+// Held while an environment is up; keeps the singletons of the library alive. Not destroyed, so
+// that a process which ends on another thread does not pull it from under an exit. Used under
+// start_lock.
+std::shared_ptr<AtExitManager>& HeldAtExitManager() {
+  static zo_base::NoDestructor<std::shared_ptr<AtExitManager>> held;
+  return *held;
+}
+
+// Marks an exit as under way for the length of a scope.
+class ExitInProgress {
+ public:
+  explicit ExitInProgress(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+  ~ExitInProgress() { flag_ = false; }
+  ExitInProgress(const ExitInProgress&) = delete;
+  ExitInProgress& operator=(const ExitInProgress&) = delete;
+
+ private:
+  std::atomic<bool>& flag_;
+};
+
+// Waits for the start lock. False when the calling thread must not: a thread of the library while
+// another thread is in an exit, which may be waiting for it to end; and any callback out of an
+// exit.
+bool LockForStart(EnvironmentManagerStorage& storage) ZO_TRY_ACQUIRE(true, storage.start_lock) {
+  if (!zo_base::OnLibraryThread()) {
+    storage.start_lock.lock();
+  } else {
+    while (!storage.start_lock.try_lock()) {
+      if (storage.exit_in_progress) return false;
+      std::this_thread::sleep_for(kStartLockPoll);
+    }
+  }
+  if (!storage.exit_in_progress) return true;
+  storage.start_lock.unlock();
+  return false;
+}
+
+// The id behind the first object. It must be alive for a start to be answered, and no error code
+// exists for its absence.
+int IdOfLivingObject(EnvironmentManagerStorage& storage) {
+  const auto object = storage.objects.Find(kFirstObjectId);
+  const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object);
+  if (impl == nullptr) __builtin_trap();
+  return impl->id();
+}
+
+// On a thread that may wait for the lock.
+void CarryOutOrQueueExit(EnvironmentManagerStorage& storage, const ExitRequest& request) {
+  MutexLock lock(storage.start_lock);
+  if (storage.exit_in_progress) {
+    storage.exits.Push(request);  // In a callback out of an exit, which goes on with it.
+  } else {
+    EnvironmentManager(storage).CarryOutExit(request);
+  }
+}
+
+// Carries out what threads of the library had to queue. Called with no lock held, after the start
+// lock was given up: such a thread may have found it taken just before.
+void CarryOutQueuedExits(EnvironmentManagerStorage& storage) {
+  while (!storage.exits.Empty() && storage.start_lock.try_lock()) {
+    // In the middle of an exit, on the same thread: the outer one goes on with the queue.
+    const bool nested = storage.exit_in_progress;
+    if (!nested) EnvironmentManager(storage).CarryOutQueuedExits();
+    storage.start_lock.unlock();
+    if (nested) return;
+  }
+}
+
+}  // namespace
+
+int StartEnvironment(const _ZOTarvelEnvironmentSettings& settings) {
+  const auto storage = GetStorage();
+  if (storage == nullptr || !LockForStart(*storage)) return 0;
+  EnvironmentManager(*storage).CarryOutQueuedExits();  // They are of an earlier life.
+  const _ZOTarvelEnvironmentSettings copy = settings;
+  storage->once.Call([&] { EnvironmentManager(*storage).Start(copy); });
+  ++storage->start_count;
+  const int id = IdOfLivingObject(*storage);
+  storage->start_lock.unlock();
+  CarryOutQueuedExits(*storage);
+  return id;
+}
+
+IZOTarvelObject* FindObject(std::int32_t id) {
+  const auto storage = GetStorage();
+  if (storage == nullptr || id == 0) return nullptr;
+  return storage->objects.Find(id).get();
+}
+
+void RequestExit(const ExitRequest& request) {
+  const auto storage = GetStorage();
+  if (storage == nullptr) return;
+  if (zo_base::OnLibraryThread()) {
+    storage->exits.Push(request);
+  } else {
+    CarryOutOrQueueExit(*storage, request);
+  }
+  CarryOutQueuedExits(*storage);
+}
+
+void EnvironmentManager::Start(const _ZOTarvelEnvironmentSettings& settings) {
+  zo_base::JoinFinishedThreads();  // Those that went down with an earlier environment.
+  if (HeldAtExitManager() == nullptr) {
+    HeldAtExitManager() = zo_base::GetAtExitManager<zo_base::TarvelObject>().first;
+  }
+  if (storage_.config == nullptr) {
+    storage_.config = std::make_shared<_EnvironmentConfig>();
+    storage_.config_weak = storage_.config;
+  }
+  storage_.config->Load(settings);
+  GetGoalkeeper().Arm();
+  storage_.started = true;
+  CreateObject();
+}
+
+std::int32_t EnvironmentManager::CreateObject() {
+  const std::int32_t id = ++storage_.next_object_id;
+  auto object = std::make_shared<ZOTarvelObjectImpl>(id);
+  object->SetEnvironmentConfig(storage_.config_weak.lock());
+  object->Init();
+  storage_.objects.Insert(id, std::move(object));
+  return id;
+}
+
+void EnvironmentManager::RemoveObject(std::int32_t id) {
+  if (id == 0) return;
+  const auto object = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(storage_.objects.Find(id));
+  if (object == nullptr) return;
+  storage_.objects.Erase(id);
+  object->Stop();
+  object->Release();
+}
+
+void EnvironmentManager::CarryOutExit(const ExitRequest& request) {
+  CarryOutQueuedExits();
+  ExitEnvironment(request);
+  CarryOutQueuedExits();
+}
+
+void EnvironmentManager::CarryOutQueuedExits() {
+  while (const auto request = storage_.exits.Pop()) ExitEnvironment(*request);
+}
+
+void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
+  if (!storage_.started) return;
+  const ExitInProgress in_progress(storage_.exit_in_progress);
+  if (request.ends_process) storage_.start_count = 1;
+  RemoveObject(request.id);
+  if (--storage_.start_count >= 1) return;
+  GetGoalkeeper().Dismiss();
+  Stop();
+  Exit();
+}
+
+void EnvironmentManager::Stop() { storage_.objects.ForEach(StopObject); }
+
+void EnvironmentManager::Exit() {
+  if (storage_.config) storage_.config->SetExitFlag(true);
+  storage_.objects.ForEach(ReleaseObject);
+  storage_.objects.Clear();
+  storage_.config.reset();
+  HeldAtExitManager().reset();
+  storage_.next_object_id = 0;
+  storage_.once.Reset();
+  storage_.started = false;
+}
+
+}  // namespace zo_tarvel

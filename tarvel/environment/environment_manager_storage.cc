@@ -1,0 +1,44 @@
+#include "tarvel/environment/environment_manager_storage.h"
+
+#include <utility>
+
+#include "base/no_destructor.h"
+
+namespace zo_tarvel {
+namespace {
+
+using zo_base::MutexLock;
+
+// Not destroyed: other threads may call an export while the process runs its exit handlers.
+struct StorageSlot {
+  zo_base::_thread_recursive_mutex lock;
+  std::shared_ptr<EnvironmentManagerStorage> storage ZO_GUARDED_BY(lock);
+};
+
+StorageSlot& Slot() {
+  static zo_base::NoDestructor<StorageSlot> slot;
+  return *slot;
+}
+
+void ReplaceStorage(std::shared_ptr<EnvironmentManagerStorage> storage) {
+  StorageSlot& slot = Slot();
+  MutexLock lock(slot.lock);
+  slot.storage.swap(storage);
+}
+
+// The storage lives from the load of the image to its unload.
+struct StorageLifetime {
+  StorageLifetime() { ReplaceStorage(std::make_shared<EnvironmentManagerStorage>()); }
+  ~StorageLifetime() { ReplaceStorage(nullptr); }
+};
+const StorageLifetime storage_lifetime;
+
+}  // namespace
+
+std::shared_ptr<EnvironmentManagerStorage> GetStorage() {
+  StorageSlot& slot = Slot();
+  MutexLock lock(slot.lock);
+  return slot.storage;
+}
+
+}  // namespace zo_tarvel

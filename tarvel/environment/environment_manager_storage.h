@@ -1,0 +1,39 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "base/recursive_mutex.h"
+#include "base/resettable_once.h"
+#include "tarvel/environment/environment_config.h"
+#include "tarvel/environment/exit_queue.h"
+#include "tarvel/environment/tarvel_object_table.h"
+
+namespace zo_tarvel {
+
+// All that a running environment consists of. One per loaded library, made before any export can
+// run. EnvironmentManager works on it.
+//
+// Order of locks: `start_lock`, then the table's own. `start_lock` is never taken while holding the
+// table's.
+struct EnvironmentManagerStorage {
+  std::atomic<bool> started{
+      false};  // From the end of the start sequence to the end of the release.
+  std::atomic<std::int32_t> start_count{0};     // Starts minus exits.
+  zo_base::ResettableOnce once;                 // Guards the start sequence; set back at the exit.
+  zo_base::_thread_recursive_mutex start_lock;  // Starts and exits run one at a time.
+  std::atomic<std::int32_t> next_object_id{0};  // The last id given.
+  TarvelObjectTable objects;
+  std::weak_ptr<_EnvironmentConfig> config_weak;  // What others lock to get the configuration.
+  std::shared_ptr<_EnvironmentConfig> config;
+
+  // An exit is being carried out, by the holder of `start_lock`: it may be joining threads.
+  std::atomic<bool> exit_in_progress{false};
+  ExitQueue exits;
+};
+
+// Null once the library is being unloaded. Any thread.
+std::shared_ptr<EnvironmentManagerStorage> GetStorage();
+
+}  // namespace zo_tarvel

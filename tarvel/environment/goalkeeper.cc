@@ -1,0 +1,36 @@
+#include "tarvel/environment/goalkeeper.h"
+
+#include "base/process_exit.h"
+#include "tarvel/environment/environment_manager.h"
+
+namespace zo_tarvel {
+
+Goalkeeper& GetGoalkeeper() {
+  static Goalkeeper goalkeeper;  // Nothing to destroy.
+  return goalkeeper;
+}
+
+void Goalkeeper::Arm() {
+  // Also in the middle of the process's end: that life needs a handler of its own.
+  if (state_.exchange(State::kArmed) != State::kArmed) {
+    zo_base::OnProcessExitOrUnload(OnProcessExit);
+  }
+}
+
+std::optional<bool> Goalkeeper::Dismiss() {
+  State armed = State::kArmed;
+  if (state_.compare_exchange_strong(armed, State::kAbsent)) return false;
+  if (armed == State::kByProcessExit) return true;  // The handler clears the state itself.
+  return std::nullopt;
+}
+
+void Goalkeeper::OnProcessExit() noexcept {
+  Goalkeeper& goalkeeper = GetGoalkeeper();
+  State state = State::kArmed;
+  if (!goalkeeper.state_.compare_exchange_strong(state, State::kByProcessExit)) return;
+  RequestExit({.id = 0, .ends_process = true});
+  state = State::kByProcessExit;
+  goalkeeper.state_.compare_exchange_strong(state, State::kAbsent);
+}
+
+}  // namespace zo_tarvel

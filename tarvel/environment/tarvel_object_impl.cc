@@ -1,0 +1,71 @@
+#include "tarvel/environment/tarvel_object_impl.h"
+
+#include <string>
+
+#include "base/thread_interface.h"
+#include "tarvel/environment/environment_manager_storage.h"
+#include "tarvel/environment/lbs_service_factory.h"
+
+namespace zo_tarvel {
+namespace {
+
+using zo_base::MutexLock;
+
+zo_base::IThread* ThreadOf(const std::shared_ptr<IZOTarvelLBSService>& service) {
+  return dynamic_cast<zo_base::IThread*>(service.get());
+}
+
+}  // namespace
+
+void ZOTarvelObjectImpl::NotifyNetworkChanged(zo_net::AddressFamily family) {
+  if (const auto config = GetEnvironmentConfig()) config->SetAddressFamily(family, true);
+}
+
+void ZOTarvelObjectImpl::SetBusinessToken(const char* token) {
+  const auto config = GetEnvironmentConfig();
+  if (config) config->SetBusinessToken(token ? std::string(token) : std::string());
+}
+
+IZOTarvelLBSService* ZOTarvelObjectImpl::GetLBSService() {
+  if (GetLBSServiceFactory().create == nullptr) return nullptr;
+  lbs_service_once_.Call([this] { CreateLBSService(); });
+  return LBSService().get();
+}
+
+std::shared_ptr<IZOTarvelLBSService> ZOTarvelObjectImpl::LBSService() {
+  MutexLock lock(lock_);
+  return lbs_service_;
+}
+
+void ZOTarvelObjectImpl::CreateLBSService() {
+  MutexLock lock(lock_);
+  if (lbs_service_) return;
+  lbs_service_ = GetLBSServiceFactory().create();
+  const auto storage = GetStorage();
+  auto* getter = dynamic_cast<IEnvironmentConfigGetter*>(lbs_service_.get());
+  if (storage && getter) getter->SetEnvironmentConfig(storage->config_weak.lock());
+}
+
+void ZOTarvelObjectImpl::Stop() {
+  const auto service = LBSService();
+  zo_base::IThread* thread = ThreadOf(service);
+  if (thread && thread->IsRunning()) thread->Stop();
+}
+
+void ZOTarvelObjectImpl::Release() {
+  std::shared_ptr<IZOTarvelLBSService> service;
+  {
+    MutexLock lock(lock_);
+    service.swap(lbs_service_);
+  }
+  if (!service) return;
+  if (const auto stop_gathering = GetLBSServiceFactory().stop_gathering) stop_gathering(*service);
+  if (zo_base::IThread* thread = ThreadOf(service)) thread->Stop();
+}
+
+void ZOTarvelObjectImpl::ReleaseLBSService() {
+  Release();
+  lbs_service_once_.Reset();
+}
+
+}  // namespace zo_tarvel

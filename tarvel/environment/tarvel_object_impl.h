@@ -1,0 +1,48 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "base/recursive_mutex.h"
+#include "base/resettable_once.h"
+#include "tarvel/environment/environment_config_getter.h"
+
+namespace zo_tarvel {
+
+// The object behind an id: passes the client's notices on to the configuration and hosts the LBS
+// service.
+//
+// Threads: the client's operations from any thread. Init, Stop and Release come from the
+// environment manager, on the thread of the start or exit. Ownership: owned by the table of
+// objects; owns the service.
+class ZOTarvelObjectImpl final : public IZOTarvelObject, public EnvironmentConfigGetterBase {
+ public:
+  explicit ZOTarvelObjectImpl(std::int32_t id) : id_(id) {}
+  ~ZOTarvelObjectImpl() override { Release(); }
+
+  void NotifyNetworkChanged(zo_net::AddressFamily family) override;
+  IZOTarvelLBSService* GetLBSService() override;
+  void ReleaseLBSService() override;
+  void SetBusinessToken(const char* token) override;
+
+  std::int32_t id() const { return id_; }
+  void Init() {}  // A hook for hosted services that come with the object.
+  // Ends the service's thread; the service stays in place.
+  void Stop();
+  // Ends and frees the service, if there is one. It gets no successor.
+  void Release();
+
+ private:
+  void CreateLBSService();
+  std::shared_ptr<IZOTarvelLBSService> LBSService();
+
+  const std::int32_t id_;
+  // Never held while a service is stopped: its thread may be on its way here.
+  zo_base::_thread_recursive_mutex lock_;
+  std::shared_ptr<IZOTarvelLBSService> lbs_service_ ZO_GUARDED_BY(lock_);
+  zo_base::ResettableOnce lbs_service_once_;  // Guards the creation.
+};
+
+}  // namespace zo_tarvel

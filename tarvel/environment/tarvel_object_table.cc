@@ -1,0 +1,55 @@
+#include "tarvel/environment/tarvel_object_table.h"
+
+#include <utility>
+
+#include "tarvel/environment/tarvel_object_impl.h"
+
+namespace zo_tarvel {
+
+using zo_base::MutexLock;
+
+TarvelObjectTable::~TarvelObjectTable() {
+  ForEach(ReleaseObject);
+  Clear();
+}
+
+void TarvelObjectTable::Insert(std::int32_t id, std::shared_ptr<IZOTarvelObject> object) {
+  MutexLock lock(lock_);
+  objects_[id] = std::move(object);
+}
+
+void TarvelObjectTable::ForEach(const Visitor& visitor) {
+  if (!visitor) return;
+  std::map<std::int32_t, std::shared_ptr<IZOTarvelObject>> visited;
+  {
+    MutexLock lock(lock_);
+    visited = objects_;
+  }
+  for (const auto& [id, object] : visited) visitor(id, object);
+}
+
+std::shared_ptr<IZOTarvelObject> TarvelObjectTable::Find(std::int32_t id) {
+  MutexLock lock(lock_);
+  const auto entry = objects_.find(id);
+  return entry == objects_.end() ? nullptr : entry->second;
+}
+
+void TarvelObjectTable::Erase(std::int32_t id) {
+  MutexLock lock(lock_);
+  objects_.erase(id);
+}
+
+void TarvelObjectTable::Clear() {
+  MutexLock lock(lock_);
+  objects_.clear();
+}
+
+void StopObject(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
+  if (const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object)) impl->Stop();
+}
+
+void ReleaseObject(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
+  if (const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object)) impl->Release();
+}
+
+}  // namespace zo_tarvel

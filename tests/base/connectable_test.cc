@@ -1,0 +1,124 @@
+#include "base/connectable.h"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "base/weak_closure.h"
+
+namespace zo_base {
+namespace {
+
+const char* SIG_Main() { return "SIG_Main"; }
+const char* SIG_Other() { return "SIG_Other"; }
+
+// An emitter with the slots a, b and c, in that order, that note their calls.
+struct Scene {
+  zo_sigslot::connection Connect(char name, std::function<void()> then = nullptr) {
+    return emitter->Connect<>(SIG_Main, [this, name, then] {
+      calls += name;
+      if (then) then();
+    });
+  }
+  std::string CallsOfOneEmission() {
+    calls.clear();
+    emitter->Emit<>(SIG_Main);
+    return calls;
+  }
+
+  std::string calls;
+  std::function<void()> next_call_of_b_does;
+  std::unique_ptr<ConnectAble> emitter = std::make_unique<ConnectAble>();
+  zo_sigslot::connection a = Connect('a');
+  zo_sigslot::connection b = Connect('b', [this] {
+    if (const auto action = std::exchange(next_call_of_b_does, nullptr)) action();
+  });
+  zo_sigslot::connection c = Connect('c');
+};
+
+class ConnectAbleTest : public ::testing::Test, protected Scene {};
+
+TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
+  const struct {
+    const char* what_b_does;
+    std::function<void(Scene&)> action;
+    const char* this_emission;
+    const char* next_emission;
+  } cases[] = {
+      {"connect", [](Scene& my) { my.Connect('d'); }, "abc", "abcd"},
+      {"disconnect itself", [](Scene& my) { my.b.disconnect(); }, "abc", "ac"},
+      {"disconnect an earlier slot", [](Scene& my) { my.a.disconnect(); }, "abc", "bc"},
+      {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
+      {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
+      {"drop all signals", [](Scene& my) { my.emitter->Disconnect(nullptr); }, "abc", ""},
+      {"drop another", [](Scene& my) { my.emitter->Disconnect(SIG_Other); }, "abc", "abc"},
+      {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},
+      {"reconnect", [](Scene& my) { my.b.disconnect(), my.Connect('B'); }, "abc", "acB"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.what_b_does);
+    Scene scene;
+    scene.next_call_of_b_does = [&] { row.action(scene); };
+    EXPECT_EQ(scene.CallsOfOneEmission(), row.this_emission);
+    EXPECT_EQ(scene.CallsOfOneEmission(), row.next_emission);
+  }
+}
+
+TEST_F(ConnectAbleTest, FinishesTheEmissionWhenASlotDestroysTheEmitter) {
+  next_call_of_b_does = [this] {
+    emitter.reset();
+    c.disconnect();  // Its connection lives on in the emission, without the emitter.
+  };
+  EXPECT_EQ(CallsOfOneEmission(), "abc");
+  a.disconnect();
+}
+
+TEST_F(ConnectAbleTest, ForgetsASignalWithItsLastConnection) {
+  emitter->Emit<>(SIG_Other);
+  EXPECT_FALSE(emitter->HasConnections(SIG_Other));
+  for (auto* connection : {&a, &a, &c}) connection->disconnect();
+  EXPECT_EQ(CallsOfOneEmission(), "b");
+  b.disconnect();
+  EXPECT_FALSE(emitter->HasConnections(SIG_Main));
+  emitter->Connect<int>(SIG_Main, [](int) {});  // Nothing binds it to the old arguments.
+}
+
+TEST_F(ConnectAbleTest, RaisesOnOtherArgumentsThanThoseOfTheFirstConnection) {
+  EXPECT_THROW(emitter->Connect<int>(SIG_Main, [](int) {}), BadZOAnyCast);
+  EXPECT_THROW(emitter->Emit<std::string>(SIG_Main, "text"), BadZOAnyCast);
+  EXPECT_EQ(CallsOfOneEmission(), "abc");
+}
+
+TEST_F(ConnectAbleTest, LetsAnExceptionOfASlotThroughAndStaysUsable) {
+  next_call_of_b_does = [] { throw std::runtime_error("slot"); };
+  EXPECT_THROW(CallsOfOneEmission(), std::runtime_error);
+  EXPECT_EQ(calls, "ab");
+  EXPECT_EQ(CallsOfOneEmission(), "abc");
+}
+
+TEST_F(ConnectAbleTest, GivesArgumentsToEveryReceiverThatStillLives) {
+  auto receiver = std::make_unique<WeakClosureSupportor>();
+  const auto take = [this](bool flag, const std::string& text) { calls += (flag ? text : "-"); };
+  emitter->Connect<bool, const std::string>(SIG_Other, receiver->ToWeakClosure(take));
+  emitter->Connect<bool, const std::string>(SIG_Other, take);
+  emitter->Emit<bool, const std::string>(SIG_Other, true, "token");
+  receiver.reset();
+  emitter->Emit<bool, const std::string>(SIG_Other, false, "token");
+  EXPECT_EQ(calls, "tokentoken-");
+}
+
+TEST_F(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {
+  std::thread other([this] {
+    for (int i = 0; i < 2'000; ++i) emitter->Connect<>(SIG_Main, [] {}).disconnect();
+  });
+  for (int i = 0; i < 2'000; ++i) emitter->Emit<>(SIG_Main);
+  other.join();
+  EXPECT_EQ(calls.size(), 3 * 2'000u);
+}
+
+}  // namespace
+}  // namespace zo_base

@@ -1,0 +1,149 @@
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "base/native_thread.h"
+#include "base/task_thread.h"
+#include "tests/support/event.h"
+
+namespace zo_base {
+namespace {
+
+using test_support::Event;
+
+std::string NativeName() {
+  char name[64] = {};
+  pthread_getname_np(pthread_self(), name, sizeof name);
+  return name;
+}
+
+TEST(ThreadTest, KeepsItsNameWholeWhileTheSystemSeesFifteenCharacters) {
+  for (const std::size_t length : {1, 15, 16, 63, 64, 100}) {
+    std::string name, native;
+    while (name.size() < length) name += static_cast<char>('a' + name.size() % 26);
+    const auto thread = std::make_shared<BaseThread>(name, [&] { native = NativeName(); });
+    thread->Start();
+    thread->Stop();
+    EXPECT_EQ(native, name.substr(0, 15));
+    EXPECT_EQ(thread->GetName(), name);
+  }
+}
+
+TEST(ThreadTest, AnnouncesItsBeginAndEndAroundItsBodyOnItself) {
+  std::vector<std::string> order;
+  std::shared_ptr<BaseThread> thread;
+  const auto note = [&](const char* what) {
+    order.emplace_back(what);
+    EXPECT_TRUE(thread->IsCurrentThread() && thread->IsRunning()) << what;
+    EXPECT_EQ(GetCurrentThreadInfo()->name, "announcer");
+  };
+  thread = std::make_shared<BaseThread>("announcer", [&] { note("body"); });
+  for (SignalId signal : {SIG_ThreadEnd, SIG_InternalEnd, SIG_ThreadBegin, SIG_InternalBegin}) {
+    thread->Connect<>(signal, [&note, signal] { note(signal()); });
+  }
+  thread->Start();
+  thread->Join();
+  EXPECT_THAT(order, testing::ElementsAre("SIG_InternalBegin", "SIG_ThreadBegin", "body",
+                                          "SIG_ThreadEnd", "SIG_InternalEnd"));
+  EXPECT_FALSE(thread->IsCurrentThread() || thread->IsRunning());
+}
+
+TEST(ThreadTest, RunsOnTheCallersThreadUnderAnotherNameAndKeepsARecordMeanwhile) {
+  const auto thread = std::make_shared<TaskThread>("before");
+  thread->PostTask([&] {
+    ThreadInfo info = *GetCurrentThreadInfo();
+    EXPECT_EQ(info.name, "after");
+    EXPECT_EQ(info.task_loop, thread->GetTaskLoop());
+    EXPECT_TRUE(pthread_equal(info.thread_id, pthread_self()));
+    EXPECT_TRUE(pthread_equal(info.current_id, pthread_self()));
+    EXPECT_EQ(thread->GetNumericThreadId(), static_cast<std::uint64_t>(pthread_self()));
+    info.user_data[7] = std::string("mine");
+    thread->SetThreadInfo(info);
+    EXPECT_EQ(ZOAnyCast<std::string>(GetCurrentThreadInfo()->user_data[7]), "mine");
+    thread->Stop();
+  });
+  EXPECT_EQ(thread->GetNumericThreadId(), 0u);
+  std::thread caller([&] {  // Not the thread of the test, whose native name would change.
+    EXPECT_EQ(GetCurrentThreadInfo(), nullptr);
+    thread->StartOnCurrentThread("after");
+    EXPECT_EQ(NativeName(), "after");
+    EXPECT_EQ(GetCurrentThreadInfo(), nullptr);
+  });
+  caller.join();
+  EXPECT_EQ(thread->GetName(), "after");
+  EXPECT_FALSE(thread->IsRunning());
+}
+
+TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
+  for (int i = 0; i < 50; ++i) std::make_shared<BaseThread>("brief", [] {})->Start();
+  const auto stopped = std::make_shared<TaskThread>("stopped");
+  stopped->PostTask([] { ADD_FAILURE(); });
+  stopped->Stop();
+  EXPECT_FALSE(stopped->IsStopping());  // It has never run.
+  stopped->Start();
+  stopped->Stop();
+}
+
+TEST(ThreadTest, NeedsASharedOwnerToStart) {
+  BaseThread unowned("unowned", [] { ADD_FAILURE(); });
+  EXPECT_THROW(unowned.Start(), std::bad_weak_ptr);
+  const auto owned = std::make_shared<BaseThread>("owned");
+  EXPECT_EQ(owned->shared_from_this<IThread>(), owned);
+  EXPECT_EQ(owned->shared_from_this<TaskThread>(), nullptr);  // It is none.
+}
+
+TEST(ThreadTest, RaisesWhenTheSystemGivesNoThreadAndEndsCleanly) {
+  const auto thread = std::make_shared<TaskThread>("refused");
+  pthread_attr_t usual, greedy;
+  pthread_attr_init(&greedy);
+  pthread_attr_setstacksize(&greedy, std::size_t{1} << 60);  // No address space holds it.
+  EXPECT_EQ(pthread_getattr_default_np(&usual), 0);
+  EXPECT_EQ(pthread_setattr_default_np(&greedy), 0);
+  EXPECT_THAT([&] { thread->Start(); }, testing::ThrowsMessage<std::system_error>(
+                                            testing::StartsWith("thread constructor failed")));
+  EXPECT_EQ(pthread_setattr_default_np(&usual), 0);
+  pthread_attr_destroy(&greedy);
+  EXPECT_FALSE(thread->IsRunning());
+  thread->Stop();
+  EXPECT_EQ(thread.use_count(), 1);
+}
+
+TEST(ThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
+  Event released, ending, leave;
+  std::atomic<bool> left{false};
+  pthread_t content_died_on{};
+  const auto when_native_thread_ends = [&](void*) {
+    ending.Set();
+    EXPECT_TRUE(leave.Await());
+    left = true;
+  };
+  auto owner = std::make_shared<TaskThread>("released");
+  owner->PostTask([&, thread = owner.get()] {
+    static thread_local std::shared_ptr<void> last_act;  // Goes after all that the library runs.
+    last_act = std::shared_ptr<void>(nullptr, when_native_thread_ends);
+    EXPECT_TRUE(released.Await());
+    thread->Stop();
+  });
+  std::shared_ptr<void> content(nullptr, [&](void*) { content_died_on = pthread_self(); });
+  owner->PostTask([content] { ADD_FAILURE(); });
+  owner->Connect<>(SIG_ThreadBegin, [content] {});
+  content.reset();
+  owner->Start();
+  const pthread_t native = owner->GetThreadId();
+  owner.reset();
+  released.Set();
+  ASSERT_TRUE(ending.Await());
+  EXPECT_TRUE(pthread_equal(content_died_on, native));
+  leave.Set();
+  JoinFinishedThreads();
+  EXPECT_TRUE(left);
+}
+
+}  // namespace
+}  // namespace zo_base

@@ -1,0 +1,173 @@
+#include "tarvel/environment/environment_config.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zo_tarvel {
+namespace {
+
+std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& settings) {
+  auto config = std::make_shared<_EnvironmentConfig>();
+  config->Load(settings);
+  return config;
+}
+
+struct TimeoutCase {
+  const char* name;
+  int timeout, prefail;
+  int cleaned_timeout, cleaned_prefail;
+};
+class EnvironmentTimeoutTest : public ::testing::TestWithParam<TimeoutCase> {};
+
+TEST_P(EnvironmentTimeoutTest, AreCleaned) {
+  _ZOTarvelEnvironmentSettings settings;
+  settings.single_request_timeout = GetParam().timeout;
+  settings.single_request_prefail_timeout = GetParam().prefail;
+  const auto config = Loaded(settings);
+  EXPECT_EQ(config->single_request_timeout(), GetParam().cleaned_timeout);
+  EXPECT_EQ(config->single_request_prefail_timeout(), GetParam().cleaned_prefail);
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, EnvironmentTimeoutTest,
+                         ::testing::ValuesIn(std::vector<TimeoutCase>{
+                             {"ZeroKeepsBothDefaults", 0, 5000, 7000, 2000},
+                             {"NegativeKeepsBothDefaults", -1, 5000, 7000, 2000},
+                             {"LowestIntKeepsBothDefaults", INT32_MIN, INT32_MIN, 7000, 2000},
+                             {"TooShortIsRaised", 500, 100, 1000, 200},
+                             {"TooLongIsLowered", 60000, 40000, 30000, 29920},
+                             {"HighestIntIsLowered", INT32_MAX, INT32_MAX, 30000, 29920},
+                             {"PrefailEqualToTimeout", 5000, 5000, 5000, 4920},
+                             {"PrefailJustBelowTimeout", 5000, 4999, 5000, 4999},
+                             {"PrefailComparesWithTheCleanedTimeout", 500, 999, 1000, 999},
+                             {"PrefailAtItsLeast", 5000, 200, 5000, 200},
+                             {"PrefailBelowItsLeast", 5000, 199, 5000, 200},
+                             {"PrefailNegative", 5000, -7, 5000, 200}}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+struct SwitchCase {
+  int given;
+  bool httpdns, on_netunav, ip_preferred, reporting;
+};
+
+TEST(EnvironmentConfigTest, ReadsTheFirstSwitchesAsOnUnlessMinusOneAndTheLastAsOffUnlessOne) {
+  for (const SwitchCase& row :
+       {SwitchCase{0, true, true, false, false}, SwitchCase{1, true, true, true, true},
+        SwitchCase{2, true, true, false, false}, SwitchCase{-1, false, false, false, false}}) {
+    _ZOTarvelEnvironmentSettings settings;
+    settings.enable_httpdns = settings.try_http_request_on_netunav = row.given;
+    settings.http_request_ip_preferred = settings.enable_exception_data_reporting = row.given;
+    const auto config = Loaded(settings);
+    EXPECT_EQ(config->enable_httpdns(), row.httpdns) << row.given;
+    EXPECT_EQ(config->try_http_request_on_netunav(), row.on_netunav) << row.given;
+    EXPECT_EQ(config->http_request_ip_preferred(), row.ip_preferred) << row.given;
+    EXPECT_EQ(config->enable_exception_data_reporting(), row.reporting) << row.given;
+  }
+}
+
+struct DirectoryCase {
+  const char* business_type;
+  const char* appdata_path;
+  const char* log_path;
+  const char* appdata_directory;
+  const char* log_directory;
+};
+
+// The digests are those of md5sum.
+#define IM_G1 "tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/"
+#define SHOP "tarvel_comp/fb54f3c5992b96d001bb16e8e92d968d/"
+
+TEST(EnvironmentConfigTest, DerivesADirectoryPerBusiness) {
+  for (const DirectoryCase& row :
+       {DirectoryCase{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
+        DirectoryCase{"im_g1", "/data", "", "/data/" IM_G1, "/data/" IM_G1},
+        DirectoryCase{"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
+        DirectoryCase{"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},
+        DirectoryCase{"shop", "", "", "/" SHOP, "/" SHOP}}) {
+    _ZOTarvelEnvironmentSettings settings;
+    std::strcpy(settings.business_type, row.business_type);
+    std::strcpy(settings.appdata_path, row.appdata_path);
+    std::strcpy(settings.log_path, row.log_path);
+    const auto config = Loaded(settings);
+    EXPECT_EQ(config->appdata_path(), row.appdata_directory);
+    EXPECT_EQ(config->log_path(), row.log_directory);
+  }
+}
+
+TEST(EnvironmentConfigTest, ReadsATextThatFillsItsArrayToTheEnd) {
+  _ZOTarvelEnvironmentSettings settings;
+  std::memset(settings.business_type, 't', sizeof settings.business_type);
+  std::memset(settings.business_token, 'k', sizeof settings.business_token);
+  std::memset(settings.business_version, 'v', sizeof settings.business_version);
+  std::memset(settings.appdata_path, 'a', sizeof settings.appdata_path);
+  std::memset(settings.log_path, 'l', sizeof settings.log_path);
+  const auto config = Loaded(settings);
+  EXPECT_EQ(config->business_type(), std::string(32, 't'));
+  EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
+  EXPECT_EQ(config->business_version(), std::string(128, 'v'));
+  EXPECT_EQ(config->appdata_path().find("/tarvel_comp/"), 1024u);
+  EXPECT_EQ(config->log_path().find("/tarvel_comp/"), 1024u);
+}
+
+TEST(EnvironmentConfigTest, FormatsItsBanner) {
+  _ZOTarvelEnvironmentSettings settings;
+  std::strcpy(settings.business_type, "shop");
+  std::strcpy(settings.business_token, "key");
+  std::strcpy(settings.business_version, "1.2");
+  settings.sv = 3;
+  settings.pv = -4;
+  settings.client_type = 5;
+  settings.only_https_supported = 7;
+  std::strcpy(settings.log_path, "/log");
+  EXPECT_EQ(Loaded(settings)->FormatBanner(),
+            "zo_tarvel config:\r\n"
+            " --business type:shop\r\n"
+            " --business token:key\r\n"
+            " --business version:1.2_3_-4\r\n"
+            " --client type:5\r\n"
+            " --appdata path:/log/" SHOP
+            "\r\n"
+            " --log path:/log/" SHOP
+            "\r\n"
+            " --enable httpdns:true\r\n"
+            " --try http request on netunav:true\r\n"
+            " --only https supported:true\r\n"
+            " --single request timeout:7000\r\n"
+            " --single request prefail timeout:2000\r\n"
+            " --http request ip preferred:false\r\n"
+            " --enable exception data reporting:false\r\n");
+}
+
+TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffers) {
+  const auto config = Loaded({});
+  std::vector<std::string> told;
+  config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {
+    told.push_back(token);
+    EXPECT_EQ(config->GetBusinessToken(), token);  // The lock is recursive.
+  });
+  config->SetBusinessToken("");
+  config->SetBusinessToken("a");
+  config->SetBusinessToken("a");
+  config->SetBusinessToken("");
+  EXPECT_EQ(told, (std::vector<std::string>{"a", ""}));
+}
+
+TEST(EnvironmentConfigTest, TellsOfAnAddressFamilyOnlyWhenAsked) {
+  const auto config = Loaded({});
+  int told = 0;
+  config->Connect<zo_net::AddressFamily>(SIG_NetworkChanged,
+                                         [&](zo_net::AddressFamily) { ++told; });
+  EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyAny);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv6, false);
+  EXPECT_EQ(told, 0);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv6, true);
+  EXPECT_EQ(told, 1);
+  EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyIPv6);
+}
+
+}  // namespace
+}  // namespace zo_tarvel

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "base/task_thread.h"
+#include "base/timer.h"
+#include "tarvel/environment/business_service.h"
+
+namespace zo_tarvel {
+
+// A hosted service in the shape of the real one: a task thread that reaches the configuration and
+// hears its signals. What it does on its thread is up to the test.
+class FakeLBSService final : public IZOTarvelLBSService,
+                             public IBusinessService,
+                             public virtual zo_base::TaskThread {
+ public:
+  FakeLBSService();
+
+  // Makes every object host this kind of service.
+  static void Install();
+  // The service of the object of id 1, started.
+  static FakeLBSService* StartOne();
+
+  bool Init(const _ZOTarvelLBSSettings&) override;
+  void Update(EMAddressFamily, bool) override {}
+  void SetLBSCallback(LBSCallback, void*) override {}
+  void SetAccIDGetter(AccIDGetter, void*) override {}
+  void SetRequestErrorCollector(RequestErrorCollector, void*) override {}
+  void GetLBSResponse(bool, char*) override {}
+  bool GetLinkAddress(char*, std::int32_t*, EMAddressFamily*) override { return false; }
+  void GetZEBDL(char*) override {}
+  void GetZEBDLList(char*) override {}
+  void GetZEBList(char*) override {}
+  using TaskThread::GetName;
+  void GetName(char*) override {}
+  void GetDesc(char*) override {}
+  std::int32_t GetLinkCount() override { return -1; }
+  bool GetCurrentLinkAddress(char*, std::int32_t*, EMAddressFamily*) override { return false; }
+  void OnCurrentLinkConnectSucceed(const char*, std::int32_t) override {}
+  void GetMsgStatInfo(_ZOTarvelMsgStatInfo*) override {}
+
+  static int gathering_stopped;  // How often the factory was asked to stop a service's gathering.
+
+ private:
+  zo_base::Timer timer_;
+};
+
+}  // namespace zo_tarvel

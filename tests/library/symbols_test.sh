@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# The stripped library shows the five functions of the public header and no other symbol.
+# Usage: symbols_test.sh LIBRARY
+set -euo pipefail
+stripped=$(mktemp)
+trap 'rm -f "$stripped"' EXIT
+strip -o "$stripped" "$1"
+
+expected="T zo_tarvel::ExitTarvelEnvironment(int)
+T zo_tarvel::GetTarvelObject(int)
+T zo_tarvel::SetExceptionDataReporter(void (* const&)(zo_tarvel::TarvelExceptionData const&))
+T zo_tarvel::StartTarvelEnvironment(zo_tarvel::_ZOTarvelEnvironmentSettings const&)
+T zo_tarvel::TarvelExceptionDataToJsonString[abi:cxx11](zo_tarvel::TarvelExceptionData const&)"
+shown=$(nm -DC --defined-only "$stripped" | cut -d' ' -f2- | LC_ALL=C sort)
+diff <(echo "$expected") <(echo "$shown")

@@ -1,0 +1,84 @@
+#include "tests/process_end/client.h"
+
+#include <tarvel/tarvel.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "tarvel/environment/environment_manager_storage.h"
+#include "tests/environment/fake_lbs_service.h"
+
+namespace {
+
+// Unbuffered and safe at any moment of the process's end.
+void Tell(const std::string& step) {
+  const std::string line = step + "\n";
+  if (write(STDOUT_FILENO, line.data(), line.size()) < 0) std::_Exit(9);
+}
+
+zo_tarvel::FakeLBSService* StartWithService(bool tell_end = true) {
+  zo_tarvel::FakeLBSService::Install();
+  const int id = zo_tarvel::StartTarvelEnvironment({});
+  auto* object = zo_tarvel::GetTarvelObject(id);
+  auto* service = dynamic_cast<zo_tarvel::FakeLBSService*>(object->GetLBSService());
+  if (tell_end) service->Connect<>(zo_base::SIG_ThreadEnd, [] { Tell("thread ended"); });
+  service->Init({});
+  Tell("started");
+  return service;
+}
+
+[[noreturn]] void WaitForTheEnd() {
+  while (true) pause();
+}
+
+}  // namespace
+
+void RunClient(const char* ending) {
+  const std::string how = ending;
+  // After an exit in a callback the thread ends at a moment of its own.
+  zo_tarvel::FakeLBSService* service = StartWithService(how != "environment exit in a callback");
+  if (how == "regular exit") {
+    zo_tarvel::ExitTarvelEnvironment(1);
+  } else if (how == "two lives and return") {
+    zo_tarvel::ExitTarvelEnvironment(1);
+    StartWithService();
+  } else if (how == "two starts and return") {
+    zo_tarvel::StartTarvelEnvironment({});
+  } else if (how == "exit on another thread") {
+    std::thread([] { std::exit(0); }).detach();
+    WaitForTheEnd();
+  } else if (how == "exit on another thread while exports are called") {
+    std::thread([] { std::exit(0); }).detach();
+    while (true) {
+      zo_tarvel::StartTarvelEnvironment({});
+      zo_tarvel::ExitTarvelEnvironment(0);
+    }
+  } else if (how == "exit in a callback") {
+    service->PostTask([] { std::exit(0); });
+    WaitForTheEnd();
+  } else if (how == "exit in a callback that an exit waits for") {
+    std::atomic<bool> entered{false};
+    service->PostTask([&entered, storage = zo_tarvel::GetStorage()] {
+      entered = true;
+      while (!storage->exit_in_progress) std::this_thread::yield();
+      std::exit(0);
+    });
+    while (!entered) std::this_thread::yield();
+    zo_tarvel::ExitTarvelEnvironment(1);
+    WaitForTheEnd();
+  } else if (how == "environment exit in a callback") {
+    std::atomic<bool> done{false};
+    service->PostTask([&done] {
+      zo_tarvel::ExitTarvelEnvironment(1);
+      Tell("environment down");
+      done = true;
+    });
+    while (!done) std::this_thread::yield();
+  } else if (how != "return") {
+    Tell("unknown ending");
+  }
+  Tell("client returns");
+}

@@ -1,0 +1,80 @@
+// All ways in which a client's process, or the library's stay in it, comes to an end.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Ended {
+  int status;  // As of waitpid; 0 is a regular end with exit code 0.
+  std::string output;
+};
+
+// Runs a child to its end. A hung one is killed after 30 s.
+Ended RunChild(const std::string& command) {
+  FILE* child = popen(("timeout -s KILL 30 " + command + " 2>&1").c_str(), "r");
+  std::string output;
+  char chunk[4096];
+  while (const std::size_t read = fread(chunk, 1, sizeof chunk, child)) output.append(chunk, read);
+  return {pclose(child), output};
+}
+
+std::string Quoted(const std::string& text) { return "'" + text + "'"; }
+
+struct EndCase {
+  const char* name;
+  const char* ending;
+  const char* steps;
+};
+class ProcessEndTest : public ::testing::TestWithParam<EndCase> {};
+
+TEST_P(ProcessEndTest, StopsTheEnvironmentAndEndsRegularly) {
+  const Ended ended = RunChild(std::string(CLIENT) + " " + Quoted(GetParam().ending));
+  EXPECT_EQ(ended.status, 0) << ended.output;
+  EXPECT_EQ(ended.output, GetParam().steps);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Client, ProcessEndTest,
+    ::testing::ValuesIn(std::vector<EndCase>{
+        {"RegularExit", "regular exit", "started\nthread ended\nclient returns\n"},
+        {"Return", "return", "started\nclient returns\nthread ended\n"},
+        {"TwoLivesAndReturn", "two lives and return",
+         "started\nthread ended\nstarted\nclient returns\nthread ended\n"},
+        {"TwoStartsAndReturn", "two starts and return", "started\nclient returns\nthread ended\n"},
+        {"ExitOnAnotherThread", "exit on another thread", "started\nthread ended\n"},
+        {"ExitOnAnotherThreadBesideCalls", "exit on another thread while exports are called",
+         "started\nthread ended\n"},
+        // The thread that calls exit() is the service's own and cannot be waited for.
+        {"ExitInACallback", "exit in a callback", "started\n"},
+        {"ExitInACallbackBesideAnExit", "exit in a callback that an exit waits for", "started\n"},
+        {"EnvironmentExitInACallback", "environment exit in a callback",
+         "started\nenvironment down\nclient returns\n"}}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(UnloadTest, StopsAnEnvironmentThatIsStillUp) {
+  const Ended ended = RunChild(std::string(LOADER) + " " + Quoted(MODULE) + " 2 return");
+  EXPECT_EQ(ended.status, 0) << ended.output;
+  const std::string round = "started\nclient returns\nthread ended\n";
+  EXPECT_EQ(ended.output, round + round + "unloaded\n");
+}
+
+TEST(UnloadTest, WaitsForAThreadThatEndedItsOwnEnvironment) {
+  const Ended ended =
+      RunChild(std::string(LOADER) + " " + Quoted(MODULE) + " 20 'environment exit in a callback'");
+  EXPECT_EQ(ended.status, 0) << ended.output;
+  EXPECT_THAT(ended.output, ::testing::EndsWith("unloaded\n"));
+}
+
+// A process has 1,024 thread-local keys: a library that lost its key would run out of them here.
+TEST(UnloadTest, LeavesNothingOfTheLibraryBehindHoweverOftenItIsLoaded) {
+  const Ended ended = RunChild(std::string(LOADER) + " " + Quoted(LIBRARY) + " 1100");
+  EXPECT_EQ(ended.status, 0) << ended.output;
+  EXPECT_EQ(ended.output, "unloaded\n");
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "base/task_thread.h"
+#include "tests/support/event.h"
+
+namespace test_support {
+
+// A task thread, not started, that is stopped when the scope ends. Declare it after all that its
+// tasks use.
+class ScopedTaskThread {
+ public:
+  ~ScopedTaskThread() {
+    Release();
+    if (thread_) thread_->Stop();
+  }
+  zo_base::TaskThread* get() const { return thread_.get(); }
+  zo_base::TaskThread* operator->() const { return thread_.get(); }
+
+  // Waits until all normal and priority tasks posted so far have run, and all delayed ones due.
+  [[nodiscard]] bool RunAllPosted() {
+    const auto done = std::make_shared<Event>();
+    thread_->PostTask([done] { done->Set(); });
+    return done->Await();
+  }
+
+  // Holds the started thread inside a normal task until Release, so that all that is posted
+  // meanwhile is there when it goes on.
+  [[nodiscard]] bool Hold() {
+    const auto entered = std::make_shared<Event>();
+    released_ = std::make_shared<Event>();
+    thread_->PostTask([entered, released = released_] {
+      entered->Set();
+      static_cast<void>(released->Await());
+    });
+    return entered->Await();
+  }
+  void Release() {
+    if (released_) released_->Set();
+  }
+
+  void Destroy() { thread_.reset(); }  // It has been stopped.
+
+ private:
+  std::shared_ptr<Event> released_;
+  std::shared_ptr<zo_base::TaskThread> thread_ = std::make_shared<zo_base::TaskThread>("worker");
+};
+
+}  // namespace test_support

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -48,13 +49,26 @@ class DelayedTaskQueue {
       for (std::size_t i = 0; i < group->second.tasks.size(); ++i) {
         if (!run(group->second.tasks[i])) return false;
       }
+      Forget(group->second);
       group = groups_.erase(group);
     }
     return true;
   }
 
  private:
+  DelayedTaskGroup& GroupAt(std::int64_t run_at);
+  DelayedTaskGroup*& LastUsedBeside(std::int64_t run_at) {
+    return last_used_[static_cast<std::uint64_t>(run_at) % last_used_.size()];
+  }
+  void Forget(const DelayedTaskGroup& group) {
+    DelayedTaskGroup*& last_used = LastUsedBeside(group.run_at);
+    if (last_used == &group) last_used = nullptr;
+  }
+
   std::map<std::int64_t, DelayedTaskGroup> groups_;
+  // A short cut past the search of `groups_`: many tasks are posted for few milliseconds. Each
+  // place stands for the milliseconds that are equal modulo the size, and may be null.
+  std::array<DelayedTaskGroup*, 128> last_used_{};
 };
 
 }  // namespace zo_base

@@ -26,17 +26,4 @@ _thread_recursive_mutex::~_thread_recursive_mutex() {
   pthread_mutex_destroy(&mutex_);
 }
 
-void _thread_recursive_mutex::lock() noexcept {
-  if (pthread_mutex_trylock(&mutex_) != 0) pthread_mutex_lock(&mutex_);
-  owner_.store(pthread_self(), std::memory_order_relaxed);
-}
-
-bool _thread_recursive_mutex::try_lock() noexcept {
-  if (pthread_mutex_trylock(&mutex_) != 0) return false;
-  owner_.store(pthread_self(), std::memory_order_relaxed);
-  return true;
-}
-
-void _thread_recursive_mutex::unlock() noexcept { pthread_mutex_unlock(&mutex_); }
-
 }  // namespace zo_base

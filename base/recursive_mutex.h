@@ -19,9 +19,16 @@ class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
   _thread_recursive_mutex(const _thread_recursive_mutex&) = delete;
   _thread_recursive_mutex& operator=(const _thread_recursive_mutex&) = delete;
 
-  void lock() noexcept ZO_ACQUIRE();
-  bool try_lock() noexcept ZO_TRY_ACQUIRE(true);
-  void unlock() noexcept ZO_RELEASE();
+  void lock() noexcept ZO_ACQUIRE() {
+    if (pthread_mutex_trylock(&mutex_) != 0) pthread_mutex_lock(&mutex_);
+    owner_.store(pthread_self(), std::memory_order_relaxed);
+  }
+  bool try_lock() noexcept ZO_TRY_ACQUIRE(true) {
+    if (pthread_mutex_trylock(&mutex_) != 0) return false;
+    owner_.store(pthread_self(), std::memory_order_relaxed);
+    return true;
+  }
+  void unlock() noexcept ZO_RELEASE() { pthread_mutex_unlock(&mutex_); }
 
   // The last thread that took the lock. Not cleared on unlock; zero before the first lock.
   pthread_t owner() const noexcept { return owner_.load(std::memory_order_relaxed); }

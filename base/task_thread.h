@@ -1,8 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,6 +12,7 @@
 #include "base/delayed_task_queue.h"
 #include "base/recursive_mutex.h"
 #include "base/task_loop.h"
+#include "base/task_queue.h"
 
 namespace zo_base {
 
@@ -52,12 +53,13 @@ class TaskThread : public BaseThread, public ITaskDelegate {
 
  private:
   class ThreadTaskLoop;
-  using TaskQueue = std::deque<Task>;
+  static constexpr std::size_t kCacheLine = 64;
 
   // Each answers false when the thread is stopping. Priority tasks run first in all of them.
   bool RunTasks();
   bool RunPriorityTasks();
   bool RunNormalTask();
+  bool RunUrgentTasks();
   bool RunDelayTasks();
   bool RunDelayedTask(DelayedTask& entry) ZO_REQUIRES(delayed_lock);
   void RunGuarded(const Task& task);
@@ -66,6 +68,7 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   bool TakePostedPriorityTasks() ZO_EXCLUDES(priority_lock);
   bool TakePostedTasks() ZO_EXCLUDES(normal_lock);
 
+  bool MoreCameInAMoment();
   bool WaitForWork() ZO_EXCLUDES(wake_lock);  // Answers true when the wait timed out.
   bool WaitForWorkLocked() ZO_REQUIRES(wake_lock);
   bool RunOneIdleTask() ZO_REQUIRES(wake_lock) ZO_EXCLUDES(idle_lock);
@@ -90,21 +93,25 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   _thread_recursive_mutex wake_lock;
   _thread_recursive_mutex priority_lock;
   _thread_recursive_mutex delayed_lock ZO_ACQUIRED_AFTER(wake_lock);
-  _thread_recursive_mutex normal_lock ZO_ACQUIRED_AFTER(priority_lock);
   _thread_recursive_mutex idle_lock;
+  // Posters meet here for every task: off the cache lines that the thread writes for every task.
+  alignas(kCacheLine) _thread_recursive_mutex normal_lock ZO_ACQUIRED_AFTER(priority_lock);
+  TaskQueue normal_incoming ZO_GUARDED_BY(normal_lock);
 
   // Not locked: touched only by the thread itself once it runs. Posters fill the incoming queues,
   // and the thread swaps them in whole, so a poster waits for a swap at most.
-  TaskQueue normal_work;
+  alignas(kCacheLine) TaskQueue normal_work;
   TaskQueue priority_work;
-  TaskQueue normal_incoming ZO_GUARDED_BY(normal_lock);
+  int normal_tasks_run = 0;  // Since the last wait.
   TaskQueue priority_incoming ZO_GUARDED_BY(priority_lock);
   DelayedTaskQueue delayed ZO_GUARDED_BY(delayed_lock);
   TaskQueue idle ZO_GUARDED_BY(idle_lock);
 
   // Short cuts past a lock, written under the lock of what they tell of. A poster that finds the
   // thread outside its wait needn't wake it: the thread looks at all queues before it waits.
-  std::atomic<bool> priority_posted{false};
+  alignas(kCacheLine) std::atomic<bool> priority_posted{false};
+  std::atomic<bool> normal_posted{false};
+  std::atomic<bool> idle_posted{false};
   std::atomic<std::int64_t> earliest_delayed{DelayedTaskQueue::kNever};
   std::atomic<bool> waiting{false};  // The thread is in WaitForWork and nobody has woken it.
 

@@ -22,8 +22,8 @@ struct ThreadInfo {
   std::map<std::int32_t, ZOAny> user_data;
 };
 
-// Creates the process-wide key of the records, once, while the image is loaded. Statics made after it
-// may still use it while they are destroyed.
+// Creates the process-wide key of the records, once, while the image is loaded. Statics made after
+// it may still use it while they are destroyed.
 void CreateThreadInfoKey();
 
 // The record of the calling thread; null on a thread that is none of the library's, and on every

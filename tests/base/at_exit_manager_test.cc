@@ -2,13 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include <new>
+#include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
+#include "base/resettable_once.h"
 #include "base/singleton.h"
 
 namespace zo_base {
@@ -45,12 +46,8 @@ TEST(AtExitManagerTest, RunsItsTasksLastOneFirstAndATaskAddedByATaskNext) {
 }
 
 struct Service {
-  Service() {
-    if (std::exchange(next_raises, false)) throw std::bad_alloc();
-    alive.insert(this), ++made;
-  }
+  Service() { alive.insert(this), ++made; }
   ~Service() { alive.erase(this); }
-  static inline bool next_raises = false;
   static inline std::set<Service*> alive;
   static inline int made = 0;
 };
@@ -86,13 +83,31 @@ TEST(SingletonTest, LivesOnWhileAHeldInstanceHoldsItsManager) {
   EXPECT_THAT(Service::alive, ElementsAre());
 }
 
-TEST(SingletonTest, IsMadeByTheNextCallWhenItsConstructorHasRaised) {
+TEST(SingletonTest, IsFreshUnderAManagerThatComesBeforeTheOldOneHasGone) {
   struct World;
   const auto get = Singleton<Service, World, true>::GetInstance_WithAtExitManager;
-  const auto manager = GetAtExitManager<World>().first;
-  Service::next_raises = true;
-  EXPECT_THROW(get(), std::bad_alloc);
+  auto manager = GetAtExitManager<World>().first;
+  std::shared_ptr<_AtExitManager<World>> next;
+  Service* fresh = nullptr;
   EXPECT_NE(get(), nullptr);
+  manager->RegisterTask([&] {
+    next = GetAtExitManager<World>().first;
+    fresh = get();
+  });
+  manager.reset();
+  EXPECT_THAT(Service::alive, ElementsAre(fresh));
+  EXPECT_EQ(get(), fresh);
+}
+
+TEST(ResettableOnceTest, RunsAgainAfterAnExceptionAndAfterAReset) {
+  ResettableOnce once;
+  int runs = 0;
+  EXPECT_THROW(once.Call([] { throw std::runtime_error("no run"); }), std::runtime_error);
+  for (int i = 0; i < 2; ++i) once.Call([&] { ++runs; });
+  EXPECT_EQ(runs, 1);
+  once.Reset();
+  once.Call([&] { ++runs; });
+  EXPECT_EQ(runs, 2);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "base/weak_closure.h"
 
@@ -54,6 +55,14 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
       {"disconnect an earlier slot", [](Scene& my) { my.a.disconnect(); }, "abc", "bc"},
       {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
       {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
+      {"disconnect itself once the signal has other arguments",
+       [](Scene& my) {
+         my.emitter->Disconnect(SIG_Main);
+         my.emitter->Connect<int>(SIG_Main, [](int) { ADD_FAILURE(); });
+         my.b.disconnect();
+         my.emitter->Disconnect(SIG_Main);
+       },
+       "abc", ""},
       {"drop all signals", [](Scene& my) { my.emitter->Disconnect(nullptr); }, "abc", ""},
       {"drop another", [](Scene& my) { my.emitter->Disconnect(SIG_Other); }, "abc", "abc"},
       {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},

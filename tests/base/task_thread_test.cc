@@ -187,6 +187,7 @@ TEST(TaskThreadStopTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLa
       ++runs;  // Once also in a loop, whose repetition has already been scheduled.
       for (const auto& next : kKinds) next.post(thread.get(), [] { ADD_FAILURE(); });
       thread->Stop();
+      thread->Join();  // Not for itself.
     });
     thread->Start();
     thread->Join();

@@ -2,11 +2,14 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "base/at_exit_manager.h"
+#include "base/log.h"
 #include "base/native_thread.h"
 #include "base/no_destructor.h"
+#include "base/steady_time.h"
 #include "base/thread_info.h"
 #include "tarvel/environment/goalkeeper.h"
 #include "tarvel/environment/tarvel_object_impl.h"
@@ -15,6 +18,7 @@ namespace zo_tarvel {
 namespace {
 
 using zo_base::MutexLock;
+using FileLog = zo_base::TQLogImpl<zo_base::TarvelObject>;
 using AtExitManager = zo_base::_AtExitManager<zo_base::TarvelObject>;
 
 constexpr std::int32_t kFirstObjectId = 1;
@@ -28,6 +32,12 @@ std::shared_ptr<AtExitManager>& HeldAtExitManager() {
   static zo_base::NoDestructor<std::shared_ptr<AtExitManager>> held;
   return *held;
 }
+
+// A moment of the exit, on both clocks.
+struct ExitMoment {
+  const std::int64_t steady_ms = zo_base::SteadyMilliseconds();
+  const std::string wall_clock = zo_base::LogTimeNow();
+};
 
 // Marks an exit as under way for the length of a scope.
 class ExitInProgress {
@@ -131,9 +141,25 @@ void EnvironmentManager::Start(const _ZOTarvelEnvironmentSettings& settings) {
     storage_.config_weak = storage_.config;
   }
   storage_.config->Load(settings);
+  SetUpLogging(settings.custom_log);
+  ZO_LOG << "\r\n------------------- start -------------------";
+  ZO_LOG << storage_.config->FormatBanner();
   GetGoalkeeper().Arm();
   storage_.started = true;
   CreateObject();
+}
+
+void EnvironmentManager::SetUpLogging(zo_base::TarvelCustomLog::Function custom_log) {
+  if (custom_log != nullptr) {
+    MutexLock lock(storage_.custom_log_lock);
+    storage_.custom_log = std::make_shared<zo_base::TarvelCustomLog>(custom_log);
+    return;
+  }
+  const auto logger = FileLog::GetHeldInstance();
+  if (logger == nullptr) return;
+  if (logger->Open(storage_.config->log_path() + "tarvel_comp.log", 0, 0) == zo_base::kLogReady) {
+    logger->SetLevel(zo_base::kLogApp);
+  }
 }
 
 std::int32_t EnvironmentManager::CreateObject() {
@@ -143,6 +169,15 @@ std::int32_t EnvironmentManager::CreateObject() {
   object->Init();
   storage_.objects.Insert(id, std::move(object));
   return id;
+}
+
+// A client's function, once set, has no end.
+void EnvironmentManager::CloseLog() {
+  {
+    MutexLock lock(storage_.custom_log_lock);
+    if (storage_.custom_log) return;
+  }
+  if (const auto logger = FileLog::GetHeldInstance()) logger->Close();
 }
 
 void EnvironmentManager::RemoveObject(std::int32_t id) {
@@ -170,18 +205,37 @@ void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
   if (request.ends_process) storage_.start_count = 1;
   RemoveObject(request.id);
   if (--storage_.start_count >= 1) return;
-  GetGoalkeeper().Dismiss();
+  if (const auto by_process_exit = GetGoalkeeper().Dismiss()) {
+    const bool by_handler = *by_process_exit || request.ends_process;
+    ZO_LOG << "do stop by goalkeeper " << (by_handler ? "true" : "false");
+  }
   Stop();
   Exit();
 }
 
-void EnvironmentManager::Stop() { storage_.objects.ForEach(StopObject); }
+void EnvironmentManager::Stop() {
+  ZO_LOG << "stop environmen begin";
+  ZO_LOG << "stop all tarvel obj begin";
+  storage_.objects.ForEach(StopObject);
+  ZO_LOG << "stop all tarvel obj end";
+  ZO_LOG << "stop environmen end";
+}
 
 void EnvironmentManager::Exit() {
   if (storage_.config) storage_.config->SetExitFlag(true);
+  const ExitMoment begin;
+  ZO_LOG << "all tarvel_object release begin";
   storage_.objects.ForEach(ReleaseObject);
   storage_.objects.Clear();
+  ZO_LOG << "all tarvel_object release end";
+  ZO_LOG << "environment release begin";
   storage_.config.reset();
+  ZO_LOG << "environment release end";
+  const ExitMoment end;
+  ZO_LOG << "exit time spent:" << end.steady_ms - begin.steady_ms << "ms from " << begin.wall_clock
+         << " to " << end.wall_clock;
+  ZO_LOG << "\r\n------------------- exit -------------------";
+  CloseLog();
   HeldAtExitManager().reset();
   storage_.next_object_id = 0;
   storage_.once.Reset();

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "base/log_writer.h"
 #include "tarvel/environment/environment_manager_storage.h"
 
 namespace zo_tarvel {
@@ -26,6 +27,8 @@ class EnvironmentManager {
   void ExitEnvironment(const ExitRequest& request);
   std::int32_t CreateObject();
   void RemoveObject(std::int32_t id);
+  void SetUpLogging(zo_base::TarvelCustomLog::Function custom_log);
+  void CloseLog();
   void Stop();  // Ends the threads.
   void Exit();  // Releases what they worked on.
 

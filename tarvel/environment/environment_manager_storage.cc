@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/log.h"
 #include "base/no_destructor.h"
 
 namespace zo_tarvel {
@@ -26,9 +27,19 @@ void ReplaceStorage(std::shared_ptr<EnvironmentManagerStorage> storage) {
   slot.storage.swap(storage);
 }
 
+std::shared_ptr<zo_base::ITQlogWriter> CustomLog() {
+  const auto storage = GetStorage();
+  if (storage == nullptr) return nullptr;
+  MutexLock lock(storage->custom_log_lock);
+  return storage->custom_log;
+}
+
 // The storage lives from the load of the image to its unload.
 struct StorageLifetime {
-  StorageLifetime() { ReplaceStorage(std::make_shared<EnvironmentManagerStorage>()); }
+  StorageLifetime() {
+    ReplaceStorage(std::make_shared<EnvironmentManagerStorage>());
+    zo_base::SetCustomLogGetter(CustomLog);
+  }
   ~StorageLifetime() { ReplaceStorage(nullptr); }
 };
 const StorageLifetime storage_lifetime;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/log_writer.h"
 #include "base/recursive_mutex.h"
 #include "base/resettable_once.h"
 #include "tarvel/environment/environment_config.h"
@@ -27,6 +28,10 @@ struct EnvironmentManagerStorage {
   TarvelObjectTable objects;
   std::weak_ptr<_EnvironmentConfig> config_weak;  // What others lock to get the configuration.
   std::shared_ptr<_EnvironmentConfig> config;
+
+  // The client's log function. Never cleared by an exit.
+  zo_base::_thread_recursive_mutex custom_log_lock;
+  std::shared_ptr<zo_base::TarvelCustomLog> custom_log ZO_GUARDED_BY(custom_log_lock);
 
   // An exit is being carried out, by the holder of `start_lock`: it may be joining threads.
   std::atomic<bool> exit_in_progress{false};

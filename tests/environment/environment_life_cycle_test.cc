@@ -7,6 +7,7 @@
 
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tests/environment/fake_lbs_service.h"
+#include "tests/support/test_settings.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -19,6 +20,8 @@
 
 namespace zo_tarvel {
 namespace {
+
+using test_support::TestSettings;
 
 struct Footprint {
   std::ptrdiff_t threads;
@@ -42,7 +45,7 @@ Footprint CurrentFootprint() {
 
 // Start, use and exit, with tasks of every kind and timers in flight at the exit.
 void LiveOnce() {
-  const int id = StartTarvelEnvironment({});
+  const int id = StartTarvelEnvironment(TestSettings());
   IZOTarvelObject* object = GetTarvelObject(id);
   FakeLBSService* service = FakeLBSService::StartOne();
   for (int i = 0; i < 10; ++i) {

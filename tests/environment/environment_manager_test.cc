@@ -19,12 +19,15 @@
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tarvel/environment/tarvel_object_impl.h"
 #include "tests/environment/fake_lbs_service.h"
+#include "tests/support/test_settings.h"
 
 namespace zo_tarvel {
 namespace {
 
+using test_support::TestSettings;
+
 _ZOTarvelEnvironmentSettings SettingsOf(const char* business_type) {
-  _ZOTarvelEnvironmentSettings settings;
+  _ZOTarvelEnvironmentSettings settings = TestSettings();
   std::strcpy(settings.business_type, business_type);
   return settings;
 }
@@ -41,7 +44,7 @@ class EnvironmentManagerTest : public ::testing::Test {
 
 TEST_F(EnvironmentManagerTest, AnswersIdOneAndTheObjectBehindIt) {
   EXPECT_EQ(GetTarvelObject(1), nullptr);
-  EXPECT_EQ(StartTarvelEnvironment({}), 1);
+  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
   EXPECT_NE(GetTarvelObject(1), nullptr);
   EXPECT_EQ(GetTarvelObject(0), nullptr);
   EXPECT_EQ(GetTarvelObject(2), nullptr);
@@ -57,8 +60,8 @@ TEST_F(EnvironmentManagerTest, CountsFurtherStartsAndIgnoresTheirSettings) {
 }
 
 TEST_F(EnvironmentManagerTest, TheFirstOfTwoExitsGivesUpTheObjectAndTheSecondTheEnvironment) {
-  StartTarvelEnvironment({});
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
+  StartTarvelEnvironment(TestSettings());
   ExitTarvelEnvironment(1);
   EXPECT_EQ(GetTarvelObject(1), nullptr);
   EXPECT_TRUE(storage_->started);
@@ -67,8 +70,8 @@ TEST_F(EnvironmentManagerTest, TheFirstOfTwoExitsGivesUpTheObjectAndTheSecondThe
 }
 
 TEST_F(EnvironmentManagerTest, CountsExitsOfIdZeroAndOfUnknownIds) {
-  StartTarvelEnvironment({});
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
+  StartTarvelEnvironment(TestSettings());
   ExitTarvelEnvironment(7);
   EXPECT_NE(GetTarvelObject(1), nullptr);
   ExitTarvelEnvironment(0);
@@ -79,7 +82,7 @@ TEST_F(EnvironmentManagerTest, CountsExitsOfIdZeroAndOfUnknownIds) {
 TEST_F(EnvironmentManagerTest, IgnoresAnExitWithoutAStart) {
   ExitTarvelEnvironment(1);
   EXPECT_EQ(storage_->start_count, 0);
-  EXPECT_EQ(StartTarvelEnvironment({}), 1);
+  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
   EXPECT_EQ(storage_->start_count, 1);
 }
 
@@ -95,7 +98,7 @@ TEST_F(EnvironmentManagerTest, ReadsNewSettingsInANewLifeAndForgetsTheOldConfigu
 }
 
 TEST_F(EnvironmentManagerTest, ALateHolderOfTheConfigurationSeesThatTheEnvironmentIsExiting) {
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
   const auto config = storage_->config;
   EXPECT_FALSE(config->IsExiting());
   ExitTarvelEnvironment(1);
@@ -111,7 +114,7 @@ struct Counted {
 TEST_F(EnvironmentManagerTest, SingletonsLiveAsLongAsTheEnvironment) {
   using CountedSingleton = zo_base::Singleton<Counted, zo_base::TarvelObject, true>;
   EXPECT_EQ(CountedSingleton::GetInstance_WithAtExitManager(), nullptr);
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
   EXPECT_NE(CountedSingleton::GetInstance_WithAtExitManager(), nullptr);
   EXPECT_EQ(Counted::living, 1);
   ExitTarvelEnvironment(1);
@@ -119,12 +122,12 @@ TEST_F(EnvironmentManagerTest, SingletonsLiveAsLongAsTheEnvironment) {
 }
 
 TEST_F(EnvironmentManagerTest, RunsStartsAndExitsOfManyThreadsOneAtATime) {
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([] {
       for (int round = 0; round < 200; ++round) {
-        EXPECT_EQ(StartTarvelEnvironment({}), 1);
+        EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
         ExitTarvelEnvironment(0);
       }
     });
@@ -137,10 +140,10 @@ using EnvironmentDeathTest = EnvironmentManagerTest;
 
 TEST_F(EnvironmentDeathTest, TrapsAStartAfterTheObjectWasGivenUp) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  StartTarvelEnvironment({});
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
+  StartTarvelEnvironment(TestSettings());
   ExitTarvelEnvironment(1);
-  EXPECT_DEATH(StartTarvelEnvironment({}), "");
+  EXPECT_DEATH(StartTarvelEnvironment(TestSettings()), "");
 }
 
 // What a client may do from a callback on a thread of the library.
@@ -151,7 +154,7 @@ class CallbackTest : public EnvironmentManagerTest {
 
   // Starts an environment with a service, and runs `callback` on the service's thread.
   void RunOnServiceThread(std::function<void()> callback) {
-    StartTarvelEnvironment({});
+    StartTarvelEnvironment(TestSettings());
     FakeLBSService::StartOne()->PostTask(std::move(callback));
   }
 };
@@ -164,14 +167,14 @@ TEST_F(CallbackTest, MayTakeTheEnvironmentDown) {
   });
   EXPECT_TRUE(down.get_future().get());
   // The next life begins with the thread of the last one gone for good.
-  EXPECT_EQ(StartTarvelEnvironment({}), 1);
+  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
 }
 
 TEST_F(CallbackTest, MayTakeTheEnvironmentDownAndStartItAnew) {
   std::promise<int> id;
   RunOnServiceThread([&] {
     ExitTarvelEnvironment(1);
-    id.set_value(StartTarvelEnvironment({}));
+    id.set_value(StartTarvelEnvironment(TestSettings()));
   });
   EXPECT_EQ(id.get_future().get(), 1);
 }
@@ -183,9 +186,9 @@ TEST_F(CallbackTest, NeitherExitNorStartWaitsForAnExitThatJoinsItsThread) {
     entered.set_value();
     while (!storage_->exit_in_progress) std::this_thread::yield();
     ExitTarvelEnvironment(0);
-    id.set_value(StartTarvelEnvironment({}));
+    id.set_value(StartTarvelEnvironment(TestSettings()));
   });
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
   entered.get_future().wait();
   // Of two starts this gives back one, and joins the service's thread on the way. The callback's
   // own exit is carried out here too.
@@ -230,17 +233,18 @@ INSTANTIATE_TEST_SUITE_P(Callback, DuringAnExitTest,
                                   object->GetLBSService();
                               }},
                              {"Exits", [] { ExitTarvelEnvironment(1); }},
-                             {"Starts", [] { EXPECT_EQ(StartTarvelEnvironment({}), 0); }}}),
+                             {"Starts",
+                              [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}}),
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(CallbackTest, AnExitOnAClientsThreadIsCarriedOutWhenItReturns) {
-  StartTarvelEnvironment({});
+  StartTarvelEnvironment(TestSettings());
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
   for (int i = 0; i < 2; ++i) {
     threads.emplace_back([&] {
       while (!done) {
-        StartTarvelEnvironment({});
+        StartTarvelEnvironment(TestSettings());
         ExitTarvelEnvironment(0);
       }
     });
@@ -257,12 +261,12 @@ TEST_F(CallbackTest, AnExitOnAClientsThreadIsCarriedOutWhenItReturns) {
 
 TEST_F(CallbackTest, AnExitLeftInTheQueueIsOfTheLifeBefore) {
   storage_->exits.Push({.id = 1});
-  EXPECT_EQ(StartTarvelEnvironment({}), 1);
+  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
   EXPECT_TRUE(storage_->started);
 }
 
 TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
-  for (int i = 0; i < 3; ++i) StartTarvelEnvironment({});
+  for (int i = 0; i < 3; ++i) StartTarvelEnvironment(TestSettings());
   // The task never runs; its captures die on the thread that releases the service.
   std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) { ExitTarvelEnvironment(0); });
   FakeLBSService::StartOne()->PostDelayedTask(60'000, [moved = std::move(exits_when_destroyed)] {});

@@ -9,16 +9,19 @@
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tarvel/environment/tarvel_object_table.h"
 #include "tests/environment/fake_lbs_service.h"
+#include "tests/support/test_settings.h"
 
 namespace zo_tarvel {
 namespace {
+
+using test_support::TestSettings;
 
 class TarvelObjectTest : public ::testing::Test {
  protected:
   TarvelObjectTest() {
     FakeLBSService::Install();
     FakeLBSService::gathering_stopped = 0;
-    StartTarvelEnvironment({});
+    StartTarvelEnvironment(TestSettings());
     object_ = GetTarvelObject(1);
   }
   ~TarvelObjectTest() override {

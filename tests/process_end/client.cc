@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -19,9 +20,16 @@ void Tell(const std::string& step) {
   if (write(STDOUT_FILENO, line.data(), line.size()) < 0) std::_Exit(9);
 }
 
+// The test names the directory of the log.
+zo_tarvel::_ZOTarvelEnvironmentSettings SettingsOfTest() {
+  zo_tarvel::_ZOTarvelEnvironmentSettings settings;
+  std::snprintf(settings.log_path, sizeof settings.log_path, "%s", std::getenv("TEST_LOG_PATH"));
+  return settings;
+}
+
 zo_tarvel::FakeLBSService* StartWithService(bool tell_end = true) {
   zo_tarvel::FakeLBSService::Install();
-  const int id = zo_tarvel::StartTarvelEnvironment({});
+  const int id = zo_tarvel::StartTarvelEnvironment(SettingsOfTest());
   auto* object = zo_tarvel::GetTarvelObject(id);
   auto* service = dynamic_cast<zo_tarvel::FakeLBSService*>(object->GetLBSService());
   if (tell_end) service->Connect<>(zo_base::SIG_ThreadEnd, [] { Tell("thread ended"); });
@@ -46,14 +54,14 @@ void RunClient(const char* ending) {
     zo_tarvel::ExitTarvelEnvironment(1);
     StartWithService();
   } else if (how == "two starts and return") {
-    zo_tarvel::StartTarvelEnvironment({});
+    zo_tarvel::StartTarvelEnvironment(SettingsOfTest());
   } else if (how == "exit on another thread") {
     std::thread([] { std::exit(0); }).detach();
     WaitForTheEnd();
   } else if (how == "exit on another thread while exports are called") {
     std::thread([] { std::exit(0); }).detach();
     while (true) {
-      zo_tarvel::StartTarvelEnvironment({});
+      zo_tarvel::StartTarvelEnvironment(SettingsOfTest());
       zo_tarvel::ExitTarvelEnvironment(0);
     }
   } else if (how == "exit in a callback") {

@@ -1,0 +1,256 @@
+#include "base/json11.h"
+
+#include <limits>
+#include <utility>
+
+#include "base/json11_value.h"
+#include "base/no_destructor.h"
+
+namespace zo_base::json11 {
+namespace {
+
+// Keeps one T of one kind. What T can do, the kind can do.
+template <Json::Type kType, class T>
+class Value : public JsonValue {
+ public:
+  Json::Type type() const override { return kType; }
+  bool equals(const JsonValue& other) const override {
+    return value_ == static_cast<const Value&>(other).value_;
+  }
+  bool less(const JsonValue& other) const override {
+    return value_ < static_cast<const Value&>(other).value_;
+  }
+
+  T value_;
+
+ protected:
+  explicit Value(T value) : value_(std::move(value)) {}
+};
+
+struct NullStruct {
+  bool operator==(const NullStruct&) const { return true; }
+  bool operator<(const NullStruct&) const { return false; }
+};
+
+class JsonNull final : public Value<Json::NUL, NullStruct> {
+ public:
+  JsonNull() : Value({}) {}
+  void dump(std::string& out) const override { out += "null"; }
+};
+
+class JsonBoolean final : public Value<Json::BOOL, bool> {
+ public:
+  explicit JsonBoolean(bool value) : Value(value) {}
+  bool bool_value() const override { return value_; }
+  void dump(std::string& out) const override { out += value_ ? "true" : "false"; }
+};
+
+// The three kinds of number compare with each other, as doubles.
+template <class T>
+class JsonNumber : public Value<Json::NUMBER, T> {
+ public:
+  double number_value() const override { return static_cast<double>(this->value_); }
+  bool equals(const JsonValue& other) const override {
+    return number_value() == other.number_value();
+  }
+  bool less(const JsonValue& other) const override { return number_value() < other.number_value(); }
+
+ protected:
+  using Value<Json::NUMBER, T>::Value;
+};
+
+class JsonDouble final : public JsonNumber<double> {
+ public:
+  explicit JsonDouble(double value) : JsonNumber(value) {}
+  int int_value() const override {
+    using Limits = std::numeric_limits<int>;
+    if (value_ != value_) return 0;
+    if (value_ <= Limits::min()) return Limits::min();
+    if (value_ >= Limits::max()) return Limits::max();
+    return static_cast<int>(value_);
+  }
+  void dump(std::string& out) const override { DumpNumber(value_, out); }
+};
+
+class JsonInt final : public JsonNumber<int> {
+ public:
+  explicit JsonInt(int value) : JsonNumber(value) {}
+  int int_value() const override { return value_; }
+  void dump(std::string& out) const override { DumpNumber(static_cast<long long>(value_), out); }
+};
+
+class JsonInt64 final : public JsonNumber<long long> {
+ public:
+  explicit JsonInt64(long long value) : JsonNumber(value) {}
+  int int_value() const override { return static_cast<int>(value_); }
+  long long int64_value() const override { return value_; }
+  void dump(std::string& out) const override { DumpNumber(value_, out); }
+};
+
+class JsonString final : public Value<Json::STRING, std::string> {
+ public:
+  explicit JsonString(std::string value) : Value(std::move(value)) {}
+  const std::string& string_value() const override { return value_; }
+  void dump(std::string& out) const override { DumpString(value_, out); }
+};
+
+class JsonArray final : public Value<Json::ARRAY, Json::array> {
+ public:
+  explicit JsonArray(Json::array values) : Value(std::move(values)) {}
+  ~JsonArray() override { JsonPayloads::TakeApart(value_); }
+  const Json::array& array_items() const override { return value_; }
+  const Json& operator[](std::size_t index) const override {
+    return index < value_.size() ? value_[index] : JsonPayloads::NullJson();
+  }
+  void dump(std::string& out) const override {
+    const char* separator = "[";
+    for (const Json& value : value_) {
+      out += separator;
+      value.dump(out);
+      separator = ", ";
+    }
+    out += value_.empty() ? "[]" : "]";
+  }
+};
+
+class JsonObject final : public Value<Json::OBJECT, Json::object> {
+ public:
+  explicit JsonObject(Json::object members) : Value(std::move(members)) {}
+  ~JsonObject() override { JsonPayloads::TakeApart(value_); }
+  const Json::object& object_items() const override { return value_; }
+  const Json& operator[](const std::string& key) const override {
+    const auto member = value_.find(key);
+    return member == value_.end() ? JsonPayloads::NullJson() : member->second;
+  }
+  void dump(std::string& out) const override {
+    const char* separator = "{";
+    for (const auto& [key, value] : value_) {
+      out += separator;
+      DumpString(key, out);
+      out += ": ";
+      value.dump(out);
+      separator = ", ";
+    }
+    out += value_.empty() ? "{}" : "}";
+  }
+};
+
+}  // namespace
+
+// Statics are never destroyed: values may outlive the exit handlers of the process.
+
+const JsonValue& JsonPayloads::Null() {
+  static NoDestructor<JsonNull> payload;
+  return *payload;
+}
+
+const std::shared_ptr<const JsonValue>& JsonPayloads::Boolean(bool value) {
+  static NoDestructor<std::shared_ptr<const JsonValue>> yes(std::make_shared<JsonBoolean>(true));
+  static NoDestructor<std::shared_ptr<const JsonValue>> no(std::make_shared<JsonBoolean>(false));
+  return value ? *yes : *no;
+}
+
+const Json& JsonPayloads::NullJson() {
+  static NoDestructor<Json> json;
+  return *json;
+}
+
+// A child that nobody else holds, and that has children itself, is moved to `pending`, where it
+// dies after its own children have been moved out. Another holder takes a shared child apart in its
+// turn.
+void JsonPayloads::MoveOut(Json& value, std::vector<std::shared_ptr<const JsonValue>>& pending) {
+  if (value.payload_.use_count() != 1) return;
+  const Json::Type type = value.payload_->type();
+  if (type == Json::ARRAY || type == Json::OBJECT) pending.push_back(std::move(value.payload_));
+}
+
+void JsonPayloads::TakeApart(std::vector<std::shared_ptr<const JsonValue>>& pending) {
+  while (!pending.empty()) {
+    // Held by nobody else, so that it may be changed.
+    const auto payload = std::const_pointer_cast<JsonValue>(std::move(pending.back()));
+    pending.pop_back();
+    if (payload->type() == Json::ARRAY) {
+      for (Json& value : static_cast<JsonArray&>(*payload).value_) MoveOut(value, pending);
+    } else {
+      for (auto& member : static_cast<JsonObject&>(*payload).value_) {
+        MoveOut(member.second, pending);
+      }
+    }
+  }
+}
+
+void JsonPayloads::TakeApart(Json::array& values) {
+  std::vector<std::shared_ptr<const JsonValue>> pending;
+  for (Json& value : values) MoveOut(value, pending);
+  TakeApart(pending);
+}
+
+void JsonPayloads::TakeApart(Json::object& members) {
+  std::vector<std::shared_ptr<const JsonValue>> pending;
+  for (auto& member : members) MoveOut(member.second, pending);
+  TakeApart(pending);
+}
+
+const std::string& JsonValue::string_value() const {
+  static NoDestructor<std::string> empty;
+  return *empty;
+}
+
+const Json::array& JsonValue::array_items() const {
+  static NoDestructor<Json::array> empty;
+  return *empty;
+}
+
+const Json::object& JsonValue::object_items() const {
+  static NoDestructor<Json::object> empty;
+  return *empty;
+}
+
+const Json& JsonValue::operator[](std::size_t) const { return JsonPayloads::NullJson(); }
+const Json& JsonValue::operator[](const std::string&) const { return JsonPayloads::NullJson(); }
+
+Json::Json(int value) : payload_(std::make_shared<JsonInt>(value)) {}
+Json::Json(long long value) : payload_(std::make_shared<JsonInt64>(value)) {}
+Json::Json(double value) : payload_(std::make_shared<JsonDouble>(value)) {}
+Json::Json(bool value) : payload_(JsonPayloads::Boolean(value)) {}
+Json::Json(const std::string& value) : payload_(std::make_shared<JsonString>(value)) {}
+Json::Json(std::string&& value) : payload_(std::make_shared<JsonString>(std::move(value))) {}
+Json::Json(const char* value) : payload_(value ? std::make_shared<JsonString>(value) : nullptr) {}
+Json::Json(const array& values) : payload_(std::make_shared<JsonArray>(values)) {}
+Json::Json(array&& values) : payload_(std::make_shared<JsonArray>(std::move(values))) {}
+Json::Json(const object& members) : payload_(std::make_shared<JsonObject>(members)) {}
+Json::Json(object&& members) : payload_(std::make_shared<JsonObject>(std::move(members))) {}
+
+const JsonValue& Json::payload() const { return payload_ ? *payload_ : JsonPayloads::Null(); }
+
+Json::Type Json::type() const { return payload().type(); }
+double Json::number_value() const { return payload().number_value(); }
+int Json::int_value() const { return payload().int_value(); }
+long long Json::int64_value() const { return payload().int64_value(); }
+bool Json::bool_value() const { return payload().bool_value(); }
+const std::string& Json::string_value() const { return payload().string_value(); }
+const Json::array& Json::array_items() const { return payload().array_items(); }
+const Json::object& Json::object_items() const { return payload().object_items(); }
+const Json& Json::operator[](std::size_t index) const { return payload()[index]; }
+const Json& Json::operator[](const std::string& key) const { return payload()[key]; }
+
+void Json::dump(std::string& out) const { payload().dump(out); }
+
+std::string Json::dump() const {
+  std::string out;
+  dump(out);
+  return out;
+}
+
+bool Json::operator==(const Json& other) const {
+  if (payload_ == other.payload_) return true;
+  return type() == other.type() && payload().equals(other.payload());
+}
+
+bool Json::operator<(const Json& other) const {
+  if (payload_ == other.payload_) return false;
+  if (type() != other.type()) return type() < other.type();
+  return payload().less(other.payload());
+}
+
+}  // namespace zo_base::json11

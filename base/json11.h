@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zo_base::json11 {
+
+class JsonValue;
+
+enum JsonParse {
+  STANDARD = 0,
+  COMMENTS = 1,  // "//" to the end of the line and "/*" to "*/" count as blanks.
+};
+
+// An immutable JSON value for wire answers and small JSON texts. Copies share one payload.
+//
+// Parsing never raises, and reading a value as what it is not answers a neutral default: 0, false,
+// or an empty string, array, object or null value. Beside the double there are two integer kinds;
+// the parser makes 64-bit integers of texts below ten characters, the sign included, and doubles of
+// all others. Numbers compare as doubles, whatever their kinds.
+//
+// Strings hold any bytes, NUL and invalid UTF-8 included, and pass unchanged through parse and dump
+// but for the escapes of JSON.
+//
+// Threads: a value may be read from any number of threads. References from readers live as long as
+// a value that shares the payload.
+// Depth: a parsed value is at most 201 levels deep. A deeper one that was built by hand can be
+// copied and destroyed; dumping and comparing it takes stack for each level.
+class Json final {
+ public:
+  enum Type { NUL = 0, NUMBER = 1, BOOL = 2, STRING = 3, ARRAY = 4, OBJECT = 5 };
+  using array = std::vector<Json>;
+  using object = std::map<std::string, Json>;
+
+  Json() noexcept = default;
+  Json(std::nullptr_t) noexcept {}
+  Json(int value);
+  Json(long long value);
+  Json(double value);
+  Json(bool value);
+  Json(const std::string& value);
+  Json(std::string&& value);
+  Json(const char* value);  // Null gives a null value.
+  Json(const array& values);
+  Json(array&& values);
+  Json(const object& members);
+  Json(object&& members);
+  Json(void*) = delete;  // A pointer is no boolean.
+
+  Type type() const;
+  bool is_null() const { return type() == NUL; }
+  bool is_number() const { return type() == NUMBER; }
+  bool is_bool() const { return type() == BOOL; }
+  bool is_string() const { return type() == STRING; }
+  bool is_array() const { return type() == ARRAY; }
+  bool is_object() const { return type() == OBJECT; }
+
+  double number_value() const;
+  // Of a double: cut to an integer, and to the nearer end of int's range beyond it; 0 for NaN. Of a
+  // 64-bit integer: its low 32 bits.
+  int int_value() const;
+  // Of a 64-bit integer only: 0 for a double and for a 32-bit integer, also where the value would
+  // fit. Read long integers through number_value.
+  long long int64_value() const;
+  bool bool_value() const;
+  const std::string& string_value() const;
+  const array& array_items() const;
+  const object& object_items() const;
+  const Json& operator[](std::size_t index) const;       // Null past the end.
+  const Json& operator[](const std::string& key) const;  // Null when missing.
+
+  // The JSON text. A blank follows each comma and colon, members stand in the order of their keys'
+  // bytes, and a number that is not finite is "null". The same in every locale.
+  void dump(std::string& out) const;  // Appends.
+  std::string dump() const;
+
+  // A null value on failure, with the first error in `error`; on success `error` is empty. Takes
+  // linear time.
+  static Json parse(const std::string& in, std::string& error, JsonParse strategy = STANDARD);
+  static Json parse(const char* in, std::string& error, JsonParse strategy = STANDARD);
+
+  // Different kinds order by Type.
+  bool operator==(const Json& other) const;
+  bool operator<(const Json& other) const;
+  bool operator!=(const Json& other) const { return !(*this == other); }
+  bool operator<=(const Json& other) const { return !(other < *this); }
+  bool operator>(const Json& other) const { return other < *this; }
+  bool operator>=(const Json& other) const { return !(*this < other); }
+
+ private:
+  friend class JsonPayloads;
+
+  const JsonValue& payload() const;
+
+  std::shared_ptr<const JsonValue> payload_;  // Without one this is a null value.
+};
+
+}  // namespace zo_base::json11

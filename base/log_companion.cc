@@ -1,0 +1,88 @@
+#include "base/log_companion.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <optional>
+
+namespace zo_base {
+namespace {
+
+// Each try that fails has met a file that another process was just replacing.
+constexpr int kOpenTries = 3;
+
+bool ReadAt(int fd, off_t offset, char* out, std::size_t size) {
+  while (size > 0) {
+    const ssize_t read = pread(fd, out, size, offset);
+    if (read <= 0) return false;
+    out += read;
+    offset += read;
+    size -= static_cast<std::size_t>(read);
+  }
+  return true;
+}
+
+// The text of a companion `length` bytes long; empty when its count doesn't fit.
+std::string ReadText(int fd, off_t length) {
+  std::int32_t used = 0;
+  if (!ReadAt(fd, 0, reinterpret_cast<char*>(&used), sizeof used)) return {};
+  if (used <= 0 || used > length - kCompanionHeaderSize) return {};
+  std::string text(static_cast<std::size_t>(used), '\0');
+  return ReadAt(fd, kCompanionHeaderSize, text.data(), text.size()) ? text : std::string();
+}
+
+// Whether `path` still names the file that was opened.
+bool IsFileAt(const std::string& path, const struct stat& opened) {
+  struct stat named {};
+  return lstat(path.c_str(), &named) == 0 && named.st_ino == opened.st_ino &&
+         named.st_dev == opened.st_dev;
+}
+
+// What to do with the file that was found; nothing when it has been removed and the next try makes
+// it anew.
+std::optional<Companion> Judge(const std::string& path, int fd, std::int32_t size,
+                               const LogSink& sink) {
+  struct stat found {};
+  // Whatever else stands there (a directory, a FIFO) is no companion.
+  if (fstat(fd, &found) != 0 || !S_ISREG(found.st_mode)) return Companion{};
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return Companion{kLogReady, -1, size};
+  if (!IsFileAt(path, found)) return std::nullopt;
+  if (found.st_size == 0 || found.st_size == size) return Companion{kLogReady, fd, size};
+  if (found.st_size > kLargestCompanion) {
+    if (unlink(path.c_str()) == 0) return std::nullopt;
+    return Companion{kLogNotMapped, -1, 0};
+  }
+  const std::string text = ReadText(fd, found.st_size);
+  if (unlink(path.c_str()) != 0) {
+    return Companion{kLogReady, fd, static_cast<std::int32_t>(found.st_size)};
+  }
+  if (!text.empty()) sink(WithLoadBanners(text));
+  return std::nullopt;
+}
+
+}  // namespace
+
+Companion OpenCompanion(const std::string& path, std::int32_t size, const LogSink& sink) {
+  // Non-blocking and no link, since anything may stand there. Private, since logs hold the token.
+  constexpr int kFlags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  for (int tries = 0; tries < kOpenTries; ++tries) {
+    const int fd = open(path.c_str(), kFlags, S_IRUSR | S_IWUSR);
+    if (fd < 0) break;
+    const std::optional<Companion> found = Judge(path, fd, size, sink);
+    if (!found || found->fd != fd) close(fd);
+    if (found) return *found;
+  }
+  return {};
+}
+
+std::string WithLoadBanners(std::string_view text) {
+  return std::string(
+             "\r\n -----------------------load from mmap file begin-----------------------\r\n")
+      .append(text)
+      .append("\r\n -----------------------load from mmap file end-----------------------\r\n");
+}
+
+}  // namespace zo_base

@@ -1,0 +1,159 @@
+#include "base/log_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <system_error>
+#include <thread>
+
+#include "base/filesystem.h"
+
+namespace zo_base {
+namespace {
+
+constexpr std::size_t kCopyChunk = 8192;
+// Another process may be writing or cutting the same log. It takes a few milliseconds, unless that
+// process is stopped: then this one goes on without waiting for it.
+constexpr int kLockTries = 50;
+constexpr std::chrono::milliseconds kLockPause{2};
+
+// An open file, closed at the end of the scope.
+class OpenFile {
+ public:
+  // Regular files only, and none that a link leads to; made private, since logs hold the token.
+  OpenFile(const std::string& path, int flags)
+      : fd_(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, S_IRUSR | S_IWUSR)) {
+    struct stat status {};
+    if (fd_ >= 0 && (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode))) Close();
+    inode_ = status.st_ino;
+  }
+  ~OpenFile() { Close(); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  explicit operator bool() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
+
+  bool LockAgainstOtherProcesses() const {
+    for (int tries = 0; tries < kLockTries; ++tries) {
+      if (flock(fd_, LOCK_EX | LOCK_NB) == 0) return true;
+      std::this_thread::sleep_for(kLockPause);
+    }
+    return false;
+  }
+
+  bool IsAt(const std::string& path) const {
+    struct stat named {};
+    return stat(path.c_str(), &named) == 0 && named.st_ino == inode_;
+  }
+
+ private:
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+  int fd_;
+  ino_t inode_ = 0;
+};
+
+bool WriteAll(int fd, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = write(fd, data, size);
+    if (written < 0) return false;
+    data += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+bool CopyFrom(int from, off_t offset, int to) {
+  std::array<char, kCopyChunk> chunk;
+  while (true) {
+    const ssize_t read = pread(from, chunk.data(), chunk.size(), offset);
+    if (read == 0) return true;
+    if (read < 0 || !WriteAll(to, chunk.data(), static_cast<std::size_t>(read))) return false;
+    offset += read;
+  }
+}
+
+}  // namespace
+
+std::int32_t LogFile::Open(const std::string& path, std::uint32_t max_file_size,
+                           std::uint32_t buffer_size) {
+  MutexLock lock(lock_);
+  path_ = path;
+  max_file_size_ = max_file_size != 0 ? max_file_size : kDefaultMaxFileSize;
+  if (buffer_ == nullptr) {
+    buffer_ = std::make_unique<LogFileBuffer>(
+        [this](const std::string& text) { return AppendToFile(text); });
+    const std::int32_t result =
+        buffer_->Init(path + ".kvr_mmap", buffer_size != 0 ? buffer_size : kDefaultBufferSize);
+    if (result != kLogReady) return result;
+  }
+  const std::int32_t result = buffer_->Load();
+  return result == kLogPagesNotLocked ? kLogNotMapped : result;
+}
+
+void LogFile::Write(std::string_view text) {
+  MutexLock lock(lock_);
+  if (buffer_) buffer_->Append(text);
+}
+
+bool LogFile::Flush() {
+  MutexLock lock(lock_);
+  return buffer_ && buffer_->Flush();
+}
+
+std::string LogFile::path() const {
+  MutexLock lock(lock_);
+  return path_;
+}
+
+void LogFile::Close() {
+  MutexLock lock(lock_);
+  if (buffer_) buffer_->Close();
+  buffer_.reset();
+}
+
+void MakeDirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return;
+  std::error_code failed;
+  filesystem::create_directories(path.substr(0, slash), failed);
+}
+
+bool LogFile::AppendToFile(const std::string& text) {
+  MutexLock lock(lock_);
+  // A second round when another process has cut the log in between: this file is the old one then.
+  for (int round = 0; round < 2; ++round) {
+    const OpenFile log(path_, O_RDWR | O_APPEND | O_CREAT);
+    if (!log) return true;
+    const bool locked = log.LockAgainstOtherProcesses();
+    if (round == 0 && !log.IsAt(path_)) continue;
+    WriteAll(log.fd(), text.data(), text.size());
+    if (locked) Shrink(log.fd());
+    break;
+  }
+  return true;
+}
+
+void LogFile::Shrink(int log_fd) {
+  struct stat status {};
+  if (fstat(log_fd, &status) != 0 || static_cast<off_t>(max_file_size_) > status.st_size) return;
+  const std::string temporary_path = path_ + ".tmp";
+  const OpenFile temporary(temporary_path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  if (!temporary) return;
+  // A copy that is not whole, on a full disk, must not take the log's place.
+  if (!CopyFrom(log_fd, max_file_size_ / 2, temporary.fd()) ||
+      std::rename(temporary_path.c_str(), path_.c_str()) != 0) {
+    unlink(temporary_path.c_str());
+  }
+}
+
+}  // namespace zo_base

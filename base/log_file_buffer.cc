@@ -1,0 +1,159 @@
+#include "base/log_file_buffer.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+namespace zo_base {
+namespace {
+
+// Past the C library: an instrumented process takes its mlock away, and with it the look at whether
+// the file still has all its pages.
+bool LockInMemory(char* base, std::size_t size) { return syscall(SYS_mlock, base, size) == 0; }
+bool UnlockInMemory(char* base, std::size_t size) { return syscall(SYS_munlock, base, size) == 0; }
+
+}  // namespace
+
+// Keeps the pages in memory for the length of a scope.
+class LogFileBuffer::LockedPages {
+ public:
+  LockedPages(char* base, std::int32_t size, bool locked)
+      : base_(base), size_(static_cast<std::size_t>(size)), locked_(locked) {}
+  ~LockedPages() { Unlock(); }
+  LockedPages(const LockedPages&) = delete;
+  LockedPages& operator=(const LockedPages&) = delete;
+
+  explicit operator bool() const { return locked_; }
+  bool Unlock() { return std::exchange(locked_, false) && UnlockInMemory(base_, size_); }
+
+ private:
+  char* const base_;
+  const std::size_t size_;
+  bool locked_;
+};
+
+std::int32_t LogFileBuffer::Init(const std::string& path, std::uint32_t size) {
+  MutexLock lock(lock_);
+  if (ready()) return kLogReady;
+  const auto wanted =
+      static_cast<std::int32_t>(std::clamp(size, kSmallestCompanion, kLargestCompanion));
+  const Companion companion = OpenCompanion(path, wanted, sink_);
+  if (companion.result != kLogReady) return companion.result;
+  if (!Map(companion)) return kLogNotMapped;
+  return Load();
+}
+
+bool LogFileBuffer::Map(const Companion& companion) {
+  fd_ = companion.fd;
+  size_ = companion.size;
+  owner_ = getpid();
+  const auto length = static_cast<std::size_t>(size_);
+  // A full disk shows itself here and not as a signal later.
+  if (fd_ >= 0 && posix_fallocate(fd_, 0, size_) != 0) return false;
+  const int flags = fd_ >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS;
+  void* mapping = mmap(nullptr, length, PROT_READ | PROT_WRITE, flags, fd_, 0);
+  if (mapping == MAP_FAILED) return false;
+  base_ = static_cast<char*>(mapping);
+  return true;
+}
+
+std::int32_t LogFileBuffer::Load() {
+  MutexLock lock(lock_);
+  if (ready()) return kLogReady;
+  LockedPages pages(base_, size_, LockPages());
+  if (!pages) return kLogPagesNotLocked;
+
+  std::int32_t result = kLogReady;
+  std::memcpy(&used_, base_, sizeof used_);
+  if (used_ < 0 || used_ > size_ - kCompanionHeaderSize) {
+    Clear();
+    result = kLogDamaged;
+  } else if (used_ != 0) {
+    sink_(WithLoadBanners(Text()));
+    Clear();
+  }
+  if (!pages.Unlock()) return kLogPagesNotLocked;
+  ready_.store(true, std::memory_order_release);
+  return result;
+}
+
+bool LogFileBuffer::LockPages() {
+  if (base_ == nullptr) return false;
+  const auto length = static_cast<std::size_t>(size_);
+  return LockInMemory(base_, length) || (RestoreBlocks() && LockInMemory(base_, length));
+}
+
+// After somebody has cut the file short: gives it its length back, empty. Answers whether it was
+// cut.
+bool LogFileBuffer::RestoreBlocks() {
+  struct stat status {};
+  if (fd_ < 0 || fstat(fd_, &status) != 0 || status.st_size >= size_) return false;
+  if (ftruncate(fd_, 0) != 0 || posix_fallocate(fd_, 0, size_) != 0) return false;
+  used_ = 0;
+  return true;
+}
+
+std::string_view LogFileBuffer::Text() const {
+  return {base_ + kCompanionHeaderSize, static_cast<std::size_t>(used_)};
+}
+
+// The count says what of the text is whole, so it must be written after the text.
+void LogFileBuffer::StoreUsed(std::int32_t used) {
+  used_ = used;
+  std::atomic_ref<std::int32_t>(*reinterpret_cast<std::int32_t*>(base_))
+      .store(used, std::memory_order_release);
+}
+
+// The count first: a process that dies in between must not leave a text of zeros.
+void LogFileBuffer::Clear() {
+  StoreUsed(0);
+  std::memset(base_, 0, static_cast<std::size_t>(size_));
+  if (fd_ >= 0) fsync(fd_);
+}
+
+bool LogFileBuffer::IsForkedChild() const { return owner_ != getpid(); }
+
+void LogFileBuffer::Append(std::string_view text) {
+  if (!ready()) return;
+  MutexLock lock(lock_);
+  if (base_ == nullptr || IsForkedChild()) return;
+  const LockedPages pages(base_, size_, LockPages());
+  if (pages) AppendLocked(text);
+}
+
+void LogFileBuffer::AppendLocked(std::string_view text) {
+  const std::size_t room = static_cast<std::size_t>(size_ - kCompanionHeaderSize - used_);
+  if (text.size() < room) {
+    std::memcpy(base_ + kCompanionHeaderSize + used_, text.data(), text.size());
+    StoreUsed(used_ + static_cast<std::int32_t>(text.size()));
+    return;
+  }
+  sink_(std::string(Text()).append(text));
+  Clear();
+}
+
+bool LogFileBuffer::Flush() {
+  if (!ready()) return Load() != kLogReady;
+  MutexLock lock(lock_);
+  if (used_ == 0 || base_ == nullptr || IsForkedChild()) return true;
+  const LockedPages pages(base_, size_, LockPages());
+  if (pages && used_ > 0 && sink_(std::string(Text()))) Clear();
+  return true;
+}
+
+void LogFileBuffer::Close() {
+  MutexLock lock(lock_);
+  if (base_ != nullptr) {
+    if (!IsForkedChild()) Flush();
+    munmap(std::exchange(base_, nullptr), static_cast<std::size_t>(size_));
+  }
+  if (fd_ >= 0) close(std::exchange(fd_, -1));
+}
+
+}  // namespace zo_base

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <cstring>
+
+#include "tests/support/temp_directory.h"
+
+namespace test_support {
+
+// Settings whose files are in a directory that goes with the test's process.
+inline zo_tarvel::_ZOTarvelEnvironmentSettings TestSettings() {
+  static const TempDirectory directory;
+  zo_tarvel::_ZOTarvelEnvironmentSettings settings;
+  std::strcpy(settings.appdata_path, directory.path().c_str());
+  return settings;
+}
+
+}  // namespace test_support

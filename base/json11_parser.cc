@@ -24,8 +24,9 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 // How a message shows a character.
 std::string Rendered(char c) {
   const auto code = static_cast<unsigned char>(c);
-  const std::string number = "(" + std::to_string(static_cast<int>(code)) + ")";
-  return code >= 0x20 ? "'" + std::string(1, c) + "' " + number : number;
+  std::string text;
+  if (code >= 0x20) text.append("'").append(1, c).append("' ");
+  return text.append("(").append(std::to_string(code)).append(")");
 }
 
 void AppendUtf8(std::uint32_t code, std::string& out) {

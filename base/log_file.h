@@ -24,6 +24,7 @@ class LogFile {
   static constexpr std::uint32_t kDefaultBufferSize = 64 * 1024;
 
   LogFile() = default;
+  ~LogFile() { Close(); }
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
 

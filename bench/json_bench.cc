@@ -51,8 +51,8 @@ const std::string& Records() {
       list += (list.empty() ? "" : ", ") +
               (R"({"active": true, "city": "New \"York\"", "id": )" + number +
                R"(, "name": "user number )" + number + R"(", "path": "/records/)" + number +
-               R"(", "score": )" + std::to_string(id % 977) + ".25" + R"(, "visits": )" +
-               std::to_string(id * 37 % 100'000) + "}");
+               R"(", "score": )" + std::to_string(id % 977) + (id % 2 == 0 ? ".25" : ".7") +
+               R"(, "visits": )" + std::to_string(id * 37 % 100'000) + "}");
     }
     return "[" + list + "]";
   }();

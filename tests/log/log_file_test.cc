@@ -86,6 +86,15 @@ TEST_F(LogFileTest, OpensAgainAfterAClose) {
   EXPECT_EQ(ReadFile(path_), "one two");
 }
 
+TEST_F(LogFileTest, WritesWhatItHoldsWhenItIsDestroyedOpen) {
+  {
+    LogFile log;
+    ASSERT_EQ(log.Open(path_, 0, 0), kLogReady);
+    log.Write("text");
+  }
+  EXPECT_EQ(ReadFile(path_), "text");
+}
+
 TEST_F(LogFileTest, KeepsItsFilesPrivateAndFromChildren) {
   LogFile log;
   ASSERT_EQ(log.Open(path_, 0, 0), kLogReady);

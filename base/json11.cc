@@ -1,6 +1,7 @@
 #include "base/json11.h"
 
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include "base/json11_value.h"
@@ -103,7 +104,7 @@ class JsonArray final : public Value<Json::ARRAY, Json::array> {
     return index < value_.size() ? value_[index] : JsonPayloads::NullJson();
   }
   void dump(std::string& out) const override {
-    const char* separator = "[";
+    std::string_view separator = "[";
     for (const Json& value : value_) {
       out += separator;
       value.dump(out);
@@ -123,7 +124,7 @@ class JsonObject final : public Value<Json::OBJECT, Json::object> {
     return member == value_.end() ? JsonPayloads::NullJson() : member->second;
   }
   void dump(std::string& out) const override {
-    const char* separator = "{";
+    std::string_view separator = "{";
     for (const auto& [key, value] : value_) {
       out += separator;
       DumpString(key, out);
@@ -155,40 +156,38 @@ const Json& JsonPayloads::NullJson() {
   return *json;
 }
 
-// A child that nobody else holds, and that has children itself, is moved to `pending`, where it
-// dies after its own children have been moved out. Another holder takes a shared child apart in its
-// turn.
-void JsonPayloads::MoveOut(Json& value, std::vector<std::shared_ptr<const JsonValue>>& pending) {
-  if (value.payload_.use_count() != 1) return;
-  const Json::Type type = value.payload_->type();
-  if (type == Json::ARRAY || type == Json::OBJECT) pending.push_back(std::move(value.payload_));
+// The children of containers that die on this thread, while the outermost of them dies. Each
+// container hands over its own children in its own destructor, when nobody else can hold it.
+thread_local std::vector<Json>* dying_children = nullptr;
+
+void JsonPayloads::MoveOut(Json& value) {
+  const Json::Type type = value.type();
+  if (type == Json::ARRAY || type == Json::OBJECT) dying_children->push_back(std::move(value));
 }
 
-void JsonPayloads::TakeApart(std::vector<std::shared_ptr<const JsonValue>>& pending) {
+template <class MoveChildren>
+void JsonPayloads::TakeApartBy(MoveChildren move_children) {
+  if (dying_children) return move_children();
+  std::vector<Json> pending;
+  dying_children = &pending;
+  move_children();
   while (!pending.empty()) {
-    // Held by nobody else, so that it may be changed.
-    const auto payload = std::const_pointer_cast<JsonValue>(std::move(pending.back()));
+    const Json last = std::move(pending.back());
     pending.pop_back();
-    if (payload->type() == Json::ARRAY) {
-      for (Json& value : static_cast<JsonArray&>(*payload).value_) MoveOut(value, pending);
-    } else {
-      for (auto& member : static_cast<JsonObject&>(*payload).value_) {
-        MoveOut(member.second, pending);
-      }
-    }
-  }
+  }  // `last` dies here, and hands over its children if nobody else holds it.
+  dying_children = nullptr;
 }
 
 void JsonPayloads::TakeApart(Json::array& values) {
-  std::vector<std::shared_ptr<const JsonValue>> pending;
-  for (Json& value : values) MoveOut(value, pending);
-  TakeApart(pending);
+  TakeApartBy([&values] {
+    for (Json& value : values) MoveOut(value);
+  });
 }
 
 void JsonPayloads::TakeApart(Json::object& members) {
-  std::vector<std::shared_ptr<const JsonValue>> pending;
-  for (auto& member : members) MoveOut(member.second, pending);
-  TakeApart(pending);
+  TakeApartBy([&members] {
+    for (auto& member : members) MoveOut(member.second);
+  });
 }
 
 const std::string& JsonValue::string_value() const {
@@ -238,6 +237,7 @@ void Json::dump(std::string& out) const { payload().dump(out); }
 
 std::string Json::dump() const {
   std::string out;
+  out.reserve(LikelyDumpSize(*this));
   dump(out);
   return out;
 }

@@ -48,7 +48,7 @@ class Json final {
   Json(array&& values);
   Json(const object& members);
   Json(object&& members);
-  Json(void*) = delete;  // A pointer is no boolean.
+  Json(const void*) = delete;  // A pointer is no boolean.
 
   Type type() const;
   bool is_null() const { return type() == NUL; }

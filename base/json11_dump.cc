@@ -1,3 +1,4 @@
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
@@ -57,8 +58,37 @@ bool IsLineSeparator(const std::string& text, std::size_t at) {
 constexpr unsigned char kFirstPrintable = 0x20;
 constexpr unsigned char kLineSeparatorLead = 0xe2;
 
-bool StandsForItself(unsigned char byte) {
-  return byte >= kFirstPrintable && byte != '"' && byte != '\\' && byte != kLineSeparatorLead;
+// True for each byte that stands for itself.
+constexpr std::array<bool, 256> kPlain = [] {
+  std::array<bool, 256> plain{};
+  for (unsigned byte = kFirstPrintable; byte < plain.size(); ++byte) {
+    plain[byte] = byte != '"' && byte != '\\' && byte != kLineSeparatorLead;
+  }
+  return plain;
+}();
+
+bool StandsForItself(char byte) { return kPlain[static_cast<unsigned char>(byte)]; }
+
+// Appends what stands at `at`, which needs a second look. Answers how many bytes that were.
+std::size_t AppendSpecial(const std::string& value, std::size_t at, std::string& out) {
+  const auto byte = static_cast<unsigned char>(value[at]);
+  if (byte == kLineSeparatorLead) {
+    if (IsLineSeparator(value, at)) {
+      out += value[at + 2] == '\xa8' ? "\\u2028" : "\\u2029";
+      return 3;
+    }
+    out += value[at];
+  } else if (const char* escape = EscapeOf(byte)) {
+    out += escape;
+  } else {
+    AppendUnicodeEscape(byte, out);
+  }
+  return 1;
+}
+
+std::size_t EndOfPlainRun(const std::string& value, std::size_t at) {
+  while (at < value.size() && StandsForItself(value[at])) ++at;
+  return at;
 }
 
 }  // namespace
@@ -74,31 +104,40 @@ void DumpNumber(double value, std::string& out) {
   AppendNumber(out, value, std::chars_format::general, kDoublePrecision);
 }
 
-void DumpString(const std::string& value, std::string& out) {
-  out += '"';
-  for (std::size_t at = 0; at < value.size();) {
-    const std::size_t run = at;
-    while (at < value.size() && StandsForItself(static_cast<unsigned char>(value[at]))) ++at;
-    out.append(value, run, at - run);
-    if (at == value.size()) break;
-
-    const auto byte = static_cast<unsigned char>(value[at]);
-    if (byte == kLineSeparatorLead) {
-      const bool separator = IsLineSeparator(value, at);
-      if (separator) {
-        out += value[at + 2] == '\xa8' ? "\\u2028" : "\\u2029";
-      } else {
-        out += value[at];
+std::size_t LikelyDumpSize(const Json& value) {
+  constexpr std::size_t kLikelyNumber = 8;
+  constexpr std::size_t kQuotes = 2, kSeparator = 2;
+  std::size_t size = kQuotes;  // Or the brackets.
+  switch (value.type()) {
+    case Json::STRING:
+      return size + value.string_value().size();
+    case Json::ARRAY:
+      for (const Json& item : value.array_items()) size += LikelyDumpSize(item) + kSeparator;
+      return size;
+    case Json::OBJECT:
+      for (const auto& [key, member] : value.object_items()) {
+        size += key.size() + kQuotes + kSeparator + LikelyDumpSize(member) + kSeparator;
       }
-      at += separator ? 3 : 1;
-      continue;
-    }
-    if (const char* escape = EscapeOf(byte)) {
-      out += escape;
-    } else {
-      AppendUnicodeEscape(byte, out);
-    }
-    ++at;
+      return size;
+    default:
+      return kLikelyNumber;
+  }
+}
+
+void DumpString(const std::string& value, std::string& out) {
+  std::size_t plain_end = EndOfPlainRun(value, 0);
+  if (plain_end == value.size()) {
+    // Nearly every string. Growing `out` but once is worth it.
+    const std::size_t begin = out.size();
+    out.append(value.size() + 2, '"');
+    value.copy(out.data() + begin + 1, value.size());
+    return;
+  }
+  out += '"';
+  for (std::size_t at = 0; at < value.size(); plain_end = EndOfPlainRun(value, at)) {
+    out.append(value, at, plain_end - at);
+    at = plain_end;
+    if (at < value.size()) at += AppendSpecial(value, at, out);
   }
   out += '"';
 }

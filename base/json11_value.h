@@ -40,9 +40,13 @@ class JsonPayloads {
   static void TakeApart(Json::object& members);
 
  private:
-  static void TakeApart(std::vector<std::shared_ptr<const JsonValue>>& pending);
-  static void MoveOut(Json& value, std::vector<std::shared_ptr<const JsonValue>>& pending);
+  template <class MoveChildren>
+  static void TakeApartBy(MoveChildren move_children);
+  static void MoveOut(Json& value);
 };
+
+// About how long the text will be. Making room at once is cheaper than growing with a long text.
+std::size_t LikelyDumpSize(const Json& value);
 
 // Appends the text of one kind.
 void DumpNumber(double value, std::string& out);

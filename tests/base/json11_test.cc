@@ -8,6 +8,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -275,6 +276,20 @@ TEST(Json11Test, ReadsItsOwnTextBackAsTheSameValue) {
     const std::string text = value.dump();
     ASSERT_EQ(Parsed(text), value) << text;
     ASSERT_EQ(Parsed(text).dump(), text);
+  }
+}
+
+TEST(Json11Test, APartMayBeReadOnOneThreadWhileTheWholeDiesOnAnother) {
+  for (int round = 0; round < 200; ++round) {
+    std::string error;
+    Json whole = Json::parse(R"({"part": [[1, 2], ["text"]]})", error);
+    Json part = whole["part"];
+    std::thread reader([part = std::move(part)]() mutable {
+      EXPECT_EQ(part.dump(), R"([[1, 2], ["text"]])");
+      part = Json();
+    });
+    whole = Json();
+    reader.join();
   }
 }
 

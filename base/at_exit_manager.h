@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "base/forked_child.h"
 #include "base/no_destructor.h"
 #include "base/process_exit.h"
 #include "base/recursive_mutex.h"
@@ -73,6 +74,7 @@ class _AtExitManager final : public IAtExitManager<Tag> {
     static NoDestructor<Reference> reference;
     static const bool registered = [] {
       OnProcessExitOrUnload([] {
+        if (InForkedChild()) return;
         MutexLock lock(reference->lock);
         reference->manager.reset();
       });

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <utility>
 
+#include "base/forked_child.h"
 #include "base/thread_info.h"
 
 namespace zo_base {
@@ -113,6 +114,7 @@ void QLogHelper::Commit() {
 void SetCustomLogGetter(CustomLogGetter getter) { custom_log_getter = getter; }
 
 std::shared_ptr<ITQlogWriter> GetLogWriter() {
+  if (InForkedChild()) return nullptr;
   if (const CustomLogGetter getter = custom_log_getter) {
     if (auto custom = getter()) return custom;
   }

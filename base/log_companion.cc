@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <optional>
 
@@ -48,19 +49,26 @@ std::optional<Companion> Judge(const std::string& path, int fd, std::int32_t siz
   struct stat found {};
   // Whatever else stands there (a directory, a FIFO) is no companion.
   if (fstat(fd, &found) != 0 || !S_ISREG(found.st_mode)) return Companion{};
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return Companion{kLogReady, -1, size};
+  // Where files can't be locked, nobody else is taken to be there.
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    return Companion{kLogReady, -1, size};
+  }
   if (!IsFileAt(path, found)) return std::nullopt;
   if (found.st_size == 0 || found.st_size == size) return Companion{kLogReady, fd, size};
   if (found.st_size > kLargestCompanion) {
     if (unlink(path.c_str()) == 0) return std::nullopt;
     return Companion{kLogNotMapped, -1, 0};
   }
+  // The text first: a process that dies in between leaves it in both places rather than in none.
   const std::string text = ReadText(fd, found.st_size);
-  if (unlink(path.c_str()) != 0) {
-    return Companion{kLogReady, fd, static_cast<std::int32_t>(found.st_size)};
+  if (!text.empty()) {
+    sink(WithLoadBanners(text));
+    constexpr std::int32_t kNothing = 0;
+    if (pwrite(fd, &kNothing, sizeof kNothing, 0) != sizeof kNothing) return Companion{};
   }
-  if (!text.empty()) sink(WithLoadBanners(text));
-  return std::nullopt;
+  if (unlink(path.c_str()) == 0) return std::nullopt;
+  if (found.st_size < kSmallestCompanion) return Companion{};
+  return Companion{kLogReady, fd, static_cast<std::int32_t>(found.st_size)};
 }
 
 }  // namespace

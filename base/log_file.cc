@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <system_error>
@@ -27,10 +28,8 @@ class OpenFile {
  public:
   // Regular files only, and none that a link leads to; made private, since logs hold the token.
   OpenFile(const std::string& path, int flags)
-      : fd_(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, S_IRUSR | S_IWUSR)) {
-    struct stat status {};
-    if (fd_ >= 0 && (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode))) Close();
-    inode_ = status.st_ino;
+      : fd_(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR)) {
+    if (fd_ >= 0 && (fstat(fd_, &status_) != 0 || !S_ISREG(status_.st_mode))) Close();
   }
   ~OpenFile() { Close(); }
   OpenFile(const OpenFile&) = delete;
@@ -38,10 +37,12 @@ class OpenFile {
 
   explicit operator bool() const { return fd_ >= 0; }
   int fd() const { return fd_; }
+  off_t size() const { return status_.st_size; }
 
   bool LockAgainstOtherProcesses() const {
     for (int tries = 0; tries < kLockTries; ++tries) {
-      if (flock(fd_, LOCK_EX | LOCK_NB) == 0) return true;
+      // Where files can't be locked there is nobody to wait for.
+      if (flock(fd_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
       std::this_thread::sleep_for(kLockPause);
     }
     return false;
@@ -49,7 +50,8 @@ class OpenFile {
 
   bool IsAt(const std::string& path) const {
     struct stat named {};
-    return stat(path.c_str(), &named) == 0 && named.st_ino == inode_;
+    return lstat(path.c_str(), &named) == 0 && named.st_ino == status_.st_ino &&
+           named.st_dev == status_.st_dev;
   }
 
  private:
@@ -59,12 +61,13 @@ class OpenFile {
   }
 
   int fd_;
-  ino_t inode_ = 0;
+  struct stat status_ {};
 };
 
 bool WriteAll(int fd, const char* data, std::size_t size) {
   while (size > 0) {
     const ssize_t written = write(fd, data, size);
+    if (written < 0 && errno == EINTR) continue;
     if (written < 0) return false;
     data += written;
     size -= static_cast<std::size_t>(written);
@@ -76,6 +79,7 @@ bool CopyFrom(int from, off_t offset, int to) {
   std::array<char, kCopyChunk> chunk;
   while (true) {
     const ssize_t read = pread(from, chunk.data(), chunk.size(), offset);
+    if (read < 0 && errno == EINTR) continue;
     if (read == 0) return true;
     if (read < 0 || !WriteAll(to, chunk.data(), static_cast<std::size_t>(read))) return false;
     offset += read;
@@ -130,27 +134,33 @@ void MakeDirectoryOf(const std::string& path) {
 
 bool LogFile::AppendToFile(const std::string& text) {
   MutexLock lock(lock_);
-  // A second round when another process has cut the log in between: this file is the old one then.
-  for (int round = 0; round < 2; ++round) {
-    const OpenFile log(path_, O_RDWR | O_APPEND | O_CREAT);
-    if (!log) return true;
-    const bool locked = log.LockAgainstOtherProcesses();
-    if (round == 0 && !log.IsAt(path_)) continue;
-    WriteAll(log.fd(), text.data(), text.size());
-    if (locked) Shrink(log.fd());
-    break;
-  }
+  Append(text);
+  Shrink();
   return true;
 }
 
-void LogFile::Shrink(int log_fd) {
-  struct stat status {};
-  if (fstat(log_fd, &status) != 0 || static_cast<off_t>(max_file_size_) > status.st_size) return;
+void LogFile::Append(const std::string& text) {
+  // A second round when another process has cut the log in between: this file is the old one then.
+  for (int round = 0; round < 2; ++round) {
+    const OpenFile log(path_, O_WRONLY | O_APPEND | O_CREAT);
+    if (!log) return;
+    log.LockAgainstOtherProcesses();
+    if (round == 0 && !log.IsAt(path_)) continue;
+    WriteAll(log.fd(), text.data(), text.size());
+    return;
+  }
+}
+
+void LogFile::Shrink() {
+  const OpenFile log(path_, O_RDONLY);
+  if (!log || static_cast<off_t>(max_file_size_) > log.size()) return;
+  if (!log.LockAgainstOtherProcesses() || !log.IsAt(path_)) return;
   const std::string temporary_path = path_ + ".tmp";
-  const OpenFile temporary(temporary_path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  unlink(temporary_path.c_str());  // One that was left behind, or planted.
+  const OpenFile temporary(temporary_path, O_WRONLY | O_CREAT | O_EXCL);
   if (!temporary) return;
   // A copy that is not whole, on a full disk, must not take the log's place.
-  if (!CopyFrom(log_fd, max_file_size_ / 2, temporary.fd()) ||
+  if (!CopyFrom(log.fd(), max_file_size_ / 2, temporary.fd()) ||
       std::rename(temporary_path.c_str(), path_.c_str()) != 0) {
     unlink(temporary_path.c_str());
   }

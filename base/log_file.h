@@ -42,7 +42,8 @@ class LogFile {
   bool AppendToFile(const std::string& text);
 
  private:
-  void Shrink(int log_fd) ZO_REQUIRES(lock_);
+  void Append(const std::string& text) ZO_REQUIRES(lock_);
+  void Shrink() ZO_REQUIRES(lock_);
 
   // Held for whole operations, so that a record meets a buffer or none.
   mutable _thread_recursive_mutex lock_;

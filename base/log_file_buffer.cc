@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 
 namespace zo_base {
@@ -16,6 +17,12 @@ namespace {
 // Past the C library: an instrumented process takes its mlock away, and with it the look at whether
 // the file still has all its pages.
 bool LockInMemory(char* base, std::size_t size) { return syscall(SYS_mlock, base, size) == 0; }
+bool ReserveBlocks(int fd, off_t size) {
+  int failed = EINTR;
+  while (failed == EINTR) failed = posix_fallocate(fd, 0, size);
+  return failed == 0;
+}
+
 bool UnlockInMemory(char* base, std::size_t size) { return syscall(SYS_munlock, base, size) == 0; }
 
 }  // namespace
@@ -55,7 +62,7 @@ bool LogFileBuffer::Map(const Companion& companion) {
   owner_ = getpid();
   const auto length = static_cast<std::size_t>(size_);
   // A full disk shows itself here and not as a signal later.
-  if (fd_ >= 0 && posix_fallocate(fd_, 0, size_) != 0) return false;
+  if (fd_ >= 0 && !ReserveBlocks(fd_, size_)) return false;
   const int flags = fd_ >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS;
   void* mapping = mmap(nullptr, length, PROT_READ | PROT_WRITE, flags, fd_, 0);
   if (mapping == MAP_FAILED) return false;
@@ -66,6 +73,7 @@ bool LogFileBuffer::Map(const Companion& companion) {
 std::int32_t LogFileBuffer::Load() {
   MutexLock lock(lock_);
   if (ready()) return kLogReady;
+  if (IsForkedChild()) return kLogPagesNotLocked;
   LockedPages pages(base_, size_, LockPages());
   if (!pages) return kLogPagesNotLocked;
 
@@ -86,15 +94,19 @@ std::int32_t LogFileBuffer::Load() {
 bool LogFileBuffer::LockPages() {
   if (base_ == nullptr) return false;
   const auto length = static_cast<std::size_t>(size_);
-  return LockInMemory(base_, length) || (RestoreBlocks() && LockInMemory(base_, length));
+  if (fd_ >= 0 && !HasAllBytes() && !RestoreBlocks()) return false;
+  return LockInMemory(base_, length);
 }
 
-// After somebody has cut the file short: gives it its length back, empty. Answers whether it was
-// cut.
-bool LogFileBuffer::RestoreBlocks() {
+// A cut inside the last page leaves all pages there, but what is written behind it doesn't last.
+bool LogFileBuffer::HasAllBytes() const {
   struct stat status {};
-  if (fd_ < 0 || fstat(fd_, &status) != 0 || status.st_size >= size_) return false;
-  if (ftruncate(fd_, 0) != 0 || posix_fallocate(fd_, 0, size_) != 0) return false;
+  return fstat(fd_, &status) == 0 && status.st_size >= size_;
+}
+
+// After somebody has cut the file short: gives it its length back, empty.
+bool LogFileBuffer::RestoreBlocks() {
+  if (ftruncate(fd_, 0) != 0 || !ReserveBlocks(fd_, size_)) return false;
   used_ = 0;
   return true;
 }
@@ -128,8 +140,8 @@ void LogFileBuffer::Append(std::string_view text) {
 }
 
 void LogFileBuffer::AppendLocked(std::string_view text) {
-  const std::size_t room = static_cast<std::size_t>(size_ - kCompanionHeaderSize - used_);
-  if (text.size() < room) {
+  const std::size_t needed = static_cast<std::size_t>(used_) + text.size() + kCompanionHeaderSize;
+  if (needed < static_cast<std::size_t>(size_)) {
     std::memcpy(base_ + kCompanionHeaderSize + used_, text.data(), text.size());
     StoreUsed(used_ + static_cast<std::int32_t>(text.size()));
     return;

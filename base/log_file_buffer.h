@@ -22,8 +22,8 @@ namespace zo_base {
 // child that is forked off leaves the companion alone; its records are dropped.
 //
 // A mapped file that somebody cuts short turns an access into a signal. So the blocks are reserved
-// when the file is opened, and each access first locks the pages, which fails where the file has
-// none. Only a cut in the middle of an access is left.
+// when the file is opened, and each access first looks at the file's length and locks its pages.
+// Only a cut in the middle of an access is left.
 //
 // Threads: any. The sink runs on the thread whose record fills the buffer, under the lock.
 class LogFileBuffer {
@@ -53,6 +53,7 @@ class LogFileBuffer {
 
   bool Map(const Companion& companion) ZO_REQUIRES(lock_);
   bool LockPages() ZO_REQUIRES(lock_);
+  bool HasAllBytes() const ZO_REQUIRES(lock_);
   bool RestoreBlocks() ZO_REQUIRES(lock_);
   void AppendLocked(std::string_view text) ZO_REQUIRES(lock_);
   std::string_view Text() const ZO_REQUIRES(lock_);

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/forked_child.h"
 #include "base/no_destructor.h"
 #include "base/thread_info.h"
 
@@ -37,6 +38,7 @@ struct JoinAtExit {
   // Threads that end while this waits still need their records' key.
   JoinAtExit() { CreateThreadInfoKey(); }
   ~JoinAtExit() {
+    if (InForkedChild()) return;    // The threads are not here.
     if (OnLibraryThread()) return;  // The process exits on a thread that may be in the list itself.
     const auto deadline = std::chrono::steady_clock::now() + kLongestWaitAtExit;
     JoinFinishedThreads();

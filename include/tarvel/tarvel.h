@@ -118,9 +118,10 @@ class IZOTarvelObject;
 // environment that is still up when the process ends, or when the library is unloaded, is taken
 // down by then.
 //
-// Answers 0 when the library is being unloaded. Also 0 on one of the library's own threads (that
-// is, in a callback) while another thread is in an exit, since that thread may be waiting for this
-// one, and in a callback out of an exit on the same thread.
+// Answers 0 when the library is being unloaded, and in a child that was forked off while an
+// environment was up: all functions are dead there. Also 0 on one of the library's own threads
+// (that is, in a callback) while another thread is in an exit, since that thread may be waiting for
+// this one, and in a callback out of an exit on the same thread.
 //
 // Any thread; starts and exits run one at a time, each as a whole. Starting again after an
 // object has been given up by ExitTarvelEnvironment(1) while other starts are outstanding is a

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "base/at_exit_manager.h"
+#include "base/forked_child.h"
 #include "base/log.h"
 #include "base/native_thread.h"
 #include "base/no_destructor.h"
@@ -132,6 +133,7 @@ void RequestExit(const ExitRequest& request) {
 }
 
 void EnvironmentManager::Start(const _ZOTarvelEnvironmentSettings& settings) {
+  zo_base::SetAtWork(true);
   zo_base::JoinFinishedThreads();  // Those that went down with an earlier environment.
   if (HeldAtExitManager() == nullptr) {
     HeldAtExitManager() = zo_base::GetAtExitManager<zo_base::TarvelObject>().first;
@@ -240,6 +242,7 @@ void EnvironmentManager::Exit() {
   storage_.next_object_id = 0;
   storage_.once.Reset();
   storage_.started = false;
+  zo_base::SetAtWork(false);
 }
 
 }  // namespace zo_tarvel

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/forked_child.h"
 #include "base/log.h"
 #include "base/no_destructor.h"
 
@@ -40,13 +41,16 @@ struct StorageLifetime {
     ReplaceStorage(std::make_shared<EnvironmentManagerStorage>());
     zo_base::SetCustomLogGetter(CustomLog);
   }
-  ~StorageLifetime() { ReplaceStorage(nullptr); }
+  ~StorageLifetime() {
+    if (!zo_base::InForkedChild()) ReplaceStorage(nullptr);
+  }
 };
 const StorageLifetime storage_lifetime;
 
 }  // namespace
 
 std::shared_ptr<EnvironmentManagerStorage> GetStorage() {
+  if (zo_base::InForkedChild()) return nullptr;
   StorageSlot& slot = Slot();
   MutexLock lock(slot.lock);
   return slot.storage;

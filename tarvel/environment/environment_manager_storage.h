@@ -38,7 +38,8 @@ struct EnvironmentManagerStorage {
   ExitQueue exits;
 };
 
-// Null once the library is being unloaded. Any thread.
+// Null once the library is being unloaded, and in a child forked off while it was at work. Any
+// thread.
 std::shared_ptr<EnvironmentManagerStorage> GetStorage();
 
 }  // namespace zo_tarvel

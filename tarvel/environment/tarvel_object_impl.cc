@@ -1,6 +1,7 @@
 #include "tarvel/environment/tarvel_object_impl.h"
 
 #include <string>
+#include <utility>
 
 #include "base/thread_interface.h"
 #include "tarvel/environment/environment_manager_storage.h"
@@ -13,6 +14,12 @@ using zo_base::MutexLock;
 
 zo_base::IThread* ThreadOf(const std::shared_ptr<IZOTarvelLBSService>& service) {
   return dynamic_cast<zo_base::IThread*>(service.get());
+}
+
+void EndService(const std::shared_ptr<IZOTarvelLBSService>& service) {
+  if (!service) return;
+  if (const auto stop_gathering = GetLBSServiceFactory().stop_gathering) stop_gathering(*service);
+  if (zo_base::IThread* thread = ThreadOf(service)) thread->Stop();
 }
 
 }  // namespace
@@ -52,20 +59,19 @@ void ZOTarvelObjectImpl::Stop() {
   if (thread && thread->IsRunning()) thread->Stop();
 }
 
-void ZOTarvelObjectImpl::Release() {
-  std::shared_ptr<IZOTarvelLBSService> service;
-  {
-    MutexLock lock(lock_);
-    service.swap(lbs_service_);
-  }
-  if (!service) return;
-  if (const auto stop_gathering = GetLBSServiceFactory().stop_gathering) stop_gathering(*service);
-  if (zo_base::IThread* thread = ThreadOf(service)) thread->Stop();
+std::shared_ptr<IZOTarvelLBSService> ZOTarvelObjectImpl::TakeLBSService() {
+  MutexLock lock(lock_);
+  return std::exchange(lbs_service_, nullptr);
 }
 
+// The service is taken out last of all that touches this object: on the service's own thread,
+// another thread that finds it gone doesn't wait and may free the object.
+
+void ZOTarvelObjectImpl::Release() { EndService(TakeLBSService()); }
+
 void ZOTarvelObjectImpl::ReleaseLBSService() {
-  Release();
   lbs_service_once_.Reset();
+  EndService(TakeLBSService());
 }
 
 }  // namespace zo_tarvel

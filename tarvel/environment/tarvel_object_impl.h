@@ -37,6 +37,7 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject, public EnvironmentConfi
  private:
   void CreateLBSService();
   std::shared_ptr<IZOTarvelLBSService> LBSService();
+  std::shared_ptr<IZOTarvelLBSService> TakeLBSService();
 
   const std::int32_t id_;
   // Never held while a service is stopped: its thread may be on its way here.

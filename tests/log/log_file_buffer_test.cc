@@ -116,10 +116,13 @@ TEST_F(LogFileBufferTest, FlushesAndClosesWithWhatItHolds) {
 }
 
 TEST_F(LogFileBufferTest, GoesOnAfterItsFileWasCutShort) {
-  buffer_.Append("lost");
-  ASSERT_EQ(truncate(companion_.c_str(), 0), 0);
-  buffer_.Append("found");
-  EXPECT_EQ(ReadFile(companion_), CompanionOf(5, "found", kSmall));
+  // To nothing, and inside its last page.
+  for (const off_t length : {off_t{0}, off_t{kSmall - 1}}) {
+    buffer_.Append("lost");
+    ASSERT_EQ(truncate(companion_.c_str(), length), 0);
+    buffer_.Append("found");
+    EXPECT_EQ(ReadFile(companion_), CompanionOf(5, "found", kSmall));
+  }
 }
 
 TEST_F(LogFileBufferTest, DropsTheRecordsOfAForkedChild) {

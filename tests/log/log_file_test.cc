@@ -64,6 +64,18 @@ TEST_F(LogFileTest, StaysWholeWhenTheTemporaryFileCannotBeMade) {
   EXPECT_EQ(ReadFile(path_), Pattern(100) + "+");
 }
 
+TEST_F(LogFileTest, IsNotReplacedByATemporaryFileThatWasPlanted) {
+  WriteFile(path_ + ".elsewhere", "precious");
+  std::filesystem::create_symlink(path_ + ".elsewhere", path_ + ".tmp");
+  WriteFile(path_, Pattern(100));
+  LogFile log;
+  ASSERT_EQ(log.Open(path_, 100, 0), kLogReady);
+  log.AppendToFile("+");
+  EXPECT_EQ(ReadFile(path_), (Pattern(100) + "+").substr(50));
+  EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path_)));
+  EXPECT_EQ(ReadFile(path_ + ".elsewhere"), "precious");
+}
+
 TEST_F(LogFileTest, MovesWhatADeadProcessLeftToTheLog) {
   WriteFile(path_, "old\n");
   WriteFile(path_ + ".kvr_mmap", CompanionOf(5, "last\n", 65536));

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/log.h"
@@ -108,6 +109,12 @@ INSTANTIATE_TEST_SUITE_P(Obstacles, LogObstacleTest,
                               [](const std::string& log,
                                  const std::string&) { fs::create_directory(log); },
                               false},
+                             {"LogIsALinkElsewhere",
+                              [](const std::string& log, const std::string&) {
+                                WriteFile(log + ".elsewhere", "");
+                                fs::create_symlink(log + ".elsewhere", log);
+                              },
+                              false},
                              {"LogIsAFifo",
                               [](const std::string& log,
                                  const std::string&) { mkfifo(log.c_str(), 0600); },
@@ -144,6 +151,28 @@ TEST(LogHostileTest, AUserWithoutRightsToTheFilesLogsNothing) {
             }),
             0);
   EXPECT_EQ(ReadFile(directory + "/tarvel_comp.log"), "");
+}
+
+// In a directory of somebody else a companion of the wrong length cannot be replaced.
+TEST(LogHostileTest, ACompanionThatCannotBeReplacedIsUsedAsItIsOrNotAtAll) {
+  if (geteuid() != 0) GTEST_SKIP() << "Only root can become another user or mount.";
+  const TempDirectory root;
+  ASSERT_EQ(chmod(root.path().c_str(), 0755), 0);
+  for (const auto& [length, result] :
+       {std::pair{3, zo_base::kLogNoCompanion}, std::pair{4096, zo_base::kLogReady}}) {
+    const std::string companion = root / "a.log.kvr_mmap";
+    WriteFile(companion, std::string(static_cast<std::size_t>(length), '\0'));
+    ASSERT_EQ(chmod(companion.c_str(), 0666), 0);
+    const int opened = InChild([&] {
+      if (setuid(65534) != 0) return 9;
+      zo_base::LogFile log;
+      const std::int32_t answer = log.Open(root / "a.log", 0, 0);
+      for (int i = 0; i < 100; ++i) log.Write(std::string(1000, 'x'));
+      return answer;
+    });
+    EXPECT_EQ(opened, result) << length;
+    EXPECT_EQ(ReadFile(companion).size(), static_cast<std::size_t>(length));
+  }
 }
 
 TEST(LogHostileTest, DropsRecordsWhosePagesCannotBeLocked) {

@@ -1,5 +1,6 @@
 #include "tests/process_end/client.h"
 
+#include <sys/wait.h>
 #include <tarvel/tarvel.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "base/log.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/environment/fake_lbs_service.h"
 
@@ -36,6 +38,28 @@ zo_tarvel::FakeLBSService* StartWithService(bool tell_end = true) {
   service->Init({});
   Tell("started");
   return service;
+}
+
+// Children that are forked off in the middle of the work of other threads, and use the library.
+void ForkChildren() {
+  std::atomic<bool> done{false};
+  std::thread logger([&done] {
+    while (!done) ZO_LOG << "parent";
+  });
+  for (int i = 0; i < 20; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      ZO_LOG << "child";
+      const bool dead = zo_tarvel::StartTarvelEnvironment(SettingsOfTest()) == 0 &&
+                        zo_tarvel::GetTarvelObject(1) == nullptr;
+      zo_tarvel::ExitTarvelEnvironment(1);
+      std::exit(dead ? 0 : 1);
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || status != 0) Tell("a child failed");
+  }
+  done = true;
+  logger.join();
 }
 
 [[noreturn]] void WaitForTheEnd() {
@@ -85,6 +109,8 @@ void RunClient(const char* ending) {
       done = true;
     });
     while (!done) std::this_thread::yield();
+  } else if (how == "children forked off while it logs") {
+    ForkChildren();
   } else if (how != "return") {
     Tell("unknown ending");
   }

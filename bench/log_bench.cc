@@ -1,4 +1,5 @@
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <glog/logging.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
@@ -89,13 +90,16 @@ BENCHMARK(BM_TarvelWithoutAWriter);
 // What the system takes for locking and unlocking the buffer's pages once, as each record does.
 void BM_LockPages(benchmark::State& state) {
   constexpr std::size_t kSize = zo_base::LogFile::kDefaultBufferSize;
-  void* pages = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  const int fd = open((Directory() + "/pages").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (posix_fallocate(fd, 0, kSize) != 0) state.SkipWithError("no room for the pages");
+  void* pages = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   for (auto _ : state) {
     if (syscall(SYS_mlock, pages, kSize) != 0 || syscall(SYS_munlock, pages, kSize) != 0) {
       state.SkipWithError("the pages can't be locked");
     }
   }
   munmap(pages, kSize);
+  close(fd);
 }
 BENCHMARK(BM_LockPages)->UseRealTime();
 

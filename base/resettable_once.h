@@ -35,8 +35,6 @@ class ResettableOnce {
     done_.store(false, std::memory_order_release);
   }
 
-  bool done() const { return done_.load(std::memory_order_acquire); }
-
  private:
   std::atomic<bool> done_{false};
   _thread_recursive_mutex lock_;

@@ -121,7 +121,7 @@ class IZOTarvelObject;
 // Answers 0 when the library is being unloaded, and in a child that was forked off while an
 // environment was up: all functions are dead there. Also 0 on one of the library's own threads
 // (that is, in a callback) while another thread is in an exit, since that thread may be waiting for
-// this one, and in a callback out of an exit on the same thread.
+// this one, and in a callback out of a start or an exit on the same thread.
 //
 // Any thread; starts and exits run one at a time, each as a whole. Starting again after an
 // object has been given up by ExitTarvelEnvironment(1) while other starts are outstanding is a

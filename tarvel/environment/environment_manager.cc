@@ -53,8 +53,8 @@ class ExitInProgress {
 };
 
 // Waits for the start lock. False when the calling thread must not: a thread of the library while
-// another thread is in an exit, which may be waiting for it to end; and any callback out of an
-// exit.
+// another thread is in an exit, which may be waiting for it to end; and any callback out of a start
+// or an exit.
 bool LockForStart(EnvironmentManagerStorage& storage) ZO_TRY_ACQUIRE(true, storage.start_lock) {
   if (!zo_base::OnLibraryThread()) {
     storage.start_lock.lock();
@@ -64,7 +64,7 @@ bool LockForStart(EnvironmentManagerStorage& storage) ZO_TRY_ACQUIRE(true, stora
       std::this_thread::sleep_for(kStartLockPoll);
     }
   }
-  if (!storage.exit_in_progress) return true;
+  if (!storage.exit_in_progress && !storage.start_in_progress) return true;
   storage.start_lock.unlock();
   return false;
 }
@@ -107,7 +107,9 @@ int StartEnvironment(const _ZOTarvelEnvironmentSettings& settings) {
   if (storage == nullptr || !LockForStart(*storage)) return 0;
   EnvironmentManager(*storage).CarryOutQueuedExits();  // They are of an earlier life.
   const _ZOTarvelEnvironmentSettings copy = settings;
+  storage->start_in_progress = true;
   storage->once.Call([&] { EnvironmentManager(*storage).Start(copy); });
+  storage->start_in_progress = false;
   ++storage->start_count;
   const int id = IdOfLivingObject(*storage);
   storage->start_lock.unlock();

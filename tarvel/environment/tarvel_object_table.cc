@@ -14,8 +14,9 @@ TarvelObjectTable::~TarvelObjectTable() {
 }
 
 void TarvelObjectTable::Insert(std::int32_t id, std::shared_ptr<IZOTarvelObject> object) {
+  // A replaced object dies after the lock is released: it may join a thread on its way here.
   MutexLock lock(lock_);
-  objects_[id] = std::move(object);
+  objects_[id].swap(object);
 }
 
 void TarvelObjectTable::ForEach(const Visitor& visitor) {
@@ -35,13 +36,15 @@ std::shared_ptr<IZOTarvelObject> TarvelObjectTable::Find(std::int32_t id) {
 }
 
 void TarvelObjectTable::Erase(std::int32_t id) {
+  decltype(objects_)::node_type erased;  // Dies after the lock is released.
   MutexLock lock(lock_);
-  objects_.erase(id);
+  erased = objects_.extract(id);
 }
 
 void TarvelObjectTable::Clear() {
+  std::map<std::int32_t, std::shared_ptr<IZOTarvelObject>> cleared;  // Dies likewise.
   MutexLock lock(lock_);
-  objects_.clear();
+  cleared.swap(objects_);
 }
 
 void StopObject(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {

@@ -57,6 +57,7 @@ TEST(CustomLogTest, TakesAllRecordsAndStaysAcrossAnExit) {
 
 // A client may call in from its log function, out of any statement.
 void CallIn(const char*) {
+  EXPECT_EQ(StartTarvelEnvironment(test_support::TestSettings()), 0);
   GetTarvelObject(1);
   ExitTarvelEnvironment(1);
 }

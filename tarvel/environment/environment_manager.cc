@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include "base/at_exit_manager.h"
@@ -18,6 +19,7 @@
 namespace zo_tarvel {
 namespace {
 
+using WQBASE::network::HttpClientEx;
 using zo_base::MutexLock;
 using FileLog = zo_base::TQLogImpl<zo_base::TarvelObject>;
 using AtExitManager = zo_base::_AtExitManager<zo_base::TarvelObject>;
@@ -148,6 +150,7 @@ void EnvironmentManager::Start(const _ZOTarvelEnvironmentSettings& settings) {
   SetUpLogging(settings.custom_log);
   ZO_LOG << "\r\n------------------- start -------------------";
   ZO_LOG << storage_.config->FormatBanner();
+  StartHttpClient();
   GetGoalkeeper().Arm();
   storage_.started = true;
   CreateObject();
@@ -164,6 +167,32 @@ void EnvironmentManager::SetUpLogging(zo_base::TarvelCustomLog::Function custom_
   if (logger->Open(storage_.config->log_path() + "tarvel_comp.log", 0, 0) == zo_base::kLogReady) {
     logger->SetLevel(zo_base::kLogApp);
   }
+}
+
+// Without a thread the environment comes up all the same, and its requests end nowhere, as those of
+// a client without a requestor do.
+void EnvironmentManager::StartHttpClient() {
+  const auto client = std::make_shared<HttpClientEx>();
+  client->Connect<>(zo_base::SIG_InternalBegin, [raw = client.get()] { raw->init(); });
+  storage_.config->Connect<zo_net::AddressFamily>(
+      SIG_NetworkChanged, [weak = std::weak_ptr<HttpClientEx>(client)](zo_net::AddressFamily) {
+        if (const auto living = weak.lock()) living->RetireConnections();
+      });
+  storage_.http_client = client;
+  try {
+    client->Start();
+  } catch (const std::system_error& error) {
+    ZO_LOG << "http client thread failed:" << error.what();
+  }
+}
+
+void EnvironmentManager::ReleaseHttpClient() {
+  ZO_LOG << "http client release begin";
+  if (const auto client = std::move(storage_.http_client)) {
+    client->Stop();
+    client->ReleaseRequestor();
+  }
+  ZO_LOG << "http client release end";
 }
 
 std::int32_t EnvironmentManager::CreateObject() {
@@ -222,6 +251,9 @@ void EnvironmentManager::Stop() {
   ZO_LOG << "stop all tarvel obj begin";
   storage_.objects.ForEach(StopObject);
   ZO_LOG << "stop all tarvel obj end";
+  ZO_LOG << "stop http client begin";
+  if (storage_.http_client) storage_.http_client->Stop();
+  ZO_LOG << "stop http client end";
   ZO_LOG << "stop environmen end";
 }
 
@@ -235,6 +267,7 @@ void EnvironmentManager::Exit() {
   ZO_LOG << "environment release begin";
   storage_.config.reset();
   ZO_LOG << "environment release end";
+  ReleaseHttpClient();
   const ExitMoment end;
   ZO_LOG << "exit time spent:" << end.steady_ms - begin.steady_ms << "ms from " << begin.wall_clock
          << " to " << end.wall_clock;

@@ -28,6 +28,8 @@ class EnvironmentManager {
   std::int32_t CreateObject();
   void RemoveObject(std::int32_t id);
   void SetUpLogging(zo_base::TarvelCustomLog::Function custom_log);
+  void StartHttpClient();
+  void ReleaseHttpClient();
   void CloseLog();
   void Stop();  // Ends the threads.
   void Exit();  // Releases what they worked on.

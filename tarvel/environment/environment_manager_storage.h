@@ -7,6 +7,7 @@
 #include "base/log_writer.h"
 #include "base/recursive_mutex.h"
 #include "base/resettable_once.h"
+#include "network/http_client.h"
 #include "tarvel/environment/environment_config.h"
 #include "tarvel/environment/exit_queue.h"
 #include "tarvel/environment/tarvel_object_table.h"
@@ -28,6 +29,7 @@ struct EnvironmentManagerStorage {
   TarvelObjectTable objects;
   std::weak_ptr<_EnvironmentConfig> config_weak;  // What others lock to get the configuration.
   std::shared_ptr<_EnvironmentConfig> config;
+  std::shared_ptr<WQBASE::network::HttpClientEx> http_client;  // Under `start_lock`.
 
   // The client's log function. Never cleared by an exit.
   zo_base::_thread_recursive_mutex custom_log_lock;

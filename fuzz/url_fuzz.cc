@@ -1,0 +1,139 @@
+// Any text may come for a URL. Its components lie inside of it, in order, and all functions agree
+// on them; each check below counts in another way than the code does.
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "network/ip_address.h"
+#include "network/parsed_url.h"
+#include "network/text.h"
+#include "network/url.h"
+
+namespace {
+
+using namespace WQBASE::network;
+
+void Require(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "broken: %s\n", what);
+  std::abort();
+}
+
+void CheckComponents(const ParsedUrl& url, std::string_view text) {
+  std::int64_t end = 0;
+  for (const UrlComponent& component :
+       {url.scheme, url.username, url.password, url.host, url.port, url.path, url.query, url.ref}) {
+    if (component.length == -1) {
+      Require(component.begin == 0, "a missing component is at 0");
+      continue;
+    }
+    Require(component.length >= 0 && component.begin >= end, "components are in order");
+    end = std::int64_t{component.begin} + component.length;
+    Require(end <= static_cast<std::int64_t>(text.size()), "components lie in the text");
+  }
+  for (const UrlComponent& component : {url.host, url.port, url.path}) {
+    Require(component.length != 0, "host, port and path are missing when empty");
+  }
+  Require(url.username.present() || !url.password.present(), "no password without a username");
+  Require(url.scheme.present() == (text.find(':') != std::string_view::npos), "a colon, a scheme");
+}
+
+std::int32_t NumberByStrtol(const std::string& text) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  const long number = std::strtol(text.c_str(), nullptr, 10);
+  return static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
+}
+
+void CheckHostAndPort(const ParsedUrl& url, std::string_view text) {
+  const std::string host = GetHost(text, false);
+  Require(host == url.host.In(text), "the host is the component");
+  const std::string port_text(url.port.In(text));
+  const bool both = url.host.present() && url.port.present();
+  Require(GetHost(text, true) == (both ? host + ":" + port_text : host), "the host with its port");
+  Require(GetPort(text) == NumberByStrtol(port_text), "the port is the number");
+
+  std::string appended = "x";
+  std::int32_t port = 17;
+  GetHostAndPort(text, appended, port);
+  Require(appended == "x" + host, "the host is appended");
+  Require(port == (url.port.present() ? GetPort(text) : 17), "only a present port is set");
+
+  const std::string prefix = GetSchemePrefix(text);
+  Require(prefix.empty() || prefix == GetScheme(text) + "://", "the prefix is the scheme's");
+  Require(IsHttps(text) == (prefix == "https://"), "https by scheme and prefix");
+}
+
+// What the system takes for an address in its usual form is the same one here.
+template <int kFamily, std::size_t kSize>
+void CheckAgainstSystem(std::string_view text) {
+  std::uint8_t expected[kSize];
+  const std::string terminated(text);
+  if (std::strlen(terminated.c_str()) != text.size()) return;
+  if (inet_pton(kFamily, terminated.c_str(), expected) != 1) return;
+  const IPAddressBytes bytes = ParseIPAddress(text);
+  Require(std::equal(bytes.begin(), bytes.end(), expected, expected + kSize), "another address");
+}
+
+void CheckAddress(std::string_view text) {
+  const std::size_t size = ParseIPAddress(text).size();
+  auto family = zo_net::kAddressFamilyAny;
+  Require(GetIPFamily(text, family) == IsIPAddress(text), "an address has a family");
+  Require(size == (family == zo_net::kAddressFamilyIPv4   ? 4
+                   : family == zo_net::kAddressFamilyIPv6 ? 16
+                                                          : 0),
+          "the family has its size");
+  CheckAgainstSystem<AF_INET, 4>(text);
+  CheckAgainstSystem<AF_INET6, 16>(text);
+}
+
+void CheckSplit(std::string_view text, std::string_view delimiters) {
+  std::size_t length = 0;
+  for (const std::string& piece : Split(text, delimiters)) {
+    Require(!piece.empty(), "no piece is empty");
+    Require(piece.find_first_of(delimiters) == std::string::npos, "no delimiter in a piece");
+    length += piece.size();
+  }
+  const auto kept = std::ranges::count_if(
+      text, [&](char c) { return delimiters.find(c) == std::string_view::npos; });
+  Require(length == static_cast<std::size_t>(kept), "all else is in the pieces");
+}
+
+void CheckReplaceAll(std::string_view text, std::string_view from) {
+  std::string expected;
+  std::size_t at = 0;
+  for (std::size_t found = 0; !from.empty(); at = found + from.size()) {
+    found = text.find(from, at);
+    if (found == std::string_view::npos) break;
+    expected.append(text.substr(at, found - at)).append("<>");
+  }
+  expected.append(text.substr(at));
+  Require(ReplaceAll(text, from, "<>") == expected, "a plain search replaces the same");
+}
+
+}  // namespace
+
+// The first byte says how many of the last ones are the delimiters and what is to be replaced.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::string_view all(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::size_t length = std::min<std::size_t>(data[0] % 8, all.size());
+  const std::string_view part = all.substr(all.size() - length);
+
+  ParsedUrl url;
+  ParseUrl(all.data(), static_cast<std::int32_t>(all.size()), &url);
+  CheckComponents(url, all);
+  CheckHostAndPort(url, all);
+  CheckAddress(all);
+  CheckAddress(url.host.In(all));
+  CheckSplit(all, part);
+  CheckReplaceAll(all, part);
+  return 0;
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace WQBASE::network {
+
+// A libcurl multi handle: transfers in flight, idle connections, and the addresses that names have
+// been found to have. Its sockets are watched through an epoll set of the owner's.
+//
+// Threads: one. Ownership: the easy handles stay their owner's, who removes each before it goes.
+class ConnectionPool {
+ public:
+  using Clock = std::chrono::steady_clock;
+  using OnFinished = std::function<void(CURL*, CURLcode)>;
+
+  // `id` comes back in the upper half of an event's data, the socket in the lower.
+  ConnectionPool(int epoll, std::uint32_t id);
+  ~ConnectionPool();
+  ConnectionPool(const ConnectionPool&) = delete;
+  ConnectionPool& operator=(const ConnectionPool&) = delete;
+
+  bool usable() const { return multi_ != nullptr; }
+  std::uint32_t id() const { return id_; }
+  bool idle() const { return in_flight_ == 0; }
+
+  bool Add(CURL* easy);
+  void Remove(CURL* easy);
+
+  // Lets libcurl work: on a socket with events, or when its timer is due.
+  void OnSocketEvents(int socket, std::uint32_t events);
+  void RunDueTimer(Clock::time_point now);
+  std::optional<Clock::time_point> due() const { return due_; }
+
+  // Removes the transfers that have ended and calls `on_finished` with each.
+  void TakeFinished(const OnFinished& on_finished);
+
+ private:
+  static int OnSocketWanted(CURL* easy, curl_socket_t socket, int what, void* pool, void* watched);
+  static int OnTimerWanted(CURLM* multi, long timeout_ms, void* pool);
+  bool Watch(curl_socket_t socket, int what, bool is_watched);
+  void Unwatch(curl_socket_t socket) const;
+  void Work(curl_socket_t socket, int action);
+
+  const int epoll_;
+  const std::uint32_t id_;
+  std::size_t in_flight_ = 0;
+  std::optional<Clock::time_point> due_;
+  CURLM* const multi_;  // Last: it works on the others until it is gone.
+};
+
+}  // namespace WQBASE::network

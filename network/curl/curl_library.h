@@ -1,0 +1,12 @@
+#pragma once
+
+namespace WQBASE::network {
+
+// Makes libcurl ready for use, once per process; false when it can't be. Any thread, also while the
+// client uses libcurl itself.
+//
+// It is never taken down again: the client's own use of it may rest on it. And it stays loaded when
+// this library is unloaded, since its threads may still wait for an answer of a name server.
+bool InitCurlLibrary();
+
+}  // namespace WQBASE::network

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "network/http_request.h"
+
+namespace WQBASE::network {
+
+// Operations on the headers of one message. Names compare without regard to case.
+
+// Replaces the first header of this name, or appends one.
+void SetHeader(HeaderList& headers, const std::string& name, const std::string& value);
+void RemoveHeader(HeaderList& headers, const std::string& name);
+// Null when there is none.
+const std::string* FindHeader(const HeaderList& headers, const std::string& name);
+
+// Those of `headers` that may go out, each name once, with its last value. Left out, with a log
+// line each, are those that would break the message: a name that is no token, a value with CR, LF
+// or NUL, and the lengths, which are the transport's business.
+HeaderList HeadersToSend(const HeaderList& headers);
+
+// What a line of an answer's head adds to `headers`; a line that is no header adds nothing.
+void AppendHeaderLine(HeaderList& headers, std::string_view line);
+
+}  // namespace WQBASE::network

@@ -1,0 +1,63 @@
+#include "network/curl/hop.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "network/curl/header_list.h"
+
+namespace WQBASE::network {
+namespace {
+
+bool SendsBody(const HttpRequest& request) {
+  return request.method != kMethodGet && !request.body.empty();
+}
+
+std::string Bracketed(const std::string& ip) {
+  const bool bare_ipv6 = ip.find(':') != std::string::npos && ip.front() != '[';
+  return bare_ipv6 ? "[" + ip + "]" : ip;
+}
+
+// The end of a port that begins at `at`, with its colon.
+std::size_t EndOfPort(const std::string& url, std::size_t at) {
+  if (at >= url.size() || url[at] != ':') return at;
+  return std::min(url.find_first_not_of("0123456789", at + 1), url.size());
+}
+
+// The URL with its host replaced by the IP and the port that the request gives for it. A URL that
+// is on the IP already stays as it is.
+std::string UrlOnIP(const HttpRequest& request) {
+  std::string url = request.url;
+  const auto at = request.host.empty() ? std::string::npos : url.find(request.host);
+  if (at == std::string::npos) return url;
+  const auto end = EndOfPort(url, at + request.host.size());
+  return url.replace(at, end - at, Bracketed(request.ip) + ':' + std::to_string(request.port));
+}
+
+}  // namespace
+
+std::optional<FirstHop> MakeFirstHop(const HttpRequest& request, std::string& error) {
+  FirstHop first;
+  Hop& hop = first.hop;
+  hop.verb = VerbOf(request.method);
+  hop.sends_body = SendsBody(request);
+  hop.asked_url = request.sni ? UrlOnIP(request) : request.url;
+  auto address = ParseWebAddress(hop.asked_url, error);
+  if (!address) return std::nullopt;
+
+  if (request.sni && !request.host.empty()) {
+    hop.headers.emplace_back("Host", request.host);
+    if (address->https) {
+      auto named = WithHost(*address, request.host, error);
+      if (!named) return std::nullopt;
+      first.pinned = PinnedServer{*named, address->host};
+      address = std::move(named);
+    }
+  }
+  hop.address = std::move(*address);
+  for (const auto& [name, value] : HeadersToSend(request.headers)) {
+    SetHeader(hop.headers, name, value);
+  }
+  return first;
+}
+
+}  // namespace WQBASE::network

@@ -1,0 +1,197 @@
+#include "network/curl/transport_thread.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <limits>
+#include <utility>
+
+namespace WQBASE::network {
+namespace {
+
+using zo_base::MutexLock;
+using Clock = ConnectionPool::Clock;
+
+constexpr std::uint64_t kWakeSource = 0;  // Pools have ids from 1.
+constexpr std::size_t kMostFreeHandles = 32;
+constexpr int kEventsAtOnce = 64;
+
+// A write to a connection that the peer has closed must not reach the client's process as a signal.
+void BlockBrokenPipeSignal() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+}  // namespace
+
+TransportThread::TransportThread()
+    : BaseThread("tarvel_transport"),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      wake_up_(std::make_shared<std::function<void()>>([this] { WakeUp(); })) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = kWakeSource;
+  epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event);
+  ReplacePool();
+}
+
+TransportThread::~TransportThread() {
+  StopAndJoin();
+  DropAll();  // If it never ran.
+}
+
+bool TransportThread::usable() const {
+  return epoll_.get() >= 0 && wake_.get() >= 0 && !pools_.empty();
+}
+
+void TransportThread::WakeUp() const { eventfd_write(wake_.get(), 1); }
+
+std::shared_ptr<std::function<void()>> TransportThread::CreateStopClosure() { return wake_up_; }
+
+void TransportThread::Submit(std::unique_ptr<Transfer> transfer) {
+  MutexLock lock(lock_);
+  submitted_.push_back(std::move(transfer));
+  if (!std::exchange(woken_, true)) WakeUp();
+}
+
+void TransportThread::RetireConnections() {
+  MutexLock lock(lock_);
+  retire_wanted_ = true;
+  if (!std::exchange(woken_, true)) WakeUp();
+}
+
+void TransportThread::Run() {
+  BlockBrokenPipeSignal();
+  while (!stopping_requested()) {
+    TakeOrders();
+    RunDueTimers();
+    FinishTransfers();
+    DropDrainedPools();
+    WaitForEvents();
+  }
+  DropAll();
+}
+
+void TransportThread::TakeOrders() {
+  std::vector<std::unique_ptr<Transfer>> taken;
+  bool retire = false;
+  {
+    MutexLock lock(lock_);
+    taken.swap(submitted_);
+    retire = std::exchange(retire_wanted_, false);
+    woken_ = false;
+  }
+  if (retire) ReplacePool();
+  for (auto& transfer : taken) StartHop(std::move(transfer));
+}
+
+// Without a new pool the old one has to do.
+void TransportThread::ReplacePool() {
+  auto pool = std::make_unique<ConnectionPool>(epoll_.get(), ++last_pool_id_);
+  if (pool->usable()) pools_.push_back(std::move(pool));
+}
+
+void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
+  CURL* const easy = transfer->NeedsHop() ? TakeEasyHandle() : nullptr;
+  if (easy == nullptr) {
+    if (transfer->NeedsHop()) transfer->Fail("Out of memory");
+    transfer->Complete();
+    return;
+  }
+  transfer->Prepare(easy);
+  ConnectionPool* const pool = pools_.back().get();
+  if (pool->Add(easy)) {
+    in_flight_[easy] = {std::move(transfer), pool};
+    return;
+  }
+  GiveBack(easy);
+  transfer->Fail("The transfer could not be begun");
+  transfer->Complete();
+}
+
+void TransportThread::RunDueTimers() {
+  const auto now = Clock::now();
+  for (const auto& pool : pools_) pool->RunDueTimer(now);
+}
+
+void TransportThread::FinishTransfers() {
+  for (std::size_t i = 0; i < pools_.size(); ++i) {
+    pools_[i]->TakeFinished([this](CURL* easy, CURLcode result) { OnHopFinished(easy, result); });
+  }
+}
+
+void TransportThread::OnHopFinished(CURL* easy, CURLcode result) {
+  auto transfer = std::move(in_flight_.extract(easy).mapped().transfer);
+  transfer->FinishHop(easy, result);
+  GiveBack(easy);
+  StartHop(std::move(transfer));
+}
+
+void TransportThread::DropDrainedPools() {
+  if (pools_.size() == 1) return;
+  const auto last = std::prev(pools_.end());
+  pools_.erase(std::remove_if(pools_.begin(), last, [](const auto& pool) { return pool->idle(); }),
+               last);
+}
+
+int TransportThread::WaitTimeout() const {
+  auto due = Clock::time_point::max();
+  for (const auto& pool : pools_) due = std::min(due, pool->due().value_or(due));
+  if (due == Clock::time_point::max()) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
+  return static_cast<int>(
+      std::clamp<std::int64_t>(left, 0, std::numeric_limits<std::int32_t>::max()));
+}
+
+void TransportThread::WaitForEvents() {
+  std::array<epoll_event, kEventsAtOnce> events;
+  const int count = epoll_wait(epoll_.get(), events.data(), kEventsAtOnce, WaitTimeout());
+  for (int i = 0; i < count; ++i) Dispatch(events[i].data.u64, events[i].events);
+}
+
+void TransportThread::Dispatch(std::uint64_t source, std::uint32_t events) {
+  if (source == kWakeSource) {
+    eventfd_t unused = 0;
+    eventfd_read(wake_.get(), &unused);
+    return;
+  }
+  const auto pool = std::find_if(pools_.begin(), pools_.end(),
+                                 [&](const auto& each) { return each->id() == source >> 32; });
+  if (pool != pools_.end()) (*pool)->OnSocketEvents(static_cast<int>(source), events);
+}
+
+void TransportThread::DropAll() {
+  for (auto& [easy, entry] : in_flight_) {
+    entry.pool->Remove(easy);
+    curl_easy_cleanup(easy);
+  }
+  in_flight_.clear();
+  std::for_each(free_handles_.begin(), free_handles_.end(), curl_easy_cleanup);
+  free_handles_.clear();
+  pools_.clear();
+}
+
+CURL* TransportThread::TakeEasyHandle() {
+  if (free_handles_.empty()) return curl_easy_init();
+  CURL* const easy = free_handles_.back();
+  free_handles_.pop_back();
+  return easy;
+}
+
+void TransportThread::GiveBack(CURL* easy) {
+  if (free_handles_.size() == kMostFreeHandles) {
+    curl_easy_cleanup(easy);
+    return;
+  }
+  curl_easy_reset(easy);
+  free_handles_.push_back(easy);
+}
+
+}  // namespace WQBASE::network

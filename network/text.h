@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Helpers on strings of bytes. All but StringFormat take linear time and are the same in every
+// locale; letters are those of ASCII.
+namespace WQBASE::network {
+
+// For a value in a query: all but ASCII letters and digits becomes "%XX", "-", ".", "_" and "~"
+// included.
+std::string UrlEncode(std::string_view text);
+
+// The pieces between characters of the set `delimiters`, without empty ones. With an empty set the
+// text is the only piece.
+std::vector<std::string> Split(std::string_view text, std::string_view delimiters);
+
+// `text` with `to` for every occurrence of `from`, found from the left and without overlap. An
+// empty `from` occurs nowhere.
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
+
+// In place.
+void ToLower(std::string& text);
+void ToUpper(std::string& text);
+
+// What printf would write, of any length; empty if it would fail.
+[[gnu::format(printf, 1, 2)]] std::string StringFormat(const char* format, ...);
+
+}  // namespace WQBASE::network

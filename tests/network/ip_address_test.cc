@@ -1,0 +1,71 @@
+#include "network/ip_address.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "network/text.h"
+
+namespace WQBASE::network {
+namespace {
+
+using namespace std::string_literals;
+
+// Two hexadecimal digits for each byte, empty without an address. Beside that, checks that the two
+// questions agree with the address.
+std::string Address(const std::string& text) {
+  // The address sanitizer sees a read beyond a buffer of just the text's size.
+  const std::vector<char> exact(text.begin(), text.end());
+  const IPAddressBytes bytes = ParseIPAddress({exact.data(), exact.size()});
+  auto family = zo_net::kAddressFamilyAny;
+  EXPECT_EQ(GetIPFamily(text, family), !bytes.empty()) << text;
+  EXPECT_EQ(IsIPAddress(text), !bytes.empty()) << text;
+  const std::size_t sizes[] = {0, 4, 16};  // By family.
+  EXPECT_EQ(bytes.size(), sizes[family]) << text;
+
+  std::string digits;
+  for (const std::uint8_t byte : bytes) digits += StringFormat("%02x", byte);
+  return digits;
+}
+
+TEST(IPAddressTest, ReadsEveryFormOfAnAddress) {
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
+      {"01020304", {"1.2.3.4", "1.2.3.4.", "1.2.772", "1.0x20304", "16909060.", "0x1.02.3.000004"}},
+      {"7f00000a", {"0x7f.0.0.10", "127.10", "0177.012", "0X7F.0xA", "0x7f.0x.0x.0x0000000000a"}},
+      {"ffffffff", {"255.255.255.255", "255.255.65535", "255.16777215", "4294967295"}},
+      {"00000000", {"0", "0x", "00.0"}},
+      {"00000000000000000000000000000000", {"::", "[::]", "0:0:0:0:0:0:0:0", "::0.0"}},
+      {"0001002203334444abcd00000000000f",
+       {"1:22:333:4444:aBcD:0:00:000F", "[1:22:333:4444:abcd::f]", "1:22:333:4444:abcd:0:0.017"}},
+      {"00010002000300040005000600070000", {"1:2:3:4:5:6:7::", "1:2:3:4:5:6:0.7.0.0"}},
+      {"00000002000300040005000600070008", {"::2:3:4:5:6:7:8", "[::2:3:4:5:6:0.7.0.8.]"}},
+      {"00010002000300000005000600070008", {"1:2:3::5:6:7:8"}},
+      {"00000000000000000000ffff01020304", {"::ffff:1.2.3.4", "::ffff:102:304"}},
+  };
+  for (const auto& [address, texts] : cases) {
+    for (const std::string& text : texts) EXPECT_EQ(Address(text), address) << text;
+  }
+}
+
+TEST(IPAddressTest, TakesNothingElseForAnAddress) {
+  const std::string cases[] = {
+      // No IPv4.
+      "", ".", "1..2", ".1", "1.2.3.4..", "1.2.3.4.5", "256.1", "1.256.1", "1.2.65536",
+      "1.16777216", "4294967296", "0x100000000", "99999999999999999999", "08", "0x1g", "a.example",
+      "1.2.3.a", "-1", "+1", " 1.2.3.4", "1.2.3.4 ", "1.2.3.4\0"s, "1\0.2.3.4"s, "1.2.3.4/8",
+      "[1.2.3.4]", "00x1", "\xb2.1",
+      // No IPv6.
+      ":", ":::", "1:2:3:4:5:6:7", "1:2:3:4:5:6:7:8:9", "1:2:3:4:5:6:7::8", "::1:2:3:4:5:6:7:8",
+      "1::2::3", "::1::", "1:::2", ":1::2", "1::2:", "12345::", "::00001", "g::", "::0x1", "::-1",
+      "::1%1", "[::1", "1::1]", "[[::1]]", "[]:", "[:]", "[", ":[::1]", "[::1]:80", " ::1",
+      "::1\0"s, "1.2.3.4::", "::1.2.3.4:5", "1:2:3:4:5:6:7:1.2.3.4", "1:2:3:4:5:1.2.3.4",
+      "::1.2.3.256", "::1.2.3.4.5", "1.2.3.4:80"};
+  for (const std::string& text : cases) EXPECT_EQ(Address(text), "") << text;
+}
+
+}  // namespace
+}  // namespace WQBASE::network

@@ -1,0 +1,230 @@
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "network/curl/header_list.h"
+#include "network/text.h"
+#include "tests/network/transport.h"
+#include "tests/support/http_server.h"
+#include "tests/support/raw_server.h"
+
+namespace {
+
+using namespace std::string_literals;
+using namespace test_support;
+using namespace WQBASE::network;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+using testing::SizeIs;
+
+class TransferTest : public testing::Test {
+ protected:
+  // What the server saw of the first request that `request` made.
+  SeenRequest Seen(const std::shared_ptr<HttpRequest>& request) {
+    request->url = server_.url("/seen");
+    EXPECT_EQ(transport_.Fetch(request)->status, 200);
+    return server_.requests().back();
+  }
+
+  HttpServer server_;
+  Transport transport_;
+};
+
+TEST_F(TransferTest, SendsEachVerbWithItsBody) {
+  const struct {
+    std::int32_t method;
+    std::string body, verb, sent, length;
+  } rows[] = {
+      {kMethodGet, "dropped", "GET", "", ""},
+      {kMethodPost, "text", "POST", "text", "4"},
+      {kMethodPost, "", "POST", "", "0"},
+      {kMethodPost, "a\0\r\nb"s, "POST", "a\0\r\nb"s, "5"},
+      {kMethodPut, "text", "PUT", "text", "4"},
+      {kMethodPut, "", "PUT", "", "0"},
+      {kMethodDelete, "text", "DELETE", "text", "4"},
+      {kMethodDelete, "", "DELETE", "", ""},
+      {kMethodNone, "", "GET", "", ""},
+      {kMethodUnset, "", "GET", "", ""},
+      {-1, "text", "POST", "text", "4"},
+      {kMethodPost, std::string(3'000'000, 'x'), "POST", std::string(3'000'000, 'x'), "3000000"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.verb + " " + std::to_string(row.method));
+    const auto request = Get("");
+    request->method = row.method;
+    request->body = Bytes(row.body);
+    const SeenRequest seen = Seen(request);
+    EXPECT_EQ(seen.method, row.verb);
+    EXPECT_EQ(seen.body, row.sent);
+    EXPECT_EQ(seen.header("Content-Length"), row.length);
+    EXPECT_EQ(seen.header("Expect"), "");
+  }
+}
+
+TEST_F(TransferTest, SendsHeadersInOrderAndDropsThoseThatWouldBreakTheMessage) {
+  const auto request = Get("");
+  request->headers = {{"X-One", "1"},
+                      {"Host", "a.example"},
+                      {"X-Split", "v\r\nX-Evil: 1"},
+                      {"X-Feed", "v\nX-Evil: 1"},
+                      {"X-Nul", "v\0w"s},
+                      {"X Evil", "1"},
+                      {"X-Evil: 1\r\nX", "1"},
+                      {"", "1"},
+                      {"Content-Length", "7"},
+                      {"transfer-encoding", "chunked"},
+                      {"x-one", "2"},
+                      {"X-Empty", " "},
+                      {"X-Two", "a: b;c"}};
+  const SeenRequest seen = Seen(request);
+  EXPECT_EQ(seen.header("Host"), "a.example");
+  EXPECT_EQ(seen.header("X-Evil"), "");
+  EXPECT_EQ(seen.body, "");
+  Headers given;
+  for (const auto& header : seen.headers) {
+    if (header.first.starts_with("X-")) given.push_back(header);
+  }
+  EXPECT_THAT(given, ElementsAre(Pair("X-One", "2"), Pair("X-Empty", ""), Pair("X-Two", "a: b;c")));
+}
+
+TEST_F(TransferTest, FillsTheResponseByItsStatus) {
+  server_.Answer("/", [](const SeenRequest& request) {
+    return ServerAnswer{request.header("want") == "" ? 200 : std::stoi(request.header("want")),
+                        {{"X-A", " one "}},
+                        request.header("want") == "204" ? "" : "b\0d"s};
+  });
+  for (const int status : {200, 201, 204, 404, 503}) {
+    SCOPED_TRACE(status);
+    const auto request = Get(server_.url("/"));
+    request->headers = {{"want", std::to_string(status)}};
+    const auto response = transport_.Fetch(request);
+    EXPECT_EQ(response->status, status);
+    EXPECT_EQ(response->success, status == 200);
+    EXPECT_EQ(response->error_text.empty(), status == 200);
+    const std::string body = status == 204 ? "" : "b\0d"s;
+    EXPECT_EQ(response->body, Bytes(body));
+    EXPECT_EQ(response->body_text, body);
+    EXPECT_EQ(*FindHeader(response->headers, "x-a"), "one");
+  }
+}
+
+TEST_F(TransferTest, DecodesCompressedAnswers) {
+  const std::string text(100'000, 'z');
+  server_.Answer("/", [&](const SeenRequest&) {
+    return ServerAnswer{200, {{"Content-Type", "text/plain"}}, text};
+  });
+  const auto response = transport_.Fetch(server_.url("/"));
+  ASSERT_NE(FindHeader(response->headers, "Content-Encoding"), nullptr);
+  EXPECT_EQ(response->body_text, text);
+}
+
+TEST_F(TransferTest, CompletesARequestThatItCannotSend) {
+  ResponsePtr at_once;
+  CurlRequestor::Create({})->Send(nullptr, [&](const auto& response) { at_once = response; });
+  ASSERT_NE(at_once, nullptr);
+  EXPECT_FALSE(at_once->success);
+
+  const std::string urls[] = {"",
+                              "a.example",
+                              "ftp://127.0.0.1/",
+                              "http://",
+                              "file:///etc/hosts",
+                              "http://127.0.0.1\0.example/"s,
+                              "http://a b",
+                              "http://127.0.0.1/\r\nX: 1"};
+  for (const std::string& url : urls) {
+    SCOPED_TRACE(url);
+    const auto response = transport_.Fetch(url);
+    EXPECT_EQ(response->status, 0);
+    EXPECT_NE(response->error_text, "");
+  }
+}
+
+struct RedirectRow {
+  std::string name;
+  int status;
+  std::int32_t method;
+  std::string location;  // "{server}" and "{other}" stand for the servers' addresses.
+  std::string end;       // "verb body path Host" of the last request seen; empty when not followed.
+};
+
+class RedirectTest : public TransferTest {
+ protected:
+  std::string FillIn(std::string text) const {
+    text = ReplaceAll(text, "{server}", server_.url(""));
+    return ReplaceAll(text, "{other}", other_.url(""));
+  }
+  static std::string Summary(const SeenRequest& seen) {
+    return seen.method + " " + seen.body + " " + seen.target + " " + seen.header("Host");
+  }
+  HttpServer other_{std::nullopt, "127.0.0.2"};
+};
+
+TEST_F(RedirectTest, FollowsAsBrowsersDo) {
+  const RedirectRow rows[] = {
+      {"post 301", 301, kMethodPost, "{server}/end", "GET  /end 127.0.0.1"},
+      {"post 302", 302, kMethodPost, "/end", "GET  /end 127.0.0.1"},
+      {"post 303", 303, kMethodPost, "end?q=1", "GET  /end?q=1 127.0.0.1"},
+      {"post 307", 307, kMethodPost, "/end", "POST text /end 127.0.0.1"},
+      {"post 308", 308, kMethodPost, "/end", "POST text /end 127.0.0.1"},
+      {"put 302", 302, kMethodPut, "/end", "PUT text /end 127.0.0.1"},
+      {"put 303", 303, kMethodPut, "/end", "GET  /end 127.0.0.1"},
+      {"get 302 elsewhere", 302, kMethodGet, "{other}/end", "GET  /end 127.0.0.2"},
+      {"own url", 302, kMethodGet, "{server}/start", ""},
+      {"no location", 302, kMethodGet, "", ""},
+      {"not a redirect", 300, kMethodGet, "/end", ""},
+      {"other scheme", 302, kMethodGet, "ftp://127.0.0.1/end", ""},
+      {"file", 302, kMethodGet, "file:///etc/hosts", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    server_.Answer("/start", [&](const SeenRequest&) {
+      return ServerAnswer{row.status, {{"Location", FillIn(row.location)}}, "redirected"};
+    });
+    const auto request = Get(server_.url("/start"));
+    request->method = row.method;
+    request->body = Bytes("text");
+    request->headers = {{"Host", "a.example"}, {"X-Kept", "1"}, {"Authorization", "secret"}};
+    const auto response = transport_.Fetch(request);
+    if (row.end.empty()) {
+      EXPECT_EQ(response->status, row.status);
+      EXPECT_EQ(response->body_text, "redirected");
+      EXPECT_NE(response->error_text, "");
+      continue;
+    }
+    EXPECT_EQ(response->status, 200);
+    const bool elsewhere = row.location.starts_with("{other}");
+    const SeenRequest seen = (elsewhere ? other_ : server_).requests().back();
+    EXPECT_EQ(Summary(seen), row.end);
+    EXPECT_EQ(seen.header("X-Kept"), "1");
+    EXPECT_EQ(seen.header("Authorization"), elsewhere ? "" : "secret");
+  }
+  EXPECT_THAT(other_.requests(), SizeIs(1));
+}
+
+TEST_F(RedirectTest, GivesUpAfterTwenty) {
+  server_.Answer("/loop", [](const SeenRequest&) {
+    return ServerAnswer{302, {{"Location", "/loop"}}, ""};
+  });
+  const auto response = transport_.Fetch(server_.url("/loop"));
+  EXPECT_EQ(response->status, 302);
+  EXPECT_THAT(response->error_text, HasSubstr("20"));
+  EXPECT_THAT(server_.requests(), SizeIs(21));
+}
+
+TEST_F(RedirectTest, CountsAllHopsInOneTimeOut) {
+  RawServer silent(NeverAnswers());
+  server_.Answer("/", [&](const SeenRequest&) {
+    return ServerAnswer{302, {{"Location", silent.url("/")}}, ""};
+  });
+  const auto took = MillisecondsOf([&] {
+    const auto response = transport_.Fetch(Get(server_.url("/"), 300));
+    EXPECT_EQ(response->status, 0);
+    EXPECT_THAT(response->error_text, HasSubstr("timed out"));
+  });
+  EXPECT_GE(took, 299);
+}
+
+}  // namespace

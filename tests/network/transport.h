@@ -1,0 +1,71 @@
+#pragma once
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "network/curl_requestor.h"
+
+namespace test_support {
+
+using WQBASE::network::HttpRequest;
+using WQBASE::network::HttpResponse;
+using ResponsePtr = std::shared_ptr<const HttpResponse>;
+
+inline std::shared_ptr<HttpRequest> Get(const std::string& url, int time_out_ms = 10'000) {
+  auto request = std::make_shared<HttpRequest>();
+  request->url = url;
+  request->method = WQBASE::network::kMethodGet;
+  request->time_out = time_out_ms;
+  return request;
+}
+
+inline std::vector<std::uint8_t> Bytes(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+// The real engine, which a test asks and waits for.
+class Transport {
+ public:
+  explicit Transport(const std::string& trust_store = "", bool verify_always = false)
+      : requestor_(WQBASE::network::CurlRequestor::Create({trust_store, verify_always})) {}
+
+  std::future<ResponsePtr> Start(std::shared_ptr<const HttpRequest> request) {
+    const auto done = std::make_shared<std::promise<ResponsePtr>>();
+    requestor_->Send(std::move(request), [done](const ResponsePtr& response) {
+      done->set_value(response);  // Throws at a second call.
+    });
+    return done->get_future();
+  }
+
+  ResponsePtr Fetch(std::shared_ptr<const HttpRequest> request) {
+    auto response = Start(std::move(request));
+    if (response.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+      throw std::runtime_error("no response");
+    }
+    return response.get();
+  }
+  ResponsePtr Fetch(const std::string& url) { return Fetch(Get(url)); }
+
+  void RetireConnections() { requestor_->RetireConnections(); }
+  void Destroy() { requestor_.reset(); }
+
+ private:
+  std::shared_ptr<WQBASE::network::CurlRequestor> requestor_;
+};
+
+// Milliseconds that `work` takes.
+template <class F>
+std::int64_t MillisecondsOf(F&& work) {
+  const auto begin = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               begin)
+      .count();
+}
+
+}  // namespace test_support

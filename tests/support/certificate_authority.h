@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_directory.h"
+
+namespace test_support {
+
+// The files, in PEM, that a TLS server is set up with.
+struct ServerCertificate {
+  std::string certificate_file;
+  std::string key_file;
+};
+
+enum class Validity { kValid, kExpired };
+
+// An authority that nobody knows but those who are given its trust store.
+//
+// Names are DNS names or IP literals; they become the certificate's alternative names. Files live
+// as long as this. Throws when libcrypto fails. Not for several threads at once.
+class CertificateAuthority {
+ public:
+  CertificateAuthority();
+  ~CertificateAuthority();
+
+  // The path of the authority's own certificate.
+  const std::string& trust_store() const { return trust_store_; }
+
+  ServerCertificate Issue(const std::vector<std::string>& names,
+                          Validity validity = Validity::kValid);
+
+  // Signed by its own key: this authority does not vouch for it.
+  ServerCertificate SelfMade(const std::vector<std::string>& names);
+
+ private:
+  struct Identity;
+
+  ServerCertificate Write(const Identity& identity);
+
+  TempDirectory directory_;
+  const std::string trust_store_ = directory_ / "authority.crt";
+  int written_ = 0;
+  std::unique_ptr<Identity> own_;
+};
+
+}  // namespace test_support

@@ -1,0 +1,113 @@
+#include "tests/support/private_network.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "tests/support/temp_directory.h"
+
+namespace test_support {
+
+namespace {
+
+constexpr int kNamespaces = CLONE_NEWNET | CLONE_NEWNS;
+
+// One write: the kernel takes an id map whole or not at all.
+bool WriteToKernel(const char* path, std::string_view text) {
+  const int fd = open(path, O_WRONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  close(fd);
+  return written;
+}
+
+std::string MapToRoot(unsigned id) { return "0 " + std::to_string(id) + " 1\n"; }
+
+// The way of those who are not root.
+bool EnterAsRootOfUserNamespace() {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  return unshare(kNamespaces | CLONE_NEWUSER) == 0 &&
+         WriteToKernel("/proc/self/setgroups", "deny") &&
+         WriteToKernel("/proc/self/uid_map", MapToRoot(user)) &&
+         WriteToKernel("/proc/self/gid_map", MapToRoot(group));
+}
+
+bool BringLoopbackUp() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ifreq request{};
+  std::strcpy(request.ifr_name, "lo");
+  bool up = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+  request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+  up = up && ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+  close(fd);
+  return up;
+}
+
+bool KeepMountsPrivate() { return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0; }
+
+// The file may go once it is mounted: the mount keeps its content.
+bool ReplaceResolvConf(const std::string& text) {
+  std::array<char, PATH_MAX> target;  // /etc/resolv.conf is often a link.
+  if (realpath("/etc/resolv.conf", target.data()) == nullptr) return false;
+  const TempDirectory directory;
+  const std::string file = directory / "resolv.conf";
+  WriteFile(file, text);
+  return mount(file.c_str(), target.data(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+int BoundNameServer() {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(53);
+  address.sin_addr.s_addr = inet_addr("127.0.0.53");
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
+  close(fd);
+  throw std::runtime_error("cannot bind 127.0.0.53:53");
+}
+
+}  // namespace
+
+bool EnterPrivateNetwork(const std::string& resolv_conf_text) {
+  return (unshare(kNamespaces) == 0 || EnterAsRootOfUserNamespace()) && KeepMountsPrivate() &&
+         BringLoopbackUp() && ReplaceResolvConf(resolv_conf_text);
+}
+
+SilentNameServer::SilentNameServer()
+    : fd_(BoundNameServer()),
+      stop_fd_(eventfd(0, EFD_CLOEXEC)),
+      thread_([this] { TakeQuestionsUntilStopped(); }) {}
+
+SilentNameServer::~SilentNameServer() {
+  eventfd_write(stop_fd_, 1);
+  thread_.join();
+  close(stop_fd_);
+  close(fd_);
+}
+
+void SilentNameServer::TakeQuestionsUntilStopped() {
+  std::array<pollfd, 2> watched{{{fd_, POLLIN, 0}, {stop_fd_, POLLIN, 0}}};
+  std::array<char, 512> question;
+  while (poll(watched.data(), watched.size(), -1) < 0 || watched[1].revents == 0) {
+    if (recv(fd_, question.data(), question.size(), MSG_DONTWAIT) < 0) continue;
+    ++questions_;
+    asked_.Set();
+  }
+}
+
+}  // namespace test_support

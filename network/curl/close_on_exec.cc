@@ -5,10 +5,10 @@
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -18,11 +18,10 @@ namespace {
 bool IsMarked(int fd) { return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 void Mark(int fd) { fcntl(fd, F_SETFD, FD_CLOEXEC); }
 
-bool IsUnmarkedLocalSocket(int fd) {
-  if (IsMarked(fd)) return false;
-  int domain = 0;
+int DomainOf(int fd) {
+  int domain = AF_UNSPEC;
   socklen_t length = sizeof domain;
-  return getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &length) == 0 && domain == AF_UNIX;
+  return getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &length) == 0 ? domain : AF_UNSPEC;
 }
 
 std::vector<int> UnmarkedLocalSockets() {
@@ -32,31 +31,36 @@ std::vector<int> UnmarkedLocalSockets() {
   // A directory stream of its own: no other thread reads it.
   while (const dirent* entry = readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
     const int fd = std::atoi(entry->d_name);  // The two names with dots give 0: the standard input.
-    if (fd > 0 && IsUnmarkedLocalSocket(fd)) sockets.push_back(fd);
+    if (fd > 0 && !IsMarked(fd) && DomainOf(fd) == AF_UNIX) sockets.push_back(fd);
   }
   return sockets;
 }
 
-int CountOf(int fd, unsigned long request) {
+int BytesIn(int fd) {
   int count = 0;
-  return ioctl(fd, request, &count) == 0 ? count : -1;
+  return ioctl(fd, SIOCINQ, &count) == 0 ? count : 0;
+}
+int BytesOut(int fd) {
+  int count = 0;
+  return ioctl(fd, SIOCOUTQ, &count) == 0 ? count : 0;
 }
 
 // Whether something is on its way through the pair that `fd` is an end of.
-bool IsBusy(int fd) { return CountOf(fd, SIOCINQ) > 0 || CountOf(fd, SIOCOUTQ) > 0; }
+bool IsBusy(int fd) { return BytesIn(fd) > 0 || BytesOut(fd) > 0; }
 
-ino_t InodeOf(int fd) {
-  struct stat status {};
-  return fstat(fd, &status) == 0 ? status.st_ino : 0;
-}
-
-void DropIdle(std::vector<int>& sockets) {
-  sockets.erase(std::remove_if(sockets.begin(), sockets.end(), [](int fd) { return !IsBusy(fd); }),
+template <class Condition>
+void KeepThose(std::vector<int>& sockets, Condition condition) {
+  sockets.erase(std::remove_if(sockets.begin(), sockets.end(), std::not_fn(condition)),
                 sockets.end());
 }
 
-void DropBusy(std::vector<int>& sockets) {
-  sockets.erase(std::remove_if(sockets.begin(), sockets.end(), IsBusy), sockets.end());
+// The other end of the pair of a lookup: it gets what is sent through this one. Nobody reads that
+// there, since the lookup's thread only writes.
+void KeepPartner(std::vector<int>& sockets, int socket) {
+  constexpr char kBytes[3] = {};
+  KeepThose(sockets, [](int fd) { return BytesIn(fd) == 0; });
+  send(socket, kBytes, sizeof kBytes, MSG_DONTWAIT | MSG_NOSIGNAL);
+  KeepThose(sockets, [](int fd) { return BytesIn(fd) == sizeof kBytes; });
 }
 
 }  // namespace
@@ -69,22 +73,21 @@ curl_socket_t OpenSocket(void*, curlsocktype, curl_sockaddr* address) {
 // the process does that at our command.
 void MarkWakeupPair(CURLM* multi) {
   std::vector<int> sockets = UnmarkedLocalSockets();
-  DropBusy(sockets);
+  KeepThose(sockets, std::not_fn(IsBusy));
   curl_multi_wakeup(multi);
-  DropIdle(sockets);
+  KeepThose(sockets, IsBusy);
   curl_multi_poll(multi, nullptr, 0, 0, nullptr);
-  DropBusy(sockets);
+  KeepThose(sockets, std::not_fn(IsBusy));
   std::for_each(sockets.begin(), sockets.end(), Mark);
 }
 
-// The system numbers both ends of a pair in one go.
 void MarkWatchedSocket(curl_socket_t socket) {
-  if (!IsUnmarkedLocalSocket(socket)) return;
-  const ino_t inode = InodeOf(socket);
+  if (IsMarked(socket)) return;
   Mark(socket);
-  for (const int other : UnmarkedLocalSockets()) {
-    if (InodeOf(other) == inode + 1) Mark(other);
-  }
+  if (DomainOf(socket) != AF_UNIX) return;
+  std::vector<int> sockets = UnmarkedLocalSockets();
+  KeepPartner(sockets, socket);
+  std::for_each(sockets.begin(), sockets.end(), Mark);
 }
 
 }  // namespace WQBASE::network

@@ -8,8 +8,8 @@ namespace WQBASE::network {
 // opened by us, with the flag. libcurl opens two kinds of socket pairs by itself, without it: one
 // for each multi handle, and one for each lookup of a name. These functions find them.
 //
-// A pair is told by what the system says of it, so that no descriptor of the client is touched. A
-// child that is forked in the moment between the opening and the marking inherits the pair.
+// A pair is told by what passes through it at our command, so that no descriptor of the client is
+// touched. A child that is forked in the moment between the opening and the marking inherits it.
 
 // Opens a socket that children don't inherit, for CURLOPT_OPENSOCKETFUNCTION.
 curl_socket_t OpenSocket(void* unused, curlsocktype purpose, curl_sockaddr* address);

@@ -146,7 +146,7 @@ ServerCertificate CertificateAuthority::SelfMade(const std::vector<std::string>&
 
 ServerCertificate CertificateAuthority::Write(const Identity& identity) {
   const std::string base = directory_ / ("server" + std::to_string(++written_));
-  const ServerCertificate files{base + ".crt", base + ".key"};
+  ServerCertificate files{base + ".crt", base + ".key"};
   WriteCertificate(identity.certificate.get(), files.certificate_file);
   WriteKey(identity.key.get(), files.key_file);
   return files;

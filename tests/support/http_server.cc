@@ -303,6 +303,7 @@ void HttpServer::Engine::Converse(int fd, int connection) {
     stream.BeginRequest();
   }
   stream.SayGoodbye();
+  current_stream = nullptr;
 }
 
 void HttpServer::Engine::Handle(const httplib::Request& request, httplib::Response& response) {
@@ -324,7 +325,8 @@ HttpServer::Handler HttpServer::Engine::Record(const SeenRequest& seen) {
   return found == handlers_.end() ? Echo : found->second;
 }
 
-HttpServer::HttpServer(std::optional<ServerCertificate> certificate, const std::string& address)
+HttpServer::HttpServer(const std::optional<ServerCertificate>& certificate,
+                       const std::string& address)
     : engine_(std::make_unique<Engine>(certificate, address)) {}
 
 HttpServer::~HttpServer() = default;

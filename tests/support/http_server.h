@@ -48,7 +48,7 @@ class HttpServer {
  public:
   using Handler = std::function<ServerAnswer(const SeenRequest&)>;
 
-  explicit HttpServer(std::optional<ServerCertificate> certificate = std::nullopt,
+  explicit HttpServer(const std::optional<ServerCertificate>& certificate = std::nullopt,
                       const std::string& address = "127.0.0.1");
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;

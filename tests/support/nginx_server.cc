@@ -69,7 +69,7 @@ void PassOn(int socket) {
                          const std::vector<ListeningSocket>& sockets, pid_t parent) {
   sigset_t none;
   sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
   close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
   for (const ListeningSocket& socket : sockets) PassOn(socket.fd());
   prctl(PR_SET_PDEATHSIG, SIGTERM);

@@ -94,7 +94,7 @@ std::string RawConnection::ReadRequest() {
   size += kHeadEnd.size();
   size += BodySizeOf(received_.substr(0, size));
   while (received_.size() < size && Receive()) continue;
-  const std::string request = received_.substr(0, size);
+  std::string request = received_.substr(0, size);
   received_.erase(0, size);
   return request;
 }

@@ -1,0 +1,209 @@
+#include <curl/curl.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <tarvel/tarvel.h>
+
+#include <csignal>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tarvel/environment/environment_manager_storage.h"
+#include "tests/network/child_process.h"
+#include "tests/network/transport.h"
+#include "tests/support/certificate_authority.h"
+#include "tests/support/http_server.h"
+#include "tests/support/nginx_server.h"
+#include "tests/support/private_network.h"
+#include "tests/support/raw_server.h"
+#include "tests/support/test_settings.h"
+
+// What the transport may not do to the process that it lives in.
+namespace {
+
+using namespace test_support;
+using testing::IsSubsetOf;
+using WQBASE::network::HttpRequestUser;
+
+// Sends through the client of the environment that is up.
+std::future<std::int64_t> Send(const std::string& url) {
+  const auto status = std::make_shared<std::promise<std::int64_t>>();
+  const auto request = std::make_shared<HttpRequestUser>();
+  request->url = url;
+  request->method = WQBASE::network::kMethodGet;
+  request->callback = [status](const auto& response, std::int32_t) {
+    status->set_value(response->status);
+  };
+  zo_tarvel::GetStorage()->http_client->send(request);
+  return status->get_future();
+}
+
+// What a program that this process executes finds open.
+std::set<std::string> InheritedDescriptors() {
+  FILE* const output = popen("ls -l /proc/self/fd | sed -n 's/.*-> //p'", "re");
+  std::string text;
+  for (int c; (c = std::fgetc(output)) != EOF;) text += static_cast<char>(c);
+  pclose(output);
+  std::set<std::string> sockets;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("socket:") || line.starts_with("anon_inode:")) sockets.insert(line);
+  }
+  return sockets;
+}
+
+TEST(ProcessTest, IsNotHeldUpByASilentNameServer) {
+  EXPECT_GOOD_CHILD([] {
+    if (!EnterPrivateNetwork(SilentNameServer::kResolvConf)) return kNotPermitted;
+    SilentNameServer name_server;
+    HttpServer server;
+    const auto before = InheritedDescriptors();
+    const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
+    std::vector<std::future<std::int64_t>> stuck;
+    for (int i = 0; i < 200; ++i) stuck.push_back(Send("http://a.example/"));
+    EXPECT_TRUE(name_server.AwaitQuestion());
+    // The lookups take 10 s each.
+    EXPECT_LT(MillisecondsOf([&] { EXPECT_EQ(Send(server.url("/")).get(), 200); }), 3'000);
+    EXPECT_THAT(InheritedDescriptors(), IsSubsetOf(before));
+    EXPECT_LT(MillisecondsOf([&] { zo_tarvel::ExitTarvelEnvironment(id); }), 3'000);
+    EXPECT_EQ(stuck.back().wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    return 0;
+  });
+}
+
+TEST(ProcessTest, GetsNoSignalFromAServerThatClosesUnderAnUpload) {
+  EXPECT_GOOD_CHILD([] {
+    std::signal(SIGPIPE, SIG_DFL);
+    CertificateAuthority authority;
+    RawServer plain([](RawConnection& connection) { connection.Reset(); });
+    NginxServer tls({.listeners = {{"127.0.0.1", authority.Issue({"a.example"})}},
+                     .server_text = "client_max_body_size 1k; lingering_close off;"});
+    Transport transport;
+    for (const std::string& url : {plain.url("/"), tls.url("/")}) {
+      for (int i = 0; i < 10; ++i) {
+        const auto request = Get(url);
+        request->method = WQBASE::network::kMethodPost;
+        request->body.assign(4'000'000, 'x');
+        EXPECT_FALSE(transport.Fetch(request)->success);
+      }
+    }
+    return 0;
+  });
+}
+
+TEST(ProcessTest, HandsNoDescriptorToItsChildren) {
+  EXPECT_GOOD_CHILD([] {
+    NginxServer server({.files = {{"/index", "good"}}});
+    RawServer silent(NeverAnswers());
+    EXPECT_NE(socket(AF_UNIX, SOCK_STREAM, 0), -1);  // The process's own, which they do inherit.
+    const auto before = InheritedDescriptors();
+    EXPECT_EQ(before.size(), 1U);
+    Transport transport;
+    EXPECT_TRUE(transport.Fetch(server.url("/index"))->success);
+    const auto in_flight = transport.Start(Get(silent.url("/")));
+    while (silent.connections() < 1) std::this_thread::yield();
+    EXPECT_EQ(InheritedDescriptors(), before);
+    return 0;
+  });
+}
+
+TEST(ProcessTest, MayHaveThousandsOfDescriptorsOpen) {
+  EXPECT_GOOD_CHILD([] {
+    constexpr int kMany = 2'000;
+    const rlimit limit{kMany + 200, kMany + 200};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kNotPermitted;
+    CertificateAuthority authority;
+    HttpServer plain;
+    HttpServer tls(authority.Issue({"a.example"}));
+    for (int i = 0; i < kMany; ++i) EXPECT_NE(open("/dev/null", O_RDONLY), -1);
+    Transport transport;
+    const std::string by_name = "http://localhost:" + std::to_string(plain.port());
+    for (const std::string& url : {plain.url("/"), tls.url("/"), by_name}) {
+      const auto response = transport.Fetch(url);
+      EXPECT_TRUE(response->success) << url << response->error_text;
+    }
+    return 0;
+  });
+}
+
+TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptors) {
+  EXPECT_GOOD_CHILD([] {
+    HttpServer server;
+    Transport transport;
+    std::vector<int> taken;
+    for (int fd; (fd = open("/dev/null", O_RDONLY)) != -1;) taken.push_back(fd);
+    EXPECT_EQ(WQBASE::network::CurlRequestor::Create({}), nullptr);
+    EXPECT_NE(transport.Fetch(server.url("/"))->error_text, "");
+    EXPECT_NE(transport.Fetch("http://localhost/")->error_text, "");
+    for (int i = 0; i < 20; ++i) close(taken.at(i));
+    EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
+    return 0;
+  });
+}
+
+TEST(ProcessTest, MayForkWhileTransfersAreInFlight) {
+  EXPECT_GOOD_CHILD([] {
+    HttpServer server;
+    Event release;
+    server.Answer("/held", [&](const SeenRequest&) {
+      return ServerAnswer{release.Await() ? 200 : 500, {}, ""};
+    });
+    const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
+    EXPECT_EQ(Send(server.url("/")).get(), 200);
+    auto held = Send(server.url("/held"));
+    while (server.requests().size() < 2) std::this_thread::yield();
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      zo_tarvel::ExitTarvelEnvironment(id);
+      std::exit(zo_tarvel::StartTarvelEnvironment(TestSettings()));
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    release.Set();
+    EXPECT_EQ(held.get(), 200);
+    EXPECT_EQ(Send(server.url("/")).get(), 200);
+    zo_tarvel::ExitTarvelEnvironment(id);
+    return 0;
+  });
+}
+
+TEST(ProcessTest, MayUseLibcurlItself) {
+  HttpServer server;
+  const std::string url = server.url("/");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 20; ++i) {
+        curl_global_init(CURL_GLOBAL_DEFAULT);
+        CURL* const easy = curl_easy_init();
+        curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+        EXPECT_EQ(curl_easy_perform(easy), CURLE_OK);
+        curl_easy_cleanup(easy);
+        curl_global_cleanup();
+        EXPECT_TRUE(Transport().Fetch(url)->success);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+TEST(EnvironmentTransportTest, OpensNewConnectionsAfterANetworkChange) {
+  HttpServer server;
+  const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
+  EXPECT_EQ(server.connections(), 1);
+  zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+  EXPECT_EQ(Send(server.url("/")).get(), 200);
+  EXPECT_EQ(server.connections(), 2);
+  zo_tarvel::ExitTarvelEnvironment(id);
+}
+
+}  // namespace

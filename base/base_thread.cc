@@ -98,11 +98,7 @@ void BaseThread::StopAndJoin() {
   stopping.store(true, std::memory_order_release);
   CallStopClosure();
   if (const auto native = CurrentNativeThread()) {
-    if (BaseThread::IsCurrentThread()) {
-      JoinWhenFinished(native);
-    } else {
-      native->Join();
-    }
+    if (!native->Join()) JoinWhenFinished(native);
   }
   running.store(false, std::memory_order_release);
 }
@@ -117,7 +113,6 @@ void BaseThread::CallStopClosure() {
 }
 
 void BaseThread::Join() {
-  if (IsCurrentThread()) return;  // It would wait for itself.
   if (const auto native = CurrentNativeThread()) native->Join();
 }
 

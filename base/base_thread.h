@@ -42,8 +42,8 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   // gives no thread.
   void Start() override;
 
-  // Tells the body to end and waits for it. On the thread itself it only tells; a later Stop from
-  // another thread waits.
+  // Tells the body to end and waits for it. On the thread itself, and on a thread that it waits
+  // for, it only tells; a later Stop from another thread waits.
   void Stop() override;
   void Join() override;
 

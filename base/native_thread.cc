@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,52 @@ bool AllJoined() {
   return Unjoined().threads.empty();
 }
 
+thread_local const NativeThread* current_thread = nullptr;
+
+// Which thread of the library waits for the end of which: callbacks on two of them may stop each
+// the other one's object at the same moment. Threads of the client are not in it, since nobody here
+// waits for them.
+struct Waits {
+  std::mutex lock;                                               // A leaf.
+  std::map<const NativeThread*, const NativeThread*> target_of;  // Guarded by `lock`.
+};
+
+Waits& AllWaits() {
+  static NoDestructor<Waits> waits;
+  return *waits;
+}
+
+// The calling thread's wait for another, unless that would close a circle.
+class Wait {
+ public:
+  explicit Wait(const NativeThread& target) : allowed_(Begin(target)) {}
+  ~Wait() {
+    if (current_thread == nullptr || !allowed_) return;
+    const std::lock_guard<std::mutex> lock(AllWaits().lock);
+    AllWaits().target_of.erase(current_thread);
+  }
+  Wait(const Wait&) = delete;
+  Wait& operator=(const Wait&) = delete;
+
+  bool allowed() const { return allowed_; }
+
+ private:
+  static bool Begin(const NativeThread& target) {
+    if (current_thread == nullptr) return true;
+    const std::lock_guard<std::mutex> lock(AllWaits().lock);
+    auto& target_of = AllWaits().target_of;
+    for (const NativeThread* next = &target; next != nullptr;) {
+      if (next == current_thread) return false;
+      const auto wait = target_of.find(next);
+      next = wait == target_of.end() ? nullptr : wait->second;
+    }
+    target_of[current_thread] = &target;
+    return true;
+  }
+
+  const bool allowed_;
+};
+
 struct JoinAtExit {
   // Threads that end while this waits still need their records' key.
   JoinAtExit() { CreateThreadInfoKey(); }
@@ -56,15 +103,19 @@ void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::funct
   const std::lock_guard<std::mutex> lock(thread->lock_);
   thread->thread_ = std::thread([thread, body = std::move(body)]() mutable {
     const LibraryThreadScope scope;
+    current_thread = thread.get();
     body();
     body = nullptr;
     thread->finished_.store(true, std::memory_order_release);
   });
 }
 
-void NativeThread::Join() {
+bool NativeThread::Join() {
+  const Wait wait(*this);
+  if (!wait.allowed()) return false;
   const std::lock_guard<std::mutex> lock(lock_);
   if (thread_.joinable()) thread_.join();
+  return true;
 }
 
 void JoinWhenFinished(const std::shared_ptr<NativeThread>& thread) {

@@ -22,9 +22,10 @@ class NativeThread {
   // Raises std::system_error when the system gives no thread.
   static void Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body);
 
-  // Waits for the end. At once when it never started or was joined before. Not on the thread
-  // itself.
-  void Join();
+  // Waits for the end; true at once when it never started or was joined before. False, without
+  // waiting, where that would never end: on the thread itself, and on a thread that it waits for
+  // itself, directly or through others.
+  bool Join();
   // The body has been run and destroyed, so that a Join takes no time.
   bool finished() const { return finished_.load(std::memory_order_acquire); }
 
@@ -34,8 +35,9 @@ class NativeThread {
   std::thread thread_;  // Guarded by `lock_`.
 };
 
-// Sees to the end of a thread that nobody can join: one that was stopped by itself, or whose object
-// ends on it. Detached, it could still be on its way out when the library's image is unloaded.
+// Sees to the end of a thread that nobody can join: one that was stopped by itself or by a thread
+// that it waits for, or whose object ends on it. Detached, it could still be on its way out when
+// the library's image is unloaded.
 //
 // It is joined when it has finished, by one of the next calls or when the process exits or unloads
 // the image, which waits for it for some seconds.

@@ -25,6 +25,10 @@ class Timer {
   // thread; without either, nothing happens. `times` 0 is one shot, n gives n runs `delay_ms`
   // apart, a negative value repeats until cancelled.
   virtual void Start(std::int32_t delay_ms, Task task, std::int32_t times);
+  // Cancels what is pending.
+  void Stop() { weak_flag.CancelWeakClosures(); }
+  // Started and not stopped. A one-shot timer that has fired counts as running until it is stopped.
+  bool IsRunning() const { return weak_flag.HasWeakClosures(); }
 
  private:
   std::shared_ptr<ITaskLoop> LoopToRunOn() const;

@@ -54,6 +54,8 @@ class WeakClosureSupportor {
 
   // Kills all closures made so far. The next ToWeakClosure starts a new generation.
   void CancelWeakClosures() { flag.reset(); }
+  // Whether a generation lives.
+  bool HasWeakClosures() const { return flag.use_count() != 0; }
 
  private:
   std::shared_ptr<ZOWeakFlag> flag;  // The living generation; empty until the first closure.

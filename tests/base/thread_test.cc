@@ -2,6 +2,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <latch>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -146,4 +147,27 @@ TEST(ThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
 }
 
 }  // namespace
+// As when callbacks on two threads release each the other one's service.
+TEST(ThreadTest, TwoThatStopEachOtherBothEnd) {
+  for (int round = 0; round < 100; ++round) {
+    const auto first = std::make_shared<TaskThread>("first");
+    const auto second = std::make_shared<TaskThread>("second");
+    first->Start();
+    second->Start();
+    std::latch both_run(2);
+    std::latch both_stopped(2);
+    const auto stop = [&](TaskThread& other) {
+      both_run.arrive_and_wait();
+      other.Stop();
+      both_stopped.count_down();
+    };
+    first->PostTask([&] { stop(*second); });
+    second->PostTask([&] { stop(*first); });
+    both_stopped.wait();
+    first->Stop();
+    second->Stop();
+    EXPECT_FALSE(first->IsRunning() || second->IsRunning());
+  }
+}
+
 }  // namespace zo_base

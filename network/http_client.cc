@@ -9,8 +9,8 @@ namespace {
 std::string CutAtNul(const std::string& text) { return {text.c_str()}; }
 
 void HandOver(const std::shared_ptr<HttpRequestUser>& request, const HttpResponse& response) {
+  if (request == nullptr || !request->callback) return;
   const auto callback = request->callback;
-  if (!callback) return;
   const auto result = std::make_shared<HttpResponseUser>();
   result->request = request.get();
   result->headers = response.headers;

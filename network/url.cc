@@ -64,7 +64,7 @@ bool IsHttps(std::string_view url) { return GetScheme(url) == "https"; }
 std::string GetHost(std::string_view url, bool with_port) {
   const ParsedUrl parsed = Parsed(url);
   std::string host(parsed.host.In(url));
-  if (with_port && !host.empty() && parsed.port.present()) {
+  if (with_port && parsed.port.present()) {
     host.append(":").append(parsed.port.In(url));
   }
   return host;

@@ -17,7 +17,7 @@ std::string GetSchemePrefix(std::string_view url);
 bool IsHttps(std::string_view url);
 
 // The host as it is written, an IPv6 address in its brackets. `with_port` adds ":" and the port if
-// the URL has both. Empty without a host.
+// the URL has one.
 std::string GetHost(std::string_view url, bool with_port);
 
 // The port's leading number, 0 without one. As with atoi, blanks and a sign may come before it and

@@ -3,6 +3,15 @@
 #include "network/curl/header_list.h"
 
 namespace WQBASE::network {
+namespace {
+
+// "HTTP/1.1 103 Early Hints"
+bool IsInterim(std::string_view status_line) {
+  const auto blank = status_line.find(' ');
+  return blank != std::string_view::npos && status_line.substr(blank + 1).starts_with('1');
+}
+
+}  // namespace
 
 void AnswerCollector::Attach(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, OnHeader);
@@ -15,6 +24,7 @@ void AnswerCollector::Clear() {
   headers.clear();
   body.clear();
   header_bytes = 0;
+  next_ = Next::kStatusLine;
   error.clear();
 }
 
@@ -22,7 +32,14 @@ void AnswerCollector::Clear() {
 std::size_t AnswerCollector::OnHeader(char* data, std::size_t size, std::size_t count,
                                       void* collector) {
   const std::string_view line(data, size * count);
-  return static_cast<AnswerCollector*>(collector)->TakeHeaderLine(line) ? line.size() : 0;
+  auto* const self = static_cast<AnswerCollector*>(collector);
+  self->header_bytes += line.size();
+  if (self->header_bytes > kLongestHeaders) {
+    self->error = "The answer's headers are longer than 262144 bytes";
+    return 0;
+  }
+  self->TakeHeaderLine(line);
+  return line.size();
 }
 
 std::size_t AnswerCollector::OnBody(char* data, std::size_t size, std::size_t count,
@@ -31,16 +48,23 @@ std::size_t AnswerCollector::OnBody(char* data, std::size_t size, std::size_t co
   return static_cast<AnswerCollector*>(collector)->TakeBody(bytes) ? bytes.size() : 0;
 }
 
-bool AnswerCollector::TakeHeaderLine(std::string_view line) {
-  header_bytes += line.size();
-  if (header_bytes > kLongestHeaders) {
-    error = "The answer's headers are longer than 262144 bytes";
-    return false;
+void AnswerCollector::TakeHeaderLine(std::string_view line) {
+  switch (next_) {
+    case Next::kStatusLine:
+      headers.clear();
+      is_interim_ = IsInterim(line);
+      next_ = Next::kHeader;
+      break;
+    case Next::kHeader:
+      if (line == "\r\n" || line == "\n") {
+        next_ = is_interim_ ? Next::kStatusLine : Next::kTrailer;
+      } else {
+        AppendHeaderLine(headers, line);
+      }
+      break;
+    case Next::kTrailer:
+      break;
   }
-  if (!body.empty()) return true;                  // A trailer.
-  if (line.starts_with("HTTP/")) headers.clear();  // What came before was an interim answer.
-  AppendHeaderLine(headers, line);
-  return true;
 }
 
 bool AnswerCollector::TakeBody(std::string_view bytes) {

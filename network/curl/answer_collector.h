@@ -32,10 +32,15 @@ class AnswerCollector {
   std::string error;  // Set when the answer was too large.
 
  private:
+  enum class Next { kStatusLine, kHeader, kTrailer };
+
   static std::size_t OnHeader(char* data, std::size_t size, std::size_t count, void* collector);
   static std::size_t OnBody(char* data, std::size_t size, std::size_t count, void* collector);
-  bool TakeHeaderLine(std::string_view line);
+  void TakeHeaderLine(std::string_view line);
   bool TakeBody(std::string_view bytes);
+
+  Next next_ = Next::kStatusLine;
+  bool is_interim_ = false;  // A better answer will follow.
 };
 
 }  // namespace WQBASE::network

@@ -24,15 +24,18 @@ int DomainOf(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &length) == 0 ? domain : AF_UNSPEC;
 }
 
+// In ascending order.
 std::vector<int> UnmarkedLocalSockets() {
   std::vector<int> sockets;
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir("/proc/self/fd"), closedir);
   if (directory == nullptr) return sockets;
   // A directory stream of its own: no other thread reads it.
   while (const dirent* entry = readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
-    const int fd = std::atoi(entry->d_name);  // The two names with dots give 0: the standard input.
-    if (fd > 0 && !IsMarked(fd) && DomainOf(fd) == AF_UNIX) sockets.push_back(fd);
+    if (entry->d_name[0] == '.') continue;
+    const int fd = std::atoi(entry->d_name);
+    if (!IsMarked(fd) && DomainOf(fd) == AF_UNIX) sockets.push_back(fd);
   }
+  std::sort(sockets.begin(), sockets.end());
   return sockets;
 }
 
@@ -65,20 +68,25 @@ void KeepPartner(std::vector<int>& sockets, int socket) {
 
 }  // namespace
 
-curl_socket_t OpenSocket(void*, curlsocktype, curl_sockaddr* address) {
-  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+curl_socket_t OpenSocket(const curl_sockaddr& address) {
+  return socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
 }
 
-// The pair is idle, busy while a wake-up is under way, and idle again after it: no other pair of
-// the process does that at our command.
-void MarkWakeupPair(CURLM* multi) {
+// The pair is new, idle, busy while wake-ups are under way, and idle again after them.
+CURLM* OpenMulti() {
+  const std::vector<int> before = UnmarkedLocalSockets();
+  CURLM* const multi = curl_multi_init();
+  if (multi == nullptr) return nullptr;
   std::vector<int> sockets = UnmarkedLocalSockets();
-  KeepThose(sockets, std::not_fn(IsBusy));
+  KeepThose(sockets, [&](int fd) {
+    return !std::binary_search(before.begin(), before.end(), fd) && !IsBusy(fd);
+  });
   curl_multi_wakeup(multi);
   KeepThose(sockets, IsBusy);
   curl_multi_poll(multi, nullptr, 0, 0, nullptr);
   KeepThose(sockets, std::not_fn(IsBusy));
   std::for_each(sockets.begin(), sockets.end(), Mark);
+  return multi;
 }
 
 void MarkWatchedSocket(curl_socket_t socket) {

@@ -11,11 +11,11 @@ namespace WQBASE::network {
 // A pair is told by what passes through it at our command, so that no descriptor of the client is
 // touched. A child that is forked in the moment between the opening and the marking inherits it.
 
-// Opens a socket that children don't inherit, for CURLOPT_OPENSOCKETFUNCTION.
-curl_socket_t OpenSocket(void* unused, curlsocktype purpose, curl_sockaddr* address);
+// Opens a socket to a server.
+curl_socket_t OpenSocket(const curl_sockaddr& address);
 
-// Marks the pair that curl_multi_wakeup writes to. No transfer may have been added yet.
-void MarkWakeupPair(CURLM* multi);
+// curl_multi_init, with the pair that curl_multi_wakeup writes to.
+CURLM* OpenMulti();
 
 // Marks `socket`, which libcurl has told us to watch, and its partner, unless we opened it
 // ourselves.

@@ -1,6 +1,7 @@
 #include "network/curl/connection_pool.h"
 
 #include <sys/epoll.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -30,9 +31,8 @@ int ActionOf(std::uint32_t events) {
 }  // namespace
 
 ConnectionPool::ConnectionPool(int epoll, std::uint32_t id)
-    : epoll_(epoll), id_(id), multi_(curl_multi_init()) {
+    : epoll_(epoll), id_(id), multi_(OpenMulti()) {
   if (multi_ == nullptr) return;
-  MarkWakeupPair(multi_);
   curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMostIdleConnections);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, OnSocketWanted);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
@@ -45,6 +45,10 @@ ConnectionPool::~ConnectionPool() {
 }
 
 bool ConnectionPool::Add(CURL* easy) {
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnSocketOpened);
+  curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnSocketClosed);
+  curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
   if (curl_multi_add_handle(multi_, easy) != CURLM_OK) return false;
   ++in_flight_;
   return true;
@@ -55,6 +59,13 @@ void ConnectionPool::Remove(CURL* easy) {
 }
 
 void ConnectionPool::OnSocketEvents(int socket, std::uint32_t events) {
+  const auto own = sockets_.find(socket);
+  if (own != sockets_.end() && !own->second.wanted) {
+    // An idle connection has something to say, most often its end. Its next user will see.
+    own->second.watched_for = 0;
+    Unwatch(socket);
+    return;
+  }
   Work(socket, ActionOf(events));
 }
 
@@ -80,9 +91,16 @@ void ConnectionPool::TakeFinished(const OnFinished& on_finished) {
   }
 }
 
+// Never answers a failure: libcurl would give the whole multi handle up. A transfer whose socket
+// can't be watched runs into its time-out.
 int ConnectionPool::OnSocketWanted(CURL*, curl_socket_t socket, int what, void* pool,
                                    void* watched) {
   auto* const self = static_cast<ConnectionPool*>(pool);
+  const auto own = self->sockets_.find(socket);
+  if (own != self->sockets_.end()) {
+    self->WatchOwn(socket, own->second, what);
+    return 0;
+  }
   if (what == CURL_POLL_REMOVE) {
     self->Unwatch(socket);
     return 0;
@@ -91,19 +109,37 @@ int ConnectionPool::OnSocketWanted(CURL*, curl_socket_t socket, int what, void* 
     MarkWatchedSocket(socket);
     curl_multi_assign(self->multi_, socket, self);
   }
-  return self->Watch(socket, what, watched != nullptr) ? 0 : -1;
+  self->Watch(socket, what, watched != nullptr);
+  return 0;
+}
+
+// Between two transfers on a connection the set keeps it, which saves two system calls for each.
+void ConnectionPool::WatchOwn(curl_socket_t socket, Socket& own, int what) {
+  own.wanted = what != CURL_POLL_REMOVE;
+  const std::uint32_t events = EventsOf(what);
+  if (!own.wanted || own.watched_for == events) return;
+  if (Watch(socket, what, own.watched_for != 0)) own.watched_for = events;
+}
+
+curl_socket_t ConnectionPool::OnSocketOpened(void* pool, curlsocktype, curl_sockaddr* address) {
+  const curl_socket_t socket = OpenSocket(*address);
+  if (socket != CURL_SOCKET_BAD) static_cast<ConnectionPool*>(pool)->sockets_[socket] = {};
+  return socket;
+}
+
+int ConnectionPool::OnSocketClosed(void* pool, curl_socket_t socket) {
+  auto* const self = static_cast<ConnectionPool*>(pool);
+  // A forked child may hold the socket open, and with it its place in the set.
+  const auto own = self->sockets_.extract(socket);
+  if (!own.empty() && own.mapped().watched_for != 0) self->Unwatch(socket);
+  return close(socket);
 }
 
 bool ConnectionPool::Watch(curl_socket_t socket, int what, bool is_watched) {
   epoll_event event{};
   event.events = EventsOf(what);
   event.data.u64 = (std::uint64_t{id_} << 32) | static_cast<std::uint32_t>(socket);
-  if (epoll_ctl(epoll_, is_watched ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event) == 0) {
-    return true;
-  }
-  // libcurl may have closed a watched socket and got the same number for the next one.
-  const int other_way = is_watched ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
-  return epoll_ctl(epoll_, other_way, socket, &event) == 0;
+  return epoll_ctl(epoll_, is_watched ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event) == 0;
 }
 
 void ConnectionPool::Unwatch(curl_socket_t socket) const {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 namespace WQBASE::network {
 
@@ -42,6 +43,15 @@ class ConnectionPool {
   void TakeFinished(const OnFinished& on_finished);
 
  private:
+  // A socket to a server, from its opening to its closing.
+  struct Socket {
+    bool wanted = false;            // libcurl wants its events.
+    std::uint32_t watched_for = 0;  // What the epoll set has it for; 0 when it isn't there.
+  };
+
+  static curl_socket_t OnSocketOpened(void* pool, curlsocktype purpose, curl_sockaddr* address);
+  static int OnSocketClosed(void* pool, curl_socket_t socket);
+  void WatchOwn(curl_socket_t socket, Socket& own, int what);
   static int OnSocketWanted(CURL* easy, curl_socket_t socket, int what, void* pool, void* watched);
   static int OnTimerWanted(CURLM* multi, long timeout_ms, void* pool);
   bool Watch(curl_socket_t socket, int what, bool is_watched);
@@ -52,6 +62,7 @@ class ConnectionPool {
   const std::uint32_t id_;
   std::size_t in_flight_ = 0;
   std::optional<Clock::time_point> due_;
+  std::unordered_map<curl_socket_t, Socket> sockets_;
   CURLM* const multi_;  // Last: it works on the others until it is gone.
 };
 

@@ -44,19 +44,18 @@ std::optional<FirstHop> MakeFirstHop(const HttpRequest& request, std::string& er
   auto address = ParseWebAddress(hop.asked_url, error);
   if (!address) return std::nullopt;
 
+  HeaderList headers = request.headers;
   if (request.sni && !request.host.empty()) {
-    hop.headers.emplace_back("Host", request.host);
+    headers.insert(headers.begin(), {"Host", request.host});
     if (address->https) {
-      auto named = WithHost(*address, request.host, error);
+      auto named = WithHost(*address, Bracketed(request.host), error);
       if (!named) return std::nullopt;
       first.pinned = PinnedServer{*named, address->host};
       address = std::move(named);
     }
   }
+  hop.headers = HeadersToSend(headers);
   hop.address = std::move(*address);
-  for (const auto& [name, value] : HeadersToSend(request.headers)) {
-    SetHeader(hop.headers, name, value);
-  }
   return first;
 }
 

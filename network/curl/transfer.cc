@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <utility>
 
-#include "network/curl/close_on_exec.h"
 #include "network/curl/redirect.h"
 
 namespace WQBASE::network {
 namespace {
 
 constexpr long kOk = 200;
+constexpr char kNotRepeated[] = "The connection broke under a request that is not to be repeated";
 
 // libcurl reads 0 as "no limit".
 std::chrono::milliseconds TimeLimit(std::int32_t time_out) {
@@ -21,6 +21,14 @@ std::chrono::milliseconds TimeLimit(std::int32_t time_out) {
 bool IsIdempotent(const Hop& hop) {
   const bool is_get = hop.verb == "GET" || (hop.verb.empty() && !hop.sends_body);
   return is_get || hop.verb == "PUT" || hop.verb == "DELETE";
+}
+
+// The list stays as it is when memory is short.
+void Append(Transfer::Lines& lines, const std::string& line) {
+  curl_slist* const longer = curl_slist_append(lines.get(), line.c_str());
+  if (longer == nullptr) return;
+  static_cast<void>(lines.release());
+  lines.reset(longer);
 }
 
 // How a connection ends under a request.
@@ -42,11 +50,9 @@ Transfer::Transfer(std::shared_ptr<const HttpRequest> request,
     hop_ = std::move(first->hop);
     pinned_ = std::move(first->pinned);
   } else {
-    EndWith(0, error);
+    Fail(error);
   }
 }
-
-Transfer::~Transfer() = default;
 
 void Transfer::Prepare(CURL* easy) {
   answer_.Clear();
@@ -57,16 +63,26 @@ void Transfer::Prepare(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_);
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // A lookup without an answer holds nobody up.
-  curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OpenSocket);
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");  // All that libcurl can decode.
   curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, repeated_ ? 1L : 0L);
+  attempts_ = 0;
+  curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, OnAttempt);
+  curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
   PrepareVerb(easy);
   PrepareHeaders(easy);
   PrepareServer(easy);
   PrepareTrust(easy);
+}
+
+// libcurl sends any request again when a pooled connection breaks under it. One that isn't
+// idempotent may have been carried out by then.
+int Transfer::OnAttempt(void* transfer, char*, char*, int, int) {
+  auto* const self = static_cast<Transfer*>(transfer);
+  const bool allowed = ++self->attempts_ == 1 || IsIdempotent(self->hop_);
+  return allowed ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 
 // The body stays in the request, which this holds.
@@ -87,9 +103,7 @@ void Transfer::PrepareVerb(CURL* easy) {
 
 void Transfer::PrepareHeaders(CURL* easy) {
   header_lines_.reset();
-  const auto append = [this](const std::string& line) {
-    header_lines_.reset(curl_slist_append(header_lines_.release(), line.c_str()));
-  };
+  const auto append = [this](const std::string& line) { Append(header_lines_, line); };
   append("Expect:");  // None: it would cost a round trip.
   for (const auto& [name, value] : hop_.headers) {
     const bool empty = value.find_first_not_of(" \t") == std::string::npos;
@@ -100,27 +114,28 @@ void Transfer::PrepareHeaders(CURL* easy) {
 
 void Transfer::PrepareServer(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_URL, hop_.address.url.c_str());
+  curl_easy_setopt(easy, CURLOPT_CURLU, hop_.address.parsed.get());
   connect_to_.reset();
   if (!pinned_ || !hop_.address.SameServer(pinned_->name)) return;
-  const std::string server = hop_.address.host + ':' + hop_.address.port;
-  const std::string literal = pinned_->literal + ':' + hop_.address.port;
-  connect_to_.reset(curl_slist_append(nullptr, (server + ':' + literal).c_str()));
+  Append(connect_to_, "::" + pinned_->literal + ':' + hop_.address.port);  // Whatever the host.
   curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connect_to_.get());
 }
 
 bool Transfer::ChecksPeer() const { return request_->sni || trust_.verify_always; }
 
-// Without a check no authorities are loaded. With one, they come from one file, since libcurl keeps
-// only that in memory for the next connection.
+// Without a check no authorities are loaded. With one, they come from one file where there is one,
+// since libcurl keeps only that in memory for the next connection.
 void Transfer::PrepareTrust(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, ChecksPeer() ? 1L : 0L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, ChecksPeer() ? 2L : 0L);
-  curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
   if (!ChecksPeer()) {
     curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
   } else if (!trust_.trust_store.empty()) {
     curl_easy_setopt(easy, CURLOPT_CAINFO, trust_.trust_store.c_str());
   }
+  const char* file = nullptr;
+  curl_easy_getinfo(easy, CURLINFO_CAINFO, &file);
+  if (file != nullptr || !ChecksPeer()) curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
 }
 
 void Transfer::FinishHop(CURL* easy, CURLcode result) {
@@ -129,19 +144,21 @@ void Transfer::FinishHop(CURL* easy, CURLcode result) {
   } else if (MayRepeat(easy, result)) {
     repeated_ = true;
   } else {
-    long status = 0;
-    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
-    const char* text = error_[0] != '\0' ? error_ : curl_easy_strerror(result);
-    EndWith(status == kOk ? 0 : status, answer_.error.empty() ? text : answer_.error);
+    connection_went_silent_ = result == CURLE_OPERATION_TIMEDOUT && WithoutAnswerOnOldOne(easy);
+    Break(easy, result);
   }
+}
+
+bool Transfer::WithoutAnswerOnOldOne(CURL* easy) const {
+  long new_connections = 0;
+  curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &new_connections);
+  return new_connections == 0 && answer_.header_bytes == 0;
 }
 
 // The server closed the pooled connection at the moment when it was taken up again.
 bool Transfer::MayRepeat(CURL* easy, CURLcode result) const {
-  long new_connections = 0;
-  curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &new_connections);
-  return !repeated_ && new_connections == 0 && answer_.header_bytes == 0 &&
-         IsBrokenConnection(result) && IsIdempotent(hop_) && Clock::now() < deadline_;
+  return !repeated_ && WithoutAnswerOnOldOne(easy) && IsBrokenConnection(result) &&
+         IsIdempotent(hop_) && Clock::now() < deadline_;
 }
 
 void Transfer::Succeed(CURL* easy) {
@@ -149,17 +166,35 @@ void Transfer::Succeed(CURL* easy) {
   const char* target = nullptr;
   curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
   curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &target);
-  std::string error = "The requested URL returned error: " + std::to_string(status);
-  if (status == kOk) error.clear();
+  std::string error;
+  if (status != kOk) error = "The requested URL returned error: " + std::to_string(status);
 
   const auto redirect =
       FollowRedirect(hop_, status, answer_.headers, target == nullptr ? "" : target, error);
-  if (redirect == Redirect::kFollow && ++redirects_ <= kMostRedirects) return;
+  if (redirect == Redirect::kFollow && ++redirects_ <= kMostRedirects) {
+    repeated_ = false;
+    return;
+  }
   if (redirect == Redirect::kFollow) error = "Maximum (20) redirects followed";
+  TakeAnswer();
+  EndWith(status, error);
+}
+
+// What came of an answer with another status than 200 is handed over all the same.
+void Transfer::Break(CURL* easy, CURLcode result) {
+  long status = 0;
+  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+  const bool is_other = status > kOk;  // Below are interim answers.
+  if (is_other) TakeAnswer();
+  const char* text = error_[0] != '\0' ? error_ : curl_easy_strerror(result);
+  if (result == CURLE_ABORTED_BY_CALLBACK) text = kNotRepeated;
+  EndWith(is_other ? status : 0, answer_.error.empty() ? text : answer_.error);
+}
+
+void Transfer::TakeAnswer() {
   response_->headers = std::move(answer_.headers);
   response_->body_text.assign(answer_.body.begin(), answer_.body.end());
   response_->body = std::move(answer_.body);
-  EndWith(status, error);
 }
 
 void Transfer::Fail(const std::string& error) { EndWith(0, error); }

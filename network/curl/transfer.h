@@ -25,9 +25,10 @@ struct TrustSettings {
 // transport; it lends an easy handle for each hop. Dropped without Complete, it calls nobody.
 class Transfer {
  public:
+  using Lines = std::unique_ptr<curl_slist, void (*)(curl_slist*)>;
+
   Transfer(std::shared_ptr<const HttpRequest> request, IHttpRequestor::Completion completion,
            const TrustSettings& trust);
-  ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
@@ -39,21 +40,27 @@ class Transfer {
   void FinishHop(CURL* easy, CURLcode result);
   // The transport could not even begin.
   void Fail(const std::string& error);
+  // The transfer timed out on a pooled connection without hearing anything: its path may be dead,
+  // and libcurl would go on using it.
+  bool connection_went_silent() const { return connection_went_silent_; }
 
   // Calls the completion, once.
   void Complete();
 
  private:
   using Clock = std::chrono::steady_clock;
-  using Lines = std::unique_ptr<curl_slist, void (*)(curl_slist*)>;
 
+  static int OnAttempt(void* transfer, char*, char*, int, int);
   bool ChecksPeer() const;
   void PrepareVerb(CURL* easy);
   void PrepareHeaders(CURL* easy);
   void PrepareServer(CURL* easy);
   void PrepareTrust(CURL* easy);
+  bool WithoutAnswerOnOldOne(CURL* easy) const;
   bool MayRepeat(CURL* easy, CURLcode result) const;
   void Succeed(CURL* easy);
+  void Break(CURL* easy, CURLcode result);
+  void TakeAnswer();
   void EndWith(long status, const std::string& error);
 
   const std::shared_ptr<const HttpRequest> request_;
@@ -65,7 +72,9 @@ class Transfer {
   std::optional<PinnedServer> pinned_;
   bool needs_hop_ = true;
   int redirects_ = 0;
-  bool repeated_ = false;  // After a pooled connection had turned out dead.
+  bool repeated_ = false;  // This hop, after a pooled connection had turned out dead.
+  bool connection_went_silent_ = false;
+  int attempts_ = 0;  // Of libcurl, at this hop.
 
   // What the easy handle points to.
   Lines header_lines_{nullptr, curl_slist_free_all};

@@ -38,7 +38,7 @@ TransportThread::TransportThread()
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.u64 = kWakeSource;
-  epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event);
+  watches_wake_ = epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) == 0;
   ReplacePool();
 }
 
@@ -47,9 +47,7 @@ TransportThread::~TransportThread() {
   DropAll();  // If it never ran.
 }
 
-bool TransportThread::usable() const {
-  return epoll_.get() >= 0 && wake_.get() >= 0 && !pools_.empty();
-}
+bool TransportThread::usable() const { return watches_wake_ && !pools_.empty(); }
 
 void TransportThread::WakeUp() const { eventfd_write(wake_.get(), 1); }
 
@@ -73,6 +71,7 @@ void TransportThread::Run() {
     TakeOrders();
     RunDueTimers();
     FinishTransfers();
+    CompleteEnded();
     DropDrainedPools();
     WaitForEvents();
   }
@@ -99,21 +98,30 @@ void TransportThread::ReplacePool() {
 }
 
 void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
-  CURL* const easy = transfer->NeedsHop() ? TakeEasyHandle() : nullptr;
-  if (easy == nullptr) {
-    if (transfer->NeedsHop()) transfer->Fail("Out of memory");
-    transfer->Complete();
-    return;
-  }
+  if (transfer->NeedsHop() && TryHop(transfer)) return;
+  if (transfer->NeedsHop()) transfer->Fail("The transfer could not be begun");
+  ended_.push_back(std::move(transfer));
+}
+
+// Takes the transfer when it succeeds.
+bool TransportThread::TryHop(std::unique_ptr<Transfer>& transfer) {
+  CURL* const easy = TakeEasyHandle();
+  if (easy == nullptr) return false;
   transfer->Prepare(easy);
   ConnectionPool* const pool = pools_.back().get();
-  if (pool->Add(easy)) {
-    in_flight_[easy] = {std::move(transfer), pool};
-    return;
+  if (!pool->Add(easy)) {
+    GiveBack(easy);
+    return false;
   }
-  GiveBack(easy);
-  transfer->Fail("The transfer could not be begun");
-  transfer->Complete();
+  in_flight_[easy] = {std::move(transfer), pool};
+  return true;
+}
+
+// All at once, after the work on the sockets: the first completion wakes the threads that they
+// post to, and the others find them awake.
+void TransportThread::CompleteEnded() {
+  for (const auto& transfer : ended_) transfer->Complete();
+  ended_.clear();
 }
 
 void TransportThread::RunDueTimers() {
@@ -128,9 +136,10 @@ void TransportThread::FinishTransfers() {
 }
 
 void TransportThread::OnHopFinished(CURL* easy, CURLcode result) {
-  auto transfer = std::move(in_flight_.extract(easy).mapped().transfer);
+  auto [transfer, pool] = std::move(in_flight_.extract(easy).mapped());
   transfer->FinishHop(easy, result);
   GiveBack(easy);
+  if (transfer->connection_went_silent() && pool == pools_.back().get()) ReplacePool();
   StartHop(std::move(transfer));
 }
 

@@ -50,6 +50,8 @@ class TransportThread : public zo_base::BaseThread {
   void FinishTransfers();
   void OnHopFinished(CURL* easy, CURLcode result);
   void StartHop(std::unique_ptr<Transfer> transfer);
+  bool TryHop(std::unique_ptr<Transfer>& transfer);
+  void CompleteEnded();
   void DropDrainedPools();
   void DropAll();
   CURL* TakeEasyHandle();
@@ -57,6 +59,7 @@ class TransportThread : public zo_base::BaseThread {
 
   const FileDescriptor epoll_;
   const FileDescriptor wake_;  // An eventfd.
+  bool watches_wake_ = false;
   const std::shared_ptr<std::function<void()>> wake_up_;
 
   zo_base::_thread_recursive_mutex lock_;
@@ -68,6 +71,7 @@ class TransportThread : public zo_base::BaseThread {
   std::uint32_t last_pool_id_ = 0;
   std::vector<std::unique_ptr<ConnectionPool>> pools_;  // New transfers go to the last one.
   std::unordered_map<CURL*, InFlight> in_flight_;
+  std::vector<std::unique_ptr<Transfer>> ended_;  // To be completed.
   std::vector<CURL*> free_handles_;
 };
 

@@ -4,10 +4,12 @@
 
 #include <memory>
 
+#include "network/text.h"
+
 namespace WQBASE::network {
 namespace {
 
-using UrlHandle = std::unique_ptr<CURLU, void (*)(CURLU*)>;
+using UrlHandle = std::shared_ptr<CURLU>;
 
 // As it was written, for all but the scheme and the host.
 constexpr unsigned kParseFlags = CURLU_PATH_AS_IS | CURLU_NON_SUPPORT_SCHEME;
@@ -17,18 +19,17 @@ bool Accept(CURLUcode code, std::string& error) {
   return code == CURLUE_OK;
 }
 
-std::string Part(const UrlHandle& handle, CURLUPart part) {
+std::string Part(const UrlHandle& handle, CURLUPart part, unsigned flags = 0) {
   char* text = nullptr;
-  if (curl_url_get(handle.get(), part, &text, CURLU_DEFAULT_PORT) != CURLUE_OK) return {};
+  if (curl_url_get(handle.get(), part, &text, flags) != CURLUE_OK) return {};
   const std::unique_ptr<char, void (*)(void*)> owner(text, curl_free);
   return text;
 }
 
-std::string WholeUrl(const UrlHandle& handle) {
-  char* text = nullptr;
-  if (curl_url_get(handle.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return {};
-  const std::unique_ptr<char, void (*)(void*)> owner(text, curl_free);
-  return text;
+std::string Normalized(std::string host) {
+  ToLower(host);
+  if (host.ends_with('.')) host.pop_back();
+  return host;
 }
 
 std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string& error) {
@@ -39,13 +40,18 @@ std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string& error)
     error = "Neither http nor https";
     return std::nullopt;
   }
-  address.url = WholeUrl(handle);
+  address.url = Part(handle, CURLUPART_URL);
   address.host = Part(handle, CURLUPART_HOST);
-  address.port = Part(handle, CURLUPART_PORT);
+  address.port = Part(handle, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  address.parsed = handle;
   return address;
 }
 
 }  // namespace
+
+bool WebAddress::SameServer(const WebAddress& other) const {
+  return https == other.https && port == other.port && Normalized(host) == Normalized(other.host);
+}
 
 std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& error) {
   if (url.find('\0') != std::string::npos) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <curl/curl.h>
+
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -12,9 +15,10 @@ struct WebAddress {
   std::string host;  // An IPv6 literal is in brackets.
   std::string port;  // Also when the URL names none.
 
-  bool SameServer(const WebAddress& other) const {
-    return https == other.https && host == other.host && port == other.port;
-  }
+  std::shared_ptr<CURLU> parsed;  // The same, so that libcurl need not parse it again.
+
+  // Hosts compare without regard to case and to a dot at the end.
+  bool SameServer(const WebAddress& other) const;
 };
 
 // The parts of an http or https URL. Nothing for any other text; then `error` says why.

@@ -87,6 +87,28 @@ TEST(BrokenServerTest, TakesWhatIsJustWithinTheLimits) {
   EXPECT_EQ(response->body, Bytes("c\0d"s));
 }
 
+TEST(BrokenServerTest, HandsOverWhatCameOfAnAnswerWithABadStatus) {
+  RawServer server(AnswerWith("HTTP/1.1 404 No\r\nA: b\r\nContent-Length: 10\r\n\r\nhalf"));
+  Transport transport;
+  const auto response = transport.Fetch(server.url("/"));
+  EXPECT_EQ(response->status, 404);
+  EXPECT_EQ(response->body_text, "half");
+  EXPECT_THAT(response->headers, ElementsAre(Pair("A", "b"), Pair("Content-Length", "10")));
+  EXPECT_NE(response->error_text, "");
+  RawServer interim(AnswerWith("HTTP/1.1 103 Early Hints\r\nA: early\r\n\r\n"));
+  EXPECT_EQ(transport.Fetch(interim.url("/"))->status, 0);
+}
+
+TEST(BrokenServerTest, LeavesTrailersOut) {
+  RawServer server(
+      AnswerWith("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nHTTP/x: t\r\n"
+                 "Location: /x\r\n\r\n"));
+  Transport transport;
+  const auto response = transport.Fetch(server.url("/"));
+  EXPECT_TRUE(response->success);
+  EXPECT_THAT(response->headers, ElementsAre(Pair("Transfer-Encoding", "chunked")));
+}
+
 // Transfers that hang, drip and flood at once.
 TEST(BrokenServerTest, HoldsUpNoOtherTransfer) {
   Transport transport;

@@ -63,6 +63,45 @@ TEST(ConnectionTest, IsReplacedUnseenWhenTheServerClosesItUnderARequest) {
   EXPECT_EQ(server.connections(), 5);
 }
 
+// Only what can be carried out twice is sent twice.
+TEST(ConnectionTest, ThatBreaksUnderAPostEndsIt) {
+  std::atomic<int> posts{0};
+  RawServer server([&](RawConnection& connection) {
+    for (;;) {
+      const std::string request = connection.ReadRequest();
+      if (!request.starts_with("GET")) {
+        posts += request.starts_with("POST") ? 1 : 0;
+        return;
+      }
+      connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ngood");
+    }
+  });
+  Transport transport;
+  EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
+  const auto request = Get(server.url("/"));
+  request->method = kMethodPost;
+  request->body = Bytes("text");
+  EXPECT_THAT(transport.Fetch(request)->error_text, testing::HasSubstr("not to be repeated"));
+  EXPECT_EQ(posts, 1);
+}
+
+// As behind a router that has forgotten its connections.
+TEST(ConnectionTest, ThatFellSilentTakesTheOthersWithIt) {
+  HttpServer other;
+  RawServer server([](RawConnection& connection) {
+    connection.ReadRequest();
+    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ngood");
+    connection.AwaitStop();
+  });
+  Transport transport;
+  EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
+  EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
+  EXPECT_FALSE(transport.Fetch(Get(server.url("/"), 200))->success);
+  EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
+  EXPECT_EQ(server.connections(), 1);
+  EXPECT_EQ(other.connections(), 2);
+}
+
 TEST(ConnectionTest, OfHttp2OutlivesWhatTheServerCloses) {
   CertificateAuthority authority;
   NginxServer nginx({.listeners = {{"127.0.0.1", authority.Issue({"a.example"}), true}},

@@ -89,6 +89,15 @@ TEST_F(TransferTest, SendsHeadersInOrderAndDropsThoseThatWouldBreakTheMessage) {
   EXPECT_THAT(given, ElementsAre(Pair("X-One", "2"), Pair("X-Empty", ""), Pair("X-Two", "a: b;c")));
 }
 
+TEST_F(TransferTest, DropsAHostThatWouldBreakTheMessage) {
+  const auto request = Get("");
+  request->sni = true;
+  request->host = "a.example\r\nX-Evil: 1";
+  const SeenRequest seen = Seen(request);
+  EXPECT_EQ(seen.header("X-Evil"), "");
+  EXPECT_EQ(seen.header("Host"), "127.0.0.1:" + std::to_string(server_.port()));
+}
+
 TEST_F(TransferTest, FillsTheResponseByItsStatus) {
   server_.Answer("/", [](const SeenRequest& request) {
     return ServerAnswer{request.header("want") == "" ? 200 : std::stoi(request.header("want")),

@@ -94,7 +94,7 @@ TEST(UrlTest, AnswersWhatIsAskedOfAUrl) {
       {"httpss://a:1", "", "a", "a:1", 1, false},
       {"http\0://a"s, "", "a", "a", 0, false},
       {"https", "", "https", "https", 0, false},
-      {"http://:80", "http", "", "", 80, false},
+      {"http://:80", "http", "", ":80", 80, false},
   };
   for (const auto& [url, scheme, host, host_and_port, port, https] : cases) {
     EXPECT_EQ(GetScheme(url), scheme) << url;

@@ -85,7 +85,10 @@ std::string AlternativeName(const std::string& name) {
 
 std::string AlternativeNames(const std::vector<std::string>& names) {
   std::string list;
-  for (const std::string& name : names) list += (list.empty() ? "" : ",") + AlternativeName(name);
+  for (const std::string& name : names) {
+    if (!list.empty()) list += ',';
+    list += AlternativeName(name);
+  }
   return list;
 }
 

@@ -14,8 +14,9 @@ namespace WQBASE::network {
 
 // What a server may send at most. More ends the transfer: an answer is a server's word, and memory
 // is the client's.
-inline constexpr std::size_t kLongestBody = 8 * 1024 * 1024;  // Decoded.
-inline constexpr std::size_t kLongestHeaders = 256 * 1024;    // Of one hop, with interim answers.
+inline constexpr std::size_t kLongestBody = std::size_t{8} * 1024 * 1024;  // Decoded.
+inline constexpr std::size_t kLongestHeaders =
+    std::size_t{256} * 1024;  // Of one hop, with interim answers.
 
 // Takes in the answer of one hop.
 //

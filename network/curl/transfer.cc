@@ -23,6 +23,14 @@ bool IsIdempotent(const Hop& hop) {
   return is_get || hop.verb == "PUT" || hop.verb == "DELETE";
 }
 
+// In libcurl's terms, where a header without a value ends in a semicolon.
+std::string LineOf(const std::pair<std::string, std::string>& header) {
+  std::string line = header.first;
+  const bool empty = header.second.find_first_not_of(" \t") == std::string::npos;
+  if (empty) return line.append(";");
+  return line.append(": ").append(header.second);
+}
+
 // The list stays as it is when memory is short.
 void Append(Transfer::Lines& lines, const std::string& line) {
   curl_slist* const longer = curl_slist_append(lines.get(), line.c_str());
@@ -105,10 +113,7 @@ void Transfer::PrepareHeaders(CURL* easy) {
   header_lines_.reset();
   const auto append = [this](const std::string& line) { Append(header_lines_, line); };
   append("Expect:");  // None: it would cost a round trip.
-  for (const auto& [name, value] : hop_.headers) {
-    const bool empty = value.find_first_not_of(" \t") == std::string::npos;
-    append(empty ? name + ';' : name + ": " + value);
-  }
+  for (const auto& header : hop_.headers) append(LineOf(header));
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, header_lines_.get());
 }
 

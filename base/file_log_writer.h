@@ -17,6 +17,9 @@ class TQLogImplBase : public ITQlogWriter {
  public:
   std::string_view GetIdent() const override { return {}; }
 
+  bool Takes(std::int32_t level) const override {
+    return level <= level_.load(std::memory_order_relaxed) && log_file_.IsReady();
+  }
   void Write(std::int32_t level, const std::string& text) override {
     if (level <= level_.load(std::memory_order_relaxed)) log_file_.Write(text);
   }

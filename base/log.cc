@@ -121,4 +121,9 @@ std::shared_ptr<ITQlogWriter> GetLogWriter() {
   return TQLogImpl<TarvelObject>::GetHeldInstance();
 }
 
+std::shared_ptr<ITQlogWriter> GetLogWriterFor(std::int32_t level) {
+  auto writer = GetLogWriter();
+  return writer != nullptr && writer->Takes(level) ? writer : nullptr;
+}
+
 }  // namespace zo_base

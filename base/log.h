@@ -91,13 +91,15 @@ void SetCustomLogGetter(CustomLogGetter getter);
 
 // The client's writer, else the file writer; null while no environment is up.
 std::shared_ptr<ITQlogWriter> GetLogWriter();
+// The same, and null as well where a record of this level would be dropped.
+std::shared_ptr<ITQlogWriter> GetLogWriterFor(std::int32_t level);
 
 // A record of the system.
 template <class Tag>
 class TQLogHelper final : public QLogHelper {
  public:
   TQLogHelper(std::int32_t level, const LogLocation& location)
-      : QLogHelper(level, location, GetLogWriter()) {}
+      : QLogHelper(level, location, GetLogWriterFor(level)) {}
 };
 
 }  // namespace zo_base

@@ -104,6 +104,11 @@ std::int32_t LogFile::Open(const std::string& path, std::uint32_t max_file_size,
   return result == kLogPagesNotLocked ? kLogNotMapped : result;
 }
 
+bool LogFile::IsReady() const {
+  MutexLock lock(lock_);
+  return buffer_ && buffer_->ready();
+}
+
 void LogFile::Write(std::string_view text) {
   MutexLock lock(lock_);
   if (buffer_) buffer_->Append(text);

@@ -31,6 +31,7 @@ class LogFile {
   // Sizes in bytes, 0 for the default. A LogOpenResult.
   std::int32_t Open(const std::string& path, std::uint32_t max_file_size,
                     std::uint32_t buffer_size);
+  bool IsReady() const;  // Whether a text written now would be kept.
   void Write(std::string_view text);
   // See LogFileBuffer::Flush. False when not open.
   bool Flush();

@@ -29,6 +29,8 @@ class ITQlogWriter {
   virtual bool PrintThreadName() const { return true; }
   // Records up to this level also tell where they come from.
   virtual std::int32_t LocationLevel() const { return kLogWarning; }
+  // Whether a record of this level would be kept; if not, nobody need put one together.
+  virtual bool Takes(std::int32_t) const { return true; }
   // `text` ends with a line feed.
   virtual void Write(std::int32_t level, const std::string& text) = 0;
 };

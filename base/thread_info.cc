@@ -49,6 +49,11 @@ ThreadInfo* GetCurrentThreadInfo() {
   return static_cast<ThreadInfo*>(pthread_getspecific(static_cast<pthread_key_t>(key)));
 }
 
+std::shared_ptr<ITaskLoop> GetCurrentTaskLoop() {
+  const ThreadInfo* current = GetCurrentThreadInfo();
+  return current == nullptr ? nullptr : current->task_loop;
+}
+
 bool OnLibraryThread() { return library_thread_scopes > 0; }
 
 LibraryThreadScope::LibraryThreadScope() { ++library_thread_scopes; }

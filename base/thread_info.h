@@ -30,6 +30,9 @@ void CreateThreadInfoKey();
 // thread where the process has used up its thread-local keys. Owned by the thread.
 ThreadInfo* GetCurrentThreadInfo();
 
+// The loop of the calling thread; null where it has none, or no record.
+std::shared_ptr<ITaskLoop> GetCurrentTaskLoop();
+
 // Whether the calling thread is one of the library's, that is, runs a BaseThread. Works without a
 // key.
 bool OnLibraryThread();

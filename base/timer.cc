@@ -20,8 +20,7 @@ void Timer::Start(std::int32_t delay_ms, Task task, std::int32_t times) {
 
 std::shared_ptr<ITaskLoop> Timer::LoopToRunOn() const {
   if (auto own = task_loop.lock()) return own;
-  const ThreadInfo* current = GetCurrentThreadInfo();
-  return current ? current->task_loop : nullptr;
+  return GetCurrentTaskLoop();
 }
 
 }  // namespace zo_base

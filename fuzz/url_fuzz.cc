@@ -56,8 +56,8 @@ void CheckHostAndPort(const ParsedUrl& url, std::string_view text) {
   const std::string host = GetHost(text, false);
   Require(host == url.host.In(text), "the host is the component");
   const std::string port_text(url.port.In(text));
-  const bool both = url.host.present() && url.port.present();
-  Require(GetHost(text, true) == (both ? host + ":" + port_text : host), "the host with its port");
+  const std::string with_port = url.port.present() ? host + ":" + port_text : host;
+  Require(GetHost(text, true) == with_port, "the host with its port");
   Require(GetPort(text) == NumberByStrtol(port_text), "the port is the number");
 
   std::string appended = "x";

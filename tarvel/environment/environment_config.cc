@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/md5.h"
+#include "tarvel/environment/exception_data_reporter.h"
 
 namespace zo_tarvel {
 namespace {
@@ -58,7 +59,18 @@ void _EnvironmentConfig::Load(const _ZOTarvelEnvironmentSettings& settings) {
   enable_exception_data_reporting_ = settings.enable_exception_data_reporting == 1;
   http_request_ip_preferred_ = settings.http_request_ip_preferred == 1;
   LoadTimeouts(settings.single_request_timeout, settings.single_request_prefail_timeout);
+  CreateExceptionReporter();
   SetExitFlag(false);
+}
+
+void _EnvironmentConfig::CreateExceptionReporter() {
+  const auto self = shared_from_this<_EnvironmentConfig>();
+  auto reporter = std::dynamic_pointer_cast<ExceptionDataReporterImpl>(exception_reporter_);
+  if (reporter == nullptr) {
+    reporter = std::make_shared<ExceptionDataReporterImpl>();
+    exception_reporter_ = reporter;
+  }
+  reporter->SetEnvironmentConfig(self);
 }
 
 void _EnvironmentConfig::LoadDirectories(const _ZOTarvelEnvironmentSettings& settings) {

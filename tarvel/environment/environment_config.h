@@ -4,13 +4,20 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "base/object.h"
 #include "base/recursive_mutex.h"
 #include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/trace_id_generator.h"
 
 namespace zo_tarvel {
+
+class HttpAgent;
+class IExceptionDataReporter;
+struct MultipleURLHttpRequest;
 
 // Signals of the configuration, emitted on the thread that made the change.
 // Argument: const std::string, the new token.
@@ -35,6 +42,10 @@ struct StatisticSettings {
 // owns it; all others reach it through a weak pointer.
 class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
  public:
+  // Sends a logical request; true to begin it on the agent's work thread.
+  using HttpRequestInvoker =
+      std::function<void(const MultipleURLHttpRequest&, bool post_to_work_thread)>;
+
   _EnvironmentConfig() = default;
   ~_EnvironmentConfig() override { SetExitFlag(true); }
 
@@ -72,11 +83,30 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   void SetStatisticSettings(const StatisticSettings& settings) { statistic_settings_ = settings; }
   const StatisticSettings& statistic_settings() const { return statistic_settings_; }
 
+  // Not locked: set by the agent in the start sequence.
+  void SetHttpRequestInvoker(HttpRequestInvoker invoker) {
+    http_request_invoker_ = std::move(invoker);
+  }
+  HttpRequestInvoker http_request_invoker() const { return http_request_invoker_; }
+  void SetHttpAgent(std::weak_ptr<HttpAgent> agent) { http_agent_ = std::move(agent); }
+
+  // Null before Load.
+  std::shared_ptr<IExceptionDataReporter> GetExceptionReporter() const {
+    return exception_reporter_;
+  }
+  // About the user, for exception records. Nothing sets a source for it yet.
+  std::string ExceptionUserInfo() const {
+    return exception_user_info_ ? exception_user_info_() : std::string();
+  }
+  // See trace_id_generator.h.
+  std::string GenerateTraceId() const { return zo_tarvel::GenerateTraceId(); }
+
   // The values as log text. The token stands there in plain.
   std::string FormatBanner() const;
 
  private:
   void LoadDirectories(const _ZOTarvelEnvironmentSettings& settings);
+  void CreateExceptionReporter();
   void LoadTimeouts(std::int32_t timeout, std::int32_t prefail_timeout);
 
   bool try_http_request_on_netunav_ = true;
@@ -94,6 +124,12 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   std::string log_path_;
   std::atomic<zo_net::AddressFamily> address_family_{zo_net::kAddressFamilyAny};
   StatisticSettings statistic_settings_;
+  HttpRequestInvoker http_request_invoker_;
+  std::weak_ptr<HttpAgent> http_agent_;
+  std::shared_ptr<IExceptionDataReporter> exception_reporter_;
+  std::function<std::string()> exception_user_info_;
+  const std::shared_ptr<TraceIdGeneratorTag> trace_id_generator_ =
+      std::make_shared<TraceIdGeneratorTag>();
   std::int32_t single_request_timeout_ = 7'000;          // Milliseconds.
   std::int32_t single_request_prefail_timeout_ = 2'000;  // Milliseconds.
   bool http_request_ip_preferred_ = false;

@@ -54,6 +54,14 @@ class ExitInProgress {
   std::atomic<bool>& flag_;
 };
 
+// Gives the client that was there before.
+std::shared_ptr<HttpClientEx> ReplaceHttpClient(EnvironmentManagerStorage& storage,
+                                                std::shared_ptr<HttpClientEx> client) {
+  MutexLock lock(storage.published_lock);
+  storage.http_client.swap(client);
+  return client;
+}
+
 // Waits for the start lock. False when the calling thread must not: a thread of the library while
 // another thread is in an exit, which may be waiting for it to end; and any callback out of a start
 // or an exit.
@@ -142,18 +150,22 @@ void EnvironmentManager::Start(const _ZOTarvelEnvironmentSettings& settings) {
   if (HeldAtExitManager() == nullptr) {
     HeldAtExitManager() = zo_base::GetAtExitManager<zo_base::TarvelObject>().first;
   }
-  if (storage_.config == nullptr) {
-    storage_.config = std::make_shared<_EnvironmentConfig>();
-    storage_.config_weak = storage_.config;
-  }
+  if (storage_.config == nullptr) storage_.config = std::make_shared<_EnvironmentConfig>();
   storage_.config->Load(settings);
+  PublishConfig();
   SetUpLogging(settings.custom_log);
   ZO_LOG << "\r\n------------------- start -------------------";
   ZO_LOG << storage_.config->FormatBanner();
   StartHttpClient();
+  StartHttpAgent();
   GetGoalkeeper().Arm();
   storage_.started = true;
   CreateObject();
+}
+
+void EnvironmentManager::PublishConfig() {
+  MutexLock lock(storage_.published_lock);
+  storage_.config_weak = storage_.config;
 }
 
 void EnvironmentManager::SetUpLogging(zo_base::TarvelCustomLog::Function custom_log) {
@@ -178,7 +190,7 @@ void EnvironmentManager::StartHttpClient() {
       SIG_NetworkChanged, [weak = std::weak_ptr<HttpClientEx>(client)](zo_net::AddressFamily) {
         if (const auto living = weak.lock()) living->RetireConnections();
       });
-  storage_.http_client = client;
+  ReplaceHttpClient(storage_, client);
   try {
     client->Start();
   } catch (const std::system_error& error) {
@@ -188,17 +200,33 @@ void EnvironmentManager::StartHttpClient() {
 
 void EnvironmentManager::ReleaseHttpClient() {
   ZO_LOG << "http client release begin";
-  if (const auto client = std::move(storage_.http_client)) {
+  if (const auto client = ReplaceHttpClient(storage_, nullptr)) {
     client->Stop();
     client->ReleaseRequestor();
   }
   ZO_LOG << "http client release end";
 }
 
+void EnvironmentManager::StartHttpAgent() {
+  storage_.http_agent = std::make_shared<HttpAgent>();
+  storage_.config->SetHttpAgent(storage_.http_agent);
+  storage_.http_agent->SetEnvironmentConfig(storage_.config);
+  storage_.http_agent->Init();
+}
+
+void EnvironmentManager::ReleaseHttpAgent() {
+  ZO_LOG << "http agent release begin";
+  if (storage_.http_agent) {
+    storage_.http_agent->Uninit();
+    storage_.http_agent.reset();
+  }
+  ZO_LOG << "http agent release end";
+}
+
 std::int32_t EnvironmentManager::CreateObject() {
   const std::int32_t id = ++storage_.next_object_id;
   auto object = std::make_shared<ZOTarvelObjectImpl>(id);
-  object->SetEnvironmentConfig(storage_.config_weak.lock());
+  object->SetEnvironmentConfig(storage_.config);
   object->Init();
   storage_.objects.Insert(id, std::move(object));
   return id;
@@ -251,8 +279,13 @@ void EnvironmentManager::Stop() {
   ZO_LOG << "stop all tarvel obj begin";
   storage_.objects.ForEach(StopObject);
   ZO_LOG << "stop all tarvel obj end";
+  ZO_LOG << "stop http agent begin";
+  if (storage_.http_agent) {
+    storage_.http_agent->Uninit();
+    ZO_LOG << "stop http agent end";
+  }
   ZO_LOG << "stop http client begin";
-  if (storage_.http_client) storage_.http_client->Stop();
+  if (const auto client = GetHttpClient()) client->Stop();
   ZO_LOG << "stop http client end";
   ZO_LOG << "stop environmen end";
 }
@@ -264,6 +297,7 @@ void EnvironmentManager::Exit() {
   storage_.objects.ForEach(ReleaseObject);
   storage_.objects.Clear();
   ZO_LOG << "all tarvel_object release end";
+  ReleaseHttpAgent();
   ZO_LOG << "environment release begin";
   storage_.config.reset();
   ZO_LOG << "environment release end";

@@ -27,8 +27,11 @@ class EnvironmentManager {
   void ExitEnvironment(const ExitRequest& request);
   std::int32_t CreateObject();
   void RemoveObject(std::int32_t id);
+  void PublishConfig();
   void SetUpLogging(zo_base::TarvelCustomLog::Function custom_log);
   void StartHttpClient();
+  void StartHttpAgent();
+  void ReleaseHttpAgent();
   void ReleaseHttpClient();
   void CloseLog();
   void Stop();  // Ends the threads.

@@ -5,6 +5,7 @@
 #include "base/forked_child.h"
 #include "base/log.h"
 #include "base/no_destructor.h"
+#include "tarvel/http_agent/http_tools/http_tool.h"
 
 namespace zo_tarvel {
 namespace {
@@ -40,6 +41,7 @@ struct StorageLifetime {
   StorageLifetime() {
     ReplaceStorage(std::make_shared<EnvironmentManagerStorage>());
     zo_base::SetCustomLogGetter(CustomLog);
+    SetHttpClientGetter(GetHttpClient);
   }
   ~StorageLifetime() {
     if (!zo_base::InForkedChild()) ReplaceStorage(nullptr);
@@ -54,6 +56,20 @@ std::shared_ptr<EnvironmentManagerStorage> GetStorage() {
   StorageSlot& slot = Slot();
   MutexLock lock(slot.lock);
   return slot.storage;
+}
+
+std::shared_ptr<_EnvironmentConfig> GetConfig() {
+  const auto storage = GetStorage();
+  if (storage == nullptr) return nullptr;
+  MutexLock lock(storage->published_lock);
+  return storage->config_weak.lock();
+}
+
+std::shared_ptr<WQBASE::network::HttpClientEx> GetHttpClient() {
+  const auto storage = GetStorage();
+  if (storage == nullptr) return nullptr;
+  MutexLock lock(storage->published_lock);
+  return storage->http_client;
 }
 
 }  // namespace zo_tarvel

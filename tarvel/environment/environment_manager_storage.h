@@ -11,14 +11,15 @@
 #include "tarvel/environment/environment_config.h"
 #include "tarvel/environment/exit_queue.h"
 #include "tarvel/environment/tarvel_object_table.h"
+#include "tarvel/http_agent/logic/http_agent.h"
 
 namespace zo_tarvel {
 
 // All that a running environment consists of. One per loaded library, made before any export can
 // run. EnvironmentManager works on it.
 //
-// Order of locks: `start_lock`, then the table's own. `start_lock` is never taken while holding the
-// table's.
+// Order of locks: `start_lock`, then any of the others. `start_lock` is never taken while holding
+// one of those.
 struct EnvironmentManagerStorage {
   std::atomic<bool> started{
       false};  // From the end of the start sequence to the end of the release.
@@ -27,9 +28,13 @@ struct EnvironmentManagerStorage {
   zo_base::_thread_recursive_mutex start_lock;  // Starts and exits run one at a time.
   std::atomic<std::int32_t> next_object_id{0};  // The last id given.
   TarvelObjectTable objects;
-  std::weak_ptr<_EnvironmentConfig> config_weak;  // What others lock to get the configuration.
-  std::shared_ptr<_EnvironmentConfig> config;
-  std::shared_ptr<WQBASE::network::HttpClientEx> http_client;  // Under `start_lock`.
+  std::shared_ptr<_EnvironmentConfig> config;  // Under `start_lock`, as the agent.
+  std::shared_ptr<HttpAgent> http_agent;
+
+  // What threads other than that of a start or an exit look at.
+  zo_base::_thread_recursive_mutex published_lock;
+  std::weak_ptr<_EnvironmentConfig> config_weak ZO_GUARDED_BY(published_lock);
+  std::shared_ptr<WQBASE::network::HttpClientEx> http_client ZO_GUARDED_BY(published_lock);
 
   // The client's log function. Never cleared by an exit.
   zo_base::_thread_recursive_mutex custom_log_lock;
@@ -45,5 +50,10 @@ struct EnvironmentManagerStorage {
 // Null once the library is being unloaded, and in a child forked off while it was at work. Any
 // thread.
 std::shared_ptr<EnvironmentManagerStorage> GetStorage();
+
+// The configuration and the HTTP client of the environment that is up; null without one. Any
+// thread.
+std::shared_ptr<_EnvironmentConfig> GetConfig();
+std::shared_ptr<WQBASE::network::HttpClientEx> GetHttpClient();
 
 }  // namespace zo_tarvel

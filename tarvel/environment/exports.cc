@@ -1,6 +1,9 @@
 #include <tarvel/tarvel.h>
 
+#include <memory>
+
 #include "tarvel/environment/environment_manager.h"
+#include "tarvel/environment/exception_data_reporter.h"
 
 namespace zo_tarvel {
 
@@ -12,10 +15,16 @@ IZOTarvelObject* GetTarvelObject(int id) noexcept { return FindObject(id); }
 
 void ExitTarvelEnvironment(int id) noexcept { RequestExit({.id = id}); }
 
-// Nothing of this release makes exception records, so no environment has a reporter that could take
-// the function, and no record has a text form.
-void SetExceptionDataReporter(const ExceptionDataReporter&) noexcept {}
+void SetExceptionDataReporter(const ExceptionDataReporter& reporter) noexcept {
+  const auto config = GetConfig();
+  if (config == nullptr) return;
+  const auto impl =
+      std::dynamic_pointer_cast<ExceptionDataReporterImpl>(config->GetExceptionReporter());
+  if (impl) impl->SetCallback(reporter);
+}
 
-std::string TarvelExceptionDataToJsonString(const TarvelExceptionData&) noexcept { return {}; }
+std::string TarvelExceptionDataToJsonString(const TarvelExceptionData& data) noexcept {
+  return GetStorage() == nullptr ? std::string() : ExceptionDataToJson(data);
+}
 
 }  // namespace zo_tarvel

@@ -48,9 +48,8 @@ void ZOTarvelObjectImpl::CreateLBSService() {
   MutexLock lock(lock_);
   if (lbs_service_) return;
   lbs_service_ = GetLBSServiceFactory().create();
-  const auto storage = GetStorage();
   auto* getter = dynamic_cast<IEnvironmentConfigGetter*>(lbs_service_.get());
-  if (storage && getter) getter->SetEnvironmentConfig(storage->config_weak.lock());
+  if (getter) getter->SetEnvironmentConfig(GetConfig());
 }
 
 void ZOTarvelObjectImpl::Stop() {

@@ -88,7 +88,7 @@ TEST_F(EnvironmentManagerTest, IgnoresAnExitWithoutAStart) {
 
 TEST_F(EnvironmentManagerTest, ReadsNewSettingsInANewLifeAndForgetsTheOldConfiguration) {
   StartTarvelEnvironment(SettingsOf("first"));
-  const auto old_config = storage_->config_weak;
+  const std::weak_ptr<_EnvironmentConfig> old_config = storage_->config;
   auto* old_getter = dynamic_cast<EnvironmentConfigGetterBase*>(GetTarvelObject(1));
   EXPECT_EQ(old_getter->GetEnvironmentConfig(), storage_->config);
   ExitTarvelEnvironment(1);

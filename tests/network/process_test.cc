@@ -39,7 +39,7 @@ std::future<std::int64_t> Send(const std::string& url) {
   request->callback = [status](const auto& response, std::int32_t) {
     status->set_value(response->status);
   };
-  zo_tarvel::GetStorage()->http_client->send(request);
+  zo_tarvel::GetHttpClient()->send(request);
   return status->get_future();
 }
 
@@ -147,6 +147,9 @@ TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptors) {
 }
 
 TEST(ProcessTest, MayForkWhileTransfersAreInFlight) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the leak check takes what the parent's threads own for lost";
+#endif
   EXPECT_GOOD_CHILD([] {
     HttpServer server;
     Event release;

@@ -1,0 +1,164 @@
+#include "tarvel/http_agent/http_tools/http_tool.h"
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+#include "base/log.h"
+#include "base/thread_info.h"
+#include "network/ip_address.h"
+#include "network/text.h"
+#include "network/url.h"
+
+namespace zo_tarvel {
+namespace {
+
+namespace network = WQBASE::network;
+using network::HeaderList;
+using network::HttpRequestUser;
+using network::HttpResponseUser;
+
+std::atomic<HttpClientGetter> client_getter{nullptr};
+
+std::shared_ptr<network::HttpClientEx> Client() {
+  const auto getter = client_getter.load(std::memory_order_acquire);
+  return getter == nullptr ? nullptr : getter();
+}
+
+const char* ToText(bool value) { return value ? "true" : "false"; }
+
+// The name is what stands before the first colon, the value what stands behind the last.
+HeaderList ToHeaderList(const std::vector<std::string>& lines) {
+  HeaderList headers;
+  for (const std::string& line : lines) {
+    auto pieces = network::Split(line, ":");
+    if (pieces.size() >= 2) headers.emplace_back(pieces.front(), pieces.back());
+  }
+  return headers;
+}
+
+bool NamesHost(const HeaderList& headers) {
+  return std::any_of(headers.begin(), headers.end(), [](const auto& header) {
+    std::string name = header.first;
+    network::ToUpper(name);
+    return name == "HOST";
+  });
+}
+
+// What the URL of a request says.
+struct Target {
+  explicit Target(const HttpRequest& request)
+      : url_host(network::GetHost(request.url, false)),
+        host(request.host.empty() ? url_host : request.host),
+        is_https_url(network::IsHttps(request.url)),
+        host_is_ip(network::IsIPAddress(url_host)) {}
+
+  bool names_host_behind_ip() const { return host_is_ip && !host.empty(); }
+  bool wants_sni() const { return host_is_ip && is_https_url; }
+
+  const std::string url_host;
+  const std::string host;
+  const bool is_https_url;
+  const bool host_is_ip;
+};
+
+std::int32_t PortOf(const std::string& url, bool is_https_url) {
+  const std::int32_t port = network::GetPort(url);
+  if (port != 0) return port;
+  return is_https_url ? 443 : 80;
+}
+
+std::shared_ptr<HttpRequestUser> ToClientRequest(const HttpRequest& request, const Target& target) {
+  auto result = std::make_shared<HttpRequestUser>();
+  result->setUrl(request.url);
+  result->setMethod(request.type == 0 ? network::kMethodGet : network::kMethodPost);
+  result->setTimeOut(request.time_out);
+  HeaderList headers = ToHeaderList(request.headers);
+  if (!NamesHost(headers)) headers.emplace_back("Host", target.host);
+  result->setHeaders(std::move(headers));
+  if (target.names_host_behind_ip()) {
+    result->setIP(target.url_host);
+    result->setPort(PortOf(request.url, target.is_https_url));
+    result->setHost(target.host);
+  }
+  if (target.wants_sni()) result->setSNI(true);
+  if (result->method == network::kMethodPost) {
+    result->setBody({request.body.begin(), request.body.end()});
+  }
+  return result;
+}
+
+void LogRequest(const HttpRequestUser& request, const Target& target) {
+  if (zo_base::GetLogWriterFor(zo_base::kLogApp) == nullptr) return;
+  std::string text;
+  const auto line = [&text](const std::string& content) { text.append(content).append("\r\n"); };
+  line("url:" + request.url);
+  line(std::string("type:") + network::VerbOf(request.method));
+  line("time_out:" + std::to_string(request.time_out));
+  line("host_from tarvel:" + target.host);
+  line(std::string("host_is_ip:") + ToText(target.host_is_ip));
+  line(std::string("is_https_url:") + ToText(target.is_https_url));
+  if (target.names_host_behind_ip()) {
+    line("host_is_ip is true && host not empty set request host and port \r\n{");
+    line("    call req->setIP:" + request.ip);
+    line("    call req->setPort:" + std::to_string(request.port));
+    line("    call req->setHost:" + request.host);
+    line("}");
+  }
+  if (target.wants_sni()) line("call req->setSNI:true");
+  line("Heads:");
+  for (const auto& [name, value] : request.headers) {
+    text.append("    ").append(name).append(":").append(value).append("\r\n");
+  }
+  ZO_LOG << "[http tool]Post request to http lib info:\r\n" << text;
+}
+
+std::string JoinHeaders(const HeaderList& headers) {
+  std::string text;
+  for (const auto& [name, value] : headers) {
+    if (!text.empty()) text += "\r\n";
+    text.append(name).append(":").append(value);
+  }
+  return text;
+}
+
+std::string BodyOf(const HttpResponseUser& response) {
+  std::string body = response.body_text.c_str();
+  if (!body.empty()) return body;
+  if (response.success) return {response.body.begin(), response.body.end()};
+  return response.error_text;
+}
+
+void Deliver(const HttpRequest::Callback& callback, const HttpResponseUser& response) {
+  if (!callback) return;
+  callback(static_cast<std::int32_t>(response.status), JoinHeaders(response.headers),
+           BodyOf(response));
+}
+
+}  // namespace
+
+void HttpTool::PostRequest(const HttpRequest& request) {
+  PostRequest(request, zo_base::GetCurrentTaskLoop());
+}
+
+void HttpTool::PostRequest(const HttpRequest& request,
+                           const std::weak_ptr<zo_base::ITaskLoop>& caller_loop) {
+  const Target target(request);
+  const auto client_request = ToClientRequest(request, target);
+  LogRequest(*client_request, target);
+  client_request->callback = [callback = request.callback, caller_loop](
+                                 const std::shared_ptr<HttpResponseUser>& response, std::int32_t) {
+    if (const auto loop = caller_loop.lock()) {
+      loop->PostTask([callback, response] { Deliver(callback, *response); });
+    } else {
+      Deliver(callback, *response);
+    }
+  };
+  if (const auto client = Client()) client->send(client_request);
+}
+
+void SetHttpClientGetter(HttpClientGetter getter) {
+  client_getter.store(getter, std::memory_order_release);
+}
+
+}  // namespace zo_tarvel

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "base/object.h"
+#include "base/timer.h"
+#include "tarvel/environment/environment_config_getter.h"
+#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/statistic_item.h"
+#include "tarvel/http_agent/logic/walk.h"
+
+namespace zo_tarvel {
+
+// The logical request is over. Emitted once at most, on the helper's thread. Arguments: const bool
+// stop, const bool success, const std::string headers, const std::string body,
+// const MultipleURLHttpRequest, as the helper had adjusted it.
+inline const char* SIG_ALL_SUB_REQUEST_RETURN() { return "SIG_ALL_SUB_REQUEST_RETURN"; }
+
+// Carries out one logical request: starts its URLs in order, the next one when a URL takes long or
+// has failed, has each answer judged, and ends with the first good one.
+//
+// Threads: a task thread, which is the one that calls InvokeRequest; all timers and answers come
+// back to it. No lock.
+// Ownership: nobody's while the request runs. The slot of SIG_ALL_SUB_REQUEST_RETURN takes it over
+// and destroys it, so nothing of it is touched after the emission; an answer that comes later finds
+// its weak closure dead. When the environment goes down first, it is never destroyed.
+class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
+                                     public zo_base::ZOObjectIMPL {
+ public:
+  MultipleURLHttpRequestHelper() = default;
+  ~MultipleURLHttpRequestHelper() override;
+
+  // Where timers and answers come back to: the loop of the thread that calls InvokeRequest, for
+  // those who can't rely on the thread's record of it.
+  void SetTaskLoop(std::weak_ptr<zo_base::ITaskLoop> loop) { task_loop_ = std::move(loop); }
+
+  // Takes a copy, and adjusts it to the settings of the environment.
+  void SetRequest(const MultipleURLHttpRequest& request);
+  // Starts the URL whose turn it is.
+  void InvokeRequest();
+
+  // The failed answers so far, in the order of their arrival.
+  const std::list<_StatisticItem>& statistic_items() const { return statistic_items_; }
+
+ private:
+  using Verdict = MultipleURLHttpRequest::CheckCallbackResult;
+
+  std::shared_ptr<_EnvironmentConfig> ConfigUnlessExiting();
+  void PutIPLiteralsFirst();
+  void AddTraceHeader();
+  void LogUrlList(const char* title) const;
+  void PostSubRequest(std::int32_t index, std::uint64_t start_time);
+
+  void OnUrlTakesLong(std::int32_t index);
+  void OnSubResponse(const SubResponse& response);
+  void TakeNote(WalkEvent event, const SubResponse& response, const Verdict& verdict);
+  void Act(WalkMove move, WalkEvent event, const WalkStanding& standing,
+           const SubResponse& response, const Verdict& verdict);
+  const std::string& UrlOf(const SubResponse& response) const;
+
+  bool AllRequested() const;
+  bool AnyTimerRuns() const;
+  void StartNext();
+  void StopAllTimers();
+  void RemoveTimer(std::int32_t index);
+  void AddStatisticItem(const SubResponse& response, const std::string& error_message);
+  void MarkCorrected(const SubResponse& response);
+  // Destroys this.
+  void End(const Verdict& verdict, const SubResponse& response);
+
+  std::weak_ptr<zo_base::ITaskLoop> task_loop_;
+  MultipleURLHttpRequest request_;
+  // One for each URL that was started and has not answered. Its timer runs while the next URL waits
+  // for it.
+  std::map<std::int32_t, std::shared_ptr<zo_base::Timer>> timers_;
+  std::int32_t current_index_ = 0;  // Of the URL started last.
+  std::list<_StatisticItem> statistic_items_;
+};
+
+}  // namespace zo_tarvel

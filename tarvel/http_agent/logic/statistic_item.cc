@@ -1,0 +1,50 @@
+#include "tarvel/http_agent/logic/statistic_item.h"
+
+#include <algorithm>
+
+#include "network/ip_address.h"
+#include "network/text.h"
+#include "network/url.h"
+
+namespace zo_tarvel {
+namespace {
+
+using WQBASE::network::Split;
+
+// Name and value of each line; of a value with a ":" in it, the end.
+std::map<std::string, std::string> HeaderMapOf(const std::vector<std::string>& lines) {
+  std::map<std::string, std::string> headers;
+  for (const std::string& line : lines) {
+    const auto pieces = Split(line, ":");
+    if (pieces.size() >= 2) headers[pieces.front()] = pieces.back();
+  }
+  return headers;
+}
+
+}  // namespace
+
+_StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request, const SubResponse& response,
+                                 const std::string& error_message, std::int64_t end_time) {
+  _StatisticItem item;
+  item.request_type = request.request_type;
+  item.url = request.urls[response.index].url;
+  const std::string host = WQBASE::network::GetHost(item.url, false);
+  if (WQBASE::network::IsIPAddress(host)) {
+    item.ips.push_back(host);
+  } else {
+    item.host = host;
+  }
+  item.app_key = request.context.app_key;
+  item.end_time = end_time;
+  item.code = response.code;
+  item.error_message = error_message;
+  item.duration = end_time - static_cast<std::int64_t>(response.start_time);
+  item.request_header = HeaderMapOf(request.headers);
+  item.response_header = HeaderMapOf(Split(response.headers, "\r\n"));
+  item.response_body = response.body;
+  item.trace_id = request.context.trace_id;
+  item.exception_category = std::max(0, request.context.exception_category);
+  return item;
+}
+
+}  // namespace zo_tarvel

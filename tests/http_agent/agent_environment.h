@@ -1,0 +1,111 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/steady_time.h"
+#include "tarvel/environment/environment_config_getter.h"
+#include "tarvel/environment/environment_manager_storage.h"
+#include "tests/support/test_settings.h"
+
+namespace test_support {
+
+// One record of the log: its text without what stands before and behind.
+struct LogRecord {
+  std::string text;
+  std::int64_t at = 0;  // Milliseconds of the steady clock.
+};
+
+// All that the library of this process has logged since Clear, as it happens. Any thread.
+class RecordedLog {
+ public:
+  // A custom_log function.
+  static void Take(const char* line) {
+    constexpr std::string_view kIdent = "[ZO_TARVEL][";
+    std::string_view text = line;
+    text.remove_prefix(text.find("] ", text.find(kIdent) + kIdent.size()) + 2);
+    text.remove_suffix(1);
+    const std::lock_guard lock(The().mutex);
+    The().records.push_back({std::string(text), zo_base::SteadyMilliseconds()});
+    The().changed.notify_all();
+  }
+
+  static void Clear() {
+    const std::lock_guard lock(The().mutex);
+    The().records.clear();
+  }
+
+  // Those that begin with `begin`.
+  static std::vector<LogRecord> Records(std::string_view begin = "") {
+    const std::lock_guard lock(The().mutex);
+    std::vector<LogRecord> records;
+    for (const LogRecord& record : The().records) {
+      if (record.text.starts_with(begin)) records.push_back(record);
+    }
+    return records;
+  }
+  static std::vector<std::string> Texts(std::string_view begin = "") {
+    std::vector<std::string> texts;
+    for (const LogRecord& record : Records(begin)) texts.push_back(record.text);
+    return texts;
+  }
+
+  // False when there has been no such record for so long that there will be none.
+  [[nodiscard]] static bool Await(std::string_view text) {
+    std::unique_lock lock(The().mutex);
+    return The().changed.wait_for(lock, std::chrono::seconds(20), [&] {
+      const auto& records = The().records;
+      return std::any_of(records.begin(), records.end(),
+                         [&](const LogRecord& record) { return record.text == text; });
+    });
+  }
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<LogRecord> records;
+  };
+  static State& The() {
+    static auto* const state = new State;  // The library may log to the very end.
+    return *state;
+  }
+};
+
+inline zo_tarvel::_ZOTarvelEnvironmentSettings AgentSettings() {
+  auto settings = TestSettings();
+  settings.custom_log = RecordedLog::Take;
+  return settings;
+}
+
+// An environment that is up for the length of a scope, and the way of a business class to its
+// agent.
+class AgentEnvironment : public zo_tarvel::EnvironmentConfigGetterBase {
+ public:
+  explicit AgentEnvironment(
+      const zo_tarvel::_ZOTarvelEnvironmentSettings& settings = AgentSettings()) {
+    RecordedLog::Clear();
+    id_ = zo_tarvel::StartTarvelEnvironment(settings);
+    SetEnvironmentConfig(zo_tarvel::GetConfig());
+  }
+  ~AgentEnvironment() override { Exit(); }
+
+  void Exit() {
+    if (id_ != 0) zo_tarvel::ExitTarvelEnvironment(id_);
+    id_ = 0;
+  }
+  void WasExited() { id_ = 0; }
+
+ private:
+  int id_ = 0;
+};
+
+}  // namespace test_support

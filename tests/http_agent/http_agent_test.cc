@@ -1,0 +1,511 @@
+#include "tarvel/http_agent/logic/http_agent.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/if_tun.h>
+#include <net/if.h>
+#include <net/route.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "base/thread_info.h"
+#include "tarvel/http_agent/logic/internet_reachability.h"
+#include "tests/http_agent/agent_environment.h"
+#include "tests/network/child_process.h"
+#include "tests/network/transport.h"
+#include "tests/support/event.h"
+#include "tests/support/http_server.h"
+#include "tests/support/private_network.h"
+#include "tests/support/raw_server.h"
+#include "tests/support/scoped_task_thread.h"
+
+// Logical requests as the library's own parts send them, through a whole environment.
+namespace zo_tarvel {
+namespace {
+
+using namespace test_support;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
+
+// The results of one logical request.
+struct Results {
+  std::atomic<int> count{0};
+  bool stop = false;
+  bool success = false;
+  std::string headers;
+  std::string body;
+  std::string thread;
+  Event first;
+};
+
+MultipleURLHttpRequest Request(const std::vector<std::string>& urls, Results& results) {
+  MultipleURLHttpRequest request;
+  for (const std::string& url : urls) request.urls.push_back({"", url});
+  request.time_out = 20'000;
+  request.multiple_time_out = 20'000;
+  request.check_callback = [](std::int32_t, std::int32_t code, auto&&...) {
+    return MultipleURLHttpRequest::CheckCallbackResult{code == 200, true, false, ""};
+  };
+  request.result_callback = [&results](bool stop, bool success, const std::string& headers,
+                                       const std::string& body) {
+    results.stop = stop;
+    results.success = success;
+    results.headers = headers;
+    results.body = body;
+    results.thread = zo_base::GetCurrentThreadInfo()->name;
+    ++results.count;
+    results.first.Set();
+  };
+  return request;
+}
+
+// A life in which a request is answered.
+void ExpectAGoodLife() {
+  HttpServer server;
+  Results results;
+  AgentEnvironment environment;
+  environment.InvokeHttpRequest(Request({server.url("/")}, results), true);
+  EXPECT_TRUE(results.first.Await());
+  environment.Exit();
+  EXPECT_TRUE(results.success);
+  EXPECT_EQ(results.count, 1);
+}
+
+enum class Caller { kForeign, kForeignNotPosting, kTaskThread };
+
+TEST(HttpAgentTest, GivesOneResultOnItsThreadWhoeverAsks) {
+  HttpServer server;
+  server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  const struct {
+    std::vector<std::string> urls;
+    bool success;
+    bool stop;
+    std::string body;
+  } rows[] = {
+      {{kRefused, server.url("/bad"), server.url("/good")}, true, false, "question"},
+      {{kRefused, server.url("/bad")}, false, false, "bad"},
+      {{}, false, true, ""},
+  };
+  for (const Caller caller : {Caller::kForeign, Caller::kForeignNotPosting, Caller::kTaskThread}) {
+    for (const auto& row : rows) {
+      Results results;
+      AgentEnvironment environment;
+      ScopedTaskThread other;
+      other->Start();
+      auto request = Request(row.urls, results);
+      request.request_type = 1;
+      request.body = "question";
+      if (caller == Caller::kTaskThread) {
+        other->PostTask([&] { environment.InvokeHttpRequest(request, false); });
+      } else {
+        environment.InvokeHttpRequest(request, caller == Caller::kForeign);
+      }
+      ASSERT_TRUE(results.first.Await());
+      environment.Exit();
+      EXPECT_EQ(results.count, 1);
+      EXPECT_EQ(results.success, row.success);
+      EXPECT_EQ(results.stop, row.stop);
+      EXPECT_EQ(results.body, row.body);
+      EXPECT_EQ(results.headers.empty(), row.urls.empty());
+      // Without a URL there is nothing to wait for.
+      const bool at_once = row.urls.empty() && caller == Caller::kTaskThread;
+      EXPECT_EQ(results.thread, at_once ? "worker" : "http_agent_work");
+    }
+  }
+}
+
+TEST(HttpAgentTest, NeedsNobodyToTell) {
+  HttpServer server;
+  Results unused;
+  AgentEnvironment environment;
+  for (const std::string& url : {server.url("/"), std::string(kRefused)}) {
+    auto request = Request({url}, unused);
+    request.result_callback = nullptr;
+    environment.InvokeHttpRequest(request, true);
+  }
+  constexpr char kTwice[] = "[multiple]Request return false, use http dns if fail:true";
+  EXPECT_TRUE(RecordedLog::Await(kTwice));
+  environment.Exit();
+  Results too_late;
+  environment.InvokeHttpRequest(Request({server.url("/")}, too_late), true);
+  EXPECT_EQ(too_late.count, 0);
+}
+
+TEST(HttpAgentTest, LogsAFailureTwiceWhenThereIsNoSecondTry) {
+  auto settings = AgentSettings();
+  settings.enable_httpdns = -1;
+  Results results;
+  AgentEnvironment environment(settings);
+  environment.InvokeHttpRequest(Request({kRefused}, results), true);
+  EXPECT_TRUE(results.first.Await());
+  constexpr char kLine[] = "[multiple]Request return false, use http dns if fail:false";
+  EXPECT_THAT(RecordedLog::Texts("[multiple]Request return false"), ElementsAre(kLine, kLine));
+}
+
+TEST(HttpAgentTest, IsStoppedBeforeTheClientAndReleasedBeforeTheConfiguration) {
+  { AgentEnvironment environment; }
+  auto texts = RecordedLog::Texts();
+  ASSERT_GE(texts.size(), 5U);
+  EXPECT_TRUE(texts.at(1).starts_with("zo_tarvel config:"));
+  texts.erase(texts.begin() + 1);
+  EXPECT_TRUE(texts.at(texts.size() - 2).starts_with("exit time spent:"));
+  texts.erase(texts.end() - 2);
+  EXPECT_THAT(
+      texts,
+      ElementsAre(
+          "\r\n------------------- start -------------------", "do stop by goalkeeper false",
+          "stop environmen begin", "stop all tarvel obj begin", "stop all tarvel obj end",
+          "stop http agent begin", "stop http agent end", "stop http client begin",
+          "stop http client end", "stop environmen end", "all tarvel_object release begin",
+          "all tarvel_object release end", "http agent release begin", "http agent release end",
+          "environment release begin", "environment release end", "http client release begin",
+          "http client release end", "\r\n------------------- exit -------------------"));
+}
+
+// --- Exits while a request is under way ---
+
+class ExitTest : public testing::Test {
+ protected:
+  // Exits, while a callback that runs waits for that.
+  void ExitPromptly() {
+    EXPECT_LT(MillisecondsOf([this] { environment_->Exit(); }), 5'000);
+    EXPECT_EQ(GetTarvelObject(1), nullptr);
+  }
+  void Send(std::vector<std::string> urls, int multiple_time_out = 20'000) {
+    request_.urls.clear();
+    for (const auto& url : urls) request_.urls.push_back({"", url});
+    request_.multiple_time_out = multiple_time_out;
+    environment_->InvokeHttpRequest(request_, true);
+  }
+  // Nothing comes after the exit, also when a new life begins.
+  void ExpectResults(int count) {
+    ExpectAGoodLife();
+    EXPECT_EQ(results_.count, count);
+  }
+  // Has `act` done in the first check.
+  void InCheck(std::function<void()> act) {
+    request_.check_callback = [this, act](std::int32_t, std::int32_t code, auto&&...) {
+      if (checks_++ == 0) act();
+      return MultipleURLHttpRequest::CheckCallbackResult{code == 200, true, false, ""};
+    };
+  }
+  void InResult(std::function<void()> act) {
+    request_.result_callback = [act, then = request_.result_callback](auto&&... result) {
+      act();
+      then(result...);
+    };
+  }
+
+  RawServer silent_{NeverAnswers()};
+  HttpServer good_;
+  Results results_;
+  std::atomic<int> checks_{0};
+  MultipleURLHttpRequest request_ = Request({}, results_);
+  std::optional<AgentEnvironment> environment_{std::in_place};
+};
+
+TEST_F(ExitTest, BeforeTheFirstAnswerEndsTheRequestSilently) {
+  Send({silent_.url("/"), good_.url("/")});
+  while (silent_.connections() < 1) std::this_thread::yield();
+  ExitPromptly();
+  ExpectResults(0);
+  EXPECT_EQ(good_.connections(), 0);
+}
+
+TEST_F(ExitTest, BetweenTimeOutsEndsTheRequestSilently) {
+  Send({silent_.url("/a"), silent_.url("/b"), silent_.url("/c"), silent_.url("/d")}, 1);
+  EXPECT_TRUE(RecordedLog::Await("[multiple]Start timer index:1"));
+  ExitPromptly();
+  ExpectResults(0);
+}
+
+// The thread may get through some of its tasks before it is told to stop.
+TEST_F(ExitTest, WaitsForACheckAndCallsNothingAfterIt) {
+  for (const bool good : {true, false}) {
+    checks_ = 0;
+    Event entered;
+    InCheck([&] {
+      entered.Set();
+      EXPECT_TRUE(RecordedLog::Await("stop http agent begin"));
+    });
+    Send({good ? good_.url("/") : kRefused, silent_.url("/")});
+    EXPECT_TRUE(entered.Await());
+    for (int i = 0; i < 20; ++i) Send({good_.url("/")});  // They wait behind the check.
+    ExitPromptly();
+    const int checks = checks_;
+    ExpectResults(results_.count);
+    EXPECT_EQ(checks_, checks);
+    environment_.emplace();
+  }
+}
+
+TEST_F(ExitTest, WaitsForTheResultCallback) {
+  Event entered;
+  InResult([&] {
+    entered.Set();
+    EXPECT_TRUE(RecordedLog::Await("stop http agent begin"));
+  });
+  Send({good_.url("/")});
+  EXPECT_TRUE(entered.Await());
+  ExitPromptly();
+  ExpectResults(1);
+}
+
+TEST_F(ExitTest, FromACheckIsTheEndWhateverTheVerdict) {
+  for (const bool good : {true, false}) {
+    Event left;
+    InCheck([&] {
+      ExitTarvelEnvironment(1);
+      left.Set();
+    });
+    Send({good ? good_.url("/") : kRefused, good_.url("/")});
+    EXPECT_TRUE(left.Await());
+    EXPECT_EQ(GetTarvelObject(1), nullptr);
+    environment_->WasExited();
+    ExpectResults(0);
+    EXPECT_EQ(checks_, 1);
+    checks_ = 0;
+    environment_.emplace();
+  }
+}
+
+TEST_F(ExitTest, FromTheResultCallbackIsTheEnd) {
+  InResult([] { ExitTarvelEnvironment(1); });
+  Send({good_.url("/")});
+  Send({good_.url("/")});
+  EXPECT_TRUE(results_.first.Await());
+  EXPECT_EQ(GetTarvelObject(1), nullptr);
+  environment_->WasExited();
+  ExpectResults(1);
+}
+
+TEST_F(ExitTest, AtAnyMomentEndsCleanly) {
+  environment_->Exit();
+  HttpServer bad;
+  bad.Answer("/", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  for (int round = 0; round < 100; ++round) {
+    AgentEnvironment environment;
+    std::vector<Results> results(20);
+    for (Results& one : results) {
+      auto request = Request({bad.url("/"), kRefused, bad.url("/"), good_.url("/")}, one);
+      request.multiple_time_out = 1;
+      environment.InvokeHttpRequest(request, true);
+    }
+    if (round % 2 == 1) {
+      EXPECT_TRUE(results[round % 20].first.Await());
+    }
+    environment.Exit();
+    for (const Results& one : results) EXPECT_LE(one.count, 1);
+  }
+}
+
+// --- Many at once ---
+
+// Ways of a server: good at once or late, a bad status, a connection that is closed late.
+class MixedServers {
+ public:
+  MixedServers() {
+    http_.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  }
+  // A list of URLs, and whether one of them is good.
+  std::pair<std::vector<std::string>, bool> Pick(std::mt19937& random) {
+    const std::array<std::string, 5> all = {http_.url("/"), late_.url("/"), http_.url("/bad"),
+                                            closing_.url("/"), kRefused};
+    std::pair<std::vector<std::string>, bool> picked;
+    for (auto left = random() % 4 + 1; left > 0; --left) {
+      const auto which = random() % all.size();
+      picked.first.push_back(all[which]);
+      picked.second |= which < 2;
+    }
+    return picked;
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds kLate{50};
+  HttpServer http_;
+  RawServer late_{[](RawConnection& connection) {
+    connection.ReadRequest();
+    connection.AwaitStop(kLate);
+    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ngood");
+  }};
+  RawServer closing_{[](RawConnection& connection) {
+    connection.ReadRequest();
+    connection.AwaitStop(kLate);
+  }};
+};
+
+TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
+  constexpr int kThreads = 8;
+  constexpr int kRequests = 500;
+  MixedServers servers;
+  AgentEnvironment environment;
+  std::vector<Results> results(kRequests);
+  std::vector<char> good(kRequests);
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        std::mt19937 random(t);
+        for (int i = t; i < kRequests; i += kThreads) {
+          const auto [urls, any_good] = servers.Pick(random);
+          good[i] = any_good;
+          auto request = Request(urls, results[i]);
+          request.multiple_time_out = 20;
+          environment.InvokeHttpRequest(request, true);
+        }
+      });
+    }
+  }
+  for (Results& one : results) ASSERT_TRUE(one.first.Await());
+  environment.Exit();
+  for (int i = 0; i < kRequests; ++i) {
+    EXPECT_EQ(results[i].count, 1) << i;
+    EXPECT_EQ(results[i].success, good[i]) << i;
+  }
+}
+
+// --- Without a network ---
+
+// An interface that leads out of this host, and a way through it to everywhere.
+class WayOut {
+ public:
+  static constexpr char kName[] = "out0";
+
+  bool Open() {
+    ifreq request = Named();
+    request.ifr_flags = IFF_TUN | IFF_NO_PI;
+    if (device_ < 0 || ioctl(device_, TUNSETIFF, &request) != 0) return false;
+    request = Named();
+    reinterpret_cast<sockaddr_in&>(request.ifr_addr) = Address("10.1.2.3");
+    return ioctl(control_, SIOCSIFADDR, &request) == 0;
+  }
+  bool SetUp(bool up) {
+    ifreq request = Named();
+    request.ifr_flags = static_cast<short>(up ? IFF_UP | IFF_RUNNING : 0);
+    return ioctl(control_, SIOCSIFFLAGS, &request) == 0;
+  }
+  bool AddDefaultRoute(std::string interface = kName) {
+    rtentry route{};
+    route.rt_dst = reinterpret_cast<const sockaddr&>(kAnywhere);
+    route.rt_genmask = reinterpret_cast<const sockaddr&>(kAnywhere);
+    route.rt_flags = RTF_UP;
+    route.rt_dev = interface.data();
+    return ioctl(control_, SIOCADDRT, &route) == 0;
+  }
+  ~WayOut() {
+    close(device_);
+    close(control_);
+  }
+
+ private:
+  static sockaddr_in Address(const char* text) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = inet_addr(text);
+    return address;
+  }
+  static ifreq Named() {
+    ifreq request{};
+    std::strcpy(request.ifr_name, kName);
+    return request;
+  }
+
+  inline static const sockaddr_in kAnywhere = Address("0.0.0.0");
+  const int device_ = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
+  const int control_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+_ZOTarvelEnvironmentSettings OnlyWithANetwork() {
+  auto settings = AgentSettings();
+  settings.try_http_request_on_netunav = -1;
+  return settings;
+}
+
+TEST(InternetReachabilityTest, IsAWayThroughAnInterfaceThatIsUp) {
+  EXPECT_GOOD_CHILD([] {
+    if (!EnterPrivateNetwork("")) return kNotPermitted;
+    EXPECT_FALSE(IsInternetReachable());  // Only the loopback.
+    WayOut way_out;
+    if (!way_out.Open()) return kNotPermitted;
+    EXPECT_FALSE(IsInternetReachable());  // Down.
+    EXPECT_TRUE(way_out.SetUp(true));
+    EXPECT_FALSE(IsInternetReachable());  // No route.
+    EXPECT_TRUE(way_out.AddDefaultRoute());
+    EXPECT_TRUE(IsInternetReachable());
+    EXPECT_TRUE(way_out.SetUp(false));
+    EXPECT_FALSE(IsInternetReachable());
+    return 0;
+  });
+}
+
+TEST(HttpAgentNetworkTest, APostedRequestIsCancelledWithoutANetwork) {
+  EXPECT_GOOD_CHILD([] {
+    if (!EnterPrivateNetwork("")) return kNotPermitted;
+    HttpServer server;
+    const std::string url = server.url("/");
+    const std::string cancelled =
+        "[multiple]Request cancel,internet connected is false url list:\r\n --" + url + "\r\n --" +
+        kRefused + "\r\n";
+    const struct {
+      bool posted;
+      bool told;
+      bool sent;
+    } rows[] = {{true, true, false}, {true, false, false}, {false, true, true}};
+    for (const auto& row : rows) {
+      Results results;
+      AgentEnvironment environment(OnlyWithANetwork());
+      auto request = Request({url, kRefused}, results);
+      if (!row.told) request.result_callback = nullptr;
+      environment.InvokeHttpRequest(request, row.posted);
+      if (row.told) {
+        EXPECT_TRUE(results.first.Await());
+      }
+      environment.Exit();
+      EXPECT_THAT(RecordedLog::Texts("[multiple]Request cancel"), ElementsAre(cancelled));
+      EXPECT_EQ(results.count, row.told ? 1 : 0);
+      EXPECT_EQ(results.success, row.sent);
+      EXPECT_EQ(results.stop, row.told && !row.sent);
+      EXPECT_EQ(results.thread, row.told ? "http_agent_work" : "");
+      EXPECT_EQ(server.requests().size(), row.sent ? 1U : 0U);
+      EXPECT_EQ(results.headers.empty(), !row.sent);
+    }
+    return 0;
+  });
+}
+
+TEST(HttpAgentNetworkTest, ARequestGoesOutWithANetworkOrWhenNoneIsNeeded) {
+  EXPECT_GOOD_CHILD([] {
+    if (!EnterPrivateNetwork("")) return kNotPermitted;
+    WayOut way_out;
+    if (!way_out.Open()) return kNotPermitted;
+    HttpServer server;
+    for (const bool with_network : {false, true}) {
+      EXPECT_TRUE(!with_network || (way_out.SetUp(true) && way_out.AddDefaultRoute()));
+      Results results;
+      AgentEnvironment environment(with_network ? OnlyWithANetwork() : AgentSettings());
+      environment.InvokeHttpRequest(Request({server.url("/")}, results), true);
+      EXPECT_TRUE(results.first.Await());
+      EXPECT_TRUE(results.success);
+      EXPECT_THAT(RecordedLog::Texts("[multiple]Request cancel"), IsEmpty());
+    }
+    return 0;
+  });
+}
+
+}  // namespace
+}  // namespace zo_tarvel

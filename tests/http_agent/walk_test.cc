@@ -1,0 +1,501 @@
+#include <gmock/gmock.h>
+
+#include <list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "network/text.h"
+#include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
+#include "tests/http_agent/agent_environment.h"
+#include "tests/support/event.h"
+#include "tests/support/http_server.h"
+#include "tests/support/raw_server.h"
+#include "tests/support/scoped_task_thread.h"
+
+// How one logical request walks along its URLs, against real servers.
+namespace zo_tarvel {
+namespace {
+
+using namespace std::string_literals;
+using namespace test_support;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using WQBASE::network::Split;
+
+constexpr int kNever = 60'000;  // Milliseconds; more than any test waits.
+constexpr char kDestroyed[] = "[multiple]Request return,release request object";
+constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
+
+std::string Started(int i) { return "[multiple]Start timer index:" + std::to_string(i); }
+std::string Failed(int i) { return "[multiple][rsp]Remove timer index :" + std::to_string(i); }
+std::string TookLong(int i) {
+  return "[multiple][time out]Stop sub url request timer index :" + std::to_string(i);
+}
+
+// The record of the log that "s1", "f1" or "t1" stands for.
+std::string RecordOf(const std::string& event) {
+  const int index = event.at(1) - '0';
+  return event[0] == 's' ? Started(index) : event[0] == 'f' ? Failed(index) : TookLong(index);
+}
+
+std::string Answer(const std::string& status, const std::string& body) {
+  return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+         body;
+}
+const std::string kGood = Answer("200 OK", "good");
+
+// The check judges by the body, which is the name of the behaviour.
+MultipleURLHttpRequest::CheckCallbackResult VerdictOn(const std::string& body) {
+  return {.success = body.starts_with("good"),
+          .add_statistic = body != "unnoticed",
+          .stop = body.ends_with("stop"),
+          .error_message = "judged false"};
+}
+
+void Behave(const std::string& how, RawConnection& connection) {
+  if (how == "silent") {
+    connection.AwaitStop();
+  } else if (how == "reset" || how == "broken") {  // The latter amid a good body.
+    if (how == "broken") connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\ngood");
+    connection.Reset();
+  } else {
+    connection.Send(Answer(how == "bad" ? "500 Oops" : "200 OK", how));
+  }
+}
+
+// A list of URLs, each with a server that behaves as its word says; "bad<s1" does so as soon as URL
+// 1 has been started. "refused" and "unknown" (a name) have no server.
+class Sites {
+ public:
+  explicit Sites(const std::string& behaviours) {
+    for (const std::string& word : Split(behaviours, " ")) {
+      if (word == "refused" || word == "unknown") {
+        entries.push_back({"", word == "refused" ? kRefused : "http://name.invalid/"});
+        continue;
+      }
+      servers_.emplace_back([parts = Split(word, "<")](RawConnection& connection) {
+        if (connection.ReadRequest().empty()) return;
+        if (parts.size() < 2 || RecordedLog::Await(RecordOf(parts[1]))) {
+          Behave(parts[0], connection);
+        }
+      });
+      entries.push_back({"", servers_.back().url("/" + std::to_string(entries.size()))});
+    }
+  }
+
+  std::vector<UrlEntry> entries;
+
+ private:
+  std::list<RawServer> servers_;
+};
+
+struct Outcome {
+  int signals = 0;
+  bool stop = false;
+  bool success = false;
+  std::string headers;
+  std::string body;
+  MultipleURLHttpRequest request;
+  std::vector<_StatisticItem> items;
+};
+
+// Runs requests on a thread as the agent does on its own.
+class Walker {
+ public:
+  Walker() { thread_->Start(); }
+
+  MultipleURLHttpRequest Request(std::vector<UrlEntry> urls, int multiple_time_out = kNever,
+                                 int time_out = kNever) {
+    MultipleURLHttpRequest request;
+    request.urls = std::move(urls);
+    request.multiple_time_out = multiple_time_out;
+    request.time_out = time_out;
+    request.check_callback = [this](std::int32_t index, std::int32_t code, const std::string& url,
+                                    const std::string& headers, const std::string& body,
+                                    std::uint64_t) {
+      judged.push_back(std::to_string(index) + ":" + std::to_string(code));
+      judged_url = url;
+      judged_headers = headers;
+      judged_body = body;
+      return VerdictOn(body);
+    };
+    return request;
+  }
+
+  // Waits for the end.
+  const Outcome& Run(const MultipleURLHttpRequest& request) {
+    Event over;
+    judged.clear();
+    outcome_ = {};
+    thread_->PostTask([&] { Begin(request, over); });
+    EXPECT_TRUE(over.Await());
+    EXPECT_TRUE(thread_.RunAllPosted());
+    EXPECT_EQ(outcome_.signals, 1);
+    return outcome_;
+  }
+
+  std::vector<std::string> judged;  // Index and code of each answer.
+  std::string judged_url;           // Of the last answer.
+  std::string judged_headers;
+  std::string judged_body;
+
+ private:
+  void Begin(const MultipleURLHttpRequest& request, Event& over) {
+    auto* const helper = new MultipleURLHttpRequestHelper;
+    helper->SetEnvironmentConfig(GetConfig());
+    helper->SetRequest(request);
+    helper->Connect<const bool, const bool, const std::string, const std::string,
+                    const MultipleURLHttpRequest>(
+        SIG_ALL_SUB_REQUEST_RETURN,
+        [this, helper, &over](bool stop, bool success, const std::string& headers,
+                              const std::string& body, const MultipleURLHttpRequest& adjusted) {
+          const std::unique_ptr<MultipleURLHttpRequestHelper> owned(helper);
+          const auto& items = owned->statistic_items();
+          outcome_ = {outcome_.signals + 1,        stop, success, headers, body, adjusted,
+                      {items.begin(), items.end()}};
+          over.Set();
+        });
+    helper->InvokeRequest();
+  }
+
+  Outcome outcome_;
+  ScopedTaskThread thread_;  // Last: its tasks use the rest.
+};
+
+// What had each URL after the first one started: "t0" the timer of URL 0, "a1" the answer of 1.
+std::vector<std::string> Moves() {
+  constexpr std::string_view kBy = " triggered by :";
+  std::vector<std::string> moves;
+  for (const std::string& text : RecordedLog::Texts("[multiple]")) {
+    const auto by = text.find(kBy);
+    if (by == std::string::npos) continue;
+    const std::string kind = text.starts_with("[multiple][time out]") ? "t" : "a";
+    moves.push_back(kind + std::to_string(std::atoi(text.c_str() + by + kBy.size())));
+  }
+  return moves;
+}
+
+// All that were started were so in the order of the list, and none by a timer before its time.
+void ExpectStartsInOrder(const std::vector<UrlEntry>& urls, const std::vector<std::string>& moves,
+                         int multiple_time_out) {
+  const auto starts = RecordedLog::Records("[multiple]Send sub url request:");
+  ASSERT_EQ(starts.size(), moves.size() + 1);
+  for (std::size_t i = 0; i < starts.size(); ++i) {
+    EXPECT_EQ(starts[i].text, "[multiple]Send sub url request:" + urls.at(i).url);
+    if (i == 0 || moves[i - 1][0] != 't') continue;
+    const std::int64_t waited = starts[i].at - starts.at(std::stoul(moves[i - 1].substr(1))).at;
+    EXPECT_GE(waited, multiple_time_out);
+    EXPECT_LE(waited, multiple_time_out + 10'000);
+  }
+}
+
+// "500@0>1": code and URL of a failure, and the URL that made up for it.
+std::vector<std::string> ToText(const std::vector<_StatisticItem>& items,
+                                const std::vector<UrlEntry>& urls) {
+  const auto index_of = [&](const std::string& url) {
+    const auto same = [&](const UrlEntry& entry) { return entry.url == url; };
+    return std::to_string(std::find_if(urls.begin(), urls.end(), same) - urls.begin());
+  };
+  std::vector<std::string> texts;
+  for (const auto& item : items) {
+    texts.push_back(std::to_string(item.code) + "@" + index_of(item.url));
+    if (item.corrected) texts.back() += ">" + index_of(item.corr_url);
+    EXPECT_EQ(item.error_message, "judged false");
+    EXPECT_TRUE(item.duration >= 0 && item.corr_duration >= 0 && item.end_time > 0);
+    EXPECT_EQ(item.corr_start_time > 0, item.corrected);
+  }
+  return texts;
+}
+
+struct Walk {
+  std::string name;
+  std::string urls;        // See Sites.
+  std::string moves;       // See Moves.
+  std::string judged;      // Index and code of each answer; the last one decides.
+  std::string result;      // Its success, or else "failure"; "stop".
+  std::string statistics;  // See ToText.
+  int multiple_time_out = kNever;
+  int time_out = kNever;
+};
+
+// Sixty URLs, all but the last one of which fail in turn at once, or are silent.
+Walk SixtyUrls(const std::string& name, const std::vector<std::string>& behaviours,
+               int multiple_time_out) {
+  Walk walk{name, "", "", "", "success", "", multiple_time_out};
+  for (int i = 0; i < 59; ++i) {
+    const std::string& how = behaviours[i % behaviours.size()];
+    const std::string index = std::to_string(i);
+    const std::string code = how == "bad" ? "500" : "0";
+    walk.urls += how + " ";
+    walk.moves += (how == "silent" ? "t" : "a") + index + " ";
+    if (how == "silent") continue;
+    walk.judged += index + ":" + code + " ";
+    walk.statistics += code + "@" + index + ">59 ";
+  }
+  walk.urls += "good";
+  walk.judged += "59:200";
+  return walk;
+}
+
+const Walk kWalks[] = {
+    {"AGoodAnswerIsTheEnd", "good good", "", "0:200", "success", ""},
+    {"AGoodAnswerMayComeAfterTheTimer", "good<t0", "", "0:200", "success", "", 200},
+    {"AGoodAnswerPassesItsStopOn", "good-and-stop", "", "0:200", "success stop", ""},
+    {"AFailedListIsTheEnd", "bad", "", "0:500", "failure", "500@0"},
+    {"ABadStatusStartsTheNext", "bad good", "a0", "0:500 1:200", "success", "500@0>1"},
+    {"ARefusalStartsTheNext", "refused good", "a0", "0:0 1:200", "success", "0@0>1"},
+    {"AResetStartsTheNext", "reset good", "a0", "0:0 1:200", "success", "0@0>1"},
+    {"ABrokenBodyStartsTheNext", "broken good", "a0", "0:0 1:200", "success", "0@0>1"},
+    {"AWrongAnswerStartsTheNext", "wrong good", "a0", "0:200 1:200", "success", "200@0>1"},
+    {"AnUnknownNameStartsTheNext", "unknown good", "a0", "0:0 1:200", "success", "0@0>1", kNever,
+     2'000},
+    {"ATransferTimeOutStartsTheNext", "silent good", "a0", "0:0 1:200", "success", "0@0>1", kNever,
+     1'000},
+    {"ASlowUrlGetsTheNextBesideIt", "silent good", "t0", "1:200", "success", "", 200},
+    {"ASlowUrlMayStillWin", "good<s1 silent", "t0", "0:200", "success", "", 200},
+    {"AFailureWaitsWhileAnotherTimerRuns", "bad<s1 silent good", "t0 t1", "0:500 2:200", "success",
+     "500@0>2", 1'500},
+    {"AFailureAfterAllTimersStartsTheNext", "silent bad good", "t0 a1", "1:500 2:200", "success",
+     "500@1>2", 1'500},
+    {"TheLastUrlsFailureWaitsForOthers", "good<f1 wrong", "t0", "1:200 0:200", "success", "200@1>0",
+     200},
+    {"TheLastFailureDecides", "bad<f1 wrong", "t0", "1:200 0:500", "failure", "200@1 500@0", 200},
+    {"SilentUrlsFailOneByOne", "silent silent silent", "t0 t1", "0:0 1:0 2:0", "failure",
+     "0@0 0@1 0@2", 300, 3'000},
+    {"AStopIsTheEnd", "silent stop good", "t0", "1:200", "failure stop", "200@1", 200},
+    {"ALaterUrlMakesUpForAllFailures", "bad refused wrong good", "a0 a1 a2",
+     "0:500 1:0 2:200 3:200", "success", "500@0>3 0@1>3 200@2>3"},
+    {"WhatIsNotToBeReportedIsNot", "unnoticed wrong", "a0", "0:200 1:200", "failure", "200@1"},
+    SixtyUrls("SixtyUrlsFailInOrder", {"bad", "reset", "broken"}, kNever),
+    SixtyUrls("SixtySlowUrlsStartInOrder", {"silent"}, 5),
+};
+
+class WalkTest : public testing::TestWithParam<Walk> {};
+
+TEST_P(WalkTest, GoesByTheTable) {
+  const Walk& walk = GetParam();
+  Sites sites(walk.urls);
+  AgentEnvironment environment;
+  Walker walker;
+  const Outcome& outcome =
+      walker.Run(walker.Request(sites.entries, walk.multiple_time_out, walk.time_out));
+  const std::vector<std::string> moves = Moves();
+  EXPECT_EQ(moves, Split(walk.moves, " "));
+  ExpectStartsInOrder(sites.entries, moves, walk.multiple_time_out);
+  EXPECT_EQ(walker.judged, Split(walk.judged, " "));
+  EXPECT_EQ(outcome.success, walk.result.starts_with("success"));
+  EXPECT_EQ(outcome.stop, walk.result.ends_with("stop"));
+  EXPECT_EQ(outcome.headers, walker.judged_headers);
+  EXPECT_EQ(outcome.body, walker.judged_body);
+  EXPECT_EQ(walker.judged_url, sites.entries.at(std::stoul(walker.judged.back())).url);
+  EXPECT_EQ(ToText(outcome.items, sites.entries), Split(walk.statistics, " "));
+  environment.Exit();
+  EXPECT_THAT(RecordedLog::Texts(kDestroyed), ElementsAre(kDestroyed));
+}
+
+INSTANTIATE_TEST_SUITE_P(Walks, WalkTest, testing::ValuesIn(kWalks),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(WalkRaceTest, TwoGoodAnswersAtTheSameMomentGiveOneResult) {
+  AgentEnvironment environment;
+  Walker walker;
+  for (int round = 0; round < 50; ++round) {
+    RecordedLog::Clear();
+    Sites sites("good<s1 good<s1");
+    EXPECT_TRUE(walker.Run(walker.Request(sites.entries, 1)).success);
+    EXPECT_EQ(walker.judged.size(), 1U);
+  }
+}
+
+TEST(WalkRaceTest, AnAnswerAfterTheEndReachesNobody) {
+  Event sent;
+  RawServer late([&](RawConnection& connection) {
+    connection.ReadRequest();
+    if (!RecordedLog::Await(kDestroyed)) return;
+    connection.Send(kGood);
+    sent.Set();
+    connection.AwaitStop();
+  });
+  RawServer prompt(AnswerWith(kGood));
+  AgentEnvironment environment;
+  Walker walker;
+  walker.Run(walker.Request({{"", late.url("/")}, {"", prompt.url("/")}}, 1));
+  ASSERT_TRUE(sent.Await());
+  walker.Run(walker.Request({{"", prompt.url("/")}}));  // The late answer comes before this one's.
+  EXPECT_THAT(walker.judged, ElementsAre("0:200"));
+  EXPECT_EQ(walker.judged_url, prompt.url("/"));
+}
+
+TEST(WalkStatisticsTest, CountTheSameFailureOfTheSameUrlOnce) {
+  const struct {
+    std::vector<int> statuses;
+    std::vector<std::string> items;
+  } rows[] = {{{500, 500, 500}, {"500@0"}}, {{500, 503, 500}, {"500@0", "503@0"}}};
+  for (const auto& row : rows) {
+    HttpServer server;
+    server.Answer("/", [&](const SeenRequest&) {
+      return ServerAnswer{row.statuses.at(server.requests().size() - 1), {}, "oops"};
+    });
+    AgentEnvironment environment;
+    Walker walker;
+    const std::vector<UrlEntry> urls(3, {"", server.url("/")});
+    EXPECT_EQ(ToText(walker.Run(walker.Request(urls)).items, urls), row.items);
+    EXPECT_EQ(walker.judged.size(), 3U);
+  }
+}
+
+TEST(WalkStatisticsTest, TellWhatWasAskedAndWhatCameBack) {
+  RawServer server(AnswerWith(Answer("404 None", "no: good")));
+  AgentEnvironment environment;
+  Walker walker;
+  const struct {
+    std::string url;
+    std::string host;
+    std::vector<std::string> ips;
+    int category;
+    int reported_category;
+  } rows[] = {
+      {server.url("/a"), "", {"127.0.0.1"}, 5, 5},
+      {"http://localhost:" + std::to_string(server.port()) + "/", "localhost", {}, -1, 0},
+  };
+  for (const auto& row : rows) {
+    auto request = walker.Request({{"name.example", row.url}});
+    request.request_type = 1;
+    request.headers = {"X-One:1", "X-Colons:a:b"};
+    request.context.app_key = "key";
+    request.context.trace_id = "trace";
+    request.context.exception_category = row.category;
+    const auto items = walker.Run(request).items;
+    ASSERT_EQ(items.size(), 1U);
+    const _StatisticItem& item = items.front();
+    EXPECT_EQ(item.request_type, 1);
+    EXPECT_EQ(item.url, row.url);
+    EXPECT_EQ(item.host, row.host);
+    EXPECT_EQ(item.ips, row.ips);
+    EXPECT_EQ(item.app_key, "key");
+    EXPECT_EQ(item.trace_id, "trace");
+    EXPECT_EQ(item.exception_category, row.reported_category);
+    EXPECT_EQ(item.code, 404);
+    EXPECT_THAT(item.request_header,
+                ElementsAre(std::pair("X-Colons"s, "b"s), std::pair("X-One"s, "1"s),
+                            std::pair("X-VELDRIN-TRACE-ID"s, "trace"s)));
+    EXPECT_EQ(item.response_header.at("Content-Length"), "8");
+    EXPECT_EQ(item.response_body, "no: good");
+  }
+}
+
+TEST(WalkAdjustmentTest, ChangesTheRequestAsTheSettingsSay) {
+  const std::string name = "http://localhost:1/";
+  const struct {
+    const char* name;
+    int ip_preferred;
+    int httpdns;
+    std::vector<std::string> headers;
+    std::string trace_id;
+    std::vector<std::string> order;  // Of the hosts.
+    bool use_http_dns;
+    std::vector<std::string> adjusted_headers;
+  } rows[] = {
+      {"Nothing", 0, 0, {"A:b"}, "", {"a", "1", "b", "2"}, true, {"A:b"}},
+      {"IPsFirst", 1, 0, {}, "", {"1", "2", "a", "b"}, true, {}},
+      {"NoHttpDns", 0, -1, {}, "", {"a", "1", "b", "2"}, false, {}},
+      {"Trace", 0, 0, {"A:b"}, "t", {"a", "1", "b", "2"}, true, {"A:b", "X-VELDRIN-TRACE-ID:t"}},
+      {"Traced",
+       0,
+       0,
+       {"-X-VELDRIN-TRACE-ID:"},
+       "t",
+       {"a", "1", "b", "2"},
+       true,
+       {"-X-VELDRIN-TRACE-ID:"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    auto settings = AgentSettings();
+    settings.http_request_ip_preferred = row.ip_preferred;
+    settings.enable_httpdns = row.httpdns;
+    AgentEnvironment environment(settings);
+    Walker walker;
+    auto request =
+        walker.Request({{"a", name}, {"1", kRefused}, {"b", name}, {"2", "http://[::1]:1/"}});
+    request.headers = row.headers;
+    request.context.trace_id = row.trace_id;
+    const MultipleURLHttpRequest& adjusted = walker.Run(request).request;
+    std::vector<std::string> order;
+    for (const UrlEntry& entry : adjusted.urls) order.push_back(entry.host);
+    EXPECT_EQ(order, row.order);
+    EXPECT_EQ(adjusted.use_http_dns_if_fail, row.use_http_dns);
+    EXPECT_EQ(adjusted.headers, row.adjusted_headers);
+  }
+}
+
+TEST(WalkLogTest, TellsOfEachStepInOrder) {
+  Sites sites("bad<s1 bad<f0 good");
+  auto settings = AgentSettings();
+  settings.enable_httpdns = -1;
+  AgentEnvironment environment(settings);
+  Walker walker;
+  sites.entries[0].host = "a.example";
+  walker.Run(walker.Request(sites.entries, 2'000));
+  const auto url = [&](int i) { return sites.entries.at(i).url; };
+  const auto list = [&](const std::string& title) {
+    return "[multiple]Invoke send multiple url\r\n-----------------------\r\nurl list[" + title +
+           "]:\r\nhost:a.example url:" + url(0) + "\r\nhost: url:" + url(1) +
+           "\r\nhost: url:" + url(2) + "\r\n-----------------------";
+  };
+  const std::vector<std::string> expected = {
+      "[multiple]Invoke send multiple_time_out:2000 time_out:60000 use http dns:true",
+      list("raw"),
+      "[multiple]Unenable httpdns,reset use_http_dns_if_fail flag false",
+      list("adjustment"),
+      "[multiple]Send sub url request:" + url(0),
+      "[multiple]Start timer index:0",
+      "[multiple][time out]Sub url request time out index:0",
+      "[multiple][time out]Stop sub url request timer index :0",
+      "[multiple][time out]All url requested :false",
+      "[multiple][time out]Switch to index :1 triggered by :0",
+      "[multiple]Send sub url request:" + url(1),
+      "[multiple]Start timer index:1",
+      "[multiple][rsp]Index:0 code :500",
+      "[multiple][rsp]All url requested :false",
+      "[multiple][rsp]Business check response false,index :0 url:" + url(0),
+      "[multiple][rsp]Remove timer index :0",
+      "[multiple][rsp]Has waitting request true",
+      "[multiple][rsp]Index:1 code :500",
+      "[multiple][rsp]All url requested :false",
+      "[multiple][rsp]Business check response false,index :1 url:" + url(1),
+      "[multiple][rsp]Stop timer index :1",
+      "[multiple][rsp]Remove timer index :1",
+      "[multiple][rsp]Has waitting request false",
+      "[multiple][rsp]Switch to index :2 triggered by :1 url:" + url(2),
+      "[multiple]Send sub url request:" + url(2),
+      "[multiple]Start timer index:2",
+      "[multiple][rsp]Index:2 code :200",
+      "[multiple][rsp]All url requested :true",
+      "[multiple][rsp] true,index :2 url:" + url(2),
+      kDestroyed,
+  };
+  EXPECT_THAT(RecordedLog::Texts("[multiple]"), ElementsAreArray(expected));
+}
+
+TEST(WalkLogTest, TellsHowAFailureEnds) {
+  const struct {
+    std::string url;
+    std::string last;
+  } rows[] = {{"wrong", "[multiple][rsp]All sub url has been requested"},
+              {"stop", "[multiple][rsp]Business check response false,index :0 url:"}};
+  for (const auto& row : rows) {
+    Sites sites(row.url);
+    AgentEnvironment environment;
+    Walker walker;
+    walker.Run(walker.Request(sites.entries));
+    const auto texts = RecordedLog::Texts("[multiple]");
+    const std::string rest = row.url == "stop" ? sites.entries[0].url + " stop :true" : "";
+    EXPECT_EQ(texts.at(texts.size() - 2), row.last + rest);
+  }
+}
+
+}  // namespace
+}  // namespace zo_tarvel

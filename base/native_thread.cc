@@ -1,5 +1,7 @@
 #include "base/native_thread.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -21,7 +23,19 @@ constexpr std::chrono::milliseconds kPollAtExit{1};
 
 struct UnjoinedThreads {
   std::mutex lock;
-  std::vector<std::shared_ptr<NativeThread>> threads;  // Guarded by `lock`.
+  // Guarded by `lock`.
+  std::vector<std::shared_ptr<NativeThread>> threads;
+  std::vector<std::shared_ptr<NativeThread>> of_parent;  // Kept, so that nothing destroys them.
+  pid_t process = getpid();
+
+  // In a child that was forked off, the handles of its parent's threads may stand for threads of
+  // its own by now. Called with the lock held.
+  void ForgetThoseOfTheParent() {
+    if (process == getpid()) return;
+    process = getpid();
+    of_parent.insert(of_parent.end(), threads.begin(), threads.end());
+    threads.clear();
+  }
 };
 
 // Not destroyed: a thread may end while the process runs its exit handlers.
@@ -32,6 +46,7 @@ UnjoinedThreads& Unjoined() {
 
 bool AllJoined() {
   const std::lock_guard<std::mutex> lock(Unjoined().lock);
+  Unjoined().ForgetThoseOfTheParent();
   return Unjoined().threads.empty();
 }
 
@@ -129,6 +144,7 @@ void JoinFinishedThreads() {
   std::vector<std::shared_ptr<NativeThread>> finished;
   {
     const std::lock_guard<std::mutex> lock(Unjoined().lock);
+    Unjoined().ForgetThoseOfTheParent();
     auto& threads = Unjoined().threads;
     const auto first_finished = std::partition(
         threads.begin(), threads.end(), [](const auto& thread) { return !thread->finished(); });

@@ -453,6 +453,15 @@ TEST(InternetReachabilityTest, IsAWayThroughAnInterfaceThatIsUp) {
   });
 }
 
+TEST(InternetReachabilityTest, IsNoWayThatEndsInThisHost) {
+  EXPECT_GOOD_CHILD([] {
+    if (!EnterPrivateNetwork("")) return kNotPermitted;
+    EXPECT_TRUE(WayOut().AddDefaultRoute("lo"));
+    EXPECT_FALSE(IsInternetReachable());
+    return 0;
+  });
+}
+
 TEST(HttpAgentNetworkTest, APostedRequestIsCancelledWithoutANetwork) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("")) return kNotPermitted;

@@ -61,7 +61,7 @@ TEST(ProcessTest, IsNotHeldUpByASilentNameServer) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork(SilentNameServer::kResolvConf)) return kNotPermitted;
     SilentNameServer name_server;
-    HttpServer server;
+    RawServer server(KeepsAliveThenCloses("good"));
     const auto before = InheritedDescriptors();
     const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
     std::vector<std::future<std::int64_t>> stuck;

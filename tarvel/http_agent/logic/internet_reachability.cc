@@ -36,7 +36,7 @@ bool IsIPv4Reachable() {
   inet_pton(AF_INET, kPublicIPv4, &destination.sin_addr);
   sockaddr_in source{};
   constexpr std::uint32_t kLoopbackNet = 127;
-  return FindSourceAddress(AF_INET, destination, source) &&
+  return FindSourceAddress(AF_INET, destination, source) && source.sin_addr.s_addr != INADDR_ANY &&
          ntohl(source.sin_addr.s_addr) >> 24 != kLoopbackNet &&
          source.sin_addr.s_addr != destination.sin_addr.s_addr;
 }
@@ -48,7 +48,7 @@ bool IsIPv6Reachable() {
   inet_pton(AF_INET6, kPublicIPv6, &destination.sin6_addr);
   sockaddr_in6 source{};
   return FindSourceAddress(AF_INET6, destination, source) &&
-         !IN6_IS_ADDR_LOOPBACK(&source.sin6_addr) &&
+         !IN6_IS_ADDR_LOOPBACK(&source.sin6_addr) && !IN6_IS_ADDR_UNSPECIFIED(&source.sin6_addr) &&
          !IN6_ARE_ADDR_EQUAL(&source.sin6_addr, &destination.sin6_addr);
 }
 

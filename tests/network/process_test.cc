@@ -132,6 +132,9 @@ TEST(ProcessTest, MayHaveThousandsOfDescriptorsOpen) {
 }
 
 TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptors) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the check of virtual calls opens a pipe, and takes its failure for a bad object";
+#endif
   EXPECT_GOOD_CHILD([] {
     HttpServer server;
     Transport transport;

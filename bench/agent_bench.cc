@@ -13,6 +13,7 @@
 #include "bench/agent_ways.h"
 #include "bench/delay_mix.h"
 #include "bench/http_ways.h"
+#include "bench/process_cpu.h"
 #include "bench/relay.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
 #include "tests/support/nginx_server.h"
@@ -33,12 +34,6 @@ const test_support::NginxServer& Server() {
       {.files = {{"answer", std::string(kAnswerSize, 'x')}},
        .server_text = "access_log off;\nkeepalive_requests 1000000000;\n"});
   return server;
-}
-
-double ProcessCpuMicroseconds() {
-  timespec used{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) * 1e6 + static_cast<double>(used.tv_nsec) / 1e3;
 }
 
 double MillisecondsSince(Clock::time_point begin) {

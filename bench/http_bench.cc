@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "bench/http_ways.h"
+#include "bench/process_cpu.h"
 #include "bench/relay.h"
 #include "tests/support/certificate_authority.h"
 #include "tests/support/nginx_server.h"
@@ -45,12 +46,6 @@ const test_support::NginxServer& Server() {
                       "location /held { proxy_pass http://127.0.0.1:" +
                       std::to_string(HeldSocket().port()) + "; }"});
   return server;
-}
-
-double ProcessCpuMicroseconds() {
-  timespec used{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<double>(used.tv_sec) * 1e6 + static_cast<double>(used.tv_nsec) / 1e3;
 }
 
 // Nanoseconds of the steady clock.

@@ -1,11 +1,11 @@
 #include "base/json11.h"
 
-#include <limits>
 #include <string_view>
 #include <utility>
 
 #include "base/json11_value.h"
 #include "base/no_destructor.h"
+#include "base/saturated_cast.h"
 
 namespace zo_base::json11 {
 namespace {
@@ -63,13 +63,7 @@ class JsonNumber : public Value<Json::NUMBER, T> {
 class JsonDouble final : public JsonNumber<double> {
  public:
   explicit JsonDouble(double value) : JsonNumber(value) {}
-  int int_value() const override {
-    using Limits = std::numeric_limits<int>;
-    if (value_ != value_) return 0;
-    if (value_ <= Limits::min()) return Limits::min();
-    if (value_ >= Limits::max()) return Limits::max();
-    return static_cast<int>(value_);
-  }
+  int int_value() const override { return SaturatedCast<int>(value_); }
   void dump(std::string& out) const override { DumpNumber(value_, out); }
 };
 

@@ -14,9 +14,8 @@ target_compile_features(tarvel INTERFACE cxx_std_17)
 target_include_directories(tarvel INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_link_libraries(tarvel PRIVATE
-  $<LINK_LIBRARY:WHOLE_ARCHIVE,tarvel_environment>
-  $<BUILD_INTERFACE:tarvel_options>)
+tarvel_link_hosted_services(tarvel)
+target_link_libraries(tarvel PRIVATE $<BUILD_INTERFACE:tarvel_options>)
 target_link_options(tarvel PRIVATE
   "LINKER:--version-script=${TARVEL_EXPORTS}"
   "LINKER:--no-undefined-version")

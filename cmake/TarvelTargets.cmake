@@ -22,12 +22,13 @@ if(TARVEL_COVERAGE)
   target_link_options(tarvel_options INTERFACE --coverage)
 endif()
 
-# tarvel_add_subsystem(name SOURCES ... [LINKS ...])
+# tarvel_add_subsystem(name SOURCES ... [LINKS ...] [PRIVATE_LINKS ...])
 #
 # One static, position-independent library `tarvel_<name>` (alias `tarvel::<name>`) with hidden
-# symbols. LINKS are the lower subsystems and packages that its headers use.
+# symbols. LINKS are the lower subsystems and packages that its headers use, PRIVATE_LINKS those that only its
+# sources use.
 function(tarvel_add_subsystem name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS;PRIVATE_LINKS")
   set(target tarvel_${name})
   add_library(${target} STATIC ${arg_SOURCES})
   add_library(tarvel::${name} ALIAS ${target})
@@ -38,5 +39,16 @@ function(tarvel_add_subsystem name)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     POSITION_INDEPENDENT_CODE ON)
-  target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE tarvel_options)
+  target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS} tarvel_options)
+endfunction()
+
+# tarvel_link_hosted_services(target)
+#
+# Links the environment with all that it hosts. Whole, since nothing names the exported functions,
+# nor the services, which announce themselves while they are loaded.
+function(tarvel_link_hosted_services target)
+  set_property(TARGET ${target} PROPERTY
+    LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,tarvel_environment,tarvel_lbs")
+  target_link_libraries(${target} PRIVATE
+    $<BUILD_INTERFACE:tarvel_lbs> $<BUILD_INTERFACE:tarvel_environment>)
 endfunction()

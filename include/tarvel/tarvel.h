@@ -91,9 +91,10 @@ struct _ZOTarvelEnvironmentSettings {
   // directory.
   char log_path[1024] = {};
   // Takes all log lines instead of a file; null for the file. Called with one whole line,
-  // NUL-terminated and good during the call, on whatever thread logs, also on several at once. It
-  // stays across an exit: a later life started without one goes on with it and writes no file, a
-  // later life started with another one replaces it.
+  // NUL-terminated and good during the call, on whatever thread logs, also on several at once.
+  // Locks of the library may be held then: it must not wait for another thread that calls the
+  // library. It stays across an exit: a later life started without one goes on with it and writes
+  // no file, a later life started with another one replaces it.
   void (*custom_log)(const char* line) = nullptr;
   // Try HTTP requests also when the network looks unavailable. On, unless -1.
   std::int32_t try_http_request_on_netunav = 0;
@@ -154,14 +155,15 @@ class IZOTarvelObject {
   // in the library listens is told on the calling thread, before the call returns.
   virtual void NotifyNetworkChanged(zo_net::AddressFamily family) = 0;
 
-  // The LBS service, made by the first call. Not started: see IZOTarvelLBSService::Init. Null while
-  // the library has no such service. Owned by the object; good until ReleaseLBSService or the
-  // matching exit.
+  // The LBS service, made by the first call. Not started: see IZOTarvelLBSService::Init. Null in a
+  // build without it, and when the object is being given up. Owned by the object; good until
+  // ReleaseLBSService or the matching exit.
   virtual IZOTarvelLBSService* GetLBSService() = 0;
 
   // Stops the service, waits for its thread (but for a call on that very thread) and frees it; the
-  // next GetLBSService makes a new one. Not to be called while another thread uses the service or
-  // is in GetLBSService.
+  // next GetLBSService makes a new one. After the call none of the client's three callbacks runs,
+  // unless it was called on one of the library's own threads. Not to be called while another thread
+  // uses the service or is in GetLBSService.
   virtual void ReleaseLBSService() = 0;
 
   // Sets the business token, a NUL-terminated text, copied; null counts as empty. A text that
@@ -187,7 +189,8 @@ struct _ZOTarvelLBSSettings {
   // The same for IPv6. Empty: `default_link`.
   char default_link_ipv6[128] = {};
   // Fixed link addresses "host:port" for the time before the first answer; empty slots are skipped.
-  // With all slots empty, the defaults that suit `addr_family`.
+  // With all slots empty, the defaults that suit `addr_family`. Those of the first run without a
+  // server stay until one answers, or until `lbs_main_addr` or the family changes.
   char link_list[5][128] = {};
   // Not read. Leave zero.
   char reserved[640] = {};
@@ -242,8 +245,8 @@ using RequestErrorCollector = void (*)(void* user, const RequestErrorRecord* rec
 // client.
 //
 // The operations with a `char* out` write "inited=false" before Init. Their texts have no
-// terminating zero: `out` is a zeroed buffer of kLBSTextBufferSize bytes, and not null unless said
-// so.
+// terminating zero: `out` is a zeroed buffer of kLBSTextBufferSize bytes. A null `out` does
+// nothing.
 class IZOTarvelLBSService {
  public:
   // Loads the cached answer, or makes a local one, so that link addresses are at hand when the call
@@ -253,23 +256,26 @@ class IZOTarvelLBSService {
   // Asks for a fresh answer. LBS URLs with an IP literal are used when it is of `family`, with
   // kEMAddressFamilyAny all of them. Before Init nothing happens. Forced: at once, even when a
   // request is under way. Unforced calls are gathered: the third one, or 1200 ms after the first,
-  // starts one request, unless one is under way. The outcome reaches the LBSCallback.
+  // starts one request, unless one is under way. The outcome of a request that goes out reaches the
+  // LBSCallback.
   virtual void Update(EMAddressFamily family, bool force) = 0;
 
-  // Replace a callback. Null for none.
+  // Replace a callback. Null for none. A call of the old one may still be under way when this
+  // returns; see IZOTarvelObject::ReleaseLBSService.
   virtual void SetLBSCallback(LBSCallback callback, void* user) = 0;
   virtual void SetAccIDGetter(AccIDGetter getter, void* user) = 0;
   virtual void SetRequestErrorCollector(RequestErrorCollector collector, void* user) = 0;
 
   // The active answer. With `no_wait` false the call first waits for an update under way, without a
-  // time limit; on one of the library's own threads it never waits. A null `out` does nothing.
+  // time limit; on one of the library's own threads it never waits. An exit ends the wait.
   virtual void GetLBSResponse(bool no_wait, char* out) = 0;
 
   // The next address of the list for a connection try. In: `family` says which kind is wished for.
-  // Out: the host in `addr` (a zeroed buffer of kLinkAddressBufferSize bytes),the port (0 to 65535;
-  // 0 when the address names none), and in `family` the kind of the host, kEMAddressFamilyAny for a
-  // name. When the list is used up, a default is handed out and a fresh list asked for. False only
-  // before Init; then nothing is written.
+  // Out: the host in `addr` (a zeroed buffer of kLinkAddressBufferSize bytes), an IPv6 address in
+  // its brackets; the port (0 to 65535; 0 when the address names none that can be); and in `family`
+  // the kind of the host, kEMAddressFamilyAny for a name. Any of the three may be null. When the
+  // list is used up, a default is handed out and a fresh list asked for. False only before Init;
+  // then nothing is written.
   virtual bool GetLinkAddress(char* addr, std::int32_t* port, EMAddressFamily* family) = 0;
 
   // Texts of the active answer: the object-storage download URL, the JSON lists of download URLs
@@ -283,12 +289,12 @@ class IZOTarvelLBSService {
   // How many link addresses the active answer holds; -1 before Init.
   virtual std::int32_t GetLinkCount() = 0;
 
-  // The address that the next GetLinkAddress would hand out, without moving on. Buffers as there;
-  // `family` is only written. False, with nothing written, before Init and when the list is used
-  // up.
+  // The address that the next GetLinkAddress for any family would hand out, without moving on.
+  // Buffers as there; `family` is only written. False, with nothing written, before Init and when
+  // the list is used up.
   virtual bool GetCurrentLinkAddress(char* addr, std::int32_t* port, EMAddressFamily* family) = 0;
 
-  // Tells that a connection to this address stands.`host` is NUL-terminated, `port` 1 to 65535.
+  // Tells that a connection to this address stands. `host` is NUL-terminated, `port` 1 to 65535.
   // Changes nothing today: the rotation goes on.
   virtual void OnCurrentLinkConnectSucceed(const char* host, std::int32_t port) = 0;
 

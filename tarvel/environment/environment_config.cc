@@ -1,30 +1,17 @@
 #include "tarvel/environment/environment_config.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
 #include <utility>
 
 #include "base/md5.h"
+#include "base/text_of.h"
 #include "tarvel/environment/exception_data_reporter.h"
 
 namespace zo_tarvel {
 namespace {
 
 using zo_base::MutexLock;
-
-// Limits of the two time-outs, in milliseconds.
-constexpr std::int32_t kShortestTimeout = 1'000;
-constexpr std::int32_t kLongestTimeout = 30'000;
-constexpr std::int32_t kShortestPrefailTimeout = 200;
-// How long before the time-out the next URL is tried at the latest.
-constexpr std::int32_t kPrefailTimeoutMargin = 80;
-
-// A client may have filled an array to its end.
-template <std::size_t kSize>
-std::string TextOf(const char (&array)[kSize]) {
-  return std::string(array, strnlen(array, kSize));
-}
+using zo_base::TextOf;
 
 // The directory of one business under `root`. Two businesses never share one.
 std::string BusinessDirectory(std::string root, const std::string& business_type) {
@@ -36,8 +23,6 @@ std::string BusinessDirectory(std::string root, const std::string& business_type
 void AppendLine(std::string& banner, const char* label, const std::string& value) {
   banner.append(" --").append(label).append(value).append("\r\n");
 }
-
-std::string ToText(bool value) { return value ? "true" : "false"; }
 
 }  // namespace
 
@@ -82,11 +67,7 @@ void _EnvironmentConfig::LoadDirectories(const _ZOTarvelEnvironmentSettings& set
 
 void _EnvironmentConfig::LoadTimeouts(std::int32_t timeout, std::int32_t prefail_timeout) {
   if (timeout < 1) return;  // Both defaults stand.
-  single_request_timeout_ = std::clamp(timeout, kShortestTimeout, kLongestTimeout);
-  if (prefail_timeout >= single_request_timeout_) {
-    prefail_timeout = single_request_timeout_ - kPrefailTimeoutMargin;
-  }
-  single_request_prefail_timeout_ = std::max(prefail_timeout, kShortestPrefailTimeout);
+  timeouts_ = CleanTimeouts({timeout, prefail_timeout});
 }
 
 std::string _EnvironmentConfig::GetBusinessToken() const {
@@ -106,6 +87,16 @@ void _EnvironmentConfig::SetAddressFamily(zo_net::AddressFamily family, bool not
   if (notify) Emit<zo_net::AddressFamily>(SIG_NetworkChanged, family);
 }
 
+void _EnvironmentConfig::SetStatisticSettings(const StatisticSettings& settings) {
+  MutexLock lock(statistic_settings_lock_);
+  statistic_settings_ = settings;
+}
+
+StatisticSettings _EnvironmentConfig::statistic_settings() const {
+  MutexLock lock(statistic_settings_lock_);
+  return statistic_settings_;
+}
+
 std::string _EnvironmentConfig::FormatBanner() const {
   std::string banner = "zo_tarvel config:\r\n";
   AppendLine(banner, "business type:", business_type_);
@@ -115,14 +106,14 @@ std::string _EnvironmentConfig::FormatBanner() const {
   AppendLine(banner, "client type:", std::to_string(client_type_));
   AppendLine(banner, "appdata path:", appdata_path_);
   AppendLine(banner, "log path:", log_path_);
-  AppendLine(banner, "enable httpdns:", ToText(enable_httpdns_));
-  AppendLine(banner, "try http request on netunav:", ToText(try_http_request_on_netunav_));
-  AppendLine(banner, "only https supported:", ToText(only_https_supported_));
-  AppendLine(banner, "single request timeout:", std::to_string(single_request_timeout_));
+  AppendLine(banner, "enable httpdns:", TextOf(enable_httpdns_));
+  AppendLine(banner, "try http request on netunav:", TextOf(try_http_request_on_netunav_));
+  AppendLine(banner, "only https supported:", TextOf(only_https_supported_));
+  AppendLine(banner, "single request timeout:", std::to_string(single_request_timeout()));
   AppendLine(banner,
-             "single request prefail timeout:", std::to_string(single_request_prefail_timeout_));
-  AppendLine(banner, "http request ip preferred:", ToText(http_request_ip_preferred_));
-  AppendLine(banner, "enable exception data reporting:", ToText(enable_exception_data_reporting_));
+             "single request prefail timeout:", std::to_string(single_request_prefail_timeout()));
+  AppendLine(banner, "http request ip preferred:", TextOf(http_request_ip_preferred_));
+  AppendLine(banner, "enable exception data reporting:", TextOf(enable_exception_data_reporting_));
   return banner;
 }
 

@@ -11,6 +11,7 @@
 #include "base/object.h"
 #include "base/recursive_mutex.h"
 #include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/request_timeouts.h"
 #include "tarvel/environment/trace_id_generator.h"
 
 namespace zo_tarvel {
@@ -37,9 +38,9 @@ struct StatisticSettings {
 // What the environment has made of its settings: cleaned values, derived directories, the values
 // that change while it is up, and the signals that tell of the changes.
 //
-// Threads: Load runs before any reader exists; afterwards readers are free. `business_token` has
-// its lock, the address family and the exit flag are atomic. Ownership: the environment's storage
-// owns it; all others reach it through a weak pointer.
+// Threads: Load runs before any reader exists; afterwards readers are free. The token and the
+// statistic settings have locks, the address family and the exit flag are atomic. Ownership: the
+// environment's storage owns it; all others reach it through a weak pointer.
 class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
  public:
   // Sends a logical request; true to begin it on the agent's work thread.
@@ -59,8 +60,8 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   std::int32_t sv() const { return sv_; }
   std::int32_t pv() const { return pv_; }
   std::int32_t client_type() const { return client_type_; }
-  std::int32_t single_request_timeout() const { return single_request_timeout_; }
-  std::int32_t single_request_prefail_timeout() const { return single_request_prefail_timeout_; }
+  std::int32_t single_request_timeout() const { return timeouts_.timeout; }
+  std::int32_t single_request_prefail_timeout() const { return timeouts_.prefail_timeout; }
   std::string business_type() const { return business_type_; }
   std::string business_version() const { return business_version_; }
   // Directories of this business, ending in "/". Not created here.
@@ -79,9 +80,9 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   void SetExitFlag(bool exiting) { exit_flag_.store(exiting, std::memory_order_release); }
   bool IsExiting() const { return exit_flag_.load(std::memory_order_acquire); }
 
-  // Not locked: one writer, the parser of the LBS answer.
-  void SetStatisticSettings(const StatisticSettings& settings) { statistic_settings_ = settings; }
-  const StatisticSettings& statistic_settings() const { return statistic_settings_; }
+  // Set by the parser of the LBS answer.
+  void SetStatisticSettings(const StatisticSettings& settings);
+  StatisticSettings statistic_settings() const;
 
   // Not locked: set by the agent in the start sequence.
   void SetHttpRequestInvoker(HttpRequestInvoker invoker) {
@@ -123,15 +124,15 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   std::string appdata_path_;
   std::string log_path_;
   std::atomic<zo_net::AddressFamily> address_family_{zo_net::kAddressFamilyAny};
-  StatisticSettings statistic_settings_;
+  mutable zo_base::_thread_recursive_mutex statistic_settings_lock_;
+  StatisticSettings statistic_settings_ ZO_GUARDED_BY(statistic_settings_lock_);
   HttpRequestInvoker http_request_invoker_;
   std::weak_ptr<HttpAgent> http_agent_;
   std::shared_ptr<IExceptionDataReporter> exception_reporter_;
   std::function<std::string()> exception_user_info_;
   const std::shared_ptr<TraceIdGeneratorTag> trace_id_generator_ =
       std::make_shared<TraceIdGeneratorTag>();
-  std::int32_t single_request_timeout_ = 7'000;          // Milliseconds.
-  std::int32_t single_request_prefail_timeout_ = 2'000;  // Milliseconds.
+  RequestTimeouts timeouts_;
   bool http_request_ip_preferred_ = false;
   bool enable_exception_data_reporting_ = false;
 };

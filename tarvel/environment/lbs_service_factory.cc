@@ -4,14 +4,14 @@ namespace zo_tarvel {
 namespace {
 
 LBSServiceFactory& Factory() {
-  static LBSServiceFactory factory;  // Nothing to destroy.
+  static LBSServiceFactory factory = nullptr;  // Nothing to destroy.
   return factory;
 }
 
 }  // namespace
 
-void SetLBSServiceFactory(const LBSServiceFactory& factory) { Factory() = factory; }
+void SetLBSServiceFactory(LBSServiceFactory factory) { Factory() = factory; }
 
-const LBSServiceFactory& GetLBSServiceFactory() { return Factory(); }
+LBSServiceFactory GetLBSServiceFactory() { return Factory(); }
 
 }  // namespace zo_tarvel

@@ -7,18 +7,14 @@
 namespace zo_tarvel {
 
 // How an object gets the LBS service. The service lives in a layer above this one, which says here
-// how to make it.
-struct LBSServiceFactory {
-  // A new service, not started. It is also an IEnvironmentConfigGetter and an IThread.
-  std::shared_ptr<IZOTarvelLBSService> (*create)() = nullptr;
-  // Makes the service's gathered requests come to nothing, since its thread is about to stop.
-  void (*stop_gathering)(IZOTarvelLBSService& service) = nullptr;
-};
+// how to make one: not started, and also an IEnvironmentConfigGetter and an IThread, whose Stop
+// ends all that calls the client.
+using LBSServiceFactory = std::shared_ptr<IZOTarvelLBSService> (*)();
 
 // Called once, while the library is loaded.
-void SetLBSServiceFactory(const LBSServiceFactory& factory);
+void SetLBSServiceFactory(LBSServiceFactory factory);
 
-// Without functions when no such layer is linked.
-const LBSServiceFactory& GetLBSServiceFactory();
+// Null when no such layer is linked.
+LBSServiceFactory GetLBSServiceFactory();
 
 }  // namespace zo_tarvel

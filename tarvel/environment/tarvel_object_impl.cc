@@ -17,8 +17,6 @@ zo_base::IThread* ThreadOf(const std::shared_ptr<IZOTarvelLBSService>& service) 
 }
 
 void EndService(const std::shared_ptr<IZOTarvelLBSService>& service) {
-  if (!service) return;
-  if (const auto stop_gathering = GetLBSServiceFactory().stop_gathering) stop_gathering(*service);
   if (zo_base::IThread* thread = ThreadOf(service)) thread->Stop();
 }
 
@@ -34,7 +32,7 @@ void ZOTarvelObjectImpl::SetBusinessToken(const char* token) {
 }
 
 IZOTarvelLBSService* ZOTarvelObjectImpl::GetLBSService() {
-  if (GetLBSServiceFactory().create == nullptr) return nullptr;
+  if (GetLBSServiceFactory() == nullptr) return nullptr;
   lbs_service_once_.Call([this] { CreateLBSService(); });
   return LBSService().get();
 }
@@ -47,7 +45,7 @@ std::shared_ptr<IZOTarvelLBSService> ZOTarvelObjectImpl::LBSService() {
 void ZOTarvelObjectImpl::CreateLBSService() {
   MutexLock lock(lock_);
   if (lbs_service_) return;
-  lbs_service_ = GetLBSServiceFactory().create();
+  lbs_service_ = GetLBSServiceFactory()();
   auto* getter = dynamic_cast<IEnvironmentConfigGetter*>(lbs_service_.get());
   if (getter) getter->SetEnvironmentConfig(GetConfig());
 }

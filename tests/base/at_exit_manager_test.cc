@@ -4,28 +4,16 @@
 
 #include <memory>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "base/resettable_once.h"
 #include "base/singleton.h"
 
 namespace zo_base {
 namespace {
 
 using ::testing::ElementsAre;
-
-TEST(AtExitManagerTest, LivesAsLongAsItIsHeld) {
-  struct World;
-  for (int i = 0; i < 2; ++i) EXPECT_TRUE(GetAtExitManager<World>().second);
-  const auto held = GetAtExitManager<World>();
-  const auto again = GetAtExitManager<World>();
-  EXPECT_TRUE(held.second);
-  EXPECT_FALSE(again.second);
-  EXPECT_EQ(again.first, held.first);
-}
 
 TEST(AtExitManagerTest, RunsItsTasksLastOneFirstAndATaskAddedByATaskNext) {
   struct World;
@@ -97,17 +85,6 @@ TEST(SingletonTest, IsFreshUnderAManagerThatComesBeforeTheOldOneHasGone) {
   manager.reset();
   EXPECT_THAT(Service::alive, ElementsAre(fresh));
   EXPECT_EQ(get(), fresh);
-}
-
-TEST(ResettableOnceTest, RunsAgainAfterAnExceptionAndAfterAReset) {
-  ResettableOnce once;
-  int runs = 0;
-  EXPECT_THROW(once.Call([] { throw std::runtime_error("no run"); }), std::runtime_error);
-  for (int i = 0; i < 2; ++i) once.Call([&] { ++runs; });
-  EXPECT_EQ(runs, 1);
-  once.Reset();
-  once.Call([&] { ++runs; });
-  EXPECT_EQ(runs, 2);
 }
 
 }  // namespace

@@ -52,7 +52,6 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
   } cases[] = {
       {"connect", [](Scene& my) { my.Connect('d'); }, "abc", "abcd"},
       {"disconnect itself", [](Scene& my) { my.b.disconnect(); }, "abc", "ac"},
-      {"disconnect an earlier slot", [](Scene& my) { my.a.disconnect(); }, "abc", "bc"},
       {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
       {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
       {"disconnect itself once the signal has other arguments",
@@ -64,7 +63,6 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
        },
        "abc", ""},
       {"drop all signals", [](Scene& my) { my.emitter->Disconnect(nullptr); }, "abc", ""},
-      {"drop another", [](Scene& my) { my.emitter->Disconnect(SIG_Other); }, "abc", "abc"},
       {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},
       {"reconnect", [](Scene& my) { my.b.disconnect(), my.Connect('B'); }, "abc", "acB"},
   };
@@ -96,13 +94,9 @@ TEST_F(ConnectAbleTest, ForgetsASignalWithItsLastConnection) {
   emitter->Connect<int>(SIG_Main, [](int) {});  // Nothing binds it to the old arguments.
 }
 
-TEST_F(ConnectAbleTest, RaisesOnOtherArgumentsThanThoseOfTheFirstConnection) {
+TEST_F(ConnectAbleTest, StaysUsableAfterAnExceptionOfASlotOrForOtherArguments) {
   EXPECT_THROW(emitter->Connect<int>(SIG_Main, [](int) {}), BadZOAnyCast);
   EXPECT_THROW(emitter->Emit<std::string>(SIG_Main, "text"), BadZOAnyCast);
-  EXPECT_EQ(CallsOfOneEmission(), "abc");
-}
-
-TEST_F(ConnectAbleTest, LetsAnExceptionOfASlotThroughAndStaysUsable) {
   next_call_of_b_does = [] { throw std::runtime_error("slot"); };
   EXPECT_THROW(CallsOfOneEmission(), std::runtime_error);
   EXPECT_EQ(calls, "ab");

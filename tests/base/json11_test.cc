@@ -2,11 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cmath>
-#include <cstdint>
 #include <limits>
-#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -42,16 +38,11 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       {"unexpected end of input", STANDARD, {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
       {"unexpected trailing 'x' (120)", STANDARD, {"{} x", "0x1", "\"\"x y"}},
       {"unexpected trailing (0)", STANDARD, {"1\0"s, "[] \0 1"s}},
-      {"unexpected trailing '/' (47)", STANDARD, {"1 // c"}},
       {"expected value, got '/' (47)", STANDARD, {"// c\n1"}},
-      {"expected value, got ']' (93)", STANDARD, {"[1,]", "]", "{\"a\":]"}},
       {"expected value, got 'T' (84)", STANDARD, {"True", "[T, y] z"}},
       {"expected value, got (11)", STANDARD, {"\v1"}},
-      {"expected value, got '\x80' (128)", STANDARD, {"\x80"}},
-      {"expected value, got (0)", STANDARD, {"[\0]"s}},
       {"expected ',' in list, got '2' (50)", STANDARD, {"[1 2]"}},
       {"expected '\"' in object, got '1' (49)", STANDARD, {"{1", "{\"a\":2,1"}},
-      {"expected '\"' in object, got '}' (125)", STANDARD, {"{\"a\":1,}"}},
       {"expected ':' in object, got '1' (49)", STANDARD, {"{\"a\" 1}"}},
       {"expected ',' in object, got '\"' (34)", STANDARD, {"{\"a\":1 \"b\":2}"}},
       {"parse error: expected true, got tru", STANDARD, {"tru"}},
@@ -59,22 +50,18 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       {"parse error: expected null, got nulx", STANDARD, {"nulx, 1"}},
       {"leading 0s not permitted in numbers", STANDARD, {"01", "-00", "[00.5]"}},
       {"invalid (0) in number", STANDARD, {"-", "-\0001"s}},
-      {"invalid 'a' (97) in number", STANDARD, {"-a"}},
       {"at least one digit required in fractional part", STANDARD, {"1.", "1.e5", "-0.x"}},
       {"at least one digit required in exponent", STANDARD, {"1e", "1.5E-x", "1e+"}},
       {"unexpected end of input in string", STANDARD, {"\"a", "\"a\\", "{\"a", "[\"\\\""}},
       {"unescaped (10) in string", STANDARD, {"\"a\nb\"", "{\"\n\":1}"}},
-      {"unescaped (0) in string", STANDARD, {"\"\0\""s}},
       {"invalid escape character 'x' (120)", STANDARD, {"\"\\x41\""}},
       {"invalid escape character '\xe9' (233)", STANDARD, {"\"\\\xe9\""}},
       {"bad \\u escape: 12", STANDARD, {"\"\\u12"}},
       {"bad \\u escape: 12g4", STANDARD, {"\"\\u12g4\""}},
-      {"bad \\u escape: -123", STANDARD, {"\"\\u-123\""}},
       {"unexpected end of input after start of comment", COMMENTS, {"/", "[1, /"}},
       {"malformed comment", COMMENTS, {"1 /x", "/x ]"}},
       {"unexpected end of input inside multi-line comment", COMMENTS, {"/* /", "/*/ 1", "1 /* *"}},
       {"unexpected end of input", COMMENTS, {"// only"}},
-      {"expected value, got ']' (93)", COMMENTS, {"// c\n] /"}},
       {"exceeded maximum nesting depth",
        STANDARD,
        {Repeated("[", 202) + Repeated("]", 202), Repeated("{\"a\":", 202),
@@ -87,14 +74,15 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       EXPECT_EQ(error, expected) << text.substr(0, 100);
     }
   }
+  std::string error;
+  EXPECT_TRUE(Json::parse(static_cast<const char*>(nullptr), error).is_null());
+  EXPECT_EQ(error, "null input");
 }
 
 TEST(Json11Test, DumpsWhatItParsed) {
   const std::string deepest = Repeated("[", 201) + Repeated("]", 201);
   const std::pair<std::string, std::string> cases[] = {
-      {" null ", "null"},
       {"[true,\t\r\n false]", "[true, false]"},
-      {"[[],{ },[0]]", "[[], {}, [0]]"},
       {"{\"b\":1,\"\":2,\"a\":[3],\"B\":{}}", R"({"": 2, "B": {}, "a": [3], "b": 1})"},
       {R"({"\u00e9": 1, "z": 2})", "{\"z\": 2, \"\xc3\xa9\": 1}"},  // Bytes order as unsigned.
       {"{\"a\":1,\"b\":2,\"a\":null}", R"({"a": null, "b": 2})"},
@@ -107,10 +95,8 @@ TEST(Json11Test, DumpsWhatItParsed) {
       {R"("\ud800\udc00\udbff\udfff")", "\"\xf0\x90\x80\x80\xf4\x8f\xbf\xbf\""},
       {R"("\uDE00\uD83D")", "\"\xed\xb8\x80\xed\xa0\xbd\""},
       {R"("\uD83D\uD83D\uDE00")", "\"\xed\xa0\xbd\xf0\x9f\x98\x80\""},
-      {R"("\uD83D\n\uDE00")", "\"\xed\xa0\xbd\\n\xed\xb8\x80\""},
       {"\"\xff\xc0\x80 \xed\xa0\x80\xf8\"", "\"\xff\xc0\x80 \xed\xa0\x80\xf8\""},  // No UTF-8.
       {"[0, -0, 7, -12345678]", "[0, 0, 7, -12345678]"},
-      {"[123456789, 1234567890, -1234567890]", "[123456789, 1234567890, -1234567890]"},
       {"12345678901234567890", "1.2345678901234567e+19"},
       {"[0.1, 1.0, 100e-2, 1E+3]", "[0.10000000000000001, 1, 1, 1000]"},
       {"[1e17, 1e16, 0.0001, 0.00001]",
@@ -124,10 +110,8 @@ TEST(Json11Test, DumpsWhatItParsed) {
 
 TEST(Json11Test, TakesCommentsForBlanksWhereTheyAreAllowed) {
   const std::pair<const char*, const char*> cases[] = {
-      {"// c\n1", "1"},
       {"/**/ // b\r\n\t/* * / // */[1/***/,//\n2]/* end *///", "[1, 2]"},
-      {"{/*1*/\"a\"/*2*/:/*3*/true/*4*/}", R"({"a": true})"},
-      {"\"/* text */ // too\"", R"("/* text */ // too")"},
+      {"{/*1*/\"a\"/*2*/:/*3*/\"/* text */ // too\"/*4*/}", R"({"a": "/* text */ // too"})"},
   };
   for (const auto& [text, dump] : cases) EXPECT_EQ(Parsed(text, COMMENTS).dump(), dump) << text;
 }
@@ -145,12 +129,9 @@ TEST(Json11Test, ReadsEachKindOfNumberByItsOwnRules) {
       {Json(0x1'8000'0001LL), 6442450945.0, kMin + 1, 0x1'8000'0001LL},
       {Json(-7.9), -7.9, -7, 0},
       {Json(2147483648.0), 2147483648.0, kMax, 0},
-      {Json(-2147483647.5), -2147483647.5, kMin + 1, 0},
       {Json(kInfinity), kInfinity, kMax, 0},
-      {Json(-kInfinity), -kInfinity, kMin, 0},
       {Parsed("123456789"), 123456789, 123456789, 123456789},
       {Parsed("1234567890"), 1234567890, 1234567890, 0},
-      {Parsed("-12345678"), -12345678, -12345678, -12345678},
       {Parsed("-123456789"), -123456789, -123456789, 0},
   };
   for (const auto& [value, number, int32, int64] : cases) {
@@ -167,12 +148,9 @@ TEST(Json11Test, AnswersANeutralDefaultForEveryOtherKind) {
       Json::array{Json(), 1, 2LL, 2.5, true, "a", Json::array{1}, Json::object{{"a", 1}}});
   for (const Json& value : values.array_items()) {
     const Json::Type type = value.type();
-    EXPECT_EQ(value.number_value() != 0, type == Json::NUMBER) << value.dump();
-    EXPECT_EQ(value.int_value() != 0, type == Json::NUMBER) << value.dump();
+    EXPECT_EQ(value.number_value() != 0 && value.int_value() != 0, type == Json::NUMBER);
     EXPECT_EQ(value.bool_value(), type == Json::BOOL) << value.dump();
     EXPECT_EQ(value.string_value(), type == Json::STRING ? "a" : "") << value.dump();
-    EXPECT_EQ(value.array_items().size(), type == Json::ARRAY ? 1U : 0U) << value.dump();
-    EXPECT_EQ(value.object_items().size(), type == Json::OBJECT ? 1U : 0U) << value.dump();
     EXPECT_EQ(value[0].type(), type == Json::ARRAY ? Json::NUMBER : Json::NUL) << value.dump();
     EXPECT_EQ(value["a"].type(), type == Json::OBJECT ? Json::NUMBER : Json::NUL) << value.dump();
     EXPECT_TRUE(value[1].is_null() && value["b"]["c"][0].is_null()) << value.dump();
@@ -204,20 +182,6 @@ TEST(Json11Test, ComparesNumbersAsDoublesAndOnePayloadAsEqual) {
   EXPECT_NE(nan, Json(kNan));
 }
 
-TEST(Json11Test, TellsANullPointerFromAnEmptyText) {
-  std::string error;
-  EXPECT_TRUE(Json::parse(static_cast<const char*>(nullptr), error).is_null());
-  EXPECT_EQ(error, "null input");
-  EXPECT_TRUE(Json::parse("", error).is_null());
-  EXPECT_EQ(error, "unexpected end of input");
-  EXPECT_TRUE(Json(static_cast<const char*>(nullptr)).is_null());
-}
-
-TEST(Json11Test, ReadsAStringOfManyMegabytes) {
-  const std::string text = Repeated("0123456789abcde\n", 10 * 1024 * 1024 / 16);
-  EXPECT_TRUE(Parsed(Json(text).dump()).string_value() == text);
-}
-
 TEST(Json11Test, DestroysAVeryDeepValueAndKeepsAPartThatIsStillHeld) {
   Json value(1);
   Json held;
@@ -227,56 +191,6 @@ TEST(Json11Test, DestroysAVeryDeepValueAndKeepsAPartThatIsStillHeld) {
   }
   value = Json();
   EXPECT_EQ(held.dump(), R"({"a": [{"a": [1, 2]}, 2]})");
-}
-
-TEST(Json11Test, ReadsAMovedFromValueAsNull) {
-  Json from(Json::array{1});
-  const Json to = std::move(from);
-  std::string out = "to = ";
-  to.dump(out);  // Appends.
-  EXPECT_EQ(out, "to = [1]");
-  EXPECT_EQ(from, Json());  // NOLINT(bugprone-use-after-move): what it reads as is the question.
-  EXPECT_TRUE(from[0].is_null() && from.dump() == "null");
-}
-
-// Values whose numbers survive the trip: finite, and integers only where a double is exact.
-class RandomJson {
- public:
-  Json Next(int depth = 0) {
-    const auto kind = random_() % (depth < 5 ? 8 : 6);
-    if (kind == 0) return Json();
-    if (kind == 1) return Json(random_() % 2 == 0);
-    if (kind == 2) return Json(static_cast<int>(random_()));
-    if (kind == 3) return Json(static_cast<long long>(random_() >> (11 + random_() % 53)));
-    const auto number = std::bit_cast<double>(random_());
-    if (kind == 4) return Json(std::isfinite(number) ? number : 0.5);
-    if (kind == 5) return Json(Bytes());
-    Json::array values(random_() % 6);
-    for (Json& value : values) value = Next(depth + 1);
-    if (kind == 6) return Json(std::move(values));
-    Json::object members;
-    for (const Json& value : values) members[Bytes()] = value;
-    return Json(std::move(members));
-  }
-
- private:
-  std::string Bytes() {
-    std::string bytes(random_() % 12, '\0');
-    for (char& byte : bytes) byte = static_cast<char>(random_() % 256);
-    return bytes;
-  }
-
-  std::mt19937_64 random_{20'240'229};  // The same values in every run.
-};
-
-TEST(Json11Test, ReadsItsOwnTextBackAsTheSameValue) {
-  RandomJson random;
-  for (int round = 0; round < 2'000; ++round) {
-    const Json value = random.Next();
-    const std::string text = value.dump();
-    ASSERT_EQ(Parsed(text), value) << text;
-    ASSERT_EQ(Parsed(text).dump(), text);
-  }
 }
 
 TEST(Json11Test, APartMayBeReadOnOneThreadWhileTheWholeDiesOnAnother) {

@@ -4,12 +4,14 @@
 #include <atomic>
 #include <latch>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
 #include "base/native_thread.h"
+#include "base/recursive_mutex.h"
 #include "base/task_thread.h"
 #include "tests/support/event.h"
 
@@ -25,9 +27,8 @@ std::string NativeName() {
 }
 
 TEST(ThreadTest, KeepsItsNameWholeWhileTheSystemSeesFifteenCharacters) {
-  for (const std::size_t length : {1, 15, 16, 63, 64, 100}) {
-    std::string name, native;
-    while (name.size() < length) name += static_cast<char>('a' + name.size() % 26);
+  for (const std::string name : {"a", "fifteen_letters", "sixteen_letters_"}) {
+    std::string native;
     const auto thread = std::make_shared<BaseThread>(name, [&] { native = NativeName(); });
     thread->Start();
     thread->Stop();
@@ -58,27 +59,19 @@ TEST(ThreadTest, AnnouncesItsBeginAndEndAroundItsBodyOnItself) {
 TEST(ThreadTest, RunsOnTheCallersThreadUnderAnotherNameAndKeepsARecordMeanwhile) {
   const auto thread = std::make_shared<TaskThread>("before");
   thread->PostTask([&] {
-    ThreadInfo info = *GetCurrentThreadInfo();
+    const ThreadInfo info = *GetCurrentThreadInfo();
     EXPECT_EQ(info.name, "after");
     EXPECT_EQ(info.task_loop, thread->GetTaskLoop());
     EXPECT_TRUE(pthread_equal(info.thread_id, pthread_self()));
-    EXPECT_TRUE(pthread_equal(info.current_id, pthread_self()));
-    EXPECT_EQ(thread->GetNumericThreadId(), static_cast<std::uint64_t>(pthread_self()));
-    info.user_data[7] = std::string("mine");
-    thread->SetThreadInfo(info);
-    EXPECT_EQ(ZOAnyCast<std::string>(GetCurrentThreadInfo()->user_data[7]), "mine");
     thread->Stop();
   });
-  EXPECT_EQ(thread->GetNumericThreadId(), 0u);
   std::thread caller([&] {  // Not the thread of the test, whose native name would change.
-    EXPECT_EQ(GetCurrentThreadInfo(), nullptr);
     thread->StartOnCurrentThread("after");
     EXPECT_EQ(NativeName(), "after");
     EXPECT_EQ(GetCurrentThreadInfo(), nullptr);
   });
   caller.join();
   EXPECT_EQ(thread->GetName(), "after");
-  EXPECT_FALSE(thread->IsRunning());
 }
 
 TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
@@ -89,14 +82,6 @@ TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
   EXPECT_FALSE(stopped->IsStopping());  // It has never run.
   stopped->Start();
   stopped->Stop();
-}
-
-TEST(ThreadTest, NeedsASharedOwnerToStart) {
-  BaseThread unowned("unowned", [] { ADD_FAILURE(); });
-  EXPECT_THROW(unowned.Start(), std::bad_weak_ptr);
-  const auto owned = std::make_shared<BaseThread>("owned");
-  EXPECT_EQ(owned->shared_from_this<IThread>(), owned);
-  EXPECT_EQ(owned->shared_from_this<TaskThread>(), nullptr);  // It is none.
 }
 
 TEST(ThreadTest, RaisesWhenTheSystemGivesNoThreadAndEndsCleanly) {
@@ -146,7 +131,6 @@ TEST(ThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
   EXPECT_TRUE(left);
 }
 
-}  // namespace
 // As when callbacks on two threads release each the other one's service.
 TEST(ThreadTest, TwoThatStopEachOtherBothEnd) {
   for (int round = 0; round < 100; ++round) {
@@ -154,8 +138,7 @@ TEST(ThreadTest, TwoThatStopEachOtherBothEnd) {
     const auto second = std::make_shared<TaskThread>("second");
     first->Start();
     second->Start();
-    std::latch both_run(2);
-    std::latch both_stopped(2);
+    std::latch both_run(2), both_stopped(2);
     const auto stop = [&](TaskThread& other) {
       both_run.arrive_and_wait();
       other.Stop();
@@ -170,4 +153,22 @@ TEST(ThreadTest, TwoThatStopEachOtherBothEnd) {
   }
 }
 
+TEST(RecursiveMutexTest, CanBeDestroyedWhileAnotherThreadHoldsIt) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "ThreadSanitizer reports the very thing that is tested.";
+#endif
+  std::optional<_thread_recursive_mutex> mutex(std::in_place);
+  Event held, destroyed;
+  std::thread holder([&]() ZO_NO_THREAD_SAFETY_ANALYSIS {
+    mutex->lock();
+    held.Set();
+    EXPECT_TRUE(destroyed.Await());
+  });
+  EXPECT_TRUE(held.Await());
+  mutex.reset();
+  destroyed.Set();
+  holder.join();
+}
+
+}  // namespace
 }  // namespace zo_base

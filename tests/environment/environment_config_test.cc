@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -17,77 +16,59 @@ std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& s
   return config;
 }
 
-struct TimeoutCase {
-  const char* name;
-  int timeout, prefail;
-  int cleaned_timeout, cleaned_prefail;
-};
-class EnvironmentTimeoutTest : public ::testing::TestWithParam<TimeoutCase> {};
-
-TEST_P(EnvironmentTimeoutTest, AreCleaned) {
-  _ZOTarvelEnvironmentSettings settings;
-  settings.single_request_timeout = GetParam().timeout;
-  settings.single_request_prefail_timeout = GetParam().prefail;
-  const auto config = Loaded(settings);
-  EXPECT_EQ(config->single_request_timeout(), GetParam().cleaned_timeout);
-  EXPECT_EQ(config->single_request_prefail_timeout(), GetParam().cleaned_prefail);
-}
-
-INSTANTIATE_TEST_SUITE_P(Settings, EnvironmentTimeoutTest,
-                         ::testing::ValuesIn(std::vector<TimeoutCase>{
-                             {"ZeroKeepsBothDefaults", 0, 5000, 7000, 2000},
-                             {"NegativeKeepsBothDefaults", -1, 5000, 7000, 2000},
-                             {"LowestIntKeepsBothDefaults", INT32_MIN, INT32_MIN, 7000, 2000},
-                             {"TooShortIsRaised", 500, 100, 1000, 200},
-                             {"TooLongIsLowered", 60000, 40000, 30000, 29920},
-                             {"HighestIntIsLowered", INT32_MAX, INT32_MAX, 30000, 29920},
-                             {"PrefailEqualToTimeout", 5000, 5000, 5000, 4920},
-                             {"PrefailJustBelowTimeout", 5000, 4999, 5000, 4999},
-                             {"PrefailComparesWithTheCleanedTimeout", 500, 999, 1000, 999},
-                             {"PrefailAtItsLeast", 5000, 200, 5000, 200},
-                             {"PrefailBelowItsLeast", 5000, 199, 5000, 200},
-                             {"PrefailNegative", 5000, -7, 5000, 200}}),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-struct SwitchCase {
-  int given;
-  bool httpdns, on_netunav, ip_preferred, reporting;
-};
-
-TEST(EnvironmentConfigTest, ReadsTheFirstSwitchesAsOnUnlessMinusOneAndTheLastAsOffUnlessOne) {
-  for (const SwitchCase& row :
-       {SwitchCase{0, true, true, false, false}, SwitchCase{1, true, true, true, true},
-        SwitchCase{2, true, true, false, false}, SwitchCase{-1, false, false, false, false}}) {
+TEST(EnvironmentConfigTest, CleansTheTimeouts) {
+  const struct {
+    const char* name;
+    int timeout, prefail;
+    int cleaned_timeout, cleaned_prefail;
+  } rows[] = {{"zero keeps both defaults", 0, 5000, 7000, 2000},
+              {"negative keeps both defaults", INT32_MIN, INT32_MIN, 7000, 2000},
+              {"too short is raised", 500, 100, 1000, 200},
+              {"too long is lowered", INT32_MAX, INT32_MAX, 30000, 29920},
+              {"prefail equal to time-out", 5000, 5000, 5000, 4920},
+              {"prefail compares with the cleaned time-out", 500, 999, 1000, 999},
+              {"prefail at its least", 5000, 200, 5000, 200},
+              {"prefail below its least", 5000, 199, 5000, 200}};
+  for (const auto& row : rows) {
     _ZOTarvelEnvironmentSettings settings;
-    settings.enable_httpdns = settings.try_http_request_on_netunav = row.given;
-    settings.http_request_ip_preferred = settings.enable_exception_data_reporting = row.given;
+    settings.single_request_timeout = row.timeout;
+    settings.single_request_prefail_timeout = row.prefail;
     const auto config = Loaded(settings);
-    EXPECT_EQ(config->enable_httpdns(), row.httpdns) << row.given;
-    EXPECT_EQ(config->try_http_request_on_netunav(), row.on_netunav) << row.given;
-    EXPECT_EQ(config->http_request_ip_preferred(), row.ip_preferred) << row.given;
-    EXPECT_EQ(config->enable_exception_data_reporting(), row.reporting) << row.given;
+    EXPECT_EQ(config->single_request_timeout(), row.cleaned_timeout) << row.name;
+    EXPECT_EQ(config->single_request_prefail_timeout(), row.cleaned_prefail) << row.name;
   }
 }
 
-struct DirectoryCase {
-  const char* business_type;
-  const char* appdata_path;
-  const char* log_path;
-  const char* appdata_directory;
-  const char* log_directory;
-};
+TEST(EnvironmentConfigTest, ReadsTheFirstSwitchesAsOnUnlessMinusOneAndTheLastAsOffUnlessOne) {
+  for (const int given : {0, 1, 2, -1}) {
+    _ZOTarvelEnvironmentSettings settings;
+    settings.enable_httpdns = settings.try_http_request_on_netunav = given;
+    settings.http_request_ip_preferred = settings.enable_exception_data_reporting = given;
+    const auto config = Loaded(settings);
+    EXPECT_EQ(config->enable_httpdns(), given != -1) << given;
+    EXPECT_EQ(config->try_http_request_on_netunav(), given != -1) << given;
+    EXPECT_EQ(config->http_request_ip_preferred(), given == 1) << given;
+    EXPECT_EQ(config->enable_exception_data_reporting(), given == 1) << given;
+  }
+}
 
 // The digests are those of md5sum.
 #define IM_G1 "tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/"
 #define SHOP "tarvel_comp/fb54f3c5992b96d001bb16e8e92d968d/"
 
 TEST(EnvironmentConfigTest, DerivesADirectoryPerBusiness) {
-  for (const DirectoryCase& row :
-       {DirectoryCase{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
-        DirectoryCase{"im_g1", "/data", "", "/data/" IM_G1, "/data/" IM_G1},
-        DirectoryCase{"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
-        DirectoryCase{"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},
-        DirectoryCase{"shop", "", "", "/" SHOP, "/" SHOP}}) {
+  const struct {
+    const char* business_type;
+    const char* appdata_path;
+    const char* log_path;
+    const char* appdata_directory;
+    const char* log_directory;
+  } rows[] = {{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
+              {"im_g1", "/data", "", "/data/" IM_G1, "/data/" IM_G1},
+              {"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
+              {"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},
+              {"shop", "", "", "/" SHOP, "/" SHOP}};
+  for (const auto& row : rows) {
     _ZOTarvelEnvironmentSettings settings;
     std::strcpy(settings.business_type, row.business_type);
     std::strcpy(settings.appdata_path, row.appdata_path);
@@ -142,30 +123,20 @@ TEST(EnvironmentConfigTest, FormatsItsBanner) {
             " --enable exception data reporting:false\r\n");
 }
 
-TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffers) {
+TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffersAndOfAFamilyOnlyWhenAsked) {
   const auto config = Loaded({});
   std::vector<std::string> told;
   config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {
     told.push_back(token);
     EXPECT_EQ(config->GetBusinessToken(), token);  // The lock is recursive.
   });
-  config->SetBusinessToken("");
-  config->SetBusinessToken("a");
-  config->SetBusinessToken("a");
-  config->SetBusinessToken("");
-  EXPECT_EQ(told, (std::vector<std::string>{"a", ""}));
-}
-
-TEST(EnvironmentConfigTest, TellsOfAnAddressFamilyOnlyWhenAsked) {
-  const auto config = Loaded({});
-  int told = 0;
-  config->Connect<zo_net::AddressFamily>(SIG_NetworkChanged,
-                                         [&](zo_net::AddressFamily) { ++told; });
-  EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyAny);
-  config->SetAddressFamily(zo_net::kAddressFamilyIPv6, false);
-  EXPECT_EQ(told, 0);
+  config->Connect<zo_net::AddressFamily>(SIG_NetworkChanged, [&](zo_net::AddressFamily family) {
+    told.push_back(std::to_string(family));
+  });
+  for (const char* token : {"", "a", "a", ""}) config->SetBusinessToken(token);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv4, false);
   config->SetAddressFamily(zo_net::kAddressFamilyIPv6, true);
-  EXPECT_EQ(told, 1);
+  EXPECT_EQ(told, (std::vector<std::string>{"a", "", "2"}));
   EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyIPv6);
 }
 

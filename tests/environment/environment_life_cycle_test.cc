@@ -9,15 +9,6 @@
 #include "tests/environment/fake_lbs_service.h"
 #include "tests/support/test_settings.h"
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TARVEL_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TARVEL_SANITIZED 1
-#endif
-
 namespace zo_tarvel {
 namespace {
 
@@ -35,7 +26,7 @@ std::ptrdiff_t EntriesOf(const char* directory) {
 }
 
 Footprint CurrentFootprint() {
-#ifdef TARVEL_SANITIZED
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   const std::size_t heap_bytes = 0;  // The sanitizer's allocator; it looks for leaks by itself.
 #else
   const std::size_t heap_bytes = mallinfo2().uordblks;
@@ -67,7 +58,7 @@ TEST(EnvironmentLifeCycleTest, AThousandLivesLeaveNothingBehind) {
   const Footprint early = CurrentFootprint();
   for (int round = 10; round < 1000; ++round) LiveOnce();
   const Footprint late = CurrentFootprint();
-  SetLBSServiceFactory({});
+  SetLBSServiceFactory(nullptr);
 
   EXPECT_EQ(late.threads, early.threads);
   EXPECT_EQ(late.descriptors, early.descriptors);

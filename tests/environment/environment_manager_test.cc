@@ -13,8 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/at_exit_manager.h"
-#include "base/singleton.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tarvel/environment/tarvel_object_impl.h"
@@ -42,83 +40,41 @@ class EnvironmentManagerTest : public ::testing::Test {
   const std::shared_ptr<EnvironmentManagerStorage> storage_ = GetStorage();
 };
 
-TEST_F(EnvironmentManagerTest, AnswersIdOneAndTheObjectBehindIt) {
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-  EXPECT_NE(GetTarvelObject(1), nullptr);
-  EXPECT_EQ(GetTarvelObject(0), nullptr);
-  EXPECT_EQ(GetTarvelObject(2), nullptr);
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-}
-
-TEST_F(EnvironmentManagerTest, CountsFurtherStartsAndIgnoresTheirSettings) {
-  StartTarvelEnvironment(SettingsOf("first"));
+TEST_F(EnvironmentManagerTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSettings) {
+  ExitTarvelEnvironment(1);  // Without a start: not counted.
+  EXPECT_EQ(StartTarvelEnvironment(SettingsOf("first")), 1);
   EXPECT_EQ(StartTarvelEnvironment(SettingsOf("second")), 1);
   EXPECT_EQ(storage_->start_count, 2);
   EXPECT_EQ(storage_->config->business_type(), "first");
-}
-
-TEST_F(EnvironmentManagerTest, TheFirstOfTwoExitsGivesUpTheObjectAndTheSecondTheEnvironment) {
-  StartTarvelEnvironment(TestSettings());
-  StartTarvelEnvironment(TestSettings());
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-  EXPECT_TRUE(storage_->started);
-  ExitTarvelEnvironment(1);
-  EXPECT_FALSE(storage_->started);
-}
-
-TEST_F(EnvironmentManagerTest, CountsExitsOfIdZeroAndOfUnknownIds) {
-  StartTarvelEnvironment(TestSettings());
-  StartTarvelEnvironment(TestSettings());
   ExitTarvelEnvironment(7);
   EXPECT_NE(GetTarvelObject(1), nullptr);
+  EXPECT_EQ(GetTarvelObject(0), nullptr);
+  EXPECT_EQ(GetTarvelObject(2), nullptr);
   ExitTarvelEnvironment(0);
   EXPECT_FALSE(storage_->started);
   EXPECT_EQ(GetTarvelObject(1), nullptr);
 }
 
-TEST_F(EnvironmentManagerTest, IgnoresAnExitWithoutAStart) {
+TEST_F(EnvironmentManagerTest, TheFirstOfTwoExitsGivesUpTheObjectAndTheSecondTheEnvironment) {
+  StartTarvelEnvironment(TestSettings());
+  StartTarvelEnvironment(TestSettings());
+  const auto config = storage_->config;
   ExitTarvelEnvironment(1);
-  EXPECT_EQ(storage_->start_count, 0);
-  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-  EXPECT_EQ(storage_->start_count, 1);
+  EXPECT_EQ(GetTarvelObject(1), nullptr);
+  EXPECT_TRUE(storage_->started);
+  EXPECT_FALSE(config->IsExiting());
+  ExitTarvelEnvironment(1);
+  EXPECT_FALSE(storage_->started);
+  EXPECT_TRUE(config->IsExiting());  // What a late holder sees.
 }
 
 TEST_F(EnvironmentManagerTest, ReadsNewSettingsInANewLifeAndForgetsTheOldConfiguration) {
   StartTarvelEnvironment(SettingsOf("first"));
   const std::weak_ptr<_EnvironmentConfig> old_config = storage_->config;
-  auto* old_getter = dynamic_cast<EnvironmentConfigGetterBase*>(GetTarvelObject(1));
-  EXPECT_EQ(old_getter->GetEnvironmentConfig(), storage_->config);
   ExitTarvelEnvironment(1);
   EXPECT_TRUE(old_config.expired());
   EXPECT_EQ(StartTarvelEnvironment(SettingsOf("second")), 1);
   EXPECT_EQ(storage_->config->business_type(), "second");
-}
-
-TEST_F(EnvironmentManagerTest, ALateHolderOfTheConfigurationSeesThatTheEnvironmentIsExiting) {
-  StartTarvelEnvironment(TestSettings());
-  const auto config = storage_->config;
-  EXPECT_FALSE(config->IsExiting());
-  ExitTarvelEnvironment(1);
-  EXPECT_TRUE(config->IsExiting());
-}
-
-struct Counted {
-  Counted() { ++living; }
-  ~Counted() { --living; }
-  static inline int living = 0;
-};
-
-TEST_F(EnvironmentManagerTest, SingletonsLiveAsLongAsTheEnvironment) {
-  using CountedSingleton = zo_base::Singleton<Counted, zo_base::TarvelObject, true>;
-  EXPECT_EQ(CountedSingleton::GetInstance_WithAtExitManager(), nullptr);
-  StartTarvelEnvironment(TestSettings());
-  EXPECT_NE(CountedSingleton::GetInstance_WithAtExitManager(), nullptr);
-  EXPECT_EQ(Counted::living, 1);
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(Counted::living, 0);
 }
 
 TEST_F(EnvironmentManagerTest, RunsStartsAndExitsOfManyThreadsOneAtATime) {
@@ -150,7 +106,7 @@ TEST_F(EnvironmentDeathTest, TrapsAStartAfterTheObjectWasGivenUp) {
 class CallbackTest : public EnvironmentManagerTest {
  protected:
   CallbackTest() { FakeLBSService::Install(); }
-  ~CallbackTest() override { SetLBSServiceFactory({}); }
+  ~CallbackTest() override { SetLBSServiceFactory(nullptr); }
 
   // Starts an environment with a service, and runs `callback` on the service's thread.
   void RunOnServiceThread(std::function<void()> callback) {
@@ -159,24 +115,19 @@ class CallbackTest : public EnvironmentManagerTest {
   }
 };
 
-TEST_F(CallbackTest, MayTakeTheEnvironmentDown) {
-  std::promise<bool> down;
-  RunOnServiceThread([&] {
-    ExitTarvelEnvironment(1);
-    down.set_value(!storage_->started);
-  });
-  EXPECT_TRUE(down.get_future().get());
-  // The next life begins with the thread of the last one gone for good.
-  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-}
-
 TEST_F(CallbackTest, MayTakeTheEnvironmentDownAndStartItAnew) {
-  std::promise<int> id;
-  RunOnServiceThread([&] {
-    ExitTarvelEnvironment(1);
-    id.set_value(StartTarvelEnvironment(TestSettings()));
-  });
-  EXPECT_EQ(id.get_future().get(), 1);
+  for (const bool starts_anew : {false, true}) {
+    std::promise<int> id;
+    RunOnServiceThread([&] {
+      ExitTarvelEnvironment(1);
+      EXPECT_FALSE(storage_->started);
+      id.set_value(starts_anew ? StartTarvelEnvironment(TestSettings()) : 0);
+    });
+    EXPECT_EQ(id.get_future().get(), starts_anew ? 1 : 0);
+    // The next life begins with the thread of the last one gone for good.
+    EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
+    while (storage_->started) ExitTarvelEnvironment(0);
+  }
 }
 
 TEST_F(CallbackTest, NeitherExitNorStartWaitsForAnExitThatJoinsItsThread) {
@@ -197,45 +148,35 @@ TEST_F(CallbackTest, NeitherExitNorStartWaitsForAnExitThatJoinsItsThread) {
   EXPECT_FALSE(storage_->started);
 }
 
-// What a callback may do while an exit, on another thread, waits for the callback's thread to end.
-struct DuringAnExitCase {
-  const char* name;
-  void (*act)();
-};
-class DuringAnExitTest : public CallbackTest,
-                         public ::testing::WithParamInterface<DuringAnExitCase> {};
-
-TEST_P(DuringAnExitTest, DoesNotWaitForTheExit) {
-  std::promise<void> entered, acted;
-  RunOnServiceThread([&] {
-    entered.set_value();
-    while (!storage_->exit_in_progress) std::this_thread::yield();
-    GetParam().act();
-    acted.set_value();
-  });
-  entered.get_future().wait();
-  ExitTarvelEnvironment(0);  // The object stays in the table while it is stopped.
-  EXPECT_EQ(acted.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
-  EXPECT_FALSE(storage_->started);
+TEST_F(CallbackTest, DoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
+  const struct {
+    const char* name;
+    std::function<void()> act;
+  } rows[] = {{"releases its service",
+               [] {
+                 if (IZOTarvelObject* object = GetTarvelObject(1)) object->ReleaseLBSService();
+               }},
+              {"gets its service",
+               [] {
+                 if (IZOTarvelObject* object = GetTarvelObject(1)) object->GetLBSService();
+               }},
+              {"exits", [] { ExitTarvelEnvironment(1); }},
+              {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
+  for (const auto& row : rows) {
+    std::promise<void> entered, acted;
+    RunOnServiceThread([&] {
+      entered.set_value();
+      while (!storage_->exit_in_progress) std::this_thread::yield();
+      row.act();
+      acted.set_value();
+    });
+    entered.get_future().wait();
+    ExitTarvelEnvironment(0);  // The object stays in the table while it is stopped.
+    EXPECT_EQ(acted.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready)
+        << row.name;
+    EXPECT_FALSE(storage_->started);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Callback, DuringAnExitTest,
-                         ::testing::ValuesIn(std::vector<DuringAnExitCase>{
-                             {"LooksForItsObject", [] { GetTarvelObject(1); }},
-                             {"ReleasesItsService",
-                              [] {
-                                if (IZOTarvelObject* object = GetTarvelObject(1))
-                                  object->ReleaseLBSService();
-                              }},
-                             {"GetsItsService",
-                              [] {
-                                if (IZOTarvelObject* object = GetTarvelObject(1))
-                                  object->GetLBSService();
-                              }},
-                             {"Exits", [] { ExitTarvelEnvironment(1); }},
-                             {"Starts",
-                              [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(CallbackTest, AnExitOnAClientsThreadIsCarriedOutWhenItReturns) {
   StartTarvelEnvironment(TestSettings());

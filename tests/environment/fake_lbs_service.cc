@@ -4,15 +4,12 @@
 
 namespace zo_tarvel {
 
-int FakeLBSService::gathering_stopped = 0;
-
 FakeLBSService::FakeLBSService() : TaskThread("lbs service"), timer_(GetTaskLoop()) {}
 
 void FakeLBSService::Install() {
-  SetLBSServiceFactory({.create = []() -> std::shared_ptr<IZOTarvelLBSService> {
-                          return std::make_shared<FakeLBSService>();
-                        },
-                        .stop_gathering = [](IZOTarvelLBSService&) { ++gathering_stopped; }});
+  SetLBSServiceFactory([]() -> std::shared_ptr<IZOTarvelLBSService> {
+    return std::make_shared<FakeLBSService>();
+  });
 }
 
 FakeLBSService* FakeLBSService::StartOne() {

@@ -43,8 +43,6 @@ class FakeLBSService final : public IZOTarvelLBSService,
   void OnCurrentLinkConnectSucceed(const char*, std::int32_t) override {}
   void GetMsgStatInfo(_ZOTarvelMsgStatInfo*) override {}
 
-  static int gathering_stopped;  // How often the factory was asked to stop a service's gathering.
-
  private:
   zo_base::Timer timer_;
 };

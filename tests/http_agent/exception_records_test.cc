@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -23,55 +24,33 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // What the functions below were given.
-class Records {
- public:
-  void Add(std::string function, TarvelExceptionData data) {
-    const std::lock_guard lock(mutex_);
-    received_.emplace_back(std::move(function), std::move(data));
-    threads_.insert(zo_base::GetCurrentThreadInfo()->name);
-    changed_.notify_all();
-  }
-  void Clear() {
-    const std::lock_guard lock(mutex_);
-    received_.clear();
-    threads_.clear();
+struct Records {
+  void Add(const std::string& function, const TarvelExceptionData& data) {
+    const std::lock_guard lock(mutex);
+    texts.push_back(function + ":" + data.process_id);
+    last = data;
+    threads.insert(zo_base::GetCurrentThreadInfo()->name);
+    changed.notify_all();
   }
   [[nodiscard]] bool Await(std::size_t count) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20),
-                             [&] { return received_.size() >= count; });
-  }
-  // "function:process_id"
-  std::vector<std::string> Texts() {
-    const std::lock_guard lock(mutex_);
-    std::vector<std::string> texts;
-    for (const auto& [function, data] : received_)
-      texts.push_back(function + ":" + data.process_id);
-    return texts;
-  }
-  TarvelExceptionData last() {
-    const std::lock_guard lock(mutex_);
-    return received_.back().second;
-  }
-  std::set<std::string> threads() {
-    const std::lock_guard lock(mutex_);
-    return threads_;
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(20), [&] { return texts.size() >= count; });
   }
 
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::pair<std::string, TarvelExceptionData>> received_;
-  std::set<std::string> threads_;
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> texts;  // "function:process_id"
+  TarvelExceptionData last;
+  std::set<std::string> threads;
 };
 
-Records records;
+std::unique_ptr<Records> records;
 
-void First(const TarvelExceptionData& data) { records.Add("first", data); }
-void Second(const TarvelExceptionData& data) { records.Add("second", data); }
+void First(const TarvelExceptionData& data) { records->Add("first", data); }
+void Second(const TarvelExceptionData& data) { records->Add("second", data); }
 void ExitsOnTheFirst(const TarvelExceptionData& data) {
   ExitTarvelEnvironment(1);
-  records.Add("exits", data);
+  records->Add("exits", data);
 }
 
 void Report(const std::string& process_id, std::vector<ExceptionDataExtension> extension = {{}}) {
@@ -83,7 +62,7 @@ void Report(const std::string& process_id, std::vector<ExceptionDataExtension> e
 
 class ExceptionRecordsTest : public testing::Test {
  protected:
-  ExceptionRecordsTest() { records.Clear(); }
+  ExceptionRecordsTest() { records = std::make_unique<Records>(); }
 };
 
 TEST_F(ExceptionRecordsTest, GoInOrderToTheFirstFunctionOnTheAgentsThread) {
@@ -97,27 +76,27 @@ TEST_F(ExceptionRecordsTest, GoInOrderToTheFirstFunctionOnTheAgentsThread) {
   SetExceptionDataReporter(Second);
   Report("without a failure", {});
   Report("4");
-  ASSERT_TRUE(records.Await(4));
+  ASSERT_TRUE(records->Await(4));
   environment.Exit();
-  EXPECT_THAT(records.Texts(), ElementsAre("first:1", "first:2", "first:3", "first:4"));
-  EXPECT_THAT(records.threads(), ElementsAre("http_agent_work"));
+  EXPECT_THAT(records->texts, ElementsAre("first:1", "first:2", "first:3", "first:4"));
+  EXPECT_THAT(records->threads, ElementsAre("http_agent_work"));
 }
 
 TEST_F(ExceptionRecordsTest, CarryAllFields) {
   AgentEnvironment environment;
   SetExceptionDataReporter(First);
   const auto details = CreateExceptionDataDetails(1);
-  *details = {"id", 2, 1LL << 40, 1LL << 41, 3, 4, {{5, "target", 6, "what", "more"}, {}}};
+  *details = {"a\"b", 2, 1LL << 40, 1LL << 41, 3, 4, {{5, "target", 6, "what", "more"}, {}}};
   environment.GetEnvironmentConfig()->GetExceptionReporter()->ReportException(details);
-  ASSERT_TRUE(records.Await(1));
-  const TarvelExceptionData data = records.last();
-  EXPECT_EQ(data.user_info + data.reserved_info, "");
+  ASSERT_TRUE(records->Await(1));
+  const TarvelExceptionData data = records->last;
+  EXPECT_EQ(data.user_info + data.reserved_info, "");  // Else left out all the same.
   EXPECT_EQ(TarvelExceptionDataToJsonString(data),
             R"({"action": 2, "duration": 1099511627776, "exception_service": 4, )"
             R"("extension": [{"code": 6, "context": "more", "description": "what", )"
             R"("operation_type": 5, "target": "target"}, {"code": 0, "context": "", )"
             R"("description": "", "operation_type": 0, "target": ""}], )"
-            R"("process_id": "id", "start_time": 2199023255552, "state": 3})");
+            R"("process_id": "a\"b", "start_time": 2199023255552, "state": 3})");
 }
 
 TEST_F(ExceptionRecordsTest, AreLostOnceTheAgentHasStopped) {
@@ -127,7 +106,7 @@ TEST_F(ExceptionRecordsTest, AreLostOnceTheAgentHasStopped) {
   SetExceptionDataReporter(First);
   Report("late");
   environment.Exit();
-  EXPECT_THAT(records.Texts(), IsEmpty());
+  EXPECT_THAT(records->texts, IsEmpty());
 }
 
 TEST_F(ExceptionRecordsTest, AndTheirFunctionBelongToOneLife) {
@@ -141,22 +120,22 @@ TEST_F(ExceptionRecordsTest, AndTheirFunctionBelongToOneLife) {
     AgentEnvironment environment;
     SetExceptionDataReporter(Second);
     Report("1");
-    ASSERT_TRUE(records.Await(1));
+    ASSERT_TRUE(records->Await(1));
   }
   {
     AgentEnvironment environment;
     Report("2");
     SetExceptionDataReporter(First);
-    ASSERT_TRUE(records.Await(2));
+    ASSERT_TRUE(records->Await(2));
   }
-  EXPECT_THAT(records.Texts(), ElementsAre("second:1", "first:2"));
+  EXPECT_THAT(records->texts, ElementsAre("second:1", "first:2"));
 }
 
 TEST_F(ExceptionRecordsTest, AreEachDeliveredOnceWhateverThreadSetsTheFunction) {
   constexpr int kThreads = 8;
   constexpr int kEach = 200;
   AgentEnvironment environment;
-  std::vector<std::jthread> threads;
+  std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([t] {
       for (int i = 0; i < kEach; ++i) {
@@ -165,11 +144,11 @@ TEST_F(ExceptionRecordsTest, AreEachDeliveredOnceWhateverThreadSetsTheFunction) 
       }
     });
   }
-  threads.clear();
-  ASSERT_TRUE(records.Await(kThreads * kEach));
+  for (auto& thread : threads) thread.join();
+  ASSERT_TRUE(records->Await(kThreads * kEach));
   environment.Exit();
   std::map<std::string, int> next;  // Those of one thread keep their order.
-  for (const std::string& text : records.Texts()) {
+  for (const std::string& text : records->texts) {
     const auto dash = text.find('-');
     EXPECT_EQ(text.substr(dash + 1), std::to_string(next[text.substr(0, dash)]++));
   }
@@ -181,68 +160,40 @@ TEST_F(ExceptionRecordsTest, EndWithAnExitInTheFunction) {
     AgentEnvironment environment;
     for (const char* id : {"1", "2", "3"}) Report(id);
     SetExceptionDataReporter(ExitsOnTheFirst);
-    ASSERT_TRUE(records.Await(1));
+    ASSERT_TRUE(records->Await(1));
     environment.WasExited();
   }
   AgentEnvironment environment;
   Report("4");
   SetExceptionDataReporter(First);
-  ASSERT_TRUE(records.Await(2));
-  EXPECT_THAT(records.Texts(), ElementsAre("exits:1", "first:4"));
-}
-
-TEST_F(ExceptionRecordsTest, BecomeJsonWithoutAnEnvironment) {
-  TarvelExceptionData data;
-  data.user_info = "left out";
-  data.reserved_info = "left out";
-  data.process_id = "a\"b";
-  EXPECT_EQ(TarvelExceptionDataToJsonString(data),
-            R"({"action": 0, "duration": 0, "exception_service": 0, "extension": [], )"
-            R"("process_id": "a\"b", "start_time": 0, "state": 0})");
-}
-
-TEST(ExceptionCategoryTest, BelongsToTheServiceCode) {
-  const std::map<std::int32_t, std::int32_t> categories = {
-      {0, 5}, {2, 1}, {3, 2}, {301, 3}, {302, 4}, {350, 8}, {1, 0}, {-1, 0}, {300, 0}, {351, 0}};
-  for (const auto& [code, category] : categories) {
-    EXPECT_EQ(GetExceptionCategory(code), category) << code;
-  }
+  ASSERT_TRUE(records->Await(2));
+  EXPECT_THAT(records->texts, ElementsAre("exits:1", "first:4"));
 }
 
 TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {
-  constexpr int kThreads = 8;
+  constexpr std::size_t kThreads = 8;
   constexpr std::size_t kEach = 12'500;
   AgentEnvironment environment;
   const auto config = GetConfig();
   std::vector<std::vector<std::string>> ids(kThreads);
-  {
-    std::vector<std::jthread> threads;
-    for (auto& own : ids) {
-      threads.emplace_back([&] {
-        while (own.size() < kEach) own.push_back(config->GenerateTraceId());
-      });
-    }
+  std::vector<std::thread> threads;
+  for (auto& own : ids) {
+    threads.emplace_back([&] {
+      while (own.size() < kEach) own.push_back(config->GenerateTraceId());
+    });
   }
-  std::set<std::string> whole;
+  for (auto& thread : threads) thread.join();
   std::set<std::string> random_parts;
   for (const auto& own : ids) {
-    for (const std::string& id : own) {
-      whole.insert(id);
-      random_parts.insert(id.substr(16));
-    }
+    for (const std::string& id : own) random_parts.insert(id.substr(16));
     EXPECT_TRUE(std::is_sorted(own.begin(), own.end(), [](const auto& one, const auto& other) {
       return one.compare(0, 16, other, 0, 16) < 0;  // The clock.
     }));
   }
-  EXPECT_EQ(whole.size(), kThreads * kEach);
   EXPECT_EQ(random_parts.size(), kThreads * kEach);
-  for (const std::string& id : whole) {
-    std::string shape = id;
-    for (char& c : shape) {
-      if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')) c = 'x';
-    }
-    ASSERT_EQ(shape, "xxxxxxxxxxxxxxxx-xxxxxxxx-xxxx-xxxx-xxxxxxxxxxxx");
-  }
+  const std::string x = "[0-9a-f]";
+  EXPECT_THAT(ids[0][0], testing::MatchesRegex(x + "{16}-" + x + "{8}-" + x + "{4}-" + x + "{4}-" +
+                                               x + "{12}"));
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -18,7 +17,6 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "base/thread_info.h"
@@ -129,32 +127,23 @@ TEST(HttpAgentTest, GivesOneResultOnItsThreadWhoeverAsks) {
   }
 }
 
-TEST(HttpAgentTest, NeedsNobodyToTell) {
-  HttpServer server;
-  Results unused;
-  AgentEnvironment environment;
-  for (const std::string& url : {server.url("/"), std::string(kRefused)}) {
-    auto request = Request({url}, unused);
+TEST(HttpAgentTest, NeedsNobodyToTellAndLogsAFailureTwiceWhenThereIsNoSecondTry) {
+  for (const int httpdns : {0, -1}) {
+    auto settings = AgentSettings();
+    settings.enable_httpdns = httpdns;
+    Results unused;
+    AgentEnvironment environment(settings);
+    auto request = Request({kRefused}, unused);
     request.result_callback = nullptr;
     environment.InvokeHttpRequest(request, true);
+    const std::string begin = "[multiple]Request return false, use http dns if fail:";
+    const std::string line = begin + (httpdns == 0 ? "true" : "false");
+    EXPECT_TRUE(RecordedLog::Await(line));
+    environment.Exit();
+    EXPECT_EQ(RecordedLog::Texts(begin), std::vector<std::string>(httpdns == 0 ? 1 : 2, line));
+    environment.InvokeHttpRequest(Request({kRefused}, unused), true);  // Too late.
+    EXPECT_EQ(unused.count, 0);
   }
-  constexpr char kTwice[] = "[multiple]Request return false, use http dns if fail:true";
-  EXPECT_TRUE(RecordedLog::Await(kTwice));
-  environment.Exit();
-  Results too_late;
-  environment.InvokeHttpRequest(Request({server.url("/")}, too_late), true);
-  EXPECT_EQ(too_late.count, 0);
-}
-
-TEST(HttpAgentTest, LogsAFailureTwiceWhenThereIsNoSecondTry) {
-  auto settings = AgentSettings();
-  settings.enable_httpdns = -1;
-  Results results;
-  AgentEnvironment environment(settings);
-  environment.InvokeHttpRequest(Request({kRefused}, results), true);
-  EXPECT_TRUE(results.first.Await());
-  constexpr char kLine[] = "[multiple]Request return false, use http dns if fail:false";
-  EXPECT_THAT(RecordedLog::Texts("[multiple]Request return false"), ElementsAre(kLine, kLine));
 }
 
 TEST(HttpAgentTest, IsStoppedBeforeTheClientAndReleasedBeforeTheConfiguration) {
@@ -220,18 +209,14 @@ class ExitTest : public testing::Test {
 };
 
 TEST_F(ExitTest, BeforeTheFirstAnswerEndsTheRequestSilently) {
-  Send({silent_.url("/"), good_.url("/")});
-  while (silent_.connections() < 1) std::this_thread::yield();
-  ExitPromptly();
-  ExpectResults(0);
-  EXPECT_EQ(good_.connections(), 0);
-}
-
-TEST_F(ExitTest, BetweenTimeOutsEndsTheRequestSilently) {
-  Send({silent_.url("/a"), silent_.url("/b"), silent_.url("/c"), silent_.url("/d")}, 1);
-  EXPECT_TRUE(RecordedLog::Await("[multiple]Start timer index:1"));
-  ExitPromptly();
-  ExpectResults(0);
+  for (const int multiple_time_out : {20'000, 1}) {  // With one URL under way, or several.
+    Send({silent_.url("/a"), silent_.url("/b"), silent_.url("/c")}, multiple_time_out);
+    const std::string last = multiple_time_out == 1 ? "1" : "0";
+    EXPECT_TRUE(RecordedLog::Await("[multiple]Start timer index:" + last));
+    ExitPromptly();
+    ExpectResults(0);
+    environment_.emplace();
+  }
 }
 
 // The thread may get through some of its tasks before it is told to stop.
@@ -316,61 +301,39 @@ TEST_F(ExitTest, AtAnyMomentEndsCleanly) {
 
 // --- Many at once ---
 
-// Ways of a server: good at once or late, a bad status, a connection that is closed late.
-class MixedServers {
- public:
-  MixedServers() {
-    http_.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
-  }
-  // A list of URLs, and whether one of them is good.
-  std::pair<std::vector<std::string>, bool> Pick(std::mt19937& random) {
-    const std::array<std::string, 5> all = {http_.url("/"), late_.url("/"), http_.url("/bad"),
-                                            closing_.url("/"), kRefused};
-    std::pair<std::vector<std::string>, bool> picked;
-    for (auto left = random() % 4 + 1; left > 0; --left) {
-      const auto which = random() % all.size();
-      picked.first.push_back(all[which]);
-      picked.second |= which < 2;
-    }
-    return picked;
-  }
-
- private:
-  static constexpr std::chrono::milliseconds kLate{50};
-  HttpServer http_;
-  RawServer late_{[](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.AwaitStop(kLate);
-    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ngood");
-  }};
-  RawServer closing_{[](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.AwaitStop(kLate);
-  }};
-};
-
 TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
   constexpr int kThreads = 8;
   constexpr int kRequests = 500;
-  MixedServers servers;
+  HttpServer http;
+  http.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  RawServer late([](RawConnection& connection) {
+    connection.ReadRequest();
+    connection.AwaitStop(std::chrono::milliseconds(50));
+    connection.Send(HttpAnswer("200 OK", "good"));
+  });
+  const std::string urls[] = {http.url("/"), late.url("/"), http.url("/bad"), kRefused};
   AgentEnvironment environment;
   std::vector<Results> results(kRequests);
   std::vector<char> good(kRequests);
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&, t] {
-        std::mt19937 random(t);
-        for (int i = t; i < kRequests; i += kThreads) {
-          const auto [urls, any_good] = servers.Pick(random);
-          good[i] = any_good;
-          auto request = Request(urls, results[i]);
-          request.multiple_time_out = 20;
-          environment.InvokeHttpRequest(request, true);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      std::mt19937 random(t);
+      for (int i = t; i < kRequests; i += kThreads) {
+        std::vector<std::string> picked;
+        for (auto left = random() % 4 + 1; left > 0; --left) {
+          const auto which = random() % std::size(urls);
+          picked.push_back(urls[which]);
+          good[i] |= which < 2;
         }
-      });
-    }
+        auto request = Request(picked, results[i]);
+        request.multiple_time_out = 20;
+        environment.InvokeHttpRequest(request, true);
+        if (i % 50 == 0) GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+      }
+    });
   }
+  for (auto& thread : threads) thread.join();
   for (Results& one : results) ASSERT_TRUE(one.first.Await());
   environment.Exit();
   for (int i = 0; i < kRequests; ++i) {
@@ -384,8 +347,10 @@ TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
 // An interface that leads out of this host, and a way through it to everywhere.
 class WayOut {
  public:
-  static constexpr char kName[] = "out0";
-
+  ~WayOut() {
+    close(device_);
+    close(control_);
+  }
   bool Open() {
     ifreq request = Named();
     request.ifr_flags = IFF_TUN | IFF_NO_PI;
@@ -399,17 +364,13 @@ class WayOut {
     request.ifr_flags = static_cast<short>(up ? IFF_UP | IFF_RUNNING : 0);
     return ioctl(control_, SIOCSIFFLAGS, &request) == 0;
   }
-  bool AddDefaultRoute(std::string interface = kName) {
+  bool SetDefaultRoute(unsigned long action = SIOCADDRT, std::string interface = "out0") {
+    const sockaddr_in anywhere = Address("0.0.0.0");
     rtentry route{};
-    route.rt_dst = reinterpret_cast<const sockaddr&>(kAnywhere);
-    route.rt_genmask = reinterpret_cast<const sockaddr&>(kAnywhere);
+    route.rt_dst = route.rt_genmask = reinterpret_cast<const sockaddr&>(anywhere);
     route.rt_flags = RTF_UP;
     route.rt_dev = interface.data();
-    return ioctl(control_, SIOCADDRT, &route) == 0;
-  }
-  ~WayOut() {
-    close(device_);
-    close(control_);
+    return ioctl(control_, action, &route) == 0;
   }
 
  private:
@@ -421,11 +382,10 @@ class WayOut {
   }
   static ifreq Named() {
     ifreq request{};
-    std::strcpy(request.ifr_name, kName);
+    std::strcpy(request.ifr_name, "out0");
     return request;
   }
 
-  inline static const sockaddr_in kAnywhere = Address("0.0.0.0");
   const int device_ = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
   const int control_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
@@ -436,27 +396,29 @@ _ZOTarvelEnvironmentSettings OnlyWithANetwork() {
   return settings;
 }
 
-TEST(InternetReachabilityTest, IsAWayThroughAnInterfaceThatIsUp) {
+TEST(HttpAgentNetworkTest, ARequestGoesOutOnlyOnAWayOutOfThisHostUnlessNoneIsNeeded) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("")) return kNotPermitted;
     EXPECT_FALSE(IsInternetReachable());  // Only the loopback.
     WayOut way_out;
+    EXPECT_TRUE(way_out.SetDefaultRoute(SIOCADDRT, "lo"));
+    EXPECT_FALSE(IsInternetReachable());  // It ends in this host.
+    EXPECT_TRUE(way_out.SetDefaultRoute(SIOCDELRT, "lo"));
     if (!way_out.Open()) return kNotPermitted;
     EXPECT_FALSE(IsInternetReachable());  // Down.
     EXPECT_TRUE(way_out.SetUp(true));
     EXPECT_FALSE(IsInternetReachable());  // No route.
-    EXPECT_TRUE(way_out.AddDefaultRoute());
-    EXPECT_TRUE(IsInternetReachable());
+    HttpServer server;
+    for (const bool with_network : {false, true}) {
+      EXPECT_TRUE(!with_network || way_out.SetDefaultRoute());
+      Results results;
+      AgentEnvironment environment(with_network ? OnlyWithANetwork() : AgentSettings());
+      environment.InvokeHttpRequest(Request({server.url("/")}, results), true);
+      EXPECT_TRUE(results.first.Await());
+      EXPECT_TRUE(results.success);
+      EXPECT_THAT(RecordedLog::Texts("[multiple]Request cancel"), IsEmpty());
+    }
     EXPECT_TRUE(way_out.SetUp(false));
-    EXPECT_FALSE(IsInternetReachable());
-    return 0;
-  });
-}
-
-TEST(InternetReachabilityTest, IsNoWayThatEndsInThisHost) {
-  EXPECT_GOOD_CHILD([] {
-    if (!EnterPrivateNetwork("")) return kNotPermitted;
-    EXPECT_TRUE(WayOut().AddDefaultRoute("lo"));
     EXPECT_FALSE(IsInternetReachable());
     return 0;
   });
@@ -492,25 +454,6 @@ TEST(HttpAgentNetworkTest, APostedRequestIsCancelledWithoutANetwork) {
       EXPECT_EQ(results.thread, row.told ? "http_agent_work" : "");
       EXPECT_EQ(server.requests().size(), row.sent ? 1U : 0U);
       EXPECT_EQ(results.headers.empty(), !row.sent);
-    }
-    return 0;
-  });
-}
-
-TEST(HttpAgentNetworkTest, ARequestGoesOutWithANetworkOrWhenNoneIsNeeded) {
-  EXPECT_GOOD_CHILD([] {
-    if (!EnterPrivateNetwork("")) return kNotPermitted;
-    WayOut way_out;
-    if (!way_out.Open()) return kNotPermitted;
-    HttpServer server;
-    for (const bool with_network : {false, true}) {
-      EXPECT_TRUE(!with_network || (way_out.SetUp(true) && way_out.AddDefaultRoute()));
-      Results results;
-      AgentEnvironment environment(with_network ? OnlyWithANetwork() : AgentSettings());
-      environment.InvokeHttpRequest(Request({server.url("/")}, results), true);
-      EXPECT_TRUE(results.first.Await());
-      EXPECT_TRUE(results.success);
-      EXPECT_THAT(RecordedLog::Texts("[multiple]Request cancel"), IsEmpty());
     }
     return 0;
   });

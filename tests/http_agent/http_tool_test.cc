@@ -9,11 +9,11 @@
 
 #include "base/thread_info.h"
 #include "network/curl_requestor.h"
+#include "network/text.h"
 #include "tests/http_agent/agent_environment.h"
-#include "tests/support/certificate_authority.h"
 #include "tests/support/event.h"
 #include "tests/support/http_server.h"
-#include "tests/support/raw_server.h"
+#include "tests/support/nginx_server.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_tarvel {
@@ -23,6 +23,7 @@ using namespace std::string_literals;
 using namespace test_support;
 using WQBASE::network::CurlRequestor;
 using WQBASE::network::HttpClientEx;
+using WQBASE::network::ReplaceAll;
 
 constexpr char kLogHead[] = "[http tool]Post request to http lib info:\r\n";
 
@@ -81,7 +82,7 @@ class HttpToolTest : public testing::Test {
   ScopedTaskThread caller_;
 };
 
-// "PLAIN" and "TLS" in a URL stand for the address and port of a server, "PORT" for its port.
+// "SERVER" in a URL stands for the address and port of the server, "PORT" for its port.
 struct Translation {
   const char* name;
   std::string url;
@@ -116,58 +117,61 @@ const std::string kHostA = "    Host:a.example\r\n";
 const std::string kHostIP = "    Host:127.0.0.1\r\n";
 
 const Translation kTranslations[] = {
-    {"IPForAName", "http://PLAIN/?b=c", kA, 0, "", kA, "", "", OfIP(kA, false), kHostA},
-    {"TlsNamesTheName", "https://TLS/", kA, 1, "", kA, kA, "", OfIP(kA, true), kHostA},
-    {"IPForItself", "https://TLS/", "", 0, "", kIP, "", "", OfIP(kIP, true), kHostIP},
+    {"IPForAName", "http://SERVER/?b=c", kA, 0, "", kA, "", "", OfIP(kA, false), kHostA},
+    {"TlsNamesTheName", "https://SERVER/", kA, 1, "", kA, kA, "", OfIP(kA, true), kHostA},
+    {"IPForItself", "https://SERVER/", "", 0, "", kIP, "-", "", OfIP(kIP, true), kHostIP},
     {"Name", "https://localhost:PORT/", "", 0, "", "localhost", "localhost", "",
      OfName("localhost", true), "    Host:localhost\r\n"},
     {"NameForAName", "http://localhost:PORT/", kA, 1, "", kA, "", "", OfName(kA, false), kHostA},
-    {"OwnHost", "http://PLAIN/", kA, 7, "hOsT:b.example", "b.example", "", "", OfIP(kA, false),
+    {"OwnHost", "http://SERVER/", kA, 7, "hOsT:b.example", "b.example", "", "", OfIP(kA, false),
      "    hOsT:b.example\r\n"},
-    {"Header", "http://PLAIN/", "", 0, "X-One:1", kIP, "", "1", OfIP(kIP, false),
+    {"Header", "http://SERVER/", "", 0, "X-One:1", kIP, "", "1", OfIP(kIP, false),
      "    X-One:1\r\n" + kHostIP},
-    {"EndOfAHeader", "http://PLAIN/", "", 0, "X-One:1:2:3", kIP, "", "3", OfIP(kIP, false),
+    {"EndOfAHeader", "http://SERVER/", "", 0, "X-One:1:2:3", kIP, "", "3", OfIP(kIP, false),
      "    X-One:3\r\n" + kHostIP},
-    {"NoColon", "http://PLAIN/", "", 0, "X-One", kIP, "", "", OfIP(kIP, false), kHostIP},
-    {"NoValue", "http://PLAIN/", "", 0, "X-One:", kIP, "", "", OfIP(kIP, false), kHostIP},
-    {"LineEnd", "http://PLAIN/", "", 0, "X-Two:2\r\nX-One", kIP, "", "", OfIP(kIP, false),
+    {"NoColon", "http://SERVER/", "", 0, "X-One", kIP, "", "", OfIP(kIP, false), kHostIP},
+    {"NoValue", "http://SERVER/", "", 0, "X-One:", kIP, "", "", OfIP(kIP, false), kHostIP},
+    {"LineEnd", "http://SERVER/", "", 0, "X-Two:2\r\nX-One", kIP, "", "", OfIP(kIP, false),
      "    X-Two:2\r\nX-One\r\n" + kHostIP},
 };
 
-void Replace(std::string& text, const std::string& from, const std::string& to) {
-  if (const auto at = text.find(from); at != std::string::npos) text.replace(at, from.size(), to);
-}
-
 TEST_F(HttpToolTest, TranslatesARequestByTheTable) {
   HttpServer plain;
-  HttpServer tls(Authority().Issue({kA, kIP}));
+  NginxServer tls({.listeners = {{kIP, Authority().Issue({kA, kIP})}},
+                   .server_text = "location / { return 200; }"});
+  std::size_t over_tls = 0;
   for (auto row : kTranslations) {
     SCOPED_TRACE(row.name);
-    HttpServer& server = row.url.starts_with("https") ? tls : plain;
-    const std::string port = std::to_string(server.port());
-    for (const char* word : {"PLAIN", "TLS"}) Replace(row.url, word, kIP + ":" + port);
-    for (std::string* text : {&row.url, &row.log}) Replace(*text, "PORT", port);
-    for (const char* body : {"", "a body"}) {
-      RecordedLog::Clear();
-      Event done;
-      HttpRequest request = Request(row.url, done);
-      request.host = row.host;
-      request.type = row.type;
-      request.headers = {row.header};
-      request.body = body;
-      EXPECT_EQ(Fetch(request, done).code, 200) << result_.body;
-      const std::string method = row.type == 0 ? "GET" : "POST";
-      EXPECT_THAT(RecordedLog::Texts("[http tool]"),
-                  testing::ElementsAre(kLogHead + "url:"s + row.url + "\r\ntype:" + method +
-                                       "\r\ntime_out:20000\r\n" + row.log + "Heads:\r\n" +
-                                       row.logged_headers));
-      const SeenRequest seen = server.requests().back();
-      EXPECT_EQ(seen.method, method);
-      EXPECT_EQ(seen.header("Host"), row.seen_host);
-      EXPECT_EQ(seen.sni, row.seen_sni);
-      EXPECT_EQ(seen.header("X-One"), row.seen_header);
-      EXPECT_EQ(seen.body, row.type == 0 ? "" : body);
+    const bool is_tls = row.url.starts_with("https");
+    const std::string port = std::to_string(is_tls ? tls.port() : plain.port());
+    for (std::string* text : {&row.url, &row.log}) {
+      *text = ReplaceAll(ReplaceAll(*text, "SERVER", kIP + ":" + port), "PORT", port);
     }
+    RecordedLog::Clear();
+    Event done;
+    HttpRequest request = Request(row.url, done);
+    request.host = row.host;
+    request.type = row.type;
+    request.headers = {row.header};
+    request.body = "a body";
+    EXPECT_EQ(Fetch(request, done).code, 200) << result_.body;
+    const std::string method = row.type == 0 ? "GET" : "POST";
+    EXPECT_THAT(RecordedLog::Texts("[http tool]"),
+                testing::ElementsAre(kLogHead + "url:"s + row.url + "\r\ntype:" + method +
+                                     "\r\ntime_out:20000\r\n" + row.log + "Heads:\r\n" +
+                                     row.logged_headers));
+    if (is_tls) {
+      std::string log = tls.AccessLog(++over_tls);
+      log.erase(0, log.rfind('\n', log.size() - 2) + 1);
+      EXPECT_THAT(log, testing::MatchesRegex("HTTP/1.1 .* " + row.seen_host + " " + row.seen_sni +
+                                             " [0-9]+ " + method + " /\n"));
+      continue;
+    }
+    const SeenRequest seen = plain.requests().back();
+    EXPECT_EQ(seen.method, method);
+    EXPECT_EQ(seen.header("Host"), row.seen_host);
+    EXPECT_EQ(seen.header("X-One"), row.seen_header);
+    EXPECT_EQ(seen.body, row.type == 0 ? "" : "a body");
   }
 }
 
@@ -199,18 +203,14 @@ TEST_F(HttpToolTest, TranslatesTheResponseBack) {
     std::string body;
     bool is_error_text;
   } rows[] = {
-      {"Headers", "HTTP/1.1 200 OK\r\nB: 2\r\nA:1:1\r\nContent-Length: 3\r\n\r\nabc", 200,
+      {"Headers", HttpAnswer("200 OK", "abc", "B: 2\r\nA:1:1\r\n"), 200,
        "B:2\r\nA:1:1\r\nContent-Length:3", "abc", false},
-      {"BodyOfABadStatus", "HTTP/1.1 404 None\r\nContent-Length: 3\r\n\r\nabc", 404,
-       "Content-Length:3", "abc", false},
-      {"TextUpToNul", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nab\0c"s, 200, "Content-Length:4",
-       "ab", false},
-      {"BytesWhenNulComesFirst", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n\0abc"s, 200,
-       "Content-Length:4", "\0abc"s, false},
-      {"NoBody", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", 200, "Content-Length:0", "",
+      {"BodyOfABadStatus", HttpAnswer("404 None", "abc"), 404, "Content-Length:3", "abc", false},
+      {"TextUpToNul", HttpAnswer("200 OK", "ab\0c"s), 200, "Content-Length:4", "ab", false},
+      {"BytesWhenNulComesFirst", HttpAnswer("200 OK", "\0abc"s), 200, "Content-Length:4", "\0abc"s,
        false},
-      {"ErrorOfABadStatus", "HTTP/1.1 500 Oops\r\nContent-Length: 4\r\n\r\n\0abc"s, 500,
-       "Content-Length:4", "", true},
+      {"NoBody", HttpAnswer("200 OK", ""), 200, "Content-Length:0", "", false},
+      {"ErrorOfABadStatus", HttpAnswer("500 Oops", "\0abc"s), 500, "Content-Length:4", "", true},
       {"ErrorOfNoAnswer", "", 0, "", "", true},
   };
   for (const auto& row : rows) {
@@ -234,13 +234,11 @@ TEST_F(HttpToolTest, CallsBackOnTheCallersThreadWhileThatLives) {
   server.Answer("/held", [&](const SeenRequest&) {
     return ServerAnswer{release.Await() ? 200 : 500, {}, ""};
   });
-  Event of_living;
+  Event of_living, of_none, of_gone;
   EXPECT_EQ(Fetch(Request(server.url("/"), of_living), of_living).thread, "worker");
-  Event of_none;
   HttpTool::PostRequest(Request(server.url("/"), of_none));  // From this thread.
   EXPECT_TRUE(of_none.Await());
   EXPECT_EQ(result_.thread, "tarvel_http_client");
-  Event of_gone;
   const HttpRequest held = Request(server.url("/held"), of_gone);
   caller_->PostTask([held] { HttpTool::PostRequest(held); });
   EXPECT_TRUE(caller_.RunAllPosted());
@@ -250,17 +248,6 @@ TEST_F(HttpToolTest, CallsBackOnTheCallersThreadWhileThatLives) {
   release.Set();
   EXPECT_TRUE(of_gone.Await());
   EXPECT_EQ(result_.thread, "tarvel_http_client");
-}
-
-TEST_F(HttpToolTest, DropsARequestWithoutAClient) {
-  SetHttpClientGetter([] { return std::shared_ptr<HttpClientEx>(); });
-  HttpRequest request;
-  auto token = std::make_shared<int>();
-  const std::weak_ptr<int> kept = token;
-  request.callback = [token = std::move(token)](auto&&...) { return true; };
-  HttpTool::PostRequest(request);
-  request.callback = nullptr;
-  EXPECT_TRUE(kept.expired());  // Nobody can call it any more.
 }
 
 }  // namespace

@@ -28,23 +28,16 @@ constexpr int kNever = 60'000;  // Milliseconds; more than any test waits.
 constexpr char kDestroyed[] = "[multiple]Request return,release request object";
 constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
 
-std::string Started(int i) { return "[multiple]Start timer index:" + std::to_string(i); }
-std::string Failed(int i) { return "[multiple][rsp]Remove timer index :" + std::to_string(i); }
-std::string TookLong(int i) {
-  return "[multiple][time out]Stop sub url request timer index :" + std::to_string(i);
-}
-
-// The record of the log that "s1", "f1" or "t1" stands for.
+// The record of the log that "s1" (started), "f1" (failed) or "t1" (took long) stands for.
 std::string RecordOf(const std::string& event) {
-  const int index = event.at(1) - '0';
-  return event[0] == 's' ? Started(index) : event[0] == 'f' ? Failed(index) : TookLong(index);
+  const std::string text = event[0] == 's' ? "[multiple]Start timer index:"
+                           : event[0] == 'f'
+                               ? "[multiple][rsp]Remove timer index :"
+                               : "[multiple][time out]Stop sub url request timer index :";
+  return text + event.at(1);
 }
 
-std::string Answer(const std::string& status, const std::string& body) {
-  return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-         body;
-}
-const std::string kGood = Answer("200 OK", "good");
+const std::string kGood = HttpAnswer("200 OK", "good");
 
 // The check judges by the body, which is the name of the behaviour.
 MultipleURLHttpRequest::CheckCallbackResult VerdictOn(const std::string& body) {
@@ -61,7 +54,7 @@ void Behave(const std::string& how, RawConnection& connection) {
     if (how == "broken") connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\ngood");
     connection.Reset();
   } else {
-    connection.Send(Answer(how == "bad" ? "500 Oops" : "200 OK", how));
+    connection.Send(HttpAnswer(how == "bad" ? "500 Oops" : "200 OK", how));
   }
 }
 
@@ -347,36 +340,28 @@ TEST(WalkStatisticsTest, CountTheSameFailureOfTheSameUrlOnce) {
 }
 
 TEST(WalkStatisticsTest, TellWhatWasAskedAndWhatCameBack) {
-  RawServer server(AnswerWith(Answer("404 None", "no: good")));
+  RawServer server(AnswerWith(HttpAnswer("404 None", "no: good")));
   AgentEnvironment environment;
   Walker walker;
-  const struct {
-    std::string url;
-    std::string host;
-    std::vector<std::string> ips;
-    int category;
-    int reported_category;
-  } rows[] = {
-      {server.url("/a"), "", {"127.0.0.1"}, 5, 5},
-      {"http://localhost:" + std::to_string(server.port()) + "/", "localhost", {}, -1, 0},
-  };
-  for (const auto& row : rows) {
-    auto request = walker.Request({{"name.example", row.url}});
+  const std::string port = ":" + std::to_string(server.port());
+  for (const std::string host : {"127.0.0.1", "localhost"}) {
+    auto request = walker.Request({{"name.example", "http://" + host + port + "/a"}});
     request.request_type = 1;
     request.headers = {"X-One:1", "X-Colons:a:b"};
     request.context.app_key = "key";
     request.context.trace_id = "trace";
-    request.context.exception_category = row.category;
+    const bool is_ip = host != "localhost";
+    request.context.exception_category = is_ip ? 5 : -1;
     const auto items = walker.Run(request).items;
     ASSERT_EQ(items.size(), 1U);
     const _StatisticItem& item = items.front();
     EXPECT_EQ(item.request_type, 1);
-    EXPECT_EQ(item.url, row.url);
-    EXPECT_EQ(item.host, row.host);
-    EXPECT_EQ(item.ips, row.ips);
+    EXPECT_EQ(item.url, request.urls[0].url);
+    EXPECT_EQ(item.host, is_ip ? "" : host);
+    EXPECT_EQ(item.ips, std::vector<std::string>(is_ip ? 1 : 0, host));
     EXPECT_EQ(item.app_key, "key");
     EXPECT_EQ(item.trace_id, "trace");
-    EXPECT_EQ(item.exception_category, row.reported_category);
+    EXPECT_EQ(item.exception_category, is_ip ? 5 : 0);
     EXPECT_EQ(item.code, 404);
     EXPECT_THAT(item.request_header,
                 ElementsAre(std::pair("X-Colons"s, "b"s), std::pair("X-One"s, "1"s),
@@ -390,26 +375,14 @@ TEST(WalkAdjustmentTest, ChangesTheRequestAsTheSettingsSay) {
   const std::string name = "http://localhost:1/";
   const struct {
     const char* name;
-    int ip_preferred;
-    int httpdns;
+    int ip_preferred, httpdns;
     std::vector<std::string> headers;
-    std::string trace_id;
-    std::vector<std::string> order;  // Of the hosts.
-    bool use_http_dns;
+    std::string order;  // Of the hosts.
     std::vector<std::string> adjusted_headers;
   } rows[] = {
-      {"Nothing", 0, 0, {"A:b"}, "", {"a", "1", "b", "2"}, true, {"A:b"}},
-      {"IPsFirst", 1, 0, {}, "", {"1", "2", "a", "b"}, true, {}},
-      {"NoHttpDns", 0, -1, {}, "", {"a", "1", "b", "2"}, false, {}},
-      {"Trace", 0, 0, {"A:b"}, "t", {"a", "1", "b", "2"}, true, {"A:b", "X-VELDRIN-TRACE-ID:t"}},
-      {"Traced",
-       0,
-       0,
-       {"-X-VELDRIN-TRACE-ID:"},
-       "t",
-       {"a", "1", "b", "2"},
-       true,
-       {"-X-VELDRIN-TRACE-ID:"}},
+      {"Trace", 0, 0, {"A:b"}, "a1b2", {"A:b", "X-VELDRIN-TRACE-ID:t"}},
+      {"IPsFirst", 1, 0, {"-X-VELDRIN-TRACE-ID:"}, "12ab", {"-X-VELDRIN-TRACE-ID:"}},
+      {"NoHttpDns", 0, -1, {}, "a1b2", {"X-VELDRIN-TRACE-ID:t"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -421,12 +394,12 @@ TEST(WalkAdjustmentTest, ChangesTheRequestAsTheSettingsSay) {
     auto request =
         walker.Request({{"a", name}, {"1", kRefused}, {"b", name}, {"2", "http://[::1]:1/"}});
     request.headers = row.headers;
-    request.context.trace_id = row.trace_id;
+    request.context.trace_id = "t";
     const MultipleURLHttpRequest& adjusted = walker.Run(request).request;
-    std::vector<std::string> order;
-    for (const UrlEntry& entry : adjusted.urls) order.push_back(entry.host);
+    std::string order;
+    for (const UrlEntry& entry : adjusted.urls) order += entry.host;
     EXPECT_EQ(order, row.order);
-    EXPECT_EQ(adjusted.use_http_dns_if_fail, row.use_http_dns);
+    EXPECT_EQ(adjusted.use_http_dns_if_fail, row.httpdns != -1);
     EXPECT_EQ(adjusted.headers, row.adjusted_headers);
   }
 }
@@ -481,19 +454,16 @@ TEST(WalkLogTest, TellsOfEachStepInOrder) {
 }
 
 TEST(WalkLogTest, TellsHowAFailureEnds) {
-  const struct {
-    std::string url;
-    std::string last;
-  } rows[] = {{"wrong", "[multiple][rsp]All sub url has been requested"},
-              {"stop", "[multiple][rsp]Business check response false,index :0 url:"}};
-  for (const auto& row : rows) {
-    Sites sites(row.url);
+  for (const std::string how : {"wrong", "stop"}) {
+    Sites sites(how);
     AgentEnvironment environment;
     Walker walker;
     walker.Run(walker.Request(sites.entries));
     const auto texts = RecordedLog::Texts("[multiple]");
-    const std::string rest = row.url == "stop" ? sites.entries[0].url + " stop :true" : "";
-    EXPECT_EQ(texts.at(texts.size() - 2), row.last + rest);
+    EXPECT_EQ(texts.at(texts.size() - 2),
+              how == "wrong" ? "[multiple][rsp]All sub url has been requested"
+                             : "[multiple][rsp]Business check response false,index :0 url:" +
+                                   sites.entries[0].url + " stop :true");
   }
 }
 

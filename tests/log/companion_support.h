@@ -21,6 +21,4 @@ inline std::string CompanionOf(std::int32_t used, const std::string& text, std::
   return content;
 }
 
-inline std::string EmptyCompanion(std::size_t size) { return std::string(size, '\0'); }
-
 }  // namespace zo_base

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,9 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <random>
-#include <sstream>
 #include <string>
-#include <thread>
 
 #include "base/log_file.h"
 #include "tests/support/temp_directory.h"

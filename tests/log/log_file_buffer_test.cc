@@ -19,50 +19,41 @@ using test_support::WriteFile;
 
 constexpr std::size_t kSize = 65536;
 
-// What a companion that was found at the start becomes.
-struct FoundCase {
-  const char* name;
-  std::string found;
-  std::string log_text;  // What reaches the sink.
-  std::int32_t result;
-  std::string left;  // The file while the buffer is open.
-};
-class FoundCompanionTest : public ::testing::TestWithParam<FoundCase> {};
-
-TEST_P(FoundCompanionTest, IsSentToTheSinkAndMadeReady) {
-  const TempDirectory directory;
-  const std::string companion = directory / "companion";
-  WriteFile(companion, GetParam().found);
-  std::string log_text;
-  LogFileBuffer buffer([&](const std::string& text) {
-    log_text += text;
-    return true;
-  });
-  EXPECT_EQ(buffer.Init(companion, kSize), GetParam().result);
-  EXPECT_EQ(log_text, GetParam().log_text);
-  EXPECT_EQ(ReadFile(companion), GetParam().left);
-  EXPECT_TRUE(buffer.ready());
+TEST(FoundCompanionTest, IsSentToTheSinkAndMadeReady) {
+  const std::string full(kSize - 4, 't');
+  const struct {
+    const char* name;
+    std::string found;
+    std::string log_text;  // What reaches the sink.
+    std::int32_t result;
+  } rows[] = {
+      {"empty", std::string(kSize, '\0'), "", 0},
+      {"of length zero", "", "", 0},
+      {"filled to the last byte", CompanionOf(65532, full, kSize), Recovered(full), 0},
+      {"count one too high", CompanionOf(65533, full, kSize), "", 3},
+      {"count negative", CompanionOf(-1, "text", kSize), "", 3},
+      {"count highest", CompanionOf(INT32_MAX, "text", kSize), "", 3},
+      {"shorter", CompanionOf(4, "text", 4096), Recovered("text"), 0},
+      {"longer", CompanionOf(4, "text", 2 * kSize), Recovered("text"), 0},
+      {"shorter with count too high", CompanionOf(4093, "text", 4096), "", 0},
+      {"shorter than its header", "abc", "", 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const TempDirectory directory;
+    const std::string companion = directory / "companion";
+    WriteFile(companion, row.found);
+    std::string log_text;
+    LogFileBuffer buffer([&](const std::string& text) {
+      log_text += text;
+      return true;
+    });
+    EXPECT_EQ(buffer.Init(companion, kSize), row.result);
+    EXPECT_EQ(log_text, row.log_text);
+    EXPECT_EQ(ReadFile(companion), std::string(kSize, '\0'));
+    EXPECT_TRUE(buffer.ready());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Companions, FoundCompanionTest,
-    ::testing::ValuesIn(std::vector<FoundCase>{
-        {"Empty", EmptyCompanion(kSize), "", 0, EmptyCompanion(kSize)},
-        {"OfLengthZero", "", "", 0, EmptyCompanion(kSize)},
-        {"WithText", CompanionOf(100, std::string(100, 't'), kSize),
-         Recovered(std::string(100, 't')), 0, EmptyCompanion(kSize)},
-        {"FilledToTheLastByte", CompanionOf(65532, std::string(65532, 't'), kSize),
-         Recovered(std::string(65532, 't')), 0, EmptyCompanion(kSize)},
-        {"CountOneTooHigh", CompanionOf(65533, std::string(65532, 't'), kSize), "", 3,
-         EmptyCompanion(kSize)},
-        {"CountNegative", CompanionOf(-1, "text", kSize), "", 3, EmptyCompanion(kSize)},
-        {"CountHighest", CompanionOf(INT32_MAX, "text", kSize), "", 3, EmptyCompanion(kSize)},
-        {"Shorter", CompanionOf(4, "text", 4096), Recovered("text"), 0, EmptyCompanion(kSize)},
-        {"Longer", CompanionOf(4, "text", 2 * kSize), Recovered("text"), 0, EmptyCompanion(kSize)},
-        {"ShorterWithCountTooHigh", CompanionOf(4093, "text", 4096), "", 0, EmptyCompanion(kSize)},
-        {"ShorterThanItsHeader", "abc", "", 0, EmptyCompanion(kSize)},
-        {"OfOneByte", "a", "", 0, EmptyCompanion(kSize)}}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 class LogFileBufferTest : public ::testing::Test {
  protected:
@@ -80,28 +71,17 @@ class LogFileBufferTest : public ::testing::Test {
   }};
 };
 
-TEST_F(LogFileBufferTest, KeepsARecordInTheFileUntilItIsFull) {
+TEST_F(LogFileBufferTest, KeepsRecordsInTheFileUntilOneDoesNotFit) {
   buffer_.Append("0123456789");
-  buffer_.Append("abcdefghijklmnop");
+  buffer_.Append("abcdefghijklmnopq");
   EXPECT_TRUE(sunk_.empty());
-  EXPECT_EQ(ReadFile(companion_), CompanionOf(26, "0123456789abcdefghijklmnop", kSmall));
-  buffer_.Append("Z");
-  EXPECT_TRUE(sunk_.empty());
-}
-
-TEST_F(LogFileBufferTest, TakesARecordThatWouldFillItExactlyAsTooLong) {
-  buffer_.Append("0123456789");
-  buffer_.Append("abcdefghijklmnopqr");  // 10 + 18 + 4 is its size.
-  EXPECT_EQ(sunk_, std::vector<std::string>{"0123456789abcdefghijklmnopqr"});
-  EXPECT_EQ(ReadFile(companion_), EmptyCompanion(kSmall));
-}
-
-TEST_F(LogFileBufferTest, SendsARecordLongerThanItselfWithAllBeforeIt) {
+  EXPECT_EQ(ReadFile(companion_), CompanionOf(27, "0123456789abcdefghijklmnopq", kSmall));
+  buffer_.Append("r");  // 27 + 1 + 4 is the size: one that would fill it exactly.
   buffer_.Append("before ");
   buffer_.Append(std::string(70000, 'x'));
-  EXPECT_EQ(sunk_, std::vector<std::string>{"before " + std::string(70000, 'x')});
-  buffer_.Append("after");
-  EXPECT_EQ(ReadFile(companion_), CompanionOf(5, "after", kSmall));
+  EXPECT_EQ(sunk_, (std::vector<std::string>{"0123456789abcdefghijklmnopqr",
+                                             "before " + std::string(70000, 'x')}));
+  EXPECT_EQ(ReadFile(companion_), std::string(kSmall, '\0'));
 }
 
 TEST_F(LogFileBufferTest, FlushesAndClosesWithWhatItHolds) {
@@ -112,7 +92,7 @@ TEST_F(LogFileBufferTest, FlushesAndClosesWithWhatItHolds) {
   buffer_.Close();
   buffer_.Append("dropped");
   EXPECT_EQ(sunk_, (std::vector<std::string>{"one", "two"}));
-  EXPECT_EQ(ReadFile(companion_), EmptyCompanion(kSmall));
+  EXPECT_EQ(ReadFile(companion_), std::string(kSmall, '\0'));
 }
 
 TEST_F(LogFileBufferTest, GoesOnAfterItsFileWasCutShort) {

@@ -1,12 +1,13 @@
+#include <arpa/inet.h>
 #include <curl/curl.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <tarvel/tarvel.h>
 
 #include <csignal>
-#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
@@ -16,11 +17,10 @@
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/network/child_process.h"
 #include "tests/network/transport.h"
-#include "tests/support/certificate_authority.h"
+#include "tests/support/event.h"
 #include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"
 #include "tests/support/private_network.h"
-#include "tests/support/raw_server.h"
 #include "tests/support/test_settings.h"
 
 // What the transport may not do to the process that it lives in.
@@ -57,21 +57,32 @@ std::set<std::string> InheritedDescriptors() {
   return sockets;
 }
 
+// A name server that never answers: nobody reads its socket.
+int SilentNameServer(const char* address_text) {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(53);
+  address.sin_addr.s_addr = inet_addr(address_text);
+  EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  return fd;
+}
+
 TEST(ProcessTest, IsNotHeldUpByASilentNameServer) {
   EXPECT_GOOD_CHILD([] {
-    if (!EnterPrivateNetwork(SilentNameServer::kResolvConf)) return kNotPermitted;
-    SilentNameServer name_server;
-    RawServer server(KeepsAliveThenCloses("good"));
+    if (!EnterPrivateNetwork("nameserver 127.0.0.53\n")) return kNotPermitted;
+    pollfd name_server{SilentNameServer("127.0.0.53"), POLLIN, 0};
+    HttpServer server;
     const auto before = InheritedDescriptors();
     const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
     std::vector<std::future<std::int64_t>> stuck;
     for (int i = 0; i < 200; ++i) stuck.push_back(Send("http://a.example/"));
-    EXPECT_TRUE(name_server.AwaitQuestion());
+    EXPECT_EQ(poll(&name_server, 1, 20'000), 1);  // It has been asked.
     // The lookups take 10 s each.
     EXPECT_LT(MillisecondsOf([&] { EXPECT_EQ(Send(server.url("/")).get(), 200); }), 3'000);
     EXPECT_THAT(InheritedDescriptors(), IsSubsetOf(before));
     EXPECT_LT(MillisecondsOf([&] { zo_tarvel::ExitTarvelEnvironment(id); }), 3'000);
-    EXPECT_EQ(stuck.back().wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    EXPECT_THROW(stuck.back().get(), std::future_error);  // Dropped.
     return 0;
   });
 }
@@ -86,10 +97,7 @@ TEST(ProcessTest, GetsNoSignalFromAServerThatClosesUnderAnUpload) {
     Transport transport;
     for (const std::string& url : {plain.url("/"), tls.url("/")}) {
       for (int i = 0; i < 10; ++i) {
-        const auto request = Get(url);
-        request->method = WQBASE::network::kMethodPost;
-        request->body.assign(4'000'000, 'x');
-        EXPECT_FALSE(transport.Fetch(request)->success);
+        EXPECT_FALSE(transport.Fetch(Post(url, std::string(4'000'000, 'x')))->success);
       }
     }
     return 0;
@@ -98,13 +106,13 @@ TEST(ProcessTest, GetsNoSignalFromAServerThatClosesUnderAnUpload) {
 
 TEST(ProcessTest, HandsNoDescriptorToItsChildren) {
   EXPECT_GOOD_CHILD([] {
-    NginxServer server({.files = {{"/index", "good"}}});
+    HttpServer server;
     RawServer silent(NeverAnswers());
     EXPECT_NE(socket(AF_UNIX, SOCK_STREAM, 0), -1);  // The process's own, which they do inherit.
     const auto before = InheritedDescriptors();
     EXPECT_EQ(before.size(), 1U);
     Transport transport;
-    EXPECT_TRUE(transport.Fetch(server.url("/index"))->success);
+    EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
     const auto in_flight = transport.Start(Get(silent.url("/")));
     while (silent.connections() < 1) std::this_thread::yield();
     EXPECT_EQ(InheritedDescriptors(), before);
@@ -117,13 +125,11 @@ TEST(ProcessTest, MayHaveThousandsOfDescriptorsOpen) {
     constexpr int kMany = 2'000;
     const rlimit limit{kMany + 200, kMany + 200};
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kNotPermitted;
-    CertificateAuthority authority;
-    HttpServer plain;
-    HttpServer tls(authority.Issue({"a.example"}));
+    HttpServer server;
     for (int i = 0; i < kMany; ++i) EXPECT_NE(open("/dev/null", O_RDONLY), -1);
     Transport transport;
-    const std::string by_name = "http://localhost:" + std::to_string(plain.port());
-    for (const std::string& url : {plain.url("/"), tls.url("/"), by_name}) {
+    const std::string by_name = "http://localhost:" + std::to_string(server.port());
+    for (const std::string& url : {server.url("/"), by_name}) {
       const auto response = transport.Fetch(url);
       EXPECT_TRUE(response->success) << url << response->error_text;
     }
@@ -183,30 +189,39 @@ TEST(ProcessTest, MayForkWhileTransfersAreInFlight) {
 TEST(ProcessTest, MayUseLibcurlItself) {
   HttpServer server;
   const std::string url = server.url("/");
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 20; ++i) {
-        curl_global_init(CURL_GLOBAL_DEFAULT);
-        CURL* const easy = curl_easy_init();
-        curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-        curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
-        EXPECT_EQ(curl_easy_perform(easy), CURLE_OK);
-        curl_easy_cleanup(easy);
-        curl_global_cleanup();
-        EXPECT_TRUE(Transport().Fetch(url)->success);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  const auto use = [&url] {
+    for (int i = 0; i < 20; ++i) {
+      curl_global_init(CURL_GLOBAL_DEFAULT);
+      CURL* const easy = curl_easy_init();
+      curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+      curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+      EXPECT_EQ(curl_easy_perform(easy), CURLE_OK);
+      curl_easy_cleanup(easy);
+      curl_global_cleanup();
+      EXPECT_TRUE(Transport().Fetch(url)->success);
+    }
+  };
+  std::thread other(use);
+  use();
+  other.join();
 }
 
-TEST(EnvironmentTransportTest, OpensNewConnectionsAfterANetworkChange) {
+TEST(EnvironmentTransportTest, OpensNewConnectionsAfterANetworkChangeAndEndsWhatIsOnTheOld) {
   HttpServer server;
+  Event release;
+  server.Answer("/held", [&](const SeenRequest&) {
+    return ServerAnswer{release.Await() ? 200 : 500, {}, ""};
+  });
   const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
   EXPECT_EQ(server.connections(), 1);
+  auto held = Send(server.url("/held"));  // On that connection.
+  while (server.requests().size() < 4) std::this_thread::yield();
   zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
+  EXPECT_EQ(server.connections(), 2);
+  release.Set();
+  EXPECT_EQ(held.get(), 200);
   EXPECT_EQ(Send(server.url("/")).get(), 200);
   EXPECT_EQ(server.connections(), 2);
   zo_tarvel::ExitTarvelEnvironment(id);

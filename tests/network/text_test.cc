@@ -12,8 +12,7 @@ namespace {
 using namespace std::string_literals;
 
 TEST(TextTest, EncodesAllButLettersAndDigits) {
-  EXPECT_EQ(UrlEncode("azAZ09"), "azAZ09");
-  EXPECT_EQ(UrlEncode("a b-c"), "a%20b%2Dc");
+  EXPECT_EQ(UrlEncode("azAZ09 "), "azAZ09%20");
   EXPECT_EQ(UrlEncode("-._~@`[{/:\0\x7f\x80\xff"s), "%2D%2E%5F%7E%40%60%5B%7B%2F%3A%00%7F%80%FF");
 }
 
@@ -22,14 +21,9 @@ TEST(TextTest, SplitsAtAnyRunOfDelimiters) {
     std::string text, delimiters;
     std::vector<std::string> pieces;
   } cases[] = {
-      {"a::b", ":", {"a", "b"}},
       {";,a,;b c,;", ",;", {"a", "b c"}},
-      {"abc", ":", {"abc"}},
       {"a\0b"s, "\0"s, {"a", "b"}},
-      {"a\xff\xfe", "\xff", {"a", "\xfe"}},
       {"::", ":", {}},
-      {"", ":", {}},
-      {"", "", {}},
       {"a b", "", {"a b"}},
   };
   for (const auto& [text, delimiters, pieces] : cases) {
@@ -41,16 +35,10 @@ TEST(TextTest, ReplacesEveryOccurrenceFromTheLeft) {
   const struct {
     const char *text, *from, *to, *replaced;
   } cases[] = {
-      {"a.b.c", ".", "--", "a--b--c"},
       {"aaaaa", "aa", "b", "bba"},
       {"abab", "ab", "", ""},
-      {"ab", "b", "bb", "abb"},
-      {"aab", "ab", "c", "ac"},
       {"ababac ababaababac", "ababac", "x", "x ababax"},
-      {"ab", "abc", "x", "ab"},
-      {"abcabd", "abd", "x", "abcx"},
       {"ab", "", "x", "ab"},
-      {"", "a", "x", ""},
       {"aabaaabaaac", "aabaaac", "x", "aabax"},
   };
   for (const auto& [text, from, to, replaced] : cases) {
@@ -67,12 +55,9 @@ TEST(TextTest, ChangesTheCaseOfAsciiLettersOnly) {
 }
 
 TEST(TextTest, FormatsTextsOfAnyLength) {
-  EXPECT_EQ(StringFormat("%s:%d%%", "a", -7), "a:-7%");
-  EXPECT_EQ(StringFormat("%s", ""), "");
-  EXPECT_EQ(StringFormat("a%cb", '\0'), "a\0b"s);
+  EXPECT_EQ(StringFormat("%s:%d%%%c", "a", -7, '\0'), "a:-7%\0"s);
   EXPECT_EQ(StringFormat("%*d", 100'000, 1), std::string(99'999, ' ') + "1");
-  // Wide characters that the locale has no bytes for.
-  EXPECT_EQ(StringFormat("%ls", L"\x7fffffff"), "");
+  EXPECT_EQ(StringFormat("%ls", L"\x7fffffff"), "");  // The locale has no bytes for it.
 }
 
 }  // namespace

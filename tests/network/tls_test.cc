@@ -1,11 +1,9 @@
 #include <gmock/gmock.h>
 
-#include <optional>
 #include <string>
 #include <utility>
 
 #include "tests/network/transport.h"
-#include "tests/support/certificate_authority.h"
 #include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"
 
@@ -13,6 +11,7 @@ namespace {
 
 using namespace test_support;
 using testing::HasSubstr;
+using testing::Not;
 
 CertificateAuthority& Authority() {
   static CertificateAuthority authority;
@@ -29,22 +28,6 @@ std::shared_ptr<HttpRequest> Pinned(const std::string& url, int port) {
   return request;
 }
 
-enum class Certificate { kRight, kOtherName, kExpired, kSelfMade };
-
-ServerCertificate Make(Certificate kind) {
-  const std::vector<std::string> names = {"a.example"};
-  switch (kind) {
-    case Certificate::kOtherName:
-      return Authority().Issue({"b.example"});
-    case Certificate::kExpired:
-      return Authority().Issue(names, Validity::kExpired);
-    case Certificate::kSelfMade:
-      return Authority().SelfMade(names);
-    default:
-      return Authority().Issue(names);
-  }
-}
-
 struct Server {
   bool http2;
   std::string address;
@@ -52,89 +35,76 @@ struct Server {
 
 class TlsTest : public testing::TestWithParam<Server> {
  protected:
-  NginxServer Serve(Certificate kind, std::string text = "") const {
-    return NginxServer({.listeners = {{GetParam().address, Make(kind), GetParam().http2}},
-                        .files = {{"/index", "it is here"}},
+  NginxServer Serve(const ServerCertificate& certificate, std::string text = "") const {
+    return NginxServer({.listeners = {{GetParam().address, certificate, GetParam().http2}},
+                        .files = {{"index", "it is here"}},
                         .server_text = std::move(text)});
   }
-  const std::string protocol_ = GetParam().http2 ? "HTTP/2.0" : "HTTP/1.1";
 };
 
 TEST_P(TlsTest, ChecksTheNameBehindAnIPAndNothingWithoutOne) {
   const struct {
-    Certificate kind;
-    bool accepted;
+    ServerCertificate certificate;
     std::string error;
-  } rows[] = {
-      {Certificate::kRight, true, ""},
-      {Certificate::kOtherName, false, "a.example"},
-      {Certificate::kExpired, false, "expired"},
-      {Certificate::kSelfMade, false, "self"},
-  };
+  } rows[] = {{Authority().Issue({"a.example"}), ""},
+              {Authority().Issue({"b.example"}), "a.example"},
+              {Authority().Issue({"a.example"}, Validity::kExpired), "expired"},
+              {Authority().SelfMade({"a.example"}), "self"}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(static_cast<int>(row.kind));
-    NginxServer nginx = Serve(row.kind);
+    SCOPED_TRACE(row.error);
+    NginxServer nginx = Serve(row.certificate);
+    const std::string url = nginx.url("/index");
     Transport transport(Authority().trust_store());
     // The unchecked connection is in the pool when the checked transfer looks for one.
-    EXPECT_EQ(transport.Fetch(nginx.url("/index"))->body_text, "it is here");
-    const auto response = transport.Fetch(Pinned(nginx.url("/index"), nginx.port()));
-    EXPECT_EQ(response->success, row.accepted) << response->error_text;
-    EXPECT_EQ(response->error_text.empty(), row.accepted);
+    EXPECT_EQ(transport.Fetch(url)->body_text, "it is here");
+    const auto request = Pinned(url, nginx.port());
+    const auto response = transport.Fetch(request);
+    EXPECT_EQ(response->success, row.error.empty());
+    EXPECT_EQ(response->error_text.empty(), row.error.empty());
     EXPECT_THAT(response->error_text, HasSubstr(row.error));
-    // Protocol, server name, Host, TLS name.
-    const std::string log = nginx.AccessLog(1);
-    if (row.accepted) {
-      EXPECT_THAT(log, HasSubstr(protocol_ + " a.example a.example a.example"));
+    request->headers = {{"host", "other.example:77"}};
+    EXPECT_EQ(transport.Fetch(request)->success, row.error.empty());
+    EXPECT_FALSE(Transport(Authority().trust_store(), true).Fetch(url)->success);  // No such IP.
+    if (row.error.empty()) {
+      const std::string protocol = GetParam().http2 ? "HTTP/2.0" : "HTTP/1.1";
+      const std::string log = nginx.AccessLog(3);  // Server name, Host, TLS name.
+      EXPECT_THAT(log, HasSubstr(protocol + " a.example a.example a.example"));
+      EXPECT_THAT(log, HasSubstr("other.example:77 a.example"));
     } else {
-      EXPECT_THAT(log, testing::Not(HasSubstr("a.example")));
+      EXPECT_EQ(transport.Fetch(url)->body_text, "it is here");
+      EXPECT_THAT(nginx.AccessLog(2), Not(HasSubstr("a.example")));
     }
   }
 }
 
-TEST_P(TlsTest, VerifiesEveryTransferWhenAskedTo) {
-  NginxServer nginx = Serve(Certificate::kSelfMade);
-  EXPECT_TRUE(Transport(Authority().trust_store()).Fetch(nginx.url("/index"))->success);
-  EXPECT_FALSE(Transport(Authority().trust_store(), true).Fetch(nginx.url("/index"))->success);
-}
-
-TEST_P(TlsTest, SendsTheHostThatTheLogicGave) {
-  NginxServer nginx = Serve(Certificate::kRight);
-  Transport transport(Authority().trust_store());
-  const auto request = Pinned(nginx.url("/index"), nginx.port());
-  request->headers = {{"host", "other.example:77"}};
-  EXPECT_TRUE(transport.Fetch(request)->success);
-  EXPECT_THAT(nginx.AccessLog(1), HasSubstr("other.example:77 a.example"));
-}
-
 TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
-  const std::string other_address = GetParam().address == "::1" ? "[::1]" : GetParam().address;
+  const auto& [http2, address] = GetParam();
+  const ServerCertificate of_name = Authority().Issue({"a.example"});
   NginxServer other(
-      {.listeners = {{GetParam().address, Authority().Issue({GetParam().address}),
-                      GetParam().http2},
-                     {GetParam().address, Make(Certificate::kRight), GetParam().http2}},
-       .files = {{"/index", "it is there"}}});
+      {.listeners = {{address, Authority().Issue({address}), http2}, {address, of_name, http2}},
+       .files = {{"index", "it is there"}}});
+  const std::string other_host = UrlOf("", address, 0, "").substr(3);
   const struct {
     std::string to;
     bool followed;
     std::string host;  // What the last request named.
   } rows[] = {
       {"/index", true, "a.example"},  // The same host, relative.
-      {"https://a.example:$server_port/index", true, "a.example"},
       {"https://A.Example.:$server_port/index", true, "A.Example."},
-      {other.url("/index"), true, other_address},  // An IP with its own certificate.
-      {other.url("/index", 1), false, ""},         // An IP whose certificate is for a name.
-      {"https://a.invalid/index", false, ""},      // A host without an address.
+      {other.url("/index"), true, other_host.substr(0, other_host.rfind(':'))},
+      {other.url("/index", 1), false, ""},     // An IP whose certificate is for a name.
+      {"https://a.invalid/index", false, ""},  // A host without an address.
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.to);
     NginxServer nginx =
-        Serve(Certificate::kRight,
-              "location /start { absolute_redirect off; return 302 " + row.to + "; }");
+        Serve(of_name, "location /start { absolute_redirect off; return 302 " + row.to + "; }");
     Transport transport(Authority().trust_store());
     const auto response = transport.Fetch(Pinned(nginx.url("/start"), nginx.port()));
     EXPECT_EQ(response->success, row.followed) << response->error_text;
     if (!row.followed) continue;
-    const bool stays = row.host != other_address;
+    const bool stays = response->body_text == "it is here";
+    EXPECT_EQ(stays, row.to != other.url("/index"));
     EXPECT_THAT(stays ? nginx.AccessLog(2) : other.AccessLog(1),
                 HasSubstr(" " + row.host + (stays ? " a.example " : " - ")));
   }
@@ -149,45 +119,43 @@ INSTANTIATE_TEST_SUITE_P(Servers, TlsTest,
                          });
 
 TEST(PinnedHostTest, GoesToTheIPThatTheRequestGivesForAUrlOnTheName) {
-  HttpServer server(Make(Certificate::kRight));
+  NginxServer nginx(
+      {.listeners = {{"127.0.0.1", Authority().Issue({"a.example"})}}, .files = {{"x", ""}}});
   HttpServer plain;
-  const std::string port = std::to_string(server.port());
   Transport transport(Authority().trust_store());
   for (const std::string url : {"https://a.example/x", "https://a.example:1/x"}) {
-    EXPECT_TRUE(transport.Fetch(Pinned(url, server.port()))->success) << url;
-    const SeenRequest seen = server.requests().back();
-    EXPECT_EQ(seen.header("Host") + " " + seen.sni, "a.example a.example");
+    EXPECT_TRUE(transport.Fetch(Pinned(url, nginx.port()))->success) << url;
   }
+  const std::string line = "HTTP/1.1 a.example a.example a.example [0-9]+ GET /x\n";
+  EXPECT_THAT(nginx.AccessLog(2), testing::MatchesRegex(line + line));
   // Without TLS there is only the Host header to name it.
   EXPECT_TRUE(transport.Fetch(Pinned("http://a.example/x", plain.port()))->success);
   EXPECT_EQ(plain.requests().back().header("Host"), "a.example");
 }
 
-TEST(PinnedHostTest, FallsBackToTheIPWhereItHasNoName) {
-  HttpServer right(Authority().Issue({"127.0.0.1"}));
-  HttpServer wrong(Make(Certificate::kRight));
+TEST(PinnedHostTest, FallsBackToTheIPWhereItHasNoNameAndRefusesANameThatIsNone) {
+  const std::string ip = "127.0.0.1";
+  NginxServer nginx(
+      {.listeners = {{ip, Authority().Issue({ip})}, {ip, Authority().Issue({"a.example"})}},
+       .files = {{"x", ""}}});
   Transport transport(Authority().trust_store());
-  for (const std::string host : {"", "127.0.0.1"}) {
-    const auto request = Pinned(right.url("/"), right.port());
+  for (const std::string& host : {std::string(), ip}) {
+    const auto request = Pinned(nginx.url("/x"), nginx.port());
     request->host = host;
     EXPECT_TRUE(transport.Fetch(request)->success) << host;
     // Not over the connection that was opened without a check.
-    EXPECT_TRUE(transport.Fetch(wrong.url("/"))->success);
-    request->url = wrong.url("/");
-    request->port = wrong.port();
+    EXPECT_TRUE(transport.Fetch(nginx.url("/x", 1))->success);
+    request->url = nginx.url("/x", 1);
+    request->port = nginx.port(1);
     EXPECT_FALSE(transport.Fetch(request)->success) << host;
   }
-}
-
-TEST(PinnedHostTest, RefusesAHostThatIsNone) {
-  HttpServer server(Make(Certificate::kRight));
-  Transport transport(Authority().trust_store());
   for (const std::string host : {"a.example/x", "a@b", "a.example\r\nX: 1", "a b", ":1:2"}) {
-    const auto request = Pinned(server.url("/"), server.port());
+    const auto request = Pinned(nginx.url("/refused", 1), nginx.port(1));
     request->host = host;
     EXPECT_NE(transport.Fetch(request)->error_text, "") << host;
   }
-  EXPECT_TRUE(server.requests().empty());
+  EXPECT_TRUE(transport.Fetch(nginx.url("/x"))->success);
+  EXPECT_THAT(nginx.AccessLog(5), Not(HasSubstr("/refused")));
 }
 
 }  // namespace

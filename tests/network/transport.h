@@ -28,6 +28,13 @@ inline std::vector<std::uint8_t> Bytes(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
+inline std::shared_ptr<HttpRequest> Post(const std::string& url, const std::string& body) {
+  auto request = Get(url);
+  request->method = WQBASE::network::kMethodPost;
+  request->body = Bytes(body);
+  return request;
+}
+
 // The real engine, which a test asks and waits for.
 class Transport {
  public:
@@ -50,9 +57,6 @@ class Transport {
     return response.get();
   }
   ResponsePtr Fetch(const std::string& url) { return Fetch(Get(url)); }
-
-  void RetireConnections() { requestor_->RetireConnections(); }
-  void Destroy() { requestor_.reset(); }
 
  private:
   std::shared_ptr<WQBASE::network::CurlRequestor> requestor_;

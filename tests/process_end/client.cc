@@ -1,5 +1,5 @@
-#include "tests/process_end/client.h"
-
+// A client: starts an environment with a service whose thread tells when it begins and ends, and
+// ends the way that is named. Tells each step in one line on standard output.
 #include <sys/wait.h>
 #include <tarvel/tarvel.h>
 #include <unistd.h>
@@ -68,7 +68,8 @@ void ForkChildren() {
 
 }  // namespace
 
-void RunClient(const char* ending) {
+// What the image that is loaded and unloaded shows.
+extern "C" __attribute__((visibility("default"))) void RunClient(const char* ending) {
   const std::string how = ending;
   // After an exit in a callback the thread ends at a moment of its own.
   zo_tarvel::FakeLBSService* service = StartWithService(how != "environment exit in a callback");
@@ -116,3 +117,5 @@ void RunClient(const char* ending) {
   }
   Tell("client returns");
 }
+
+int main(int, char** argv) { RunClient(argv[1]); }

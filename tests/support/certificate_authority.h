@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,11 +18,10 @@ enum class Validity { kValid, kExpired };
 // An authority that nobody knows but those who are given its trust store.
 //
 // Names are DNS names or IP literals; they become the certificate's alternative names. Files live
-// as long as this. Throws when libcrypto fails. Not for several threads at once.
+// as long as this. Throws when the openssl program fails. Not for several threads at once.
 class CertificateAuthority {
  public:
   CertificateAuthority();
-  ~CertificateAuthority();
 
   // The path of the authority's own certificate.
   const std::string& trust_store() const { return trust_store_; }
@@ -35,14 +33,11 @@ class CertificateAuthority {
   ServerCertificate SelfMade(const std::vector<std::string>& names);
 
  private:
-  struct Identity;
+  void Run(const std::string& command) const;
 
-  ServerCertificate Write(const Identity& identity);
-
-  TempDirectory directory_;
+  const TempDirectory directory_;
   const std::string trust_store_ = directory_ / "authority.crt";
   int written_ = 0;
-  std::unique_ptr<Identity> own_;
 };
 
 }  // namespace test_support

@@ -1,14 +1,14 @@
 #pragma once
 
 #include <functional>
-#include <memory>
-#include <optional>
+#include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "tests/support/certificate_authority.h"
+#include "tests/support/raw_server.h"
 
 namespace test_support {
 
@@ -21,52 +21,47 @@ struct SeenRequest {
 
   std::string method;
   std::string target;  // As sent: path and query, nothing decoded.
-  std::string version;
-  Headers headers;  // As sent, in order.
+  Headers headers;     // As sent, in order.
   std::string body;
-  std::string sni;     // The name that TLS asked for; empty without one.
-  int connection = 0;  // On which connection of the server it came; the first is 1.
 };
 
 struct ServerAnswer {
   int status = 200;
-  Headers headers = {};  // Besides those that the server adds: Content-Length, Content-Type.
+  Headers headers = {};  // Besides Content-Length.
   std::string body = {};
 };
 
-// An HTTP/1.1 server on a loopback address, with TLS when it has a certificate.
+// An HTTP/1.1 server on a loopback address.
 //
-// It keeps connections alive until the peer closes, serves each on a thread of its own, and
-// compresses a body for those who accept that, if its handler says that it is text. Any verb goes
-// to the handler of the path (the target up to its query); where none is set, the answer is a 200
-// whose body repeats the request's.
+// It keeps connections alive until the peer closes. Any verb goes to the handler of the path (the
+// target up to its query); where none is set, the answer is a 200 whose body repeats the request's.
 //
 // Threads: all from any thread. Handlers run on the connections' threads, several at once; a
 // handler that blocks holds up the destructor, which else is prompt whatever the peers do.
-// The process's way with SIGPIPE stays what it was.
 class HttpServer {
  public:
   using Handler = std::function<ServerAnswer(const SeenRequest&)>;
 
-  explicit HttpServer(const std::optional<ServerCertificate>& certificate = std::nullopt,
-                      const std::string& address = "127.0.0.1");
-  ~HttpServer();
-  HttpServer(const HttpServer&) = delete;
-  HttpServer& operator=(const HttpServer&) = delete;
+  explicit HttpServer(const std::string& address = "127.0.0.1");
 
-  int port() const;
-  std::string url(std::string_view path) const;
+  int port() const { return server_.port(); }
+  std::string url(std::string_view path) const { return server_.url(path); }
 
   void Answer(const std::string& path, Handler handler);
 
   std::vector<SeenRequest> requests() const;  // All so far; each is there before its handler runs.
-  int connections() const;                    // Accepted so far, failed handshakes included.
-  void CloseConnections();                    // All that are open now.
+  int connections() const { return server_.connections(); }  // Accepted so far.
 
  private:
-  class Engine;
+  void Converse(RawConnection& connection);
+  Handler Record(const SeenRequest& seen);
 
-  const std::unique_ptr<Engine> engine_;
+  mutable std::mutex mutex_;
+  // Guarded by mutex_.
+  std::map<std::string, Handler> handlers_;
+  std::vector<SeenRequest> requests_;
+
+  RawServer server_;  // Last: all that it uses exists before it starts.
 };
 
 }  // namespace test_support

@@ -23,16 +23,16 @@ struct NginxListener {
 
 struct NginxOptions {
   std::vector<NginxListener> listeners{NginxListener{}};
-  std::map<std::string, std::string> files = {};  // Path of the URL -> content.
+  std::map<std::string, std::string> files = {};  // Name in the root directory -> content.
   std::string server_text = {};                   // Directives for every listener's server block.
-  int workers = 1;
 };
 
 // A production server as a process of its own, with all of its files in one directory. Several run
-// side by side; ports can't collide, as its sockets listen before it starts.
+// side by side; ports can't collide, as its sockets listen before it starts. For the same reason a
+// client may connect at once.
 //
-// The constructor returns when requests are answered, and throws with the server's error log when
-// that can't be. The process ends with this, or with the thread that made it.
+// The process ends with this, or with the thread that made it. What was wrong with one that ended
+// before is told on standard error.
 class NginxServer {
  public:
   explicit NginxServer(NginxOptions options = {});
@@ -43,25 +43,18 @@ class NginxServer {
   int port(std::size_t listener = 0) const { return ports_.at(listener); }
   std::string url(std::string_view path, std::size_t listener = 0) const;
 
-  // A line for each request that has ended, with "-" for what there is not:
-  // protocol, host, Host header, SNI, whether the TLS session was resumed ("r" or "."), number of
-  // the connection, number of the request on it, method, target.
-  //
-  // Waits until there are `lines`, for 10 s at most. With one worker, the requests whose answers
-  // have come whole are there without it.
-  std::string AccessLog(std::size_t lines = 0) const;
-  std::string ErrorLog() const;
+  // A line for each request that has ended, in order, with "-" for what there is not:
+  // protocol, host, Host header, SNI, number of the connection, method, target.
+  // Waits until there are `lines`, for 10 s at most.
+  std::string AccessLog(std::size_t lines) const;
 
  private:
-  void WriteFiles() const;
   std::string Configuration() const;
   std::string ServerBlock(std::size_t listener) const;
-  void Start(const std::vector<ListeningSocket>& sockets);
-  void Stop() const;
 
   const TempDirectory directory_;
   const NginxOptions options_;
-  std::vector<int> ports_;  // Of the listeners, and of the probe.
+  std::vector<int> ports_;  // Of the listeners.
   pid_t process_ = -1;
 };
 

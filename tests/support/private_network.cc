@@ -1,11 +1,8 @@
 #include "tests/support/private_network.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
-#include <poll.h>
 #include <sched.h>
-#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -15,7 +12,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <stdexcept>
 #include <string_view>
 
 #include "tests/support/temp_directory.h"
@@ -70,44 +66,11 @@ bool ReplaceResolvConf(const std::string& text) {
   return mount(file.c_str(), target.data(), nullptr, MS_BIND, nullptr) == 0;
 }
 
-int BoundNameServer() {
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(53);
-  address.sin_addr.s_addr = inet_addr("127.0.0.53");
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return fd;
-  close(fd);
-  throw std::runtime_error("cannot bind 127.0.0.53:53");
-}
-
 }  // namespace
 
 bool EnterPrivateNetwork(const std::string& resolv_conf_text) {
   return (unshare(kNamespaces) == 0 || EnterAsRootOfUserNamespace()) && KeepMountsPrivate() &&
          BringLoopbackUp() && ReplaceResolvConf(resolv_conf_text);
-}
-
-SilentNameServer::SilentNameServer()
-    : fd_(BoundNameServer()),
-      stop_fd_(eventfd(0, EFD_CLOEXEC)),
-      thread_([this] { TakeQuestionsUntilStopped(); }) {}
-
-SilentNameServer::~SilentNameServer() {
-  eventfd_write(stop_fd_, 1);
-  thread_.join();
-  close(stop_fd_);
-  close(fd_);
-}
-
-void SilentNameServer::TakeQuestionsUntilStopped() {
-  std::array<pollfd, 2> watched{{{fd_, POLLIN, 0}, {stop_fd_, POLLIN, 0}}};
-  std::array<char, 512> question;
-  while (poll(watched.data(), watched.size(), -1) < 0 || watched[1].revents == 0) {
-    if (recv(fd_, question.data(), question.size(), MSG_DONTWAIT) < 0) continue;
-    ++questions_;
-    asked_.Set();
-  }
 }
 
 }  // namespace test_support

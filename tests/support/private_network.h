@@ -1,10 +1,6 @@
 #pragma once
 
-#include <atomic>
 #include <string>
-#include <thread>
-
-#include "tests/support/event.h"
 
 namespace test_support {
 
@@ -16,29 +12,5 @@ namespace test_support {
 // thread, best in a child made for it: the system refuses several (and a sanitizer may have one of
 // its own).
 [[nodiscard]] bool EnterPrivateNetwork(const std::string& resolv_conf_text);
-
-// A name server at 127.0.0.53 that takes every question and answers none. To be used in a private
-// network; throws where the address is taken.
-class SilentNameServer {
- public:
-  static constexpr const char* kResolvConf = "nameserver 127.0.0.53\n";
-
-  SilentNameServer();
-  ~SilentNameServer();
-  SilentNameServer(const SilentNameServer&) = delete;
-  SilentNameServer& operator=(const SilentNameServer&) = delete;
-
-  int questions() const { return questions_; }                   // Datagrams so far.
-  [[nodiscard]] bool AwaitQuestion() { return asked_.Await(); }  // The first.
-
- private:
-  void TakeQuestionsUntilStopped();
-
-  const int fd_;
-  const int stop_fd_;
-  std::atomic<int> questions_{0};
-  Event asked_;
-  std::jthread thread_;  // Last: all that it uses exists before it starts.
-};
 
 }  // namespace test_support

@@ -68,9 +68,7 @@ ListeningSocket::~ListeningSocket() {
 }
 
 ListeningSocket::ListeningSocket(ListeningSocket&& other) noexcept
-    : fd_(other.Release()), port_(other.port_) {}
-
-int ListeningSocket::Release() { return std::exchange(fd_, -1); }
+    : fd_(std::exchange(other.fd_, -1)), port_(other.port_) {}
 
 std::string UrlOf(std::string_view scheme, const std::string& address, int port,
                   std::string_view path) {
@@ -80,7 +78,7 @@ std::string UrlOf(std::string_view scheme, const std::string& address, int port,
   return url.append(path);
 }
 
-RawConnection::RawConnection(int fd, int stop_fd) : stop_fd_(stop_fd), fd_(fd) {}
+RawConnection::RawConnection(int fd, int stop_fd) : fd_(fd), stop_fd_(stop_fd) {}
 
 RawConnection::~RawConnection() {
   if (fd_ >= 0) close(fd_);
@@ -112,9 +110,7 @@ bool RawConnection::Send(std::string_view bytes) {
 void RawConnection::Reset() {
   const linger at_once{1, 0};
   setsockopt(fd_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-  const std::lock_guard lock(mutex_);
-  close(fd_);
-  fd_ = -1;
+  close(std::exchange(fd_, -1));
 }
 
 bool RawConnection::AwaitStop(std::optional<std::chrono::milliseconds> limit) {
@@ -125,11 +121,6 @@ bool RawConnection::AwaitStop(std::optional<std::chrono::milliseconds> limit) {
     continue;
   }
   return ready != 0;
-}
-
-void RawConnection::Shutdown() {
-  const std::lock_guard lock(mutex_);
-  if (fd_ >= 0) shutdown(fd_, SHUT_RDWR);
 }
 
 // False when the server ends.
@@ -161,75 +152,26 @@ RawServer::~RawServer() {
   close(stop_fd_);
 }
 
-std::string RawServer::url(std::string_view path) const {
-  return UrlOf("http", address_, port(), path);
-}
-
-void RawServer::CloseConnections() {
-  const std::lock_guard lock(mutex_);
-  for (RawConnection& connection : open_) connection.Shutdown();
-}
-
 void RawServer::AcceptUntilStopped() {
   std::array<pollfd, 2> watched{{{socket_.fd(), POLLIN, 0}, {stop_fd_, POLLIN, 0}}};
   while (poll(watched.data(), watched.size(), -1) < 0 || watched[1].revents == 0) {
     const int fd = accept4(socket_.fd(), nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) continue;
-    const std::lock_guard lock(mutex_);
-    RawConnection& connection = open_.emplace_back(fd, stop_fd_);
     ++accepted_;
-    conversations_.emplace_back([this, &connection] { Serve(connection); });
+    conversations_.emplace_back([this, fd] {
+      RawConnection connection(fd, stop_fd_);
+      handler_(connection);
+    });
   }
 }
 
-void RawServer::Serve(RawConnection& connection) {
-  handler_(connection);
-  const std::lock_guard lock(mutex_);
-  open_.remove_if([&connection](const RawConnection& open) { return &open == &connection; });
+std::string HttpAnswer(const std::string& status, const std::string& body,
+                       const std::string& headers) {
+  return "HTTP/1.1 " + status + "\r\n" + headers +
+         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-RawServer::Handler NeverAnswers() {
-  return [](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.AwaitStop();
-  };
-}
-
-RawServer::Handler ResetsInMidBody() {
-  return [](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nthe beginning");
-    connection.Reset();
-  };
-}
-
-RawServer::Handler HalfStatusLine() { return AnswerWith("HTTP/1."); }
-
-RawServer::Handler EndlessBody() {
-  return [](RawConnection& connection) {
-    connection.ReadRequest();
-    const std::string block(65536, 'x');
-    bool sent = connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-    while (sent) sent = connection.Send(block);
-  };
-}
-
-RawServer::Handler EndlessHeaders() {
-  return [](RawConnection& connection) {
-    connection.ReadRequest();
-    const std::string header = "X-Filler: " + std::string(1000, 'x') + "\r\n";
-    bool sent = connection.Send("HTTP/1.1 200 OK\r\n");
-    while (sent) sent = connection.Send(header);
-  };
-}
-
-RawServer::Handler Drips(std::chrono::milliseconds interval) {
-  return [interval](RawConnection& connection) {
-    connection.ReadRequest();
-    bool sent = connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-    while (sent && !connection.AwaitStop(interval)) sent = connection.Send("x");
-  };
-}
+RawServer::Handler NeverAnswers() { return AnswersOnce(""); }
 
 RawServer::Handler AnswerWith(std::string text) {
   return [text = std::move(text)](RawConnection& connection) {
@@ -238,13 +180,11 @@ RawServer::Handler AnswerWith(std::string text) {
   };
 }
 
-RawServer::Handler KeepsAliveThenCloses(std::string body,
-                                        std::optional<std::chrono::milliseconds> after) {
-  return [body = std::move(body), after](RawConnection& connection) {
+RawServer::Handler AnswersOnce(std::string text) {
+  return [text = std::move(text)](RawConnection& connection) {
     connection.ReadRequest();
-    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) +
-                    "\r\n\r\n" + body);
-    connection.AwaitStop(after);
+    connection.Send(text);
+    connection.AwaitStop();
   };
 }
 

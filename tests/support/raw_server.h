@@ -4,7 +4,6 @@
 #include <chrono>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,7 +22,6 @@ class ListeningSocket {
 
   int fd() const { return fd_; }
   int port() const { return port_; }
-  int Release();  // The descriptor, which is the caller's to close from now on.
 
  private:
   int fd_;
@@ -34,10 +32,8 @@ class ListeningSocket {
 std::string UrlOf(std::string_view scheme, const std::string& address, int port,
                   std::string_view path);
 
-// One accepted connection, in the hands of a server's handler.
-//
-// Threads: all but Shutdown only on the handler's thread. Nothing here outlasts the server's end:
-// whatever waits then returns.
+// One accepted connection, in the hands of a server's handler, on the handler's thread. Nothing
+// here outlasts the server's end: whatever waits then returns.
 class RawConnection {
  public:
   RawConnection(int fd, int stop_fd);  // Owns `fd`; `stop_fd` becomes readable at the server's end.
@@ -59,16 +55,13 @@ class RawConnection {
   // that. Without a limit it only ever returns true.
   bool AwaitStop(std::optional<std::chrono::milliseconds> limit = std::nullopt);
 
-  void Shutdown();  // From any thread: the peer sees an orderly end, the handler a stop.
-
  private:
   bool AwaitReady(short events);
   bool Receive();
 
+  int fd_;
   const int stop_fd_;
   std::string received_;  // Read from the socket, and not yet part of a request.
-  std::mutex mutex_;      // Between Shutdown and the closing of the descriptor.
-  int fd_;                // Written on the handler's thread, under the lock.
 };
 
 // A server that speaks no protocol by itself: each connection is handed to a function on a thread
@@ -85,43 +78,29 @@ class RawServer {
   RawServer& operator=(const RawServer&) = delete;
 
   int port() const { return socket_.port(); }
-  std::string url(std::string_view path) const;
+  std::string url(std::string_view path) const { return UrlOf("http", address_, port(), path); }
   int connections() const { return accepted_; }  // So far, also those that are closed.
-
-  void CloseConnections();  // In good order, all that are open now.
 
  private:
   void AcceptUntilStopped();
-  void Serve(RawConnection& connection);
 
   const Handler handler_;
   const std::string address_;
   const ListeningSocket socket_;
   const int stop_fd_;
   std::atomic<int> accepted_{0};
-  std::mutex mutex_;
-  std::list<RawConnection> open_;          // Guarded by mutex_.
   std::list<std::jthread> conversations_;  // Touched by the accepting thread only, until it ended.
   std::jthread acceptor_;                  // Last: all that it uses exists before it starts.
 };
 
+// "HTTP/1.1 200 OK" with a length, the headers (each with its line end), and the body.
+std::string HttpAnswer(const std::string& status, const std::string& body,
+                       const std::string& headers = "");
+
 // Ready-made handlers. Each reads one request first.
 
-RawServer::Handler NeverAnswers();     // Keeps the connection open.
-RawServer::Handler ResetsInMidBody();  // Less of a body than announced, then a reset.
-RawServer::Handler HalfStatusLine();   // Closes amid the status line.
-RawServer::Handler EndlessBody();      // As fast as the peer reads.
-RawServer::Handler EndlessHeaders();   // As fast as the peer reads.
-
-// A good head at once, then one byte of an endless body after each interval.
-RawServer::Handler Drips(std::chrono::milliseconds interval);
-
-// Sends the text as it stands, and closes.
-RawServer::Handler AnswerWith(std::string text);
-
-// Answers the first request of each connection with a 200 that keeps it alive, and closes it when
-// the time has passed or, if that comes first, at CloseConnections. No second request is answered.
-RawServer::Handler KeepsAliveThenCloses(
-    std::string body, std::optional<std::chrono::milliseconds> after = std::nullopt);
+RawServer::Handler NeverAnswers();                 // Keeps the connection open.
+RawServer::Handler AnswerWith(std::string text);   // Sends the text as it stands, and closes.
+RawServer::Handler AnswersOnce(std::string text);  // Sends it, and keeps the connection open.
 
 }  // namespace test_support

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/text_of.h"
 #include "base/thread_info.h"
 #include "network/ip_address.h"
 #include "network/text.h"
@@ -12,6 +13,8 @@
 
 namespace zo_tarvel {
 namespace {
+
+using zo_base::TextOf;
 
 namespace network = WQBASE::network;
 using network::HeaderList;
@@ -24,8 +27,6 @@ std::shared_ptr<network::HttpClientEx> Client() {
   const auto getter = client_getter.load(std::memory_order_acquire);
   return getter == nullptr ? nullptr : getter();
 }
-
-const char* ToText(bool value) { return value ? "true" : "false"; }
 
 // The name is what stands before the first colon, the value what stands behind the last.
 HeaderList ToHeaderList(const std::vector<std::string>& lines) {
@@ -96,8 +97,8 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   line(std::string("type:") + network::VerbOf(request.method));
   line("time_out:" + std::to_string(request.time_out));
   line("host_from tarvel:" + target.host);
-  line(std::string("host_is_ip:") + ToText(target.host_is_ip));
-  line(std::string("is_https_url:") + ToText(target.is_https_url));
+  line(std::string("host_is_ip:") + TextOf(target.host_is_ip));
+  line(std::string("is_https_url:") + TextOf(target.is_https_url));
   if (target.names_host_behind_ip()) {
     line("host_is_ip is true && host not empty set request host and port \r\n{");
     line("    call req->setIP:" + request.ip);

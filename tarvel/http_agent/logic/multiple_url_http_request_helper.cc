@@ -4,18 +4,19 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/text_of.h"
 #include "base/thread_info.h"
+#include "base/wall_clock.h"
 #include "network/ip_address.h"
 #include "network/url.h"
 #include "tarvel/http_agent/http_tools/http_tool.h"
-#include "tarvel/http_agent/logic/wall_clock.h"
 
 namespace zo_tarvel {
 namespace {
 
-constexpr char kTraceIdHeader[] = "X-VELDRIN-TRACE-ID";
+using zo_base::TextOf;
 
-const char* ToText(bool value) { return value ? "true" : "false"; }
+constexpr char kTraceIdHeader[] = "X-VELDRIN-TRACE-ID";
 
 WalkEvent EventOf(const MultipleURLHttpRequest::CheckCallbackResult& verdict) {
   if (verdict.success) return WalkEvent::kGoodAnswer;
@@ -43,7 +44,7 @@ void MultipleURLHttpRequestHelper::SetRequest(const MultipleURLHttpRequest& requ
   request_ = request;
   ZO_LOG << "[multiple]Invoke send multiple_time_out:" << request_.multiple_time_out
          << " time_out:" << request_.time_out
-         << " use http dns:" << ToText(request_.use_http_dns_if_fail);
+         << " use http dns:" << TextOf(request_.use_http_dns_if_fail);
   LogUrlList("raw");
   if (config->http_request_ip_preferred()) PutIPLiteralsFirst();
   if (!config->enable_httpdns()) {
@@ -91,7 +92,7 @@ void MultipleURLHttpRequestHelper::InvokeRequest() {
   const std::int32_t index = current_index_;
   const auto timer = std::make_shared<zo_base::Timer>(task_loop_);
   timers_[index] = timer;
-  PostSubRequest(index, static_cast<std::uint64_t>(WallClockMilliseconds()));
+  PostSubRequest(index, static_cast<std::uint64_t>(zo_base::WallClockMilliseconds()));
   ZO_LOG << "[multiple]Send sub url request:" << request_.urls[index].url;
   ZO_LOG << "[multiple]Start timer index:" << index;
   // The timer goes with this, so its closure needs no guard.
@@ -125,7 +126,7 @@ void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
   entry->second->Stop();
   ZO_LOG << "[multiple][time out]Stop sub url request timer index :" << index;
   const bool all_requested = AllRequested();
-  ZO_LOG << "[multiple][time out]All url requested :" << ToText(all_requested);
+  ZO_LOG << "[multiple][time out]All url requested :" << TextOf(all_requested);
   const WalkStanding standing{.urls_left = !all_requested};
   if (MoveAfter(WalkEvent::kUrlTakesLong, standing) != WalkMove::kStartNext) return;
   ZO_LOG << "[multiple][time out]Switch to index :" << current_index_ + 1
@@ -137,7 +138,7 @@ void MultipleURLHttpRequestHelper::OnSubResponse(const SubResponse& response) {
   if (ConfigUnlessExiting() == nullptr) return;
   ZO_LOG << "[multiple][rsp]Index:" << response.index << " code :" << response.code;
   const bool all_requested = AllRequested();
-  ZO_LOG << "[multiple][rsp]All url requested :" << ToText(all_requested);
+  ZO_LOG << "[multiple][rsp]All url requested :" << TextOf(all_requested);
   const Verdict verdict =
       request_.check_callback(response.index, response.code, UrlOf(response), response.headers,
                               response.body, response.start_time);
@@ -162,7 +163,7 @@ void MultipleURLHttpRequestHelper::TakeNote(WalkEvent event, const SubResponse& 
   if (verdict.add_statistic) AddStatisticItem(response, verdict.error_message);
   if (event == WalkEvent::kStopAnswer) {
     ZO_LOG << "[multiple][rsp]Business check response false,index :" << response.index
-           << " url:" << UrlOf(response) << " stop :" << ToText(verdict.stop);
+           << " url:" << UrlOf(response) << " stop :" << TextOf(verdict.stop);
   } else {
     RemoveTimer(response.index);
   }
@@ -172,7 +173,7 @@ void MultipleURLHttpRequestHelper::Act(WalkMove move, WalkEvent event, const Wal
                                        const SubResponse& response, const Verdict& verdict) {
   const bool failed = event == WalkEvent::kFailedAnswer;
   if (failed && standing.urls_left) {
-    ZO_LOG << "[multiple][rsp]Has waitting request " << ToText(standing.timer_runs);
+    ZO_LOG << "[multiple][rsp]Has waitting request " << TextOf(standing.timer_runs);
   }
   if (move == WalkMove::kStartNext) {
     ZO_LOG << "[multiple][rsp]Switch to index :" << current_index_ + 1
@@ -228,12 +229,12 @@ void MultipleURLHttpRequestHelper::AddStatisticItem(const SubResponse& response,
       [&](const _StatisticItem& item) { return item.code == response.code && item.url == url; });
   if (known) return;
   statistic_items_.push_back(
-      MakeStatisticItem(request_, response, error_message, WallClockMilliseconds()));
+      MakeStatisticItem(request_, response, error_message, zo_base::WallClockMilliseconds()));
 }
 
 void MultipleURLHttpRequestHelper::MarkCorrected(const SubResponse& response) {
   const auto start_time = static_cast<std::int64_t>(response.start_time);
-  const std::int64_t duration = WallClockMilliseconds() - start_time;
+  const std::int64_t duration = zo_base::WallClockMilliseconds() - start_time;
   for (_StatisticItem& item : statistic_items_) {
     item.corrected = true;
     item.corr_url = UrlOf(response);

@@ -1,0 +1,81 @@
+#include "business/tarvel_lbs/count_timer_invoker.h"
+
+#include "base/log.h"
+#include "base/text_of.h"
+
+namespace zo_tarvel {
+
+using zo_base::MutexLock;
+using zo_base::Task;
+using zo_base::TaskThread;
+using zo_base::TextOf;
+
+std::shared_ptr<CountTimerInvoker> CountTimerInvoker::Create(
+    std::int32_t times, std::int32_t time_ms, const std::shared_ptr<TaskThread>& thread) {
+  std::shared_ptr<CountTimerInvoker> invoker(new CountTimerInvoker(times, time_ms, thread),
+                                             [](CountTimerInvoker* unowned) {
+                                               unowned->Stop();
+                                               delete unowned;
+                                             });
+  invoker->self = invoker;
+  return invoker;
+}
+
+CountTimerInvoker::CountTimerInvoker(std::int32_t times, std::int32_t time_ms,
+                                     const std::shared_ptr<TaskThread>& thread)
+    : times(times), time_ms(time_ms), thread(thread), timer(thread->GetTaskLoop()) {}
+
+void CountTimerInvoker::Stop() {
+  stopped.store(true);
+  timer.Stop();
+}
+
+void CountTimerInvoker::Invoke(const Task& requested, bool immediately) {
+  ZO_LOG << "[count timer invoker] call Invoke immediately:" << TextOf(immediately);
+  if (stopped) return;
+  if (immediately) {
+    InvokeNow(requested);
+  } else {
+    Gather(requested);
+  }
+}
+
+void CountTimerInvoker::InvokeNow(const Task& requested) {
+  timer.Stop();
+  const auto living = thread.lock();
+  if (living == nullptr || !living->IsRunning() || living->IsStopping()) return;
+  count.store(0);
+  ZO_LOG << "[count timer invoker] Invoke immediately";
+  requested();
+}
+
+void CountTimerInvoker::Gather(const Task& requested) {
+  {
+    MutexLock hold(task_lock);
+    task = requested;
+  }
+  // Counted before the span begins: should another thread run its work in between, a span too many
+  // is left, but never a counted request without a span.
+  const std::int32_t before = count.fetch_add(1);
+  if (before == 0) {
+    const auto on_time_out = [weak = self] {
+      if (const auto living = weak.lock()) living->OnTimeOut();
+    };
+    timer.Start(time_ms, on_time_out, 0);
+  }
+  if (before + 1 < times) return;
+  ZO_LOG << "[count timer invoker][times] Invoke task";
+  Invoke(requested, true);
+}
+
+void CountTimerInvoker::OnTimeOut() {
+  ZO_LOG << "[count timer invoker][time out] Invoke task";
+  Task latest;
+  {
+    MutexLock hold(task_lock);
+    latest = task;
+  }
+  Invoke(latest, true);
+}
+
+}  // namespace zo_tarvel

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/json11.h"
+#include "tarvel/environment/environment_config.h"
+
+namespace zo_tarvel {
+
+// The "desc" of an answer that the client has given itself.
+inline constexpr char kGeneratedLocally[] = "generated locally";
+
+// What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. No text
+// is longer than the interface promises, see kLBSTextBufferSize, and all that is kept is UTF-8.
+struct LBSAnswer {
+  std::vector<std::string> link;          // Without what can't be an address.
+  std::vector<std::string> default_link;  // Likewise.
+  std::string lbs;
+  std::vector<std::string> lbs_backup;
+  std::string zeb_dl;
+  std::string zeb_dl_list;  // JSON text, as the next one.
+  std::string zeb_list;
+  std::string name;
+  std::string desc;
+  std::optional<bool> msg_stat_enable;
+  std::int64_t ttl = 0;  // Seconds. Negative: the life time stays as it was.
+  StatisticSettings report;
+};
+
+// Nothing when the text is no object with a member "common". What is missing in there or of another
+// type says nothing: no answer is refused for it.
+std::optional<LBSAnswer> ReadLBSAnswer(const std::string& rsp);
+
+// Whether an answer can be used: it has link addresses and an LBS URL. What is wrong goes to
+// `error`, which otherwise stays as it is.
+bool CheckLBSAnswer(const std::string& rsp, std::string& error);
+
+// The backup URLs in a JSON array, in their order. Of more than kMostBackupLBS the first ones: each
+// may have to be waited for.
+inline constexpr std::size_t kMostBackupLBS = 64;
+std::vector<std::string> ReadBackupLBS(const zo_base::json11::Json& list);
+
+// Whether a text is short enough for the interface.
+bool FitsLBSTextBuffer(const std::string& text);
+
+}  // namespace zo_tarvel

@@ -1,0 +1,125 @@
+#include "business/tarvel_lbs/lbs_response.h"
+
+#include <charconv>
+#include <iterator>
+#include <system_error>
+
+#include "base/filesystem.h"
+#include "base/json_texts.h"
+#include "base/log.h"
+#include "business/tarvel_lbs/lbs_answer.h"
+
+namespace zo_tarvel {
+namespace {
+
+using zo_base::json11::Json;
+using zo_base::json11::ToJson;
+
+// No family.
+constexpr std::int32_t kUnknownFamily = -1;
+
+// `fallback` for what is no number from end to end, and for one that is out of range.
+template <class Number>
+Number ReadNumber(const std::string& text, Number fallback) {
+  Number number = 0;
+  const char* const end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, number);
+  return read.ec == std::errc() && read.ptr == end ? number : fallback;
+}
+
+std::string LocalAnswer(const LBSSettings& settings) {
+  const std::string& default_link = settings.addr_family == kEMAddressFamilyIPv6
+                                        ? settings.default_link_ipv6
+                                        : settings.default_link;
+  const Json::object common{
+      {"link", ToJson(settings.link_list)},
+      {"link.default", Json::array{default_link}},
+      {"lbs", settings.lbs_main_addr},
+      {"lbs.backup", ToJson(settings.lbs_backup_addrs)},
+      {"zeb", Json::array(std::begin(kDefaultObjectStorageServers),
+                          std::end(kDefaultObjectStorageServers))},
+      {"zebdl", kDefaultObjectStorageUrl},
+      {"ttl", 0},
+      {"desc", kGeneratedLocally},
+      {"zebdls", Json::array{kDefaultObjectStorageUrl}},
+      {"msg.stat.enable", false},
+  };
+  return Json(Json::object{{"common", common}}).dump();
+}
+
+}  // namespace
+
+bool LBSResponse::Init(const LBSSettings& settings) {
+  std::string error;
+  const bool usable =
+      LoadCache(settings) && CheckCache(settings) && CheckResponse(store.Get(lbs_key::kRsp), error);
+  return usable || GenerateLocalResponse(settings, true);
+}
+
+bool LBSResponse::LoadCache(const LBSSettings&) {
+  const auto config = GetEnvironmentConfig();
+  if (config == nullptr) return false;
+  const std::string directory = config->appdata_path() + "lbs/";
+  std::error_code ignored;  // A directory that can't be made shows in the file that isn't there.
+  zo_base::filesystem::create_directories(directory, ignored);
+  store.Load(directory + "lbs.data");
+  const std::string rsp = store.Get(lbs_key::kRsp);
+  return !rsp.empty() && FitsLBSTextBuffer(rsp) && !store.Get(lbs_key::kRootAddr).empty() &&
+         !store.Get(lbs_key::kRuntimeLBS).empty();
+}
+
+// An answer for any family suits every one.
+bool LBSResponse::CheckCache(const LBSSettings& settings) const {
+  const std::int32_t cached = ReadNumber(GetIPVersion(), kUnknownFamily);
+  if (settings.addr_family != kEMAddressFamilyAny && cached != kEMAddressFamilyAny &&
+      settings.addr_family != cached) {
+    ZO_LOG << "[lbs] Load lbs cache address family changed check fail cache :" << cached
+           << "  setting :" << settings.addr_family;
+    return false;
+  }
+  return store.Get(lbs_key::kRootAddr) == settings.lbs_main_addr;
+}
+
+bool LBSResponse::GenerateLocalResponse(const LBSSettings& settings, bool save) {
+  store.Clear(true);
+  SetResponse(LocalAnswer(settings), settings.lbs_main_addr, std::to_string(settings.addr_family));
+  store.Set(lbs_key::kRuntimeLBS, settings.lbs_main_addr);
+  // What couldn't be saved must not come back from the file as it was before.
+  if (save && store.Save()) store.Reload();
+  return true;
+}
+
+bool LBSResponse::CheckResponse(const std::string& text, std::string& error) const {
+  return CheckLBSAnswer(text, error);
+}
+
+bool LBSResponse::SetResponse(const std::string& rsp, const std::string& root_addr,
+                              const std::string& ip_version) {
+  store.Set(lbs_key::kRsp, rsp);
+  store.Set(lbs_key::kRootAddr, root_addr);
+  store.Set(lbs_key::kIPVersion, ip_version);
+  return true;
+}
+
+std::string LBSResponse::GetIPVersion() const {
+  return store.Get(lbs_key::kIPVersion, std::to_string(kEMAddressFamilyIPv4));
+}
+
+void LBSResponse::SetBackupLBS(const std::vector<std::string>& list) {
+  store.Set(lbs_key::kBackupAddr, ToJson(list).dump());
+}
+
+std::vector<std::string> LBSResponse::GetBackupLBS() const {
+  std::string error;
+  return ReadBackupLBS(Json::parse(store.Get(lbs_key::kBackupAddr), error));
+}
+
+void LBSResponse::SetExpireTime(std::int64_t ms) {
+  store.Set(lbs_key::kExpireTime, std::to_string(ms));
+}
+
+std::int64_t LBSResponse::GetExpireTime() const {
+  return ReadNumber<std::int64_t>(store.Get(lbs_key::kExpireTime), 0);
+}
+
+}  // namespace zo_tarvel

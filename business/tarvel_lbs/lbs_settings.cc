@@ -1,0 +1,94 @@
+#include "business/tarvel_lbs/lbs_settings.h"
+
+#include <cstddef>
+
+#include "base/text_of.h"
+
+namespace zo_tarvel {
+namespace {
+
+using zo_base::TextOf;
+
+void AssignUnlessEmpty(std::string& field, const std::string& text) {
+  if (!text.empty()) field = text;
+}
+
+template <std::size_t kSlots, std::size_t kSize>
+std::vector<std::string> FilledSlots(const char (&slots)[kSlots][kSize]) {
+  std::vector<std::string> filled;
+  for (const auto& slot : slots) {
+    if (slot[0] != '\0') filled.push_back(TextOf(slot));
+  }
+  return filled;
+}
+
+template <class T>
+void AppendLine(std::string& text, const char* label, const T& value) {
+  text.append("-- ").append(label).append(":").append(value).append("\n");
+}
+
+void AppendList(std::string& text, const char* label, const std::vector<std::string>& items) {
+  AppendLine(text, label, "");
+  for (const std::string& item : items) text.append("   - ").append(item).append("\r\n");
+}
+
+}  // namespace
+
+void LBSSettings::Assign(const _ZOTarvelLBSSettings& record,
+                         const _EnvironmentConfig* environment) {
+  using_private = record.using_private;
+  def_lbs_host = TextOf(record.def_lbs_host);
+  if (record.addr_family <= kEMAddressFamilyIPv6) {
+    addr_family = static_cast<std::int32_t>(record.addr_family);
+  }
+  AssignAddresses(record);
+  AssignTimeouts(record.sreq_timeout_ms, record.sreq_pred_fail_time_ms, environment);
+}
+
+void LBSSettings::AssignAddresses(const _ZOTarvelLBSSettings& record) {
+  AssignUnlessEmpty(lbs_main_addr, TextOf(record.lbs_main_addr));
+  lbs_backup_addrs = FilledSlots(record.lbs_backup_addrs);
+  AssignUnlessEmpty(default_link, TextOf(record.default_link));
+  // Not the built-in one: it would come between a client and its own settings.
+  default_link_ipv6 = default_link;
+  AssignUnlessEmpty(default_link_ipv6, TextOf(record.default_link_ipv6));
+  link_list = FilledSlots(record.link_list);
+  if (link_list.empty()) FillLinkList();
+}
+
+void LBSSettings::FillLinkList() {
+  const auto add = [this](const std::string& link) {
+    if (!link.empty()) link_list.push_back(link);
+  };
+  if (addr_family != kEMAddressFamilyIPv6) add(default_link);
+  if (addr_family != kEMAddressFamilyIPv4) add(default_link_ipv6);
+}
+
+void LBSSettings::AssignTimeouts(std::int32_t timeout, std::int32_t pred_fail_time,
+                                 const _EnvironmentConfig* environment) {
+  if (timeout >= 1) {
+    const RequestTimeouts clean = CleanTimeouts({timeout, pred_fail_time});
+    sreq_timeout_ms = clean.timeout;
+    sreq_pred_fail_time_ms = clean.prefail_timeout;
+  } else if (environment != nullptr) {
+    sreq_timeout_ms = environment->single_request_timeout();
+    sreq_pred_fail_time_ms = environment->single_request_prefail_timeout();
+  }
+}
+
+std::string LBSSettings::Dump() const {
+  std::string text;
+  AppendLine(text, "using_private", TextOf(using_private));
+  AppendLine(text, "lbs_main_addr", lbs_main_addr);
+  AppendLine(text, "default_link", default_link);
+  AppendLine(text, "default_link_ipv6", default_link_ipv6);
+  AppendLine(text, "addr_family", std::to_string(addr_family));
+  AppendLine(text, "sreq_timeout_ms", std::to_string(sreq_timeout_ms));
+  AppendLine(text, "sreq_pred_fail_time_ms", std::to_string(sreq_pred_fail_time_ms));
+  AppendLine(text, "def_lbs_host", def_lbs_host);
+  AppendList(text, "lbs_backup_addrs", lbs_backup_addrs);
+  AppendList(text, "link_list", link_list);
+  return text;
+}
+
+}  // namespace zo_tarvel

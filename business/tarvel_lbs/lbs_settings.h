@@ -1,0 +1,41 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/environment_config.h"
+
+namespace zo_tarvel {
+
+// What the LBS service has made of the client's record. A plain value.
+struct LBSSettings {
+  // Takes over what `record` says, cleaned. `environment` gives the time-outs when the record has
+  // none; without one, the built-in ones stay.
+  void Assign(const _ZOTarvelLBSSettings& record, const _EnvironmentConfig* environment);
+
+  // The values as log text.
+  std::string Dump() const;
+
+  bool using_private = false;
+  std::string lbs_main_addr = kDefaultLBSUrl;
+  std::vector<std::string> lbs_backup_addrs;
+  std::string default_link = kDefaultLink;
+  std::string default_link_ipv6 = kDefaultLink;
+  std::vector<std::string> link_list;
+  std::int32_t addr_family = kEMAddressFamilyIPv4;
+  std::int32_t sreq_timeout_ms = 7'000;
+  std::int32_t sreq_pred_fail_time_ms = 2'000;
+  std::string def_lbs_host;
+
+ private:
+  void AssignAddresses(const _ZOTarvelLBSSettings& record);
+  void FillLinkList();
+  void AssignTimeouts(std::int32_t timeout, std::int32_t pred_fail_time,
+                      const _EnvironmentConfig* environment);
+};
+
+}  // namespace zo_tarvel

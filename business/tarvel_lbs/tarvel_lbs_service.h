@@ -1,0 +1,197 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/recursive_mutex.h"
+#include "base/signal_slot.h"
+#include "base/task_thread.h"
+#include "base/timer.h"
+#include "base/wall_clock.h"
+#include "business/tarvel_lbs/count_timer_invoker.h"
+#include "business/tarvel_lbs/host_chooser/host_chooser.h"
+#include "business/tarvel_lbs/lbs_answer.h"
+#include "business/tarvel_lbs/lbs_response.h"
+#include "business/tarvel_lbs/lbs_settings.h"
+#include "business/tarvel_lbs/msg_stat_info.h"
+#include "tarvel/environment/business_service.h"
+#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+
+namespace zo_tarvel {
+
+// Keeps the answer of the LBS server fresh, and serves link addresses and texts from it.
+//
+// Threads: the interface from any. Its own thread, "lbs service", has the update logic, the timer
+// and the client's LBSCallback and AccIDGetter. The check and the result of a request come on the
+// agent's work thread, signals of the configuration on their emitter's.
+// Ownership: the hosting object owns it and stops its thread. All that crosses a thread holds it
+// weakly.
+//
+// Order of locks: `answer_lock`, `lock`, then a chooser's or the configuration's token lock, and
+// `values_lock` last of all. A slot of the token's signal runs under the token lock, and so must
+// never post a delayed task to this thread, whose delayed tasks ask for the token.
+class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
+                                     public IBusinessService,
+                                     public virtual zo_base::TaskThread {
+ public:
+  // `wall_clock` times the life of answers.
+  explicit ZOTarvelLBSServiceImpl(zo_base::WallClock wall_clock = zo_base::WallClockMilliseconds);
+  ~ZOTarvelLBSServiceImpl() override;
+
+  bool Init(const _ZOTarvelLBSSettings& record) override;
+  void Update(EMAddressFamily family, bool force) override;
+  void SetLBSCallback(LBSCallback callback, void* user) override;
+  void SetAccIDGetter(AccIDGetter getter, void* user) override;
+  void SetRequestErrorCollector(RequestErrorCollector collector, void* user) override;
+  void GetLBSResponse(bool no_wait, char* out) override;
+  bool GetLinkAddress(char* addr, std::int32_t* port, EMAddressFamily* family) override;
+  void GetZEBDL(char* out) override;
+  void GetZEBDLList(char* out) override;
+  void GetZEBList(char* out) override;
+  using TaskThread::GetName;
+  void GetName(char* out) override;
+  void GetDesc(char* out) override;
+  std::int32_t GetLinkCount() override;
+  bool GetCurrentLinkAddress(char* addr, std::int32_t* port, EMAddressFamily* family) override;
+  void OnCurrentLinkConnectSucceed(const char* host, std::int32_t port) override;
+  void GetMsgStatInfo(_ZOTarvelMsgStatInfo* info) override;
+
+  // Ends the thread and all that calls the client: requests that wait for others to join them come
+  // to nothing, and an answer that is being looked at is waited for, except on the library's own
+  // threads.
+  void Stop() override;
+
+ private:
+  // The chooser of the addresses that the client gets.
+  static constexpr std::int32_t kLinkChooser = 0;
+
+  // Where an answer that is made active comes from. Only the server's own, fresh one sets a new
+  // life time: the cached one would else never end.
+  enum class AnswerOrigin { kKept, kFetched };
+
+  // A function of the client's.
+  template <class Function>
+  struct ClientCallback {
+    Function function = nullptr;
+    void* user = nullptr;
+  };
+
+  // One request to the server. The token tells whether its answer still counts.
+  struct UpdateRequest {
+    zo_net::AddressFamily family = zo_net::kAddressFamilyAny;
+    std::string token;
+  };
+
+  // What a check of the agent looks at.
+  struct SubResponse {
+    std::int32_t index;
+    std::int32_t code;
+    const std::string& url;
+    const std::string& headers;
+    const std::string& body;
+  };
+
+  // A task `f(ZOTarvelLBSServiceImpl&)` that does nothing once the service has gone.
+  template <class F>
+  auto Weakly(F f) {
+    return
+        [weak = std::weak_ptr<ZOTarvelLBSServiceImpl>(shared_from_this<ZOTarvelLBSServiceImpl>()),
+         f = std::move(f)] {
+          if (const auto living = weak.lock()) f(*living);
+        };
+  }
+
+  // --- Start ---
+  void PrepInit(const _ZOTarvelLBSSettings& record);
+  void ConnectToConfig(_EnvironmentConfig& config);
+  void OnOwnThreadBegin();
+
+  // --- Update ---
+  void OnNetworkChanged(zo_net::AddressFamily family);
+  void OnBusinessTokenChanged();
+  // Passes a request for an update through the invoker. Dropped while there is none.
+  void RequestUpdate(bool immediately, zo_net::AddressFamily family, bool force);
+  void UpdateLBS(zo_net::AddressFamily family, bool force);
+  void SendRequest(const UpdateRequest& update);
+  MultipleURLHttpRequest MakeRequest(const UpdateRequest& update, const _EnvironmentConfig& config);
+  std::vector<UrlEntry> MakeUrlEntries(const UpdateRequest& update,
+                                       const _EnvironmentConfig& config);
+  std::string GetAccID();
+  MultipleURLHttpRequest::CheckCallbackResult CheckSubResponse(const UpdateRequest& update,
+                                                               const SubResponse& answer);
+  void TellCollector(const SubResponse& answer);
+  void OnUpdateEnd(const UpdateRequest& update, bool stop, bool success, const std::string& body);
+  void TellClient(bool success);
+  void DelayUpdate(std::int64_t delay_ms);
+  std::int64_t TimeToUpdate() const;
+  std::int64_t DelayAfterSuccess() const;
+  void OnTtlExhausted();
+  void AwaitUpdate();
+  void DetachFromAnswers() ZO_EXCLUDES(answer_lock);
+
+  // --- Answer ---
+  bool ParseLBSResponse(const std::string& rsp, const std::string& ip_version, AnswerOrigin origin);
+  // Answers the address picked from "link.default".
+  std::string ResetLinkHosts(const LBSAnswer& answer) ZO_EXCLUDES(lock);
+  void StoreTexts(const LBSAnswer& answer, const std::string& def_link);
+  void StoreMsgStatInfo(const LBSAnswer& answer);
+  void StoreExpireTime(const LBSAnswer& answer, AnswerOrigin origin);
+
+  // --- Interface ---
+  bool IsInitd(const char* operation) const;
+  void CopyText(const char* operation, const char* key, char* out) const;
+  std::shared_ptr<HostChooser> LinkChooser() const ZO_REQUIRES(lock);
+  zo_net::AddressFamily AddressFamily() const {
+    return static_cast<zo_net::AddressFamily>(addr_family.load());
+  }
+  std::shared_ptr<CountTimerInvoker> Invoker() ZO_EXCLUDES(values_lock);
+  template <class Function>
+  ClientCallback<Function> Copy(const ClientCallback<Function>& callback) {
+    zo_base::MutexLock hold(values_lock);
+    return callback;
+  }
+  template <class Function>
+  void Replace(ClientCallback<Function>& callback, Function function, void* user) {
+    zo_base::MutexLock hold(values_lock);
+    callback = {function, user};
+  }
+
+  const zo_base::WallClock wall_clock;
+  std::atomic<bool> updatting_lbs_{false};  // A request is in flight.
+  // The flag above stands, but no request will take it down.
+  std::atomic<bool> no_request_in_flight_{false};
+  std::atomic<bool> initd{false};
+
+  zo_base::_thread_recursive_mutex init_lock;
+  LBSSettings settings;                      // Not locked: constant once `initd` is set.
+  std::atomic<std::int32_t> addr_family{0};  // Of the settings, until the network changes.
+  LBSResponse response;
+
+  mutable zo_base::_thread_recursive_mutex lock;
+  std::map<std::int32_t, std::shared_ptr<HostChooser>> link_hosts ZO_GUARDED_BY(lock);
+
+  // Never held while anything is called.
+  mutable zo_base::_thread_recursive_mutex values_lock;
+  ClientCallback<LBSCallback> lbs_callback ZO_GUARDED_BY(values_lock);
+  ClientCallback<AccIDGetter> acc_id_getter ZO_GUARDED_BY(values_lock);
+  ClientCallback<RequestErrorCollector> request_error_collector ZO_GUARDED_BY(values_lock);
+  std::shared_ptr<CountTimerInvoker> count_invoker ZO_GUARDED_BY(values_lock);
+  MsgStatInfo msg_stat_info ZO_GUARDED_BY(values_lock);
+
+  // Held while an answer is looked at on the agent's threads.
+  zo_base::_thread_recursive_mutex answer_lock;
+  bool detached ZO_GUARDED_BY(answer_lock) = false;  // Answers don't count any more.
+
+  zo_base::Timer delay_timer;  // The life time of the answer.
+  // Not locked: set by Init, used by the destructor.
+  std::vector<zo_sigslot::connection> connections;
+};
+
+}  // namespace zo_tarvel

@@ -1,0 +1,120 @@
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tests/lbs_service/lbs_client.h"
+#include "tests/support/event.h"
+
+// Releases, exits, and many threads at once.
+namespace zo_tarvel {
+namespace {
+
+using namespace test_support;
+
+bool AnybodyIsConnected() {
+  return GetConfig()->HasConnections(SIG_NetworkChanged) ||
+         GetConfig()->HasConnections(SIG_BusinessTokenChanged);
+}
+
+class LBSLifeCycleTest : public LBSServiceTest {
+ protected:
+  LBSLifeCycleTest() { GetConfig()->Disconnect(SIG_NetworkChanged); }  // That of others.
+
+  // Has the server hold an update that is under way.
+  void BeginUpdate() {
+    ServeHeld(Answer("late"));
+    service()->Update(kEMAddressFamilyAny, true);
+    EXPECT_TRUE(asked_.Await());
+  }
+
+  // An answer that is just being looked at holds the service that asked for it.
+  void RunAllPostedToTheAgent() {
+    Event done;
+    MultipleURLHttpRequest request;
+    request.result_callback = [&](auto&&...) { done.Set(); };
+    environment_->InvokeHttpRequest(request, true);
+    EXPECT_TRUE(done.Await());
+  }
+};
+
+TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobodyAndTheNextServiceWorks) {
+  Init();
+  EXPECT_TRUE(AnybodyIsConnected());
+  BeginUpdate();
+  object()->ReleaseLBSService();
+  EXPECT_FALSE(AnybodyIsConnected());
+  may_answer_.Set();
+  EXPECT_TRUE(RecordedLog::Await("[lbs] Check response strong_this == nullptr"));
+  Init();
+  EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc), "generated locally");
+  Serve({Answer("fresh")});
+  EXPECT_EQ(Update().response, Answer("fresh"));
+  EXPECT_EQ(told_.size(), 0U);
+}
+
+TEST_F(LBSLifeCycleTest, AnExitDuringAnUpdateIsItsEndAndTheNextLifeWorks) {
+  Init();
+  BeginUpdate();
+  environment_->Exit();
+  may_answer_.Set();
+  Serve({Answer("fresh")});
+  Restart();
+  Init();
+  EXPECT_EQ(Update().response, Answer("fresh"));
+  EXPECT_EQ(told_.size(), 0U);
+}
+
+TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {
+  Serve({Answer("fresh")});
+  for (int cycle = 0; cycle < 50; ++cycle) {
+    if (cycle % 2 == 0) {
+      Init();
+    } else {
+      EXPECT_TRUE(service()->Init(settings_));  // The thread may not even have begun.
+    }
+    service()->Update(kEMAddressFamilyAny, cycle % 3 == 0);
+    object()->NotifyNetworkChanged(static_cast<zo_net::AddressFamily>(cycle % 3));
+    object()->ReleaseLBSService();
+  }
+  RunAllPostedToTheAgent();
+  EXPECT_FALSE(AnybodyIsConnected());
+  Init();
+  EXPECT_EQ(Update().response, Answer("fresh"));
+}
+
+TEST_F(LBSLifeCycleTest, ServesManyThreadsWhileAnswersComeIn) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 200;
+  Serve({Answer("a"), Answer("b", R"("ttl":10,)"), Answer("c", R"("zebdl":"c",)")});
+  Init();
+  Update();
+  const auto use = [this](int thread) {
+    for (int round = 0; round < kRounds; ++round) {
+      const std::string host = NextLink(static_cast<EMAddressFamily>(round % 3)).host;
+      EXPECT_TRUE(host == "192.0.2.1" || host == "[2001:db8::2]" || host == "link.test" ||
+                  host == "192.0.2.99" || host == "192.0.2.9")
+          << host;
+      EXPECT_EQ(service()->GetLinkCount(), 3);
+      const std::string name = TextOf(&IZOTarvelLBSService::GetName);
+      EXPECT_TRUE(name == "a" || name == "b" || name == "c") << name;
+      _ZOTarvelMsgStatInfo info;
+      service()->GetMsgStatInfo(&info);
+      service()->Update(kEMAddressFamilyAny, round % 20 == thread);
+      SetCallbacks();
+      if (round % 50 == thread) Response();
+    }
+  };
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) threads.emplace_back(use, thread);
+  threads.clear();
+  EXPECT_EQ(TakeTold().code, 200);
+  object()->ReleaseLBSService();
+  RunAllPostedToTheAgent();
+  const std::string name = Cached("name");
+  EXPECT_EQ(nlohmann::json::parse(Cached("lbs_rsp")).at("common").at("name"), name);
+}
+
+}  // namespace
+}  // namespace zo_tarvel

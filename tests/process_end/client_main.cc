@@ -1,3 +1,0 @@
-#include "tests/process_end/client.h"
-
-int main(int, char** argv) { RunClient(argv[1]); }

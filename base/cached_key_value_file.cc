@@ -1,5 +1,7 @@
 #include "base/cached_key_value_file.h"
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -14,7 +16,7 @@ namespace {
 using nlohmann::json;
 
 // More than the longest texts take that anybody keeps, with every character escaped.
-constexpr std::size_t kLongestFile = 64 * 1024 * 1024;
+constexpr std::size_t kLongestFile = 64UL * 1024 * 1024;
 
 // Takes a flat object of strings and refuses all else at once, so that a deep or long text of
 // another shape builds nothing.
@@ -56,6 +58,8 @@ class FlatObjectReader final : public nlohmann::json_sax<json> {
 
 std::optional<FlatObjectReader::Texts> ParseFlatObject(const std::string& text) {
   FlatObjectReader reader;
+  // The parser takes a NUL for the end, whatever stands behind it.
+  if (text.find('\0') != std::string::npos) return std::nullopt;
   if (!json::sax_parse(text, &reader)) return std::nullopt;
   return std::move(reader.texts());
 }
@@ -90,7 +94,8 @@ void CachedKeyValueFile::Reload() {
 bool CachedKeyValueFile::Save() {
   if (path_.empty()) return false;
   MutexLock lock(save_lock_);
-  if (!unsaved_.exchange(false) || Write()) return true;
+  const bool has_gone = access(path_.c_str(), F_OK) != 0;  // Data directories get cleaned.
+  if (!(unsaved_.exchange(false) || has_gone) || Write()) return true;
   unsaved_.store(true);
   return false;
 }

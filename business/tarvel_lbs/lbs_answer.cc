@@ -24,9 +24,7 @@ constexpr std::int64_t kMillisecondsPerSecond = 1'000;
 
 bool Has(const Json& object, const char* key) { return object.object_items().count(key) != 0; }
 
-bool CanBeUsed(const Json& link) {
-  return !link.string_value().empty() && CanBeLinkAddress(link.string_value());
-}
+bool CanBeUsed(const Json& link) { return CanBeLinkAddress(link.string_value()); }
 
 std::vector<std::string> ReadLinks(const Json& list) {
   std::vector<std::string> links;

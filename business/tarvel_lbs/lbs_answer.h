@@ -14,8 +14,8 @@ namespace zo_tarvel {
 // The "desc" of an answer that the client has given itself.
 inline constexpr char kGeneratedLocally[] = "generated locally";
 
-// What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. No text
-// is longer than the interface promises, see kLBSTextBufferSize, and all that is kept is UTF-8.
+// What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. All that
+// is kept is UTF-8, and of an answer that fits the client's buffer each text does so as well.
 struct LBSAnswer {
   std::vector<std::string> link;          // Without what can't be an address.
   std::vector<std::string> default_link;  // Likewise.

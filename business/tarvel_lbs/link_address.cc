@@ -37,8 +37,9 @@ EMAddressFamily FamilyOfLinkAddress(const std::string& text) { return FamilyOfHo
 
 bool CanBeLinkAddress(const std::string& text) {
   constexpr std::size_t kLongestPort = 6;  // With its colon.
-  return text.size() < kLinkAddressBufferSize + kLongestPort &&
-         HostOf(text).size() < kLinkAddressBufferSize;
+  if (text.size() >= kLinkAddressBufferSize + kLongestPort) return false;
+  const std::string host = HostOf(text);
+  return !host.empty() && host.size() < kLinkAddressBufferSize;
 }
 
 }  // namespace zo_tarvel

@@ -19,7 +19,8 @@ LinkAddress SplitLinkAddress(const std::string& text);
 // The family alone.
 EMAddressFamily FamilyOfLinkAddress(const std::string& text);
 
-// False for a text that is too long for a host, which wouldn't fit a client's buffer, and a port.
+// False for a text without a host, and for one that is too long for a host, which wouldn't fit a
+// client's buffer, and a port.
 bool CanBeLinkAddress(const std::string& text);
 
 }  // namespace zo_tarvel

@@ -1,6 +1,6 @@
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 
-#include <cstring>
+#include <algorithm>
 #include <string_view>
 #include <system_error>
 
@@ -20,7 +20,7 @@ constexpr std::int32_t kGatheringTime = 1'200;
 
 // The caller's buffer is zeroed, and as long as the interface says.
 void CopyOut(std::string_view text, char* out) {
-  if (out != nullptr) std::memcpy(out, text.data(), text.size());
+  if (out != nullptr) std::copy(text.begin(), text.end(), out);
 }
 
 }  // namespace
@@ -106,16 +106,16 @@ void ZOTarvelLBSServiceImpl::DetachFromAnswers() {
 }
 
 void ZOTarvelLBSServiceImpl::SetLBSCallback(LBSCallback callback, void* user) {
-  Replace(lbs_callback, callback, user);
+  lbs_callback.Set(callback, user);
 }
 
 void ZOTarvelLBSServiceImpl::SetAccIDGetter(AccIDGetter getter, void* user) {
-  Replace(acc_id_getter, getter, user);
+  acc_id_getter.Set(getter, user);
   ZO_LOG << "[lbs]SetAccIDGetter";
 }
 
 void ZOTarvelLBSServiceImpl::SetRequestErrorCollector(RequestErrorCollector collector, void* user) {
-  Replace(request_error_collector, collector, user);
+  request_error_collector.Set(collector, user);
   ZO_LOG << "[lbs]SetRequestErrorCollector";
 }
 

@@ -15,6 +15,7 @@
 #include "base/task_thread.h"
 #include "base/timer.h"
 #include "base/wall_clock.h"
+#include "business/tarvel_lbs/client_callback.h"
 #include "business/tarvel_lbs/count_timer_invoker.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
@@ -75,13 +76,6 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   // Where an answer that is made active comes from. Only the server's own, fresh one sets a new
   // life time: the cached one would else never end.
   enum class AnswerOrigin { kKept, kFetched };
-
-  // A function of the client's.
-  template <class Function>
-  struct ClientCallback {
-    Function function = nullptr;
-    void* user = nullptr;
-  };
 
   // One request to the server. The token tells whether its answer still counts.
   struct UpdateRequest {
@@ -152,16 +146,6 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
     return static_cast<zo_net::AddressFamily>(addr_family.load());
   }
   std::shared_ptr<CountTimerInvoker> Invoker() ZO_EXCLUDES(values_lock);
-  template <class Function>
-  ClientCallback<Function> Copy(const ClientCallback<Function>& callback) {
-    zo_base::MutexLock hold(values_lock);
-    return callback;
-  }
-  template <class Function>
-  void Replace(ClientCallback<Function>& callback, Function function, void* user) {
-    zo_base::MutexLock hold(values_lock);
-    callback = {function, user};
-  }
 
   const zo_base::WallClock wall_clock;
   std::atomic<bool> updatting_lbs_{false};  // A request is in flight.
@@ -177,11 +161,12 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   mutable zo_base::_thread_recursive_mutex lock;
   std::map<std::int32_t, std::shared_ptr<HostChooser>> link_hosts ZO_GUARDED_BY(lock);
 
+  ClientCallback<LBSCallback> lbs_callback;
+  ClientCallback<AccIDGetter> acc_id_getter;
+  ClientCallback<RequestErrorCollector> request_error_collector;
+
   // Never held while anything is called.
   mutable zo_base::_thread_recursive_mutex values_lock;
-  ClientCallback<LBSCallback> lbs_callback ZO_GUARDED_BY(values_lock);
-  ClientCallback<AccIDGetter> acc_id_getter ZO_GUARDED_BY(values_lock);
-  ClientCallback<RequestErrorCollector> request_error_collector ZO_GUARDED_BY(values_lock);
   std::shared_ptr<CountTimerInvoker> count_invoker ZO_GUARDED_BY(values_lock);
   MsgStatInfo msg_stat_info ZO_GUARDED_BY(values_lock);
 

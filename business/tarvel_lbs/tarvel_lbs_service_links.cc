@@ -1,6 +1,6 @@
 // Link addresses for the client.
 
-#include <cstring>
+#include <algorithm>
 
 #include "base/log.h"
 #include "base/text_of.h"
@@ -15,7 +15,7 @@ using zo_base::TextOf;
 
 // Whatever the client has no use for may be null.
 void HandOut(const LinkAddress& address, char* addr, std::int32_t* port, EMAddressFamily* family) {
-  if (addr != nullptr) std::memcpy(addr, address.host.data(), address.host.size());
+  if (addr != nullptr) std::copy(address.host.begin(), address.host.end(), addr);
   if (port != nullptr) *port = address.port;
   if (family != nullptr) *family = address.family;
 }

@@ -183,7 +183,7 @@ std::vector<UrlEntry> ZOTarvelLBSServiceImpl::MakeUrlEntries(const UpdateRequest
 
 std::string ZOTarvelLBSServiceImpl::GetAccID() {
   char buffer[kAccIDBufferSize] = {};
-  const auto getter = Copy(acc_id_getter);
+  const auto getter = acc_id_getter.Get();
   if (getter.function) getter.function(getter.user, buffer);
   std::string id = TextOf(buffer);
   ZO_LOG << "[lbs]GetAccID accid : " << id;
@@ -226,7 +226,7 @@ MultipleURLHttpRequest::CheckCallbackResult ZOTarvelLBSServiceImpl::CheckSubResp
 }
 
 void ZOTarvelLBSServiceImpl::TellCollector(const SubResponse& answer) {
-  const auto collector = Copy(request_error_collector);
+  const auto collector = request_error_collector.Get();
   if (collector.function == nullptr) return;
   const RequestErrorRecord record{answer.code, NullIfEmpty(answer.url), NullIfEmpty(answer.headers),
                                   NullIfEmpty(answer.body)};
@@ -264,13 +264,13 @@ void ZOTarvelLBSServiceImpl::OnUpdateEnd(const UpdateRequest& update, bool stop,
 }
 
 void ZOTarvelLBSServiceImpl::TellClient(bool success) {
-  if (Copy(lbs_callback).function == nullptr) return;
+  if (lbs_callback.Get().function == nullptr) return;
   ZO_LOG << "[lbs] Update LBS compare post task to lbs thread for callback";
   PostTask(Weakly([success](auto& self) {
     ZO_LOG << "[lbs] Update LBS compare callback sdk";
     const std::string text = self.response.store.Get(lbs_key::kRsp);
     // Read now: the client may have replaced it since, and freed what it worked on.
-    const auto callback = self.Copy(self.lbs_callback);
+    const auto callback = self.lbs_callback.Get();
     if (callback.function) callback.function(success ? kHttpOk : 0, text.c_str(), callback.user);
   }));
 }

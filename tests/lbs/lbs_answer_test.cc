@@ -197,6 +197,22 @@ TEST(LBSAnswerTest, LeavesOutJsonTextsThatAreTooLong) {
   EXPECT_EQ(zeb_list(grows + "]"), "");
 }
 
+TEST(LBSAnswerTest, LeavesOutWhatCouldNotBeSavedAndBackupsBeyondReason) {
+  std::string backups = "\"\xff\"";
+  for (int i = 0; i < 100; ++i) backups += R"(,"http://b")";
+  const auto answer = ReadLBSAnswer(
+      "{\"common\": {\"name\": \"a\xc3\", \"zeb\": [\"\xed\xa0\x80\"], "
+      "\"desc\": \"\xf0\x9f\x99\x82\", \"lbs.backup\": [" +
+      backups + "]}}");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->name, "");
+  EXPECT_EQ(answer->zeb_list, "");
+  EXPECT_EQ(answer->desc, "\xf0\x9f\x99\x82");
+  ASSERT_EQ(answer->lbs_backup.size(), kMostBackupLBS);
+  EXPECT_EQ(answer->lbs_backup.front(), "");
+  EXPECT_EQ(answer->lbs_backup.back(), "http://b");
+}
+
 TEST(LBSAnswerTest, TakesLinearTimeForManyLinks) {
   constexpr int kLinks = 100'000;
   std::string links = "\"1.2.3.4:0\"";

@@ -65,6 +65,7 @@ TEST_F(LBSCacheTest, TimesTheNextUpdateByTheTtlButNotForMoreThanFiveHours) {
       {R"("ttl":"10",)", 43'200'000, 18'000'000},
       {R"("ttl":1000000000,)", 43'200'000, 18'000'000},  // Ten digits count as none.
       {R"("ttl":-1,)", 43'200'000, 18'000'000},          // As before.
+      {R"("desc":"generated locally",)", 0, 60'000},     // Over when it comes.
   };
   Init();
   for (const auto& row : rows) {

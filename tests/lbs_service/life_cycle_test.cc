@@ -1,3 +1,6 @@
+#include <atomic>
+#include <chrono>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
@@ -63,6 +66,42 @@ TEST_F(LBSLifeCycleTest, AnExitDuringAnUpdateIsItsEndAndTheNextLifeWorks) {
   Restart();
   Init();
   EXPECT_EQ(Update().response, Answer("fresh"));
+  EXPECT_EQ(told_.size(), 0U);
+}
+
+TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
+  Init();
+  BeginUpdate();
+  IZOTarvelLBSService* const waited_for = service();
+  const std::weak_ptr<zo_base::BaseThread> owners =
+      dynamic_cast<zo_base::BaseThread*>(waited_for)->shared_from_this<zo_base::BaseThread>();
+  const auto owners_before = owners.use_count();
+  std::jthread waiting(
+      [waited_for] { TextOf([&](char* out) { waited_for->GetLBSResponse(false, out); }); });
+  while (owners.use_count() <= owners_before) std::this_thread::yield();  // It isn't in there yet.
+  environment_->Exit();
+  may_answer_.Set();
+}
+
+TEST_F(LBSLifeCycleTest, AReleaseWaitsForAFunctionOfTheClientThatIsUnderWay) {
+  struct Collector {
+    Event entered;
+    std::atomic<bool> left{false};
+  } collector;
+  const auto take_time = [](void* user, const RequestErrorRecord*) {
+    auto& self = *static_cast<Collector*>(user);
+    self.entered.Set();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    self.left = true;
+  };
+  Serve({Answer("fresh")});
+  Init();
+  service()->SetRequestErrorCollector(take_time, &collector);
+  service()->Update(kEMAddressFamilyAny, true);
+  EXPECT_TRUE(collector.entered.Await());
+  object()->ReleaseLBSService();
+  EXPECT_TRUE(collector.left);
+  RunAllPostedToTheAgent();
   EXPECT_EQ(told_.size(), 0U);
 }
 

@@ -89,7 +89,10 @@ TEST_F(LBSServiceTest, OnlyANetworkOfAnotherFamilyForcesAnUpdate) {
   object()->SetBusinessToken("t");
   TakeTold();
   server_->Answer(kPath, [&](const SeenRequest& seen) {
-    EXPECT_TRUE(seen.target.find("networkType=1") != std::string::npos || may_answer_.Await());
+    if (seen.target.find("networkType=0") != std::string::npos) {
+      asked_.Set();
+      EXPECT_TRUE(may_answer_.Await());
+    }
     return ServerAnswer{200, {}, Answer("fresh")};
   });
   RecordedLog::Clear();
@@ -101,6 +104,7 @@ TEST_F(LBSServiceTest, OnlyANetworkOfAnotherFamilyForcesAnUpdate) {
                           "[lbs]UpdateLBS set updatting = true",
                           "[lbs]UpdateLBS force = false AddressFamily:1",
                           "[lbs]UpdateLBS updatting_lbs_ = true,return"));
+  EXPECT_TRUE(asked_.Await());  // The query names the network of the moment it is made.
   object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
   EXPECT_EQ(TakeTold().code, 200);
   may_answer_.Set();

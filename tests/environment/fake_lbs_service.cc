@@ -7,9 +7,8 @@ namespace zo_tarvel {
 FakeLBSService::FakeLBSService() : TaskThread("lbs service"), timer_(GetTaskLoop()) {}
 
 void FakeLBSService::Install() {
-  SetLBSServiceFactory([]() -> std::shared_ptr<IZOTarvelLBSService> {
-    return std::make_shared<FakeLBSService>();
-  });
+  SetLBSServiceFactory(
+      []() -> std::shared_ptr<IZOTarvelLBSService> { return std::make_shared<FakeLBSService>(); });
 }
 
 FakeLBSService* FakeLBSService::StartOne() {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -105,9 +106,10 @@ std::ptrdiff_t FilesIn(const std::filesystem::path& directory) {
 
 TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsKilled) {
   const std::string padding = R"("zebdl":")" + std::string(kPadding, 'x') + R"(",)";
-  std::atomic<int> answered{0};
-  server_->Answer(kPath, [&](auto&&) {
-    return ServerAnswer{200, {}, Answer(std::to_string(++answered), padding)};
+  // By value: the last one killed may be asking still when this test is over.
+  const auto answered = std::make_shared<std::atomic<int>>(0);
+  server_->Answer(kPath, [this, padding, answered](auto&&) {
+    return ServerAnswer{200, {}, Answer(std::to_string(++*answered), padding)};
   });
   std::mt19937 random(1);
   int kills_while_storing = 0;

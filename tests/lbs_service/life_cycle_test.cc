@@ -74,7 +74,7 @@ TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
   BeginUpdate();
   IZOTarvelLBSService* const waited_for = service();
   const std::weak_ptr<zo_base::BaseThread> owners =
-      dynamic_cast<zo_base::BaseThread*>(waited_for)->shared_from_this<zo_base::BaseThread>();
+      dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();
   const auto owners_before = owners.use_count();
   std::jthread waiting(
       [waited_for] { TextOf([&](char* out) { waited_for->GetLBSResponse(false, out); }); });

@@ -68,6 +68,15 @@ std::vector<std::string> Split(std::string_view text, std::string_view delimiter
   return pieces;
 }
 
+std::string Join(const std::vector<std::string>& texts, std::string_view separator) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    if (&text != &texts.front()) joined += separator;
+    joined += text;
+  }
+  return joined;
+}
+
 // Knuth, Morris and Pratt: a plain search takes quadratic time on a text such as "aaaa" for "aab".
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
   if (from.empty()) return std::string(text);

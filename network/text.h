@@ -16,6 +16,9 @@ std::string UrlEncode(std::string_view text);
 // text is the only piece.
 std::vector<std::string> Split(std::string_view text, std::string_view delimiters);
 
+// The texts with `separator` between them.
+std::string Join(const std::vector<std::string>& texts, std::string_view separator);
+
 // `text` with `to` for every occurrence of `from`, found from the left and without overlap. An
 // empty `from` occurs nowhere.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);

@@ -70,6 +70,8 @@ std::string GetHost(std::string_view url, bool with_port) {
   return host;
 }
 
+std::string_view HostIn(std::string_view url) { return Parsed(url).host.In(url); }
+
 std::int32_t GetPort(std::string_view url) { return LeadingNumber(Parsed(url).port.In(url)); }
 
 void GetHostAndPort(std::string_view url, std::string& host, std::int32_t& port) {

@@ -20,6 +20,9 @@ bool IsHttps(std::string_view url);
 // the URL has one.
 std::string GetHost(std::string_view url, bool with_port);
 
+// The same without the port, where it stands in `url`. Empty, and nowhere, when there is none.
+std::string_view HostIn(std::string_view url);
+
 // The port's leading number, 0 without one. As with atoi, blanks and a sign may come before it and
 // anything behind it; a number beyond the range of the result becomes the nearer end of that.
 std::int32_t GetPort(std::string_view url);

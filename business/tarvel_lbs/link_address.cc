@@ -1,6 +1,7 @@
 #include "business/tarvel_lbs/link_address.h"
 
 #include <cstddef>
+#include <string_view>
 
 #include "network/ip_address.h"
 #include "network/url.h"
@@ -14,9 +15,7 @@ constexpr std::int32_t kHighestPort = 65'535;
 
 std::string UrlOf(const std::string& text) { return "http://" + text; }
 
-std::string HostOf(const std::string& text) { return network::GetHost(UrlOf(text), false); }
-
-EMAddressFamily FamilyOfHost(const std::string& host) {
+EMAddressFamily FamilyOfHost(std::string_view host) {
   auto family = zo_net::kAddressFamilyAny;
   network::GetIPFamily(host, family);
   return static_cast<EMAddressFamily>(family);
@@ -33,12 +32,16 @@ LinkAddress SplitLinkAddress(const std::string& text) {
   return address;
 }
 
-EMAddressFamily FamilyOfLinkAddress(const std::string& text) { return FamilyOfHost(HostOf(text)); }
+EMAddressFamily FamilyOfLinkAddress(const std::string& text) {
+  const std::string url = UrlOf(text);
+  return FamilyOfHost(network::HostIn(url));
+}
 
 bool CanBeLinkAddress(const std::string& text) {
   constexpr std::size_t kLongestPort = 6;  // With its colon.
   if (text.size() >= kLinkAddressBufferSize + kLongestPort) return false;
-  const std::string host = HostOf(text);
+  const std::string url = UrlOf(text);
+  const std::string_view host = network::HostIn(url);
   return !host.empty() && host.size() < kLinkAddressBufferSize;
 }
 

@@ -1,9 +1,11 @@
 #include "network/curl/hop.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "network/curl/header_list.h"
+#include "network/url.h"
 
 namespace WQBASE::network {
 namespace {
@@ -27,9 +29,11 @@ std::size_t EndOfPort(const std::string& url, std::size_t at) {
 // is on the IP already stays as it is.
 std::string UrlOnIP(const HttpRequest& request) {
   std::string url = request.url;
-  const auto at = request.host.empty() ? std::string::npos : url.find(request.host);
-  if (at == std::string::npos) return url;
-  const auto end = EndOfPort(url, at + request.host.size());
+  // Where it is the URL's host: the same name may stand in the path or the query.
+  const std::string_view host = HostIn(url);
+  if (host.empty() || host != request.host) return url;
+  const auto at = static_cast<std::size_t>(host.data() - url.data());
+  const auto end = EndOfPort(url, at + host.size());
   return url.replace(at, end - at, Bracketed(request.ip) + ':' + std::to_string(request.port));
 }
 

@@ -225,7 +225,6 @@ void LetReadersAndWritersMeet(SpinRWLock& lock) {
     start.arrive_and_wait();
     for (int i = 0; i < 5'000; ++i) {
       const WriteLock outer(lock);
-      const WriteLock inner(lock);  // A writer may lock again.
       ++first;
       std::this_thread::yield();
       ++second;

@@ -154,16 +154,19 @@ TEST(HttpAgentTest, IsStoppedBeforeTheClientAndReleasedBeforeTheConfiguration) {
   texts.erase(texts.begin() + 1);
   EXPECT_TRUE(texts.at(texts.size() - 2).starts_with("exit time spent:"));
   texts.erase(texts.end() - 2);
+  const std::string off = "[HttpDNSService]Uninit unenable httpdns, return";
   EXPECT_THAT(
       texts,
-      ElementsAre(
-          "\r\n------------------- start -------------------", "do stop by goalkeeper false",
-          "stop environmen begin", "stop all tarvel obj begin", "stop all tarvel obj end",
-          "stop http agent begin", "stop http agent end", "stop http client begin",
-          "stop http client end", "stop environmen end", "all tarvel_object release begin",
-          "all tarvel_object release end", "http agent release begin", "http agent release end",
-          "environment release begin", "environment release end", "http client release begin",
-          "http client release end", "\r\n------------------- exit -------------------"));
+      ElementsAre("\r\n------------------- start -------------------",
+                  "[HttpDNSService]Init unenable httpdns, return false",
+                  "do stop by goalkeeper false", "stop environmen begin",
+                  "stop all tarvel obj begin", "stop all tarvel obj end", "stop http agent begin",
+                  off, "stop http agent end", "stop http client begin", "stop http client end",
+                  "stop environmen end", "all tarvel_object release begin",
+                  "all tarvel_object release end", "http agent release begin", off, off,
+                  "http agent release end", "environment release begin", "environment release end",
+                  "http client release begin", "http client release end",
+                  "\r\n------------------- exit -------------------"));
 }
 
 // --- Exits while a request is under way ---

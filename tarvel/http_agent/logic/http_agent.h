@@ -1,13 +1,18 @@
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "base/object.h"
 #include "base/task_thread.h"
+#include "network/dns_server.h"
 #include "tarvel/environment/environment_config_getter.h"
+#include "tarvel/http_agent/logic/httpdns_service.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
 
@@ -16,12 +21,13 @@ namespace zo_tarvel {
 class MultipleURLHttpRequestHelper;
 
 // The one front through which the library sends logical requests. It publishes itself in the
-// configuration, as the function behind InvokeHttpRequest.
+// configuration, as the function behind InvokeHttpRequest. A request that has failed on all URLs is
+// tried once more on the addresses that HTTPDNS knows, and failures are reported.
 //
 // Threads: requests come from any thread; all else runs on its work thread, "http_agent_work": the
-// helpers with their timers and checks, and the end of every request.
-// Ownership: the environment's storage owns it; it owns its work thread. Requests that are under
-// way when it stops get no callback.
+// helpers with their timers and checks, the end of every request, and reports.
+// Ownership: the environment's storage owns it; it owns its work thread, the DNS server and the
+// HTTPDNS service. Requests that are under way when it stops get no callback.
 class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIMPL {
  public:
   ~HttpAgent() override;
@@ -36,6 +42,12 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
 
   // Starts `request` on the calling thread, which should be the work thread.
   void InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& request);
+
+  // Completes the items with the addresses that the local DNS has for their hosts, and hands them
+  // to `report` on the work thread. Any thread; returns at once.
+  using StatisticReport = std::function<void(const std::list<_StatisticItem>&)>;
+  void FromatStatisticItemList(const std::list<_StatisticItem>& items,
+                               const StatisticReport& report);
 
  private:
   // What the slot of a helper's signal takes to the work thread.
@@ -55,10 +67,28 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   template <class F>
   void PostToWorkThread(F task);
   static MultipleURLHttpRequestHelper* MakeUnownedHelper();
-  void FinishRequest(const Outcome& outcome);
+  void FinishRequest(const std::shared_ptr<const Outcome>& outcome);
+  // Calls back with the result of a request that goes no further.
+  void Deliver(const Outcome& outcome, bool stop);
+  void ReportFailures(const std::list<_StatisticItem>& items);
+  void ResolveHostsOf(const std::list<_StatisticItem>& items, const StatisticReport& report);
+
+  // --- Second try ---
+  // The URLs of each host that has a name, both in first-seen order.
+  struct NamedUrls {
+    std::vector<std::string> hosts;
+    std::map<std::string, std::vector<std::string>> urls;
+  };
+  static NamedUrls NamedUrlsOf(const MultipleURLHttpRequest& request);
+  void TryOnAddresses(const std::shared_ptr<const Outcome>& outcome);
+  void OnAddresses(const Outcome& outcome, const NamedUrls& named,
+                   const HostCacheResult& addresses);
 
   std::once_flag init_flag_;
   std::shared_ptr<zo_base::TaskThread> work_thread_;
+  std::shared_ptr<zo_net::DnsServer> dns_server_;
+  std::shared_ptr<HttpDNSService> http_dns_service_;
+  std::atomic<int> lookups_under_way_{0};  // Of reports.
 };
 
 }  // namespace zo_tarvel

@@ -1,0 +1,58 @@
+#include "tarvel/http_agent/http_dns/hostile_texts.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+
+#include "network/ip_address.h"
+
+namespace zo_tarvel {
+namespace {
+
+constexpr std::size_t kLongestHost = 255;
+
+bool IsOfName(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+         c == '.' || c == '_';
+}
+
+bool IsPlainIPv4(const std::string& text) {
+  in_addr address{};
+  return text.find('\0') == std::string::npos && inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+bool IsBracketedIPv6(const std::string& text) {
+  auto family = zo_net::kAddressFamilyAny;
+  return text.front() == '[' && WQBASE::network::GetIPFamily(text, family) &&
+         family == zo_net::kAddressFamilyIPv6;
+}
+
+}  // namespace
+
+std::string InBrackets(const std::string& address) {
+  const bool opened = !address.empty() && address.front() == '[';
+  const bool closed = !address.empty() && address.back() == ']';
+  return (opened ? "" : "[") + address + (closed ? "" : "]");
+}
+
+bool CanBeHost(const std::string& text) {
+  if (text.empty() || text.size() > kLongestHost) return false;
+  return std::all_of(text.begin(), text.end(), IsOfName) || IsBracketedIPv6(text);
+}
+
+std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,
+                                    const std::vector<std::string>& texts) {
+  const bool ipv6 = family == zo_net::kAddressFamilyIPv6;
+  std::vector<std::string> literals;
+  for (const std::string& text : texts) {
+    if (literals.size() == kMostAddresses) break;
+    std::string literal = ipv6 ? InBrackets(text) : text;
+    const bool usable = ipv6 ? IsBracketedIPv6(literal) : IsPlainIPv4(literal);
+    const bool known = std::find(literals.begin(), literals.end(), literal) != literals.end();
+    if (usable && !known) literals.push_back(std::move(literal));
+  }
+  return literals;
+}
+
+}  // namespace zo_tarvel

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+// What of the texts in answers and cache files may become part of a URL. Such texts are hostile:
+// one with a path, a port or a user in it would lead elsewhere.
+namespace zo_tarvel {
+
+// A host name, or an IP literal, IPv6 in brackets.
+bool CanBeHost(const std::string& text);
+
+// An IPv6 address as a URL has it, in brackets.
+std::string InBrackets(const std::string& address);
+
+// The addresses of one family among `texts`, each once, IPv6 in brackets. IPv4 in the plain form
+// of four decimal numbers only, as all others mean different things to different readers. The
+// first kMostAddresses of them.
+inline constexpr std::size_t kMostAddresses = 32;
+std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,
+                                    const std::vector<std::string>& texts);
+
+}  // namespace zo_tarvel

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <tarvel/tarvel.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/recursive_mutex.h"
+
+namespace zo_tarvel {
+
+// Addresses of hosts: IPv4 dotted, IPv6 in brackets. Nothing in them is anything but an IP literal.
+using HostCacheResult = std::map<std::string, std::vector<std::string>>;
+
+// How far an entry can be trusted.
+enum class HttpDNSGrade {
+  kGood,
+  kStale,    // To be used, and refreshed beside.
+  kExpired,  // Not to be used. Also of what isn't known, or not for the family.
+};
+const char* NameOf(HttpDNSGrade grade);
+
+struct HttpDNSCacheEntry {
+  std::string host;
+  std::vector<std::string> ipv4;
+  std::vector<std::string> ipv6;
+  std::int32_t ttl_ms = 0;
+  // Moments of the wall clock, in milliseconds.
+  std::int64_t updated_at = 0;          // The good period begins.
+  std::int64_t expired_time = 0;        // The stale period begins.
+  std::int64_t cache_expired_time = 0;  // The stale period ends.
+};
+
+// What HTTPDNS has said of hosts. An entry is good for three quarters of its time to live and stale
+// until nine tenths, so that it is renewed before the name server's own answer ends. A clock that
+// is set back to before an entry makes that expired.
+//
+// Holds kMostHosts entries at most; of more, the half that would end first goes.
+// Threads: any.
+class HttpDNSHostCache {
+ public:
+  static constexpr std::size_t kMostHosts = 20'000;
+
+  // What a new answer says of one host. Texts that are no address of their family are left out, and
+  // a list without any keeps the one that is known.
+  struct Update {
+    std::string host;
+    std::vector<std::string> ipv4;
+    std::vector<std::string> ipv6;  // With brackets or without.
+    std::int32_t ttl_ms = 0;
+  };
+
+  // `addresses` gets what is known of the family.
+  HttpDNSGrade Check(zo_net::AddressFamily family, const std::string& host, std::int64_t now,
+                     std::vector<std::string>& addresses) const;
+
+  // With `no_good_period` the entry is stale at once.
+  void SetEntry(const Update& update, std::int64_t now, bool no_good_period);
+
+  // Each entry as text for a file, by host.
+  std::map<std::string, std::string> Dump() const;
+  // Takes an entry back from a file, for a short time only: the file may be old, and the clock may
+  // have been set. False when the text holds no address.
+  bool Load(const std::string& host, const std::string& text, std::int64_t now);
+
+ private:
+  void MakeRoom() ZO_REQUIRES(lock_);
+
+  mutable zo_base::_thread_recursive_mutex lock_;
+  std::map<std::string, HttpDNSCacheEntry> entries_ ZO_GUARDED_BY(lock_);
+};
+
+}  // namespace zo_tarvel

@@ -1,0 +1,93 @@
+#include "tarvel/http_agent/http_dns/httpdns_server_list.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "network/ip_address.h"
+#include "tarvel/http_agent/http_dns/hostile_texts.h"
+
+namespace zo_tarvel {
+namespace {
+
+namespace network = WQBASE::network;
+using zo_base::MutexLock;
+using zo_base::json11::Json;
+
+constexpr std::int32_t kHttpPort = 80;
+constexpr std::int32_t kHttpsPort = 443;
+constexpr std::int32_t kHighestPort = 65'535;
+// Each may have to be waited for.
+constexpr std::size_t kMostServers = 32;
+
+bool CanBeInUrl(const HttpDNSServerInfo& server) {
+  return CanBeHost(server.host) && server.port >= 0 && server.port <= kHighestPort;
+}
+
+HttpDNSServerInfo ReadServer(const Json& entry) {
+  HttpDNSServerInfo server;
+  server.host = entry["host"].string_value();
+  if (server.host.find(':') != std::string::npos) server.host = InBrackets(server.host);
+  server.port = entry["port"].int_value();
+  server.https = !entry["https"].is_bool() || entry["https"].bool_value();
+  return server;
+}
+
+void AddByTurns(const std::vector<HttpDNSServerInfo>& ipv4,
+                const std::vector<HttpDNSServerInfo>& ipv6,
+                std::vector<HttpDNSServerInfo>& servers) {
+  for (std::size_t i = 0; i < std::max(ipv4.size(), ipv6.size()); ++i) {
+    if (i < ipv4.size()) servers.push_back(ipv4[i]);
+    if (i < ipv6.size()) servers.push_back(ipv6[i]);
+  }
+}
+
+}  // namespace
+
+std::vector<HttpDNSServerInfo> ReadServers(const Json& list, bool only_https) {
+  std::vector<HttpDNSServerInfo> servers;
+  for (const Json& entry : list.array_items()) {
+    if (servers.size() == kMostServers) break;
+    HttpDNSServerInfo server = ReadServer(entry);
+    if (!CanBeInUrl(server) || (only_https && !server.https)) continue;
+    servers.push_back(std::move(server));
+  }
+  return servers;
+}
+
+std::string AuthorityOf(const HttpDNSServerInfo& server) {
+  if (!network::IsIPAddress(server.host)) return server.host;
+  const std::int32_t scheme_port = server.https ? kHttpsPort : kHttpPort;
+  return server.host + ":" + std::to_string(server.port == 0 ? scheme_port : server.port);
+}
+
+void HttpDNSServerList::SetServers(const std::string& host,
+                                   const std::vector<HttpDNSServerInfo>& ipv4,
+                                   const std::vector<HttpDNSServerInfo>& ipv6) {
+  MutexLock hold(lock_);
+  host_ = host;
+  if (!ipv4.empty()) ipv4_ = ipv4;
+  if (!ipv6.empty()) ipv6_ = ipv6;
+}
+
+std::vector<HttpDNSServerInfo> HttpDNSServerList::GetServers(zo_net::AddressFamily family) const {
+  MutexLock hold(lock_);
+  std::vector<HttpDNSServerInfo> servers{{host_, kHttpsPort, true}};
+  switch (family) {
+    case zo_net::kAddressFamilyIPv4:
+      servers.insert(servers.end(), ipv4_.begin(), ipv4_.end());
+      break;
+    case zo_net::kAddressFamilyIPv6:
+      servers.insert(servers.end(), ipv6_.begin(), ipv6_.end());
+      break;
+    default:
+      AddByTurns(ipv4_, ipv6_, servers);
+  }
+  return servers;
+}
+
+std::string HttpDNSServerList::GetHost() const {
+  MutexLock hold(lock_);
+  return host_;
+}
+
+}  // namespace zo_tarvel

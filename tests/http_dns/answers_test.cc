@@ -1,0 +1,168 @@
+#include <gmock/gmock.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tarvel/http_agent/http_dns/httpdns_messages.h"
+
+// What the servers' answers and the files' entries are worth.
+namespace zo_tarvel {
+namespace {
+
+using testing::IsEmpty;
+using zo_net::kAddressFamilyAny, zo_net::kAddressFamilyIPv6;
+using Texts = std::vector<std::string>;
+constexpr HttpDNSGrade kGood = HttpDNSGrade::kGood, kStale = HttpDNSGrade::kStale,
+                       kExpired = HttpDNSGrade::kExpired;
+constexpr std::int64_t kNow = 1'700'000'000'000;
+
+TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
+  const std::string no_json = "Function S response is not in json format";
+  const std::string no_host =
+      "Function S [host] in the response does not exist or the content is empty";
+  const std::string no_ttl = "Function S [ttl] in the response does not exist";
+  const std::string no_ip = "Function S [ipv4/ipv6] in the response does not exist";
+  const std::vector<std::pair<std::string, std::string>> rows{
+      {"", no_json},
+      {"{", no_json},
+      {"[]", no_json},
+      {"{}", no_host},
+      {R"({"host": "", "ttl": 1, "ipv4": []})", no_host},
+      {R"({"host": 7, "ttl": 1, "ipv4": []})", no_host},
+      {R"({"host": "h/evil", "ttl": 1, "ipv4": []})", no_host},
+      {R"({"host": "h\r\nX: 1", "ttl": 1, "ipv4": []})", no_host},
+      {R"({"host": "h", "ipv4": []})", no_ttl},
+      {R"({"host": "h", "ttl": "600", "ipv4": []})", no_ttl},
+      {R"({"host": "h", "ttl": 600})", no_ip},
+      {R"({"host": "h", "ttl": 600, "ipv4": []})", ""},
+      {R"({"host": "h", "ttl": 1e300, "ipv6": []})", ""}};
+  for (const auto& [body, wanted] : rows) {
+    std::string error;
+    EXPECT_EQ(CheckSResponse(body, error), wanted.empty()) << body;
+    EXPECT_EQ(error, wanted) << body;
+  }
+}
+
+TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
+  const auto data = [](const std::string& a) {
+    return R"({"code": 200, "data": {"b": {"ip": ["192.0.2.1"], "ttl": 1}, "a": )" + a + "}}";
+  };
+  const struct {
+    std::int32_t code;
+    std::string body;
+    std::string error;
+  } rows[] = {
+      {404, "", "Httpdns -d query hosts`s ip response code != 200"},
+      {200, "", "Httpdns response error body is empty"},
+      {200, "{", "Httpdns response body parse error"},
+      {200, "[]", "Httpdns response body(json) is not an object"},
+      {200, "{}", "Httpdns response code(business) does not exist"},
+      {200, R"({"code": 404})", "Httpdns response code(business) error code:404"},
+      {200, R"({"code": 200})", "Httpdns response data(business) does not exist"},
+      {200, R"({"code": 200, "data": []})", "b doman was not included in the response"},
+      {200, data("{}"), "a both ipv4 and ipv6 are empty"},
+      {200, data(R"({"ip": [], "ipv6": "::1", "ttl": 1})"), "a both ipv4 and ipv6 are empty"},
+      {200, data(R"({"ip": ["192.0.2.1/evil"], "ttl": 1})"), "a both ipv4 and ipv6 are empty"},
+      {200, data(R"({"ip": ["::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"),
+       "a both ipv4 and ipv6 are empty"},
+      {200, data(R"({"ip": ["192.0.2.1"]})"), "a ttl was not included in the response"},
+      {200, data(R"({"ip": ["192.0.2.1"], "ttl": 0})"), "a ttl <= 0 in the response"},
+      {200, data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), "a ttl <= 0 in the response"},
+      {200, data(R"({"ipv6": ["[2001:db8::1]"], "ttl": 0.5})"), ""},
+  };
+  for (const auto& row : rows) {
+    std::string error;
+    EXPECT_EQ(CheckDResponse(row.code, row.body, {"b", "a"}, error), row.error.empty()) << row.body;
+    EXPECT_EQ(error, row.error) << row.body;
+  }
+}
+
+struct Moment {
+  std::int64_t ttl;  // Or what is left of it in the file; milliseconds.
+  std::int64_t age;
+  HttpDNSGrade grade;
+};
+
+TEST(HttpDNSHostCacheTest, IsGoodForThreeQuartersOfTheTtlAndStaleUntilNineTenths) {
+  for (const Moment& row : std::vector<Moment>{{100'000, -1, kExpired},
+                                               {100'000, 0, kGood},
+                                               {100'000, 74'999, kGood},
+                                               {100'000, 75'000, kStale},
+                                               {100'000, 89'999, kStale},
+                                               {100'000, 90'000, kExpired},
+                                               {INT32_MAX, 1'610'612'734, kGood}}) {
+    HttpDNSHostCache cache;
+    Texts found;
+    cache.SetEntry({"a", {"192.0.2.1"}, {}, static_cast<std::int32_t>(row.ttl)}, kNow, false);
+    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow + row.age, found), row.grade) << row.age;
+    EXPECT_EQ(cache.Check(kAddressFamilyIPv6, "a", kNow + row.age, found), kExpired);
+    EXPECT_EQ(cache.Check(kAddressFamilyAny, "b", kNow + row.age, found), kExpired);
+  }
+}
+
+TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMost) {
+  for (const Moment& row : std::vector<Moment>{{3'600'000, 224'999, kGood},
+                                               {3'600'000, 225'000, kStale},
+                                               {3'600'000, 269'999, kStale},
+                                               {3'600'000, 270'000, kExpired},
+                                               {3'000, 2'249, kGood},
+                                               {2'999, 0, kStale},
+                                               {-86'400'000, 0, kStale},
+                                               {-86'400'000, 2'699, kStale},
+                                               {-86'400'000, 2'700, kExpired}}) {
+    HttpDNSHostCache cache;
+    Texts found;
+    const std::string end = std::to_string(kNow + row.ttl);
+    const std::string text = R"({"ttl": 7, "ipv4": ["192.0.2.1"], "cache_expired_time": )" + end;
+    EXPECT_TRUE(cache.Load("a", text + "}", kNow));
+    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow + row.age, found), row.grade) << row.age;
+  }
+}
+
+TEST(HttpDNSHostCacheTest, TakesAFilesTimeFromAnywhere) {
+  for (const char* end : {"1e300", "-1e300", "9223372036854775807", "2147483648", "-1", "\"x\""}) {
+    HttpDNSHostCache cache;
+    Texts found;
+    const std::string text = R"({"ttl": 1e300, "ipv6": ["::1"], "cache_expired_time": )";
+    EXPECT_TRUE(cache.Load("a", text + end + "}", kNow));
+    EXPECT_NE(cache.Check(kAddressFamilyAny, "a", kNow, found), kExpired) << end;
+    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow + 300'000, found), kExpired) << end;
+  }
+}
+
+TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
+  const std::string mixed =
+      R"(["192.0.2.1/evil", "evil.example", "192.0.2.1:80", "::1", "", 7, "127.1", "0x7f.0.0.1", "192.0.2.9",
+      "u@192.0.2.1", "192.0.2.1 ", "[::1]/x", "[::1", "2001:db8::1%eth0", "192.0.2.9"])";
+  const std::string entry = R"({"ip": )" + mixed + R"(, "ipv6": )" + mixed + R"(, "ttl": )";
+  for (const char* ttl : {"1e300", "2147483648", "100"}) {
+    HttpDNSHostCache cache;
+    for (const auto& update :
+         ReadDResponse(R"({"code": 200, "data": {"a": )" + entry + ttl + "}}}")) {
+      cache.SetEntry(update, kNow, false);
+    }
+    Texts found;
+    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow, found), kGood) << ttl;
+    EXPECT_THAT(found, testing::ElementsAre("192.0.2.9", "[::1]")) << ttl;
+  }
+  HttpDNSHostCache cache;
+  EXPECT_FALSE(cache.Load("a", R"({"ipv4": ["1.2.3.4/evil", "::1"], "ipv6": ["e.example"]})", 0));
+  EXPECT_FALSE(cache.Load("a", "[", 0));
+  EXPECT_THAT(ReadDResponse(R"({"code": 1e300, "data": {"a": {"ip": ["192.0.2.1"]}}})"), IsEmpty());
+}
+
+TEST(HttpDNSHostCacheTest, KeepsWhatIsNewestOfVeryManyHosts) {
+  HttpDNSHostCache cache;
+  Texts found;
+  for (int i = 0; i < 50'000; ++i) {
+    cache.SetEntry({"h" + std::to_string(i), {"192.0.2.1"}, {}, 100'000}, kNow + i, false);
+  }
+  EXPECT_LE(cache.Dump().size(), HttpDNSHostCache::kMostHosts);
+  EXPECT_EQ(cache.Check(kAddressFamilyAny, "h49999", kNow + 49'999, found), kGood);
+  EXPECT_EQ(cache.Check(kAddressFamilyAny, "h45000", kNow + 49'999, found), kGood);
+}
+
+}  // namespace
+}  // namespace zo_tarvel

@@ -59,8 +59,10 @@ std::string Path() { return Config()->appdata_path() + "lbs/lbs.data"; }
 
 void Write(const std::string& text) { std::ofstream(Path(), std::ios::binary) << text; }
 
-// What another reader finds in the file; nothing in what is no flat object of strings.
+// What another reader finds in the file; nothing in what is no flat object of strings. That reader
+// takes a NUL for the end, the store refuses it.
 Texts ReadByDom(const std::string& text) {
+  if (text.find('\0') != std::string::npos) return {};
   bool flat = true;
   const auto look = [&](int depth, json::parse_event_t event, const json& value) {
     const bool at_key = event == json::parse_event_t::key;

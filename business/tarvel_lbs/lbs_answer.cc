@@ -84,7 +84,7 @@ const char* FindFault(const Json& answer) {
   if (!common.is_object()) return "json common not find or not object";
   if (!HasLinks(common[kLink])) return "json common link error";
   if (!HasLinks(common[kDefaultLinks])) return "json common default link error";
-  if (common[kLBS].string_value().empty()) return "json common lbs url error";
+  if (ReadText(common[kLBS]).empty()) return "json common lbs url error";
   return nullptr;
 }
 

@@ -96,14 +96,12 @@ std::shared_ptr<CountTimerInvoker> ZOTarvelLBSServiceImpl::Invoker() {
 void ZOTarvelLBSServiceImpl::Stop() {
   if (const auto invoker = Invoker()) invoker->Stop();
   TaskThread::Stop();
+  detached = true;
   // A thread of the library may be the one that looks at an answer, or may be waited for by it.
-  if (!zo_base::OnLibraryThread()) DetachFromAnswers();
+  if (!zo_base::OnLibraryThread()) AwaitAnswerUnderWay();
 }
 
-void ZOTarvelLBSServiceImpl::DetachFromAnswers() {
-  MutexLock hold(answer_lock);
-  detached = true;
-}
+void ZOTarvelLBSServiceImpl::AwaitAnswerUnderWay() { MutexLock hold(answer_lock); }
 
 void ZOTarvelLBSServiceImpl::SetLBSCallback(LBSCallback callback, void* user) {
   lbs_callback.Set(callback, user);

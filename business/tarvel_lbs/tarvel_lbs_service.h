@@ -128,7 +128,7 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   std::int64_t DelayAfterSuccess() const;
   void OnTtlExhausted();
   void AwaitUpdate();
-  void DetachFromAnswers() ZO_EXCLUDES(answer_lock);
+  void AwaitAnswerUnderWay() ZO_EXCLUDES(answer_lock);
 
   // --- Answer ---
   bool ParseLBSResponse(const std::string& rsp, const std::string& ip_version, AnswerOrigin origin);
@@ -172,7 +172,7 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
 
   // Held while an answer is looked at on the agent's threads.
   zo_base::_thread_recursive_mutex answer_lock;
-  bool detached ZO_GUARDED_BY(answer_lock) = false;  // Answers don't count any more.
+  std::atomic<bool> detached{false};  // Answers don't count any more.
 
   zo_base::Timer delay_timer;  // The life time of the answer.
   // Not locked: set by Init, used by the destructor.

@@ -51,7 +51,8 @@ bool IsIPLiteral(const std::string& name) {
 std::string Named(const std::vector<std::string>& names, const std::string& server) {
   std::string list;
   for (const std::string& name : names) {
-    list += (list.empty() ? "" : ",") + std::string(IsIPLiteral(name) ? "IP:" : "DNS:") + name;
+    if (!list.empty()) list += ',';
+    list.append(IsIPLiteral(name) ? "IP:" : "DNS:").append(name);
   }
   return "-subj /CN=" + names.at(0) + " -addext subjectAltName=" + list + " -keyout " + server +
          ".key ";

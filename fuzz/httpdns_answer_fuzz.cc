@@ -1,0 +1,107 @@
+// An answer of an HTTPDNS server may be any text. Whatever it says, only hosts, ports and plain IP
+// literals get out of it, and what has passed the check has something to use.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "base/utf8.h"
+#include "network/ip_address.h"
+#include "network/url.h"
+#include "tarvel/http_agent/http_dns/httpdns_messages.h"
+
+namespace {
+
+using namespace zo_tarvel;
+
+constexpr std::int64_t kNow = 1'700'000'000'000;
+
+void Require(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "broken: %s\n", what);
+  std::abort();
+}
+
+void CheckServers(const std::string& service_host, const zo_base::json11::Json& list) {
+  const auto servers = ReadServers(list, false);
+  const auto entries = MakeSUrlEntries(servers, service_host);
+  Require(entries.size() == servers.size(), "an entry for each server");
+  for (std::size_t i = 0; i < servers.size(); ++i) {
+    const std::string& url = entries[i].url;
+    Require(WQBASE::network::GetHost(url, false) == servers[i].host, "the URL is on the server");
+    const std::string prefix = servers[i].https ? "https://" : "http://";
+    Require(url == prefix + AuthorityOf(servers[i]) + "/httpdns/v2/s", "nothing else is in there");
+  }
+}
+
+void CheckService(const std::string& body) {
+  std::string error;
+  if (!CheckSResponse(body, error)) {
+    Require(!error.empty(), "a refusal says why");
+    return;
+  }
+  const HttpDNSServiceAnswer answer = ReadSResponse(body);
+  Require(!answer.host.empty() && answer.ttl_ms >= 1'000, "a good answer has what is needed");
+  CheckServers(answer.host, answer.ipv4);
+  CheckServers(answer.host, answer.ipv6);
+}
+
+void CheckAddresses(const std::vector<std::string>& addresses) {
+  for (const std::string& address : addresses) {
+    Require(WQBASE::network::IsIPAddress(address), "only literals are kept");
+    Require(WQBASE::network::GetHost("http://" + address, true) == address, "of use in a URL");
+  }
+}
+
+void CheckHosts(const std::string& body) {
+  HttpDNSHostCache cache;
+  const auto updates = ReadDResponse(body);
+  for (const auto& update : updates) cache.SetEntry(update, kNow, false);
+  std::vector<std::string> hosts;
+  std::vector<std::string> addresses;
+  for (const auto& update : updates) {
+    Require(zo_base::IsUtf8(update.host), "the name can be saved");
+    std::string error;
+    const bool good = CheckDResponse(200, body, {update.host}, error);
+    const HttpDNSGrade grade = cache.Check(zo_net::kAddressFamilyAny, update.host, kNow, addresses);
+    Require(!good || !addresses.empty(), "what has passed has addresses");
+    Require(!good || update.ttl_ms < 2 || grade == HttpDNSGrade::kGood, "and is good for a while");
+    CheckAddresses(addresses);
+  }
+}
+
+// An entry of the file, which comes back for five minutes at most.
+void CheckEntryOfFile(const std::string& text) {
+  constexpr std::int64_t kLongestUse = 270'000;
+  HttpDNSHostCache cache;
+  if (!cache.Load("host.test", text, kNow)) return;
+  std::vector<std::string> addresses;
+  const auto grade_at = [&](std::int64_t now) {
+    return cache.Check(zo_net::kAddressFamilyAny, "host.test", now, addresses);
+  };
+  Require(grade_at(kNow) != HttpDNSGrade::kExpired && !addresses.empty(), "of use at once");
+  CheckAddresses(addresses);
+  Require(grade_at(kNow + kLongestUse) == HttpDNSGrade::kExpired, "not for long");
+  Require(grade_at(kNow - 1) == HttpDNSGrade::kExpired, "not before its time");
+}
+
+}  // namespace
+
+// The first byte says which function has answered, or that it is a file's entry.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::string body(reinterpret_cast<const char*>(data) + 1, size - 1);
+  switch (data[0] % 3) {
+    case 0:
+      CheckHosts(body);
+      break;
+    case 1:
+      CheckService(body);
+      break;
+    default:
+      CheckEntryOfFile(body);
+  }
+  return 0;
+}

@@ -140,9 +140,13 @@ const JsonValue& JsonPayloads::Null() {
 }
 
 const std::shared_ptr<const JsonValue>& JsonPayloads::Boolean(bool value) {
-  static NoDestructor<std::shared_ptr<const JsonValue>> yes(std::make_shared<JsonBoolean>(true));
-  static NoDestructor<std::shared_ptr<const JsonValue>> no(std::make_shared<JsonBoolean>(false));
-  return value ? *yes : *no;
+  // Owned by nobody, so that nothing is left behind when the image goes.
+  static NoDestructor<JsonBoolean> yes(true);
+  static NoDestructor<JsonBoolean> no(false);
+  using Shared = std::shared_ptr<const JsonValue>;
+  static NoDestructor<Shared> shared_yes(Shared(), &*yes);
+  static NoDestructor<Shared> shared_no(Shared(), &*no);
+  return value ? *shared_yes : *shared_no;
 }
 
 const Json& JsonPayloads::NullJson() {

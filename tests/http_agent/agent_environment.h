@@ -83,7 +83,6 @@ class RecordedLog {
 inline zo_tarvel::_ZOTarvelEnvironmentSettings AgentSettings() {
   auto settings = TestSettings();
   settings.custom_log = RecordedLog::Take;
-  settings.enable_httpdns = -1;  // No request beside those of the test.
   return settings;
 }
 

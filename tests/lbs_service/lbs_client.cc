@@ -26,7 +26,6 @@ void PrintTo(const Link& link, std::ostream* out) {
 
 LBSServiceTest::LBSServiceTest() : environment_settings_(test_support::AgentSettings()) {
   std::strcpy(environment_settings_.appdata_path, directory_.path().c_str());
-  environment_settings_.enable_httpdns = -1;  // A failed update ends at once.
   environment_settings_.sv = 42;
   environment_settings_.pv = 5;
   environment_settings_.client_type = 7;

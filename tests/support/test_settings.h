@@ -8,11 +8,13 @@
 
 namespace test_support {
 
-// Settings whose files are in a directory that goes with the test's process.
+// Settings whose files are in a directory that goes with the test's process. HTTPDNS is off: it would
+// send requests beside those of the test.
 inline zo_tarvel::_ZOTarvelEnvironmentSettings TestSettings() {
   static const TempDirectory directory;
   zo_tarvel::_ZOTarvelEnvironmentSettings settings;
   std::strcpy(settings.appdata_path, directory.path().c_str());
+  settings.enable_httpdns = -1;
   return settings;
 }
 

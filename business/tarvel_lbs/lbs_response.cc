@@ -1,31 +1,23 @@
 #include "business/tarvel_lbs/lbs_response.h"
 
-#include <charconv>
 #include <iterator>
 #include <system_error>
 
 #include "base/filesystem.h"
 #include "base/json_texts.h"
 #include "base/log.h"
+#include "base/read_number.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 
 namespace zo_tarvel {
 namespace {
 
+using zo_base::ReadNumber;
 using zo_base::json11::Json;
 using zo_base::json11::ToJson;
 
 // No family.
 constexpr std::int32_t kUnknownFamily = -1;
-
-// `fallback` for what is no number from end to end, and for one that is out of range.
-template <class Number>
-Number ReadNumber(const std::string& text, Number fallback) {
-  Number number = 0;
-  const char* const end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, number);
-  return read.ec == std::errc() && read.ptr == end ? number : fallback;
-}
 
 std::string LocalAnswer(const LBSSettings& settings) {
   const std::string& default_link = settings.addr_family == kEMAddressFamilyIPv6

@@ -15,6 +15,7 @@
 #include "base/task_thread.h"
 #include "base/timer.h"
 #include "base/wall_clock.h"
+#include "base/weakly.h"
 #include "business/tarvel_lbs/client_callback.h"
 #include "business/tarvel_lbs/count_timer_invoker.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
@@ -95,11 +96,7 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   // A task `f(ZOTarvelLBSServiceImpl&)` that does nothing once the service has gone.
   template <class F>
   auto Weakly(F f) {
-    return
-        [weak = std::weak_ptr<ZOTarvelLBSServiceImpl>(shared_from_this<ZOTarvelLBSServiceImpl>()),
-         f = std::move(f)] {
-          if (const auto living = weak.lock()) f(*living);
-        };
+    return zo_base::Weakly(shared_from_this<ZOTarvelLBSServiceImpl>(), std::move(f));
   }
 
   // --- Start ---

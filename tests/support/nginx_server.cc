@@ -47,9 +47,9 @@ NginxServer::NginxServer(NginxOptions options) : options_(std::move(options)) {
     ports_.push_back(socket.port());
     inherited += std::to_string(socket.fd()) + ";";
   }
-  std::filesystem::create_directory(directory_ / "root");
+  std::filesystem::create_directory(directory_ / "files");
   for (const auto& [name, content] : options_.files) {
-    WriteFile(directory_.path() + "/root/" + name, content);
+    WriteFile(directory_.path() + "/files/" + name, content);
   }
   WriteFile(directory_ / "nginx.conf", Configuration());
   std::string words[] = {kProgram, "-p", directory_.path(), "-c", "nginx.conf", "-e", "error.log"};
@@ -110,7 +110,7 @@ ssl_protocols TLSv1.2 TLSv1.3;
 
 std::string NginxServer::ServerBlock(std::size_t listener) const {
   const NginxListener& own = options_.listeners[listener];
-  std::string text = "server {\nroot root;\nlisten ";
+  std::string text = "server {\nroot files;\nlisten ";
   text += UrlOf("", own.address, ports_[listener], "").substr(3);
   if (own.certificate) text += " ssl";
   if (own.http2) text += " http2";

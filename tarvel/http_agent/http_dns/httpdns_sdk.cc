@@ -1,7 +1,6 @@
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "base/filesystem.h"
 #include "base/json11.h"
 #include "base/log.h"
+#include "base/read_number.h"
 #include "base/text_of.h"
 #include "tarvel/environment/deployment_defaults.h"
 #include "tarvel/environment/exception_data.h"
@@ -39,14 +39,6 @@ constexpr std::int32_t kDelayOfExpired = 50;
 // A failure is tried again after as many minutes as there were failures in a row, up to five.
 constexpr std::int32_t kRetryUnit = 60'000;
 constexpr std::int32_t kMostRetryUnits = 5;
-
-// 0 for what is no number from end to end, and for one that is out of range.
-std::int64_t ReadNumber(const std::string& text) {
-  std::int64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, number);
-  return read.ec == std::errc() && read.ptr == end ? number : 0;
-}
 
 Json ParseList(const std::string& text) {
   std::string error;
@@ -148,8 +140,8 @@ void HttpDNSManager::InitInterfaceAddress() {
 void HttpDNSManager::ScheduleFirstReload() {
   const std::int64_t now = wall_clock();
   // No time before 1970: then the difference can't overflow.
-  const std::int64_t expired_time =
-      std::max<std::int64_t>(ReadNumber(server_cache_file.Get(kExpiredTime)), 0);
+  const std::int64_t expired_time = std::max<std::int64_t>(
+      zo_base::ReadNumber<std::int64_t>(server_cache_file.Get(kExpiredTime), 0), 0);
   const std::int64_t remaining = expired_time - now;
   const auto delay = remaining > kExpirySlack
                          ? static_cast<std::int32_t>(std::min(remaining, kLongestFirstDelay))

@@ -13,6 +13,7 @@
 #include "base/task_thread.h"
 #include "base/timer.h"
 #include "base/wall_clock.h"
+#include "base/weakly.h"
 #include "tarvel/environment/environment_config_getter.h"
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_list.h"
@@ -74,10 +75,7 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
 
   template <class F>
   auto Weakly(F f) {
-    return [weak = std::weak_ptr<HttpDNSManager>(shared_from_this<HttpDNSManager>()),
-            f = std::move(f)] {
-      if (const auto living = weak.lock()) f(*living);
-    };
+    return zo_base::Weakly(shared_from_this<HttpDNSManager>(), std::move(f));
   }
 
   // --- Servers ---

@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <string_view>
 
 #include "network/ip_address.h"
 
@@ -23,9 +24,21 @@ bool IsPlainIPv4(const std::string& text) {
 }
 
 bool IsBracketedIPv6(const std::string& text) {
-  auto family = zo_net::kAddressFamilyAny;
-  return text.front() == '[' && WQBASE::network::GetIPFamily(text, family) &&
-         family == zo_net::kAddressFamilyIPv6;
+  if (text.size() < 2 || text.front() != '[' || text.back() != ']') return false;
+  const std::string inner = text.substr(1, text.size() - 2);
+  in6_addr address{};
+  return inner.find('\0') == std::string::npos && inet_pton(AF_INET6, inner.c_str(), &address) == 1;
+}
+
+bool IsName(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), IsOfName) && !WQBASE::network::IsIPAddress(text);
+}
+
+// Nothing that ends a host, a list or a parameter.
+bool IsOfQueryHost(char c) {
+  constexpr std::string_view kSeparators = "&=,;#%+?/\"";
+  return static_cast<unsigned char>(c) > ' ' && c != '\x7f' &&
+         kSeparators.find(c) == std::string_view::npos;
 }
 
 }  // namespace
@@ -38,7 +51,11 @@ std::string InBrackets(const std::string& address) {
 
 bool CanBeHost(const std::string& text) {
   if (text.empty() || text.size() > kLongestHost) return false;
-  return std::all_of(text.begin(), text.end(), IsOfName) || IsBracketedIPv6(text);
+  return IsName(text) || IsPlainIPv4(text) || IsBracketedIPv6(text);
+}
+
+bool CanBeAskedFor(const std::string& host) {
+  return !host.empty() && std::all_of(host.begin(), host.end(), IsOfQueryHost);
 }
 
 std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,

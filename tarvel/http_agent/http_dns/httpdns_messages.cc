@@ -16,9 +16,9 @@ using zo_base::json11::Json;
 constexpr char kSFormat[] = "%s://%s/httpdns/v2/s";
 constexpr char kDFormat[] = "%s://%s/httpdns/v2/d?%s";
 constexpr std::int32_t kGoodCode = 200;
-constexpr double kMillisecondsPerSecond = 1'000;
+constexpr std::int32_t kMillisecondsPerSecond = 1'000;
 // A list that is said to live shorter would have its servers asked without a pause.
-constexpr std::int32_t kShortestServiceTtl = 1'000;
+constexpr std::int64_t kShortestServiceTtl = 1'000;
 constexpr std::int32_t kDefaultHostTtl = 3'600'000;
 
 const char* SchemeOf(const HttpDNSServerInfo& server) { return server.https ? "https" : "http"; }
@@ -134,7 +134,8 @@ HttpDNSServiceAnswer ReadSResponse(const std::string& body) {
   const Json json = Json::parse(body, error);
   HttpDNSServiceAnswer answer;
   answer.host = json["host"].string_value();
-  answer.ttl_ms = std::max(ToMilliseconds(json["ttl"]), kShortestServiceTtl);
+  const std::int64_t seconds = zo_base::SaturatedCast<std::int32_t>(json["ttl"].number_value());
+  answer.ttl_ms = std::max(seconds * kMillisecondsPerSecond, kShortestServiceTtl);
   answer.ipv4 = json["ipv4"];
   answer.ipv6 = json["ipv6"];
   return answer;

@@ -28,7 +28,7 @@ bool CheckDResponse(std::int32_t http_code, const std::string& body,
 // A good answer of S.
 struct HttpDNSServiceAnswer {
   std::string host;
-  std::int32_t ttl_ms = 0;     // At least a second.
+  std::int64_t ttl_ms = 0;     // At least a second, 68 years at most.
   zo_base::json11::Json ipv4;  // As they stand in the answer.
   zo_base::json11::Json ipv6;
 };

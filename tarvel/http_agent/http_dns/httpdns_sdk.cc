@@ -9,7 +9,9 @@
 #include "base/json11.h"
 #include "base/log.h"
 #include "base/read_number.h"
+#include "base/saturated_cast.h"
 #include "base/text_of.h"
+#include "base/utf8.h"
 #include "tarvel/environment/deployment_defaults.h"
 #include "tarvel/environment/exception_data.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
@@ -205,7 +207,7 @@ void HttpDNSManager::OnReloadEnd(bool success, const std::string& body) {
     retry_count = 0;
     PostTask(Weakly([body](auto& self) { self.OnServers(body); }));
   } else {
-    RetryReload();
+    PostTask(Weakly([](auto& self) { self.RetryReload(); }));
   }
   updatting_interface_ = false;
 }
@@ -222,7 +224,10 @@ void HttpDNSManager::OnServers(const std::string& body) {
   const HttpDNSServiceAnswer answer = ReadSResponse(body);
   const bool only_https = OnlyHttps();
   const auto store_unless_empty = [this](const char* key, const Json& list) {
-    if (!ReadServers(list, false).empty()) server_cache_file.Set(key, list.dump());
+    std::string text = list.dump();
+    // Text that is no UTF-8 would keep the whole file from being saved.
+    if (ReadServers(list, false).empty() || !zo_base::IsUtf8(text)) return;
+    server_cache_file.Set(key, std::move(text));
   };
   server_cache_file.Set(kHost, answer.host);
   server_cache_file.Set(kTtl, std::to_string(answer.ttl_ms));
@@ -233,7 +238,7 @@ void HttpDNSManager::OnServers(const std::string& body) {
   server_list.SetServers(answer.host, ReadServers(answer.ipv4, only_https),
                          ReadServers(answer.ipv6, only_https));
   ZO_LOG << "[http dns] Update success ttl : " << answer.ttl_ms << " ms";
-  ReloadAfter(answer.ttl_ms, "[http dns] Update S (success)");
+  ReloadAfter(zo_base::SaturatedCast<std::int32_t>(answer.ttl_ms), "[http dns] Update S (success)");
 }
 
 }  // namespace zo_tarvel

@@ -28,7 +28,7 @@ HttpDNSServerInfo ReadServer(const Json& entry) {
   server.host = entry["host"].string_value();
   if (server.host.find(':') != std::string::npos) server.host = InBrackets(server.host);
   server.port = entry["port"].int_value();
-  server.https = !entry["https"].is_bool() || entry["https"].bool_value();
+  server.https = entry.object_items().count("https") == 0 || entry["https"].bool_value();
   return server;
 }
 

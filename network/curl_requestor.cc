@@ -13,6 +13,12 @@
 
 namespace WQBASE::network {
 
+namespace {
+
+std::string trusted_authorities;  // See TrustAuthoritiesOf.
+
+}  // namespace
+
 std::shared_ptr<CurlRequestor> CurlRequestor::Create(TrustSettings trust) {
   if (!InitCurlLibrary()) return nullptr;
   auto thread = std::make_shared<TransportThread>();
@@ -41,10 +47,12 @@ void CurlRequestor::Send(std::shared_ptr<const HttpRequest> request, Completion 
 void CurlRequestor::RetireConnections() { thread_->RetireConnections(); }
 
 std::shared_ptr<IHttpRequestor> CreateHttpRequestor(HttpClientEx&) {
-  auto requestor =
-      CurlRequestor::Create({.trust_store = "", .verify_always = TARVEL_VERIFY_TLS != 0});
+  auto requestor = CurlRequestor::Create(
+      {.trust_store = trusted_authorities, .verify_always = TARVEL_VERIFY_TLS != 0});
   if (requestor == nullptr) ZO_LOG << "[http client]no transport, requests will be dropped";
   return requestor;
 }
+
+void TrustAuthoritiesOf(std::string pem_file) { trusted_authorities = std::move(pem_file); }
 
 }  // namespace WQBASE::network

@@ -32,4 +32,9 @@ class CurlRequestor final : public IHttpRequestor {
   const TrustSettings trust_;
 };
 
+// Whose certificates are believed by the requestors that CreateHttpRequestor makes from now on: the
+// authorities in a PEM file; an empty path for the system's. For programs of a developer that talk
+// to servers of their own. Not for several threads at once.
+void TrustAuthoritiesOf(std::string pem_file);
+
 }  // namespace WQBASE::network

@@ -70,6 +70,12 @@ HttpDNSGrade HttpDNSHostCache::Check(zo_net::AddressFamily family, const std::st
   return now < entry.expired_time ? HttpDNSGrade::kGood : HttpDNSGrade::kStale;
 }
 
+std::optional<HttpDNSCacheEntry> HttpDNSHostCache::Find(const std::string& host) const {
+  MutexLock hold(lock_);
+  const auto found = entries_.find(host);
+  return found == entries_.end() ? std::nullopt : std::optional(found->second);
+}
+
 void HttpDNSHostCache::SetEntry(const Update& update, std::int64_t now, bool no_good_period) {
   auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4);
   auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,9 @@ class HttpDNSHostCache {
   // `addresses` gets what is known of the family.
   HttpDNSGrade Check(zo_net::AddressFamily family, const std::string& host, std::int64_t now,
                      std::vector<std::string>& addresses) const;
+
+  // What is kept of a host, also when its time is over.
+  std::optional<HttpDNSCacheEntry> Find(const std::string& host) const;
 
   // With `no_good_period` the entry is stale at once.
   void SetEntry(const Update& update, std::int64_t now, bool no_good_period);

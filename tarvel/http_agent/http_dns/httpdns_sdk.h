@@ -47,6 +47,9 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
   bool InvokeQuery(zo_net::AddressFamily family, const std::vector<std::string>& hosts,
                    const QueryCallback& callback, const MultipleURLHttpRequestContext& context);
 
+  // What it knows of hosts. Any thread.
+  const HttpDNSHostCache& GetHostCache() const { return host_cache; }
+
   // Asks for a new list of servers, unless that is under way. On the thread.
   void DoReload(zo_net::AddressFamily family);
 

@@ -1,0 +1,123 @@
+// LBS and HTTPDNS servers for tries of one's own, with faults on request. See docs/backend.md.
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/read_number.h"
+#include "tools/backend/answers_file.h"
+#include "tools/backend/backend.h"
+#include "tools/backend/certificate.h"
+#include "tools/backend/client_socket.h"
+
+namespace tarvel_backend {
+namespace {
+
+constexpr int kUsageError = 2;
+constexpr int kHighestPort = 65'535;
+
+struct Options {
+  std::string answers;
+  std::vector<std::string> plain;
+  std::vector<std::string> tls;
+  std::vector<std::string> names{"localhost"};
+  std::string certificate_file;
+};
+
+// Splits "127.0.0.1:8080" or "[::1]:8080". Throws when it is neither.
+std::pair<std::string, int> SplitAuthority(const std::string& text) {
+  const auto colon = std::min(text.rfind(':'), text.size());
+  std::string address = text.substr(0, colon);
+  const int port = zo_base::ReadNumber(text.substr(std::min(colon + 1, text.size())), -1);
+  if (address.size() > 2 && address.front() == '[') address = address.substr(1, address.size() - 2);
+  if (address.empty() || port < 0 || port > kHighestPort) {
+    throw std::runtime_error("expected ADDRESS:PORT, not " + text);
+  }
+  return {address, port};
+}
+
+// The signals that Serve waits for, on all threads that come after.
+sigset_t BlockSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) sigaddset(&signals, signal);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  return signals;
+}
+
+void Serve(const Options& options) {
+  const sigset_t signals = BlockSignals();
+  const AnswersFile answers(options.answers);
+  answers.FaultOf("");  // A file that can't be used ends the program here, not at a request.
+  Certificates certificates;
+  if (!options.tls.empty()) {
+    certificates = {MakeCertificate(options.names), MakeCertificate({"wrong.invalid"})};
+    if (!options.certificate_file.empty()) {
+      WriteCertificate(certificates.right, options.certificate_file);
+    }
+  }
+  std::vector<std::unique_ptr<Backend>> backends;
+  const auto listen = [&](const std::string& authority, const Certificates* shown) {
+    const auto [address, port] = SplitAuthority(authority);
+    backends.push_back(std::make_unique<Backend>(answers, shown, address, port));
+    std::printf("listening on %s\n", backends.back()->url().c_str());
+  };
+  for (const std::string& authority : options.plain) listen(authority, nullptr);
+  for (const std::string& authority : options.tls) listen(authority, &certificates);
+  std::fflush(stdout);
+
+  for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != SIGINT && signal != SIGTERM;) {
+    SetSilence(signal == SIGUSR1);
+    std::puts(signal == SIGUSR1 ? "drops all packets" : "hears packets again");
+    std::fflush(stdout);
+  }
+}
+
+}  // namespace
+}  // namespace tarvel_backend
+
+int main(int argc, char** argv) {
+  using namespace tarvel_backend;
+  Options options;
+  CLI::App app(
+      "LBS and HTTPDNS servers for tries of one's own. The answers file is read anew for each\n"
+      "request; docs/backend.md has its format. Serves /lbs/conf.jsp, /httpdns/v2/s, "
+      "/httpdns/v2/d.\n"
+      "SIGUSR1: drops all packets that come, as if the cable was cut; SIGUSR2: hears them again.\n"
+      "SIGINT, SIGTERM: ends.",
+      "tarvel-backend");
+  app.add_option("answers", options.answers, "JSON file: what to answer, and what goes wrong")
+      ->required();
+  app.add_option("--listen", options.plain,
+                 "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated");
+  app.add_option("--tls-listen", options.tls, "The same for HTTPS");
+  app.add_option("--name", options.names,
+                 "Name or address that the certificate is for. May be repeated")
+      ->capture_default_str();
+  app.add_option("--write-certificate", options.certificate_file,
+                 "File for the certificate, which clients are to trust (PEM)");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kUsageError;
+  }
+  if (options.plain.empty() && options.tls.empty()) {
+    std::fputs("tarvel-backend: nothing to listen on: give --listen or --tls-listen\n", stderr);
+    return kUsageError;
+  }
+  try {
+    Serve(options);
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,118 @@
+// The command that a client's developer runs against servers of their own. See docs/cli.md.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <string>
+
+#include "tools/cli/client.h"
+#include "tools/cli/commands.h"
+
+namespace tarvel_cli {
+namespace {
+
+const std::map<std::string, int> kFamilies{{"any", zo_tarvel::kEMAddressFamilyAny},
+                                           {"4", zo_tarvel::kEMAddressFamilyIPv4},
+                                           {"6", zo_tarvel::kEMAddressFamilyIPv6}};
+
+void AddCommonOptions(CLI::App& command, ClientOptions& options) {
+  command.add_option("--family", options.family, "Addresses to use: any, 4 or 6")
+      ->transform(CLI::CheckedTransformer(kFamilies).description("{any,4,6}"))
+      ->default_str("any");
+  command.add_flag("--https-only", options.https_only, "Use https URLs only");
+  command
+      .add_option("--httpdns-cache", options.httpdns_cache,
+                  "File of HTTPDNS servers to begin with, as the library keeps it")
+      ->check(CLI::ExistingFile);
+  command
+      .add_option("--trust", options.trust_store,
+                  "File of certificates to believe (PEM) instead of the system's")
+      ->check(CLI::ExistingFile);
+  command.add_option("--business", options.business, "Business type; names the files' directory")
+      ->capture_default_str();
+  command.add_option("--timeout", options.timeout_ms, "Time-out of one URL, 1000 to 30000 ms")
+      ->check(CLI::Range(1'000, 30'000))
+      ->capture_default_str();
+  command
+      .add_option("--next-after", options.next_after_ms,
+                  "ms after which the next URL is tried beside a slow one, from 200")
+      ->check(CLI::Range(200, 30'000))
+      ->capture_default_str();
+  command.add_option("--data", options.data,
+                     "Directory for the caches and the log. Without it, one that goes at the end");
+  command.add_option("--log-dir", options.log_dir, "Directory for the log");
+  command.add_flag("--json", options.json, "Print one JSON object a line");
+}
+
+void AddLBSOptions(CLI::App& command, ClientOptions& options) {
+  command.add_option("--lbs", options.lbs, "URL of the LBS server")->required();
+  command.add_option("--backup", options.backups, "Backup LBS URL. May be repeated");
+  command.add_option("--token", options.token, "Application key; without one nobody is asked")
+      ->required();
+  command.add_option("--link", options.links,
+                     "Link address HOST:PORT for the time before an answer. May be repeated");
+  command.add_option("--default-link", options.default_link,
+                     "Link address HOST:PORT to fall back to");
+  command.add_flag("!--no-httpdns", options.httpdns, "Don't resolve names over HTTPDNS");
+}
+
+void AddWait(CLI::App& command, double& seconds, const char* text) {
+  command.add_option("--wait", seconds, text)
+      ->check(CLI::Range(0.0, 3'600.0))
+      ->capture_default_str();
+}
+
+// Answers what the program ends with.
+int Main(int argc, char** argv) {
+  CLI::App app("A client of the tarvel library, for tries against servers of one's own.", "tarvel");
+  app.require_subcommand(1);
+  app.footer(
+      "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no fresh answer of an LBS server,\n"
+      "4 a host has no address.");
+
+  RunOptions run;
+  CLI::App* const run_command = app.add_subcommand("run", "Start a client and print what happens");
+  AddLBSOptions(*run_command, run.client);
+  AddCommonOptions(*run_command, run.client);
+  AddWait(*run_command, run.wait_seconds, "Seconds to wait for the first update to end");
+  run_command->add_option("--take", run.take, "Link addresses to take after an answer. 0: all")
+      ->check(CLI::NonNegativeNumber);
+  run_command->add_flag("--follow", run.follow, "Go on until Ctrl-C");
+  run_command->add_option("--every", run.every_seconds, "With --follow: seconds between addresses")
+      ->check(CLI::Range(0.01, 3'600.0))
+      ->capture_default_str();
+
+  LinksOptions links;
+  CLI::App* const links_command = app.add_subcommand("links", "Print the link addresses");
+  AddLBSOptions(*links_command, links.client);
+  AddCommonOptions(*links_command, links.client);
+  AddWait(*links_command, links.wait_seconds, "Seconds to wait for an answer");
+
+  ResolveOptions resolve;
+  CLI::App* const resolve_command = app.add_subcommand("resolve", "Resolve names over HTTPDNS");
+  resolve_command->add_option("hosts", resolve.hosts, "Host names")->required();
+  AddCommonOptions(*resolve_command, resolve.client);
+  AddWait(*resolve_command, resolve.wait_seconds, "Seconds to wait for all answers");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kUsageError;
+  }
+  if (run_command->parsed()) return Run(std::move(run));
+  if (links_command->parsed()) return Links(std::move(links));
+  return Resolve(std::move(resolve));
+}
+
+}  // namespace
+}  // namespace tarvel_cli
+
+int main(int argc, char** argv) {
+  tarvel_cli::BlockStopSignals();
+  try {
+    return tarvel_cli::Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tarvel: %s\n", error.what());
+    return tarvel_cli::kFailed;
+  }
+}

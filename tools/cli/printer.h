@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <string>
+
+#include "base/json11.h"
+
+namespace tarvel_cli {
+
+// Writes events to standard output, one a line: as text for people, or as a JSON object for
+// programs. Each says how long after the printer's making it came.
+//
+// Threads: any; lines stay whole.
+class Printer {
+ public:
+  explicit Printer(bool json) : json_(json) {}
+
+  void Print(const std::string& event, const std::string& text,
+             zo_base::json11::Json::object fields);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const bool json_;
+  const Clock::time_point start_ = Clock::now();
+  std::mutex mutex_;  // Of standard output.
+};
+
+}  // namespace tarvel_cli

@@ -1,0 +1,146 @@
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "network/text.h"
+#include "tarvel/environment/environment_manager_storage.h"
+#include "tarvel/http_agent/http_dns/httpdns_sdk.h"
+#include "tools/cli/client.h"
+#include "tools/cli/commands.h"
+
+namespace tarvel_cli {
+
+namespace {
+
+using zo_base::json11::Json;
+using Hosts = std::vector<std::string>;
+
+// HTTPDNS by itself, in an environment whose own is off.
+class Resolver {
+ public:
+  explicit Resolver(const ClientOptions& options) {
+    auto settings = EnvironmentSettings(options);
+    settings.enable_httpdns = -1;
+    id_ = zo_tarvel::StartTarvelEnvironment(settings);
+    if (id_ == 0) throw std::runtime_error("the environment can't be started");
+    manager_->SetEnvironmentConfig(zo_tarvel::GetConfig());
+    if (!manager_->Init()) throw std::runtime_error("HTTPDNS can't be started");
+  }
+  ~Resolver() {
+    manager_->Stop();
+    zo_tarvel::ExitTarvelEnvironment(id_);
+  }
+  Resolver(const Resolver&) = delete;
+  Resolver& operator=(const Resolver&) = delete;
+
+  // One host a query: the answer for several is refused as a whole when one of them is unknown.
+  void Query(zo_net::AddressFamily family, const Hosts& hosts,
+             std::chrono::duration<double> limit) {
+    const auto progress = std::make_shared<Progress>();
+    for (const std::string& host : hosts) {
+      manager_->InvokeQuery(family, {host},
+                            [progress](const zo_tarvel::HostCacheResult&) {
+                              const std::lock_guard lock(progress->mutex);
+                              ++progress->ended;
+                              progress->changed.notify_all();
+                              return true;
+                            },
+                            {});
+    }
+    std::unique_lock lock(progress->mutex);
+    progress->changed.wait_for(lock, limit, [&] { return progress->ended == hosts.size(); });
+  }
+
+  struct Entry {
+    zo_tarvel::HttpDNSGrade grade = zo_tarvel::HttpDNSGrade::kExpired;
+    std::vector<std::string> addresses;
+    double good_seconds = 0;  // What is left.
+    double usable_seconds = 0;
+  };
+  Entry Find(zo_net::AddressFamily family, const std::string& host) const {
+    const auto& cache = manager_->GetHostCache();
+    const auto now = zo_base::WallClockMilliseconds();
+    Entry entry;
+    entry.grade = cache.Check(family, host, now, entry.addresses);
+    if (const auto times = cache.Find(host)) {
+      entry.good_seconds = Seconds(times->expired_time - now);
+      entry.usable_seconds = Seconds(times->cache_expired_time - now);
+    }
+    return entry;
+  }
+
+ private:
+  struct Progress {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::size_t ended = 0;
+  };
+
+  static double Seconds(std::int64_t milliseconds) {
+    return std::max(0.0, static_cast<double>(milliseconds) / 1000);
+  }
+
+  int id_ = 0;
+  const std::shared_ptr<zo_tarvel::HttpDNSManager> manager_ =
+      std::make_shared<zo_tarvel::HttpDNSManager>();
+};
+
+// What the cache said before anybody was asked.
+const char* SourceOf(const Resolver::Entry& before) {
+  return before.grade == zo_tarvel::HttpDNSGrade::kExpired ? "server" : "cache";
+}
+
+bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry& before,
+               const Resolver::Entry& after) {
+  // A stale entry is answered as it stands, and renewed beside.
+  const bool was_cached = before.grade != zo_tarvel::HttpDNSGrade::kExpired;
+  const Resolver::Entry& entry = was_cached ? before : after;
+  const bool resolved = entry.grade != zo_tarvel::HttpDNSGrade::kExpired;
+  char times[80] = "";
+  if (resolved) {
+    std::snprintf(times, sizeof times, "  good for %.1f s, usable for %.1f s", entry.good_seconds,
+                  entry.usable_seconds);
+  }
+  const std::string text = host + "  " + NameOf(entry.grade) + "  " +
+                           (resolved ? WQBASE::network::Join(entry.addresses, " ") : "unknown") +
+                           "  from the " + SourceOf(before) + times;
+  printer.Print(
+      "host", text,
+      {{"host", host},
+       {"grade", NameOf(entry.grade)},
+       {"addresses",
+        resolved ? Json::array(entry.addresses.begin(), entry.addresses.end()) : Json::array()},
+       {"source", SourceOf(before)},
+       {"good_seconds", entry.good_seconds},
+       {"usable_seconds", entry.usable_seconds}});
+  return resolved;
+}
+
+}  // namespace
+
+ExitCode Resolve(ResolveOptions options) {
+  const DataDirectory directory(options.client);
+  PrepareHttpDNS(options.client);
+  Printer printer(options.client.json);
+  const auto family = static_cast<zo_net::AddressFamily>(options.client.family);
+  Resolver resolver(options.client);
+  std::map<std::string, Resolver::Entry> before;
+  for (const std::string& host : options.hosts) before[host] = resolver.Find(family, host);
+  resolver.Query(family, options.hosts, std::chrono::duration<double>(options.wait_seconds));
+  bool all = true;
+  for (const std::string& host : options.hosts) {
+    all = PrintHost(printer, host, before[host], resolver.Find(family, host)) && all;
+  }
+  return all ? kDone : kUnresolved;
+}
+
+}  // namespace tarvel_cli

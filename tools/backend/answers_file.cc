@@ -29,8 +29,8 @@ std::vector<std::string> SplitAtCommas(const std::string& text) {
 json AnswersFile::Read() const {
   std::ifstream file(path_);
   if (!file) throw std::runtime_error("can't read the answers file " + path_);
-  json answers = json::parse(file);
-  if (!answers.is_object()) throw std::runtime_error("no JSON object in " + path_);
+  json answers = json::parse(file, nullptr, /*allow_exceptions=*/false);
+  if (!answers.is_object()) throw std::runtime_error(path_ + " holds no JSON object");
   return answers;
 }
 

@@ -13,9 +13,9 @@ namespace tarvel_backend {
 
 namespace {
 
-constexpr long kSecondsOfLife = 24 * 60 * 60;
+constexpr long kSecondsOfLife = 24L * 60 * 60;
 // A client whose clock runs a little behind believes it, too.
-constexpr long kSecondsBefore = 60 * 60;
+constexpr long kSecondsBefore = 60L * 60;
 constexpr long kVersion3 = 2;
 
 bool IsAddress(const std::string& name) {

@@ -97,10 +97,12 @@ int main(int argc, char** argv) {
   app.add_option("answers", options.answers, "JSON file: what to answer, and what goes wrong")
       ->required();
   app.add_option("--listen", options.plain,
-                 "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated");
-  app.add_option("--tls-listen", options.tls, "The same for HTTPS");
+                 "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
+      ->allow_extra_args(false);
+  app.add_option("--tls-listen", options.tls, "The same for HTTPS")->allow_extra_args(false);
   app.add_option("--name", options.names,
                  "Name or address that the certificate is for. May be repeated")
+      ->allow_extra_args(false)
       ->capture_default_str();
   app.add_option("--write-certificate", options.certificate_file,
                  "File for the certificate, which clients are to trust (PEM)");

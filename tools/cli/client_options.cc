@@ -33,6 +33,11 @@ void PutAll(const std::vector<std::string>& texts, char (&fields)[kCount][kSize]
 
 }  // namespace
 
+zo_net::AddressFamily FamilyOf(const ClientOptions& options) {
+  if (options.family == "4") return zo_net::kAddressFamilyIPv4;
+  return options.family == "6" ? zo_net::kAddressFamilyIPv6 : zo_net::kAddressFamilyAny;
+}
+
 zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options) {
   zo_tarvel::_ZOTarvelEnvironmentSettings settings;
   Put(options.business, settings.business_type, "--business");
@@ -40,7 +45,7 @@ zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions&
   Put("1.0", settings.business_version, "version");
   Put(options.data, settings.appdata_path, "--data");
   Put(options.log_dir, settings.log_path, "--log-dir");
-  settings.enable_httpdns = options.httpdns ? 0 : kOff;
+  settings.enable_httpdns = options.no_httpdns ? kOff : 0;
   settings.only_https_supported = options.https_only ? 1 : 0;
   settings.single_request_timeout = options.timeout_ms;
   settings.single_request_prefail_timeout = options.next_after_ms;
@@ -54,7 +59,7 @@ zo_tarvel::_ZOTarvelLBSSettings LBSSettings(const ClientOptions& options) {
   PutAll(options.backups, settings.lbs_backup_addrs, "--backup");
   PutAll(options.links, settings.link_list, "--link");
   Put(options.default_link, settings.default_link, "--default-link");
-  settings.addr_family = static_cast<std::uint32_t>(options.family);
+  settings.addr_family = static_cast<std::uint32_t>(FamilyOf(options));
   return settings;
 }
 

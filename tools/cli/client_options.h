@@ -13,19 +13,21 @@ struct ClientOptions {
   std::vector<std::string> backups;
   std::string token;
   std::string business = "tarvel-cli";
-  int family = zo_tarvel::kEMAddressFamilyAny;
+  std::string family = "any";  // Or "4", or "6".
   bool https_only = false;
   std::vector<std::string> links;
   std::string default_link;
   int timeout_ms = 7'000;     // Of one URL.
   int next_after_ms = 2'000;  // Until the next URL is tried beside a slow one.
-  bool httpdns = true;
+  bool no_httpdns = false;
   std::string httpdns_cache;  // File of servers to begin with; empty for the library's own.
   std::string trust_store;    // PEM file; empty for the system's.
   std::string data;           // Directory; empty for one that goes at the end.
   std::string log_dir;
   bool json = false;
 };
+
+zo_net::AddressFamily FamilyOf(const ClientOptions& options);
 
 // Records for the library. Throw std::runtime_error when a text is too long for its field, or when
 // there are too many.

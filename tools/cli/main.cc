@@ -2,8 +2,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/cli/client.h"
 #include "tools/cli/commands.h"
@@ -11,14 +12,16 @@
 namespace tarvel_cli {
 namespace {
 
-const std::map<std::string, int> kFamilies{{"any", zo_tarvel::kEMAddressFamilyAny},
-                                           {"4", zo_tarvel::kEMAddressFamilyIPv4},
-                                           {"6", zo_tarvel::kEMAddressFamilyIPv6}};
+// One value each time it is given: what follows may be meant for another option.
+CLI::Option* AddList(CLI::App& command, const std::string& name, std::vector<std::string>& values,
+                     const std::string& text) {
+  return command.add_option(name, values, text + ". May be repeated")->allow_extra_args(false);
+}
 
 void AddCommonOptions(CLI::App& command, ClientOptions& options) {
   command.add_option("--family", options.family, "Addresses to use: any, 4 or 6")
-      ->transform(CLI::CheckedTransformer(kFamilies).description("{any,4,6}"))
-      ->default_str("any");
+      ->check(CLI::IsMember({"any", "4", "6"}))
+      ->capture_default_str();
   command.add_flag("--https-only", options.https_only, "Use https URLs only");
   command
       .add_option("--httpdns-cache", options.httpdns_cache,
@@ -46,14 +49,13 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
 
 void AddLBSOptions(CLI::App& command, ClientOptions& options) {
   command.add_option("--lbs", options.lbs, "URL of the LBS server")->required();
-  command.add_option("--backup", options.backups, "Backup LBS URL. May be repeated");
+  AddList(command, "--backup", options.backups, "Backup LBS URL");
   command.add_option("--token", options.token, "Application key; without one nobody is asked")
       ->required();
-  command.add_option("--link", options.links,
-                     "Link address HOST:PORT for the time before an answer. May be repeated");
+  AddList(command, "--link", options.links, "Link address HOST:PORT for the time before an answer");
   command.add_option("--default-link", options.default_link,
                      "Link address HOST:PORT to fall back to");
-  command.add_flag("!--no-httpdns", options.httpdns, "Don't resolve names over HTTPDNS");
+  command.add_flag("--no-httpdns", options.no_httpdns, "Don't resolve names over HTTPDNS");
 }
 
 void AddWait(CLI::App& command, double& seconds, const char* text) {

@@ -131,7 +131,7 @@ ExitCode Resolve(ResolveOptions options) {
   const DataDirectory directory(options.client);
   PrepareHttpDNS(options.client);
   Printer printer(options.client.json);
-  const auto family = static_cast<zo_net::AddressFamily>(options.client.family);
+  const auto family = FamilyOf(options.client);
   Resolver resolver(options.client);
   std::map<std::string, Resolver::Entry> before;
   for (const std::string& host : options.hosts) before[host] = resolver.Find(family, host);

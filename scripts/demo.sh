@@ -4,11 +4,11 @@
 # Ends with 1 if something was not as told.
 # Usage: demo.sh [TARVEL BACKEND], the programs of a build that stands.
 set -euo pipefail
-cd "$(dirname "$0")/.."
 
 if [ $# -eq 2 ]; then
-  tarvel=$1 backend=$2
+  tarvel=$(realpath "$1") backend=$(realpath "$2")
 else
+  cd "$(dirname "$0")/.."
   scripts/setup.sh
   cmake --preset dev >/dev/null
   cmake --build --preset dev --target tarvel_cli tarvel_backend

@@ -7,17 +7,14 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "base/json11.h"
 #include "business/tarvel_lbs/lbs_answer.h"
-#include "tests/lbs/captured_log.h"
 #include "tests/support/temp_directory.h"
 
 namespace zo_tarvel {
 namespace {
 
-using test_support::RecordedLog;
 using testing::HasSubstr;
 using zo_base::json11::Json;
 using Members = std::map<std::string, std::string>;
@@ -77,52 +74,50 @@ TEST_F(LBSResponseTest, MakesAndKeepsALocalAnswerWhenThereIsNoDirectory) {
   EXPECT_EQ(test_support::ReadFile(file_), R"({"lbs_ip_version":"1","lbs_rsp":")" + escaped +
                                                R"(","root_lbs_addr":"https://main",)"
                                                R"("runntime_lbs":"https://main"})");
-  LBSResponse next_start;
-  next_start.SetEnvironmentConfig(config_);
-  EXPECT_TRUE(next_start.LoadCache(SettingsFor(1)) && next_start.CheckCache(SettingsFor(1)));
 }
 
-TEST_F(LBSResponseTest, MakesALocalAnswerInMemoryWithoutAnEnvironment) {
-  response_.SetEnvironmentConfig(nullptr);
-  EXPECT_TRUE(response_.Init(SettingsFor(kEMAddressFamilyIPv6)));
-  EXPECT_THAT(response_.store.Get(lbs_key::kRsp), HasSubstr(R"("link.default": ["d:6"])"));
-  EXPECT_EQ(response_.store.Get(lbs_key::kIPVersion), "2");
-  EXPECT_TRUE(std::filesystem::is_empty(directory_.path()));
+TEST_F(LBSResponseTest, MakesALocalAnswerInMemoryWhenNothingCanBeSaved) {
+  std::filesystem::create_directories(file_);  // A directory has the place of the file.
+  for (const bool has_environment : {true, false}) {
+    SCOPED_TRACE(has_environment ? "a directory for a file" : "no environment");
+    LBSResponse response;
+    if (has_environment) response.SetEnvironmentConfig(config_);
+    EXPECT_TRUE(response.Init(SettingsFor(kEMAddressFamilyIPv6)));
+    EXPECT_THAT(response.store.Get(lbs_key::kRsp), HasSubstr(R"("link.default": ["d:6"])"));
+    EXPECT_EQ(response.store.Get(lbs_key::kIPVersion), "2");
+    EXPECT_TRUE(std::filesystem::is_empty(file_));
+  }
 }
-
-struct CacheCase {
-  std::int32_t family;  // Of the settings.
-  bool used;
-  std::string file;
-  const char* changed = "";  // The two families in the log line.
-};
 
 TEST_F(LBSResponseTest, UsesACacheThatFitsItsSettings) {
-  const test_support::CapturedLog log;
   std::filesystem::create_directories(config_->appdata_path() + "lbs");
-  for (const CacheCase& row : std::vector<CacheCase>{
-           {1, true, FileWith({})},  // Its time is over.
-           {1, true, FileWith({{"expire_time", ""}})},
-           {1, false, FileWith({{"lbs_rsp", ""}})},
-           {1, false, FileWith({{"root_lbs_addr", ""}})},
-           {1, false, FileWith({{"runntime_lbs", ""}})},
-           {1, false, FileWith({{"root_lbs_addr", "https://other"}})},
-           {2, false, FileWith({}), "1  setting :2"},
-           {1, false, FileWith({{"lbs_ip_version", "2"}}), "2  setting :1"},
-           {2, false, FileWith({{"root_lbs_addr", "https://other"}}), "1  setting :2"},
-           {0, true, FileWith({{"lbs_ip_version", "2"}})},
-           {2, true, FileWith({{"lbs_ip_version", "0"}})},
-           {1, true, FileWith({{"lbs_ip_version", ""}})},
-           {2, false, FileWith({{"lbs_ip_version", ""}}), "1  setting :2"},
-           {1, false, FileWith({{"lbs_rsp", R"({"common": {"link": ["a:1"]}})"}})},
-           {1, false, FileWith({{"lbs_rsp", std::string(100'000, '[')}})},
-           {1, false, FileWith({{"lbs_rsp", kAnswer + std::string(kLBSTextBufferSize, ' ')}})},
-           {1, false, ""},
-           {1, false, FileWith({}).substr(0, 100)},
-           {1, false, R"({"lbs_rsp": ["a"]})"}}) {
-    SCOPED_TRACE(row.file.substr(0, 200));
+  const struct {
+    std::int32_t family;  // Of the settings.
+    bool used;
+    std::string file;
+  } rows[] = {
+      {1, true, FileWith({})},  // Its time is over.
+      {1, true, FileWith({{"expire_time", ""}})},
+      {1, false, FileWith({{"lbs_rsp", ""}})},
+      {1, false, FileWith({{"root_lbs_addr", ""}})},
+      {1, false, FileWith({{"runntime_lbs", ""}})},
+      {1, false, FileWith({{"root_lbs_addr", "https://other"}})},
+      {2, false, FileWith({})},
+      {1, false, FileWith({{"lbs_ip_version", "2"}})},
+      {0, true, FileWith({{"lbs_ip_version", "2"}})},
+      {2, true, FileWith({{"lbs_ip_version", "0"}})},
+      {1, true, FileWith({{"lbs_ip_version", ""}})},
+      {2, false, FileWith({{"lbs_ip_version", ""}})},
+      {1, false, FileWith({{"lbs_rsp", R"({"common": {"link": ["a:1"]}})"}})},
+      {1, false, FileWith({{"lbs_rsp", std::string(100'000, '[')}})},
+      {1, false, FileWith({{"lbs_rsp", kAnswer + std::string(kLBSTextBufferSize, ' ')}})},
+      {1, false, ""},
+      {1, false, FileWith({}).substr(0, 100)},
+      {1, false, R"({"lbs_rsp": ["a"]})"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.family) + " " + row.file.substr(0, 200));
     test_support::WriteFile(file_, row.file);
-    RecordedLog::Clear();
     LBSResponse response;
     response.SetEnvironmentConfig(config_);
     EXPECT_TRUE(response.Init(SettingsFor(row.family)));
@@ -130,41 +125,7 @@ TEST_F(LBSResponseTest, UsesACacheThatFitsItsSettings) {
     EXPECT_EQ(rsp == kAnswer, row.used);
     EXPECT_EQ(ReadLBSAnswer(rsp)->desc == kGeneratedLocally, !row.used);
     EXPECT_EQ(test_support::ReadFile(file_) == row.file, row.used);
-    const std::string begin = "[lbs] Load lbs cache address family changed check fail cache :";
-    const auto lines = RecordedLog::Texts("[lbs]");
-    EXPECT_EQ(lines.empty() ? begin : lines.back(), begin + row.changed);
-    EXPECT_EQ(lines.size(), row.changed[0] == '\0' ? 0u : 1u);
   }
-}
-
-TEST_F(LBSResponseTest, ReadsWhatIsNoExpireTimeAsLongPast) {
-  EXPECT_EQ(response_.GetExpireTime(), 0);
-  for (const char* text : {"", "x", " 5", "5x", "99999999999999999999", "1e3"}) {
-    response_.store.Set(lbs_key::kExpireTime, text);
-    EXPECT_EQ(response_.GetExpireTime(), 0) << text;
-  }
-  response_.SetExpireTime(-1);
-  EXPECT_EQ(response_.store.Get(lbs_key::kExpireTime), "-1");
-  response_.SetExpireTime(1'893'456'000'000);
-  EXPECT_EQ(response_.GetExpireTime(), 1'893'456'000'000);
-}
-
-TEST_F(LBSResponseTest, KeepsTheBackupUrlsAsAJsonArray) {
-  response_.SetBackupLBS({"https://b", "\"", ""});
-  EXPECT_EQ(response_.store.Get(lbs_key::kBackupAddr), R"(["https://b", "\"", ""])");
-  EXPECT_THAT(response_.GetBackupLBS(), testing::ElementsAre("https://b", "\"", ""));
-  for (const char* text : {"", "{\"0\": \"a\"}", "\"a\"", "[\"a\""}) {
-    response_.store.Set(lbs_key::kBackupAddr, text);
-    EXPECT_TRUE(response_.GetBackupLBS().empty()) << text;
-  }
-}
-
-TEST_F(LBSResponseTest, StaysUsableWhenNothingCanBeSaved) {
-  // A directory has the place of the file.
-  std::filesystem::create_directories(file_);
-  EXPECT_TRUE(response_.Init(SettingsFor(kEMAddressFamilyIPv4)));
-  EXPECT_EQ(response_.store.Get(lbs_key::kRsp), kLocalAnswer);
-  EXPECT_TRUE(std::filesystem::is_empty(file_));
 }
 
 }  // namespace

@@ -5,19 +5,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "base/task_thread.h"
@@ -25,42 +19,13 @@
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/event.h"
 #include "tests/support/http_server.h"
+#include "tests/support/mailbox.h"
 #include "tests/support/temp_directory.h"
 
 namespace zo_tarvel {
 
 inline constexpr char kPath[] = "/lbs/conf.jsp";
 inline constexpr char kDeadUrl[] = "http://127.0.0.1:1/lbs/conf.jsp";  // Nobody listens there.
-
-// What callbacks put in on their threads, and the test takes out in order.
-template <class T>
-class Mailbox {
- public:
-  void Put(T item) {
-    const std::lock_guard lock(mutex_);
-    items_.push_back(std::move(item));
-    changed_.notify_all();
-  }
-  // Throws when there has been nothing for so long that there will be nothing.
-  T Take() {
-    std::unique_lock lock(mutex_);
-    const bool came =
-        changed_.wait_for(lock, std::chrono::seconds(20), [this] { return !items_.empty(); });
-    if (!came) throw std::runtime_error("nothing came");
-    T item = std::move(items_.front());
-    items_.pop_front();
-    return item;
-  }
-  std::size_t size() {
-    const std::lock_guard lock(mutex_);
-    return items_.size();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<T> items_;
-};
 
 using Getter = void (IZOTarvelLBSService::*)(char*);
 
@@ -198,8 +163,8 @@ class LBSServiceTest : public testing::Test {
   }
 
   const test_support::TempDirectory directory_;
-  Mailbox<std::string> told_;         // "code response" of the updates that have ended.
-  Mailbox<std::string> sub_answers_;  // "code url body" of the answers.
+  test_support::Mailbox<std::string> told_;  // "code response" of the updates that have ended.
+  test_support::Mailbox<std::string> sub_answers_;  // "code url body" of the answers.
   test_support::Event asked_;
   test_support::Event may_answer_;
   _ZOTarvelEnvironmentSettings environment_settings_ = test_support::AgentSettings();

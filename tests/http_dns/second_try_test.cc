@@ -75,7 +75,7 @@ class SecondTry {
     result = done.Take();
     while (reported.size() < reports) reported.push_back(records.Take());
     environment_.reset();
-    EXPECT_EQ(done.size(), 0U);
+    EXPECT_TRUE(done.TakeAll().empty());
   }
 
   Texts tried;
@@ -129,7 +129,7 @@ TEST(SecondTryTest, IsTheLastAndHasOneResult) {
     SecondTry bad({{"t", R"(["127.0.0.1", "1.2.3.4/evil", "evil.invalid"])"}}, false);
     const std::string port = ":" + std::to_string(server.port()) + "/";
     bad.Send({"http://t" + port, "http://127.0.0.1:1/"}, 0);
-    EXPECT_EQ(records.size(), 0U);  // They are switched off.
+    EXPECT_TRUE(records.TakeAll().empty());  // They are switched off.
     EXPECT_THAT(bad.tried,
                 ElementsAre("http://t" + port, "http://127.0.0.1:1/", "http://127.0.0.1" + port));
     EXPECT_EQ(bad.result, "bad no");
@@ -151,7 +151,7 @@ TEST(StatisticsTest, TellOfEachFailedUrlAndWhatSavedTheRequest) {
                      server.url("/good")};
     SecondTry saved({});
     saved.Send(urls, 3);
-    EXPECT_EQ(records.size(), 0U);
+    EXPECT_TRUE(records.TakeAll().empty());
     EXPECT_EQ(saved.result, "good ");
     for (std::size_t i = 0; i < 3; ++i) {
       SCOPED_TRACE(urls[i]);

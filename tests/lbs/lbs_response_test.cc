@@ -78,13 +78,11 @@ TEST_F(LBSResponseTest, MakesAndKeepsALocalAnswerWhenThereIsNoDirectory) {
 
 TEST_F(LBSResponseTest, MakesALocalAnswerInMemoryWhenNothingCanBeSaved) {
   std::filesystem::create_directories(file_);  // A directory has the place of the file.
-  for (const bool has_environment : {true, false}) {
-    SCOPED_TRACE(has_environment ? "a directory for a file" : "no environment");
-    LBSResponse response;
-    if (has_environment) response.SetEnvironmentConfig(config_);
-    EXPECT_TRUE(response.Init(SettingsFor(kEMAddressFamilyIPv6)));
-    EXPECT_THAT(response.store.Get(lbs_key::kRsp), HasSubstr(R"("link.default": ["d:6"])"));
-    EXPECT_EQ(response.store.Get(lbs_key::kIPVersion), "2");
+  LBSResponse has_no_environment;
+  for (LBSResponse* const response : {&response_, &has_no_environment}) {
+    EXPECT_TRUE(response->Init(SettingsFor(kEMAddressFamilyIPv6)));
+    EXPECT_THAT(response->store.Get(lbs_key::kRsp), HasSubstr(R"("link.default": ["d:6"])"));
+    EXPECT_EQ(response->store.Get(lbs_key::kIPVersion), "2");
     EXPECT_TRUE(std::filesystem::is_empty(file_));
   }
 }

@@ -92,12 +92,12 @@ TEST_F(LBSServiceTest, KeepsTheOldAnswerForAnHourWhenAllUrlsFail) {
   Init();
   Update();
   EXPECT_EQ(Cached("lbs_backup_addr"), R"(["http://127.0.0.1:1/"])");
-  TakeSubAnswers();
+  sub_answers_.TakeAll();
   server_->Answer(kPath, [](auto&&) { return ServerAnswer{503, {}, "busy"}; });
   EXPECT_EQ(Update(), "0 " + good);
   EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
-  EXPECT_THAT(TakeSubAnswers(), ElementsAre(MatchesRegex("503 " + url_ + ".* busy"),
-                                            StartsWith("0 http://127.0.0.1:1/")));
+  EXPECT_THAT(sub_answers_.TakeAll(), ElementsAre(MatchesRegex("503 " + url_ + ".* busy"),
+                                                  StartsWith("0 http://127.0.0.1:1/")));
   EXPECT_TRUE(RecordedLog::Await("[lbs][lbs cache] update lbs after 3600000 ms"));
 }
 

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -28,6 +27,7 @@ inline constexpr char kPath[] = "/lbs/conf.jsp";
 inline constexpr char kDeadUrl[] = "http://127.0.0.1:1/lbs/conf.jsp";  // Nobody listens there.
 
 using Getter = void (IZOTarvelLBSService::*)(char*);
+using LinkGetter = bool (IZOTarvelLBSService::*)(char*, std::int32_t*, EMAddressFamily*);
 
 // A client of the service, with files, server and environment of its own. The environment has no
 // token, so nothing is asked for until a test says so.
@@ -60,11 +60,12 @@ class LBSServiceTest : public testing::Test {
   void SetCallbacks() {
     const auto tell = [](std::int32_t code, const char* response, void* user) {
       EXPECT_EQ(zo_base::GetCurrentThreadInfo()->name, std::string("lbs service"));
-      Of(user).told_.Put(std::to_string(code) + " " + response);
+      static_cast<LBSServiceTest*>(user)->told_.Put(std::to_string(code) + " " + response);
     };
     const auto collect = [](void* user, const RequestErrorRecord* record) {
       const std::string body = record->body == nullptr ? "" : record->body;
-      Of(user).sub_answers_.Put(std::to_string(record->code) + " " + record->url + " " + body);
+      static_cast<LBSServiceTest*>(user)->sub_answers_.Put(std::to_string(record->code) + " " +
+                                                           record->url + " " + body);
     };
     service()->SetLBSCallback(tell, this);
     service()->SetRequestErrorCollector(collect, this);
@@ -94,11 +95,6 @@ class LBSServiceTest : public testing::Test {
     Response();
     return told;
   }
-  std::vector<std::string> TakeSubAnswers() {
-    std::vector<std::string> taken;
-    while (sub_answers_.size() > 0) taken.push_back(sub_answers_.Take());
-    return taken;
-  }
   // Waits until all that was posted to the service's thread so far has run.
   void RunAllPosted() {
     auto* const thread = dynamic_cast<zo_base::TaskThread*>(service());
@@ -113,10 +109,9 @@ class LBSServiceTest : public testing::Test {
   IZOTarvelLBSService* service() { return object()->GetLBSService(); }
   template <class F>
   static std::string TextOf(F getter) {
-    const std::unique_ptr<char, decltype(&std::free)> out(
-        static_cast<char*>(std::calloc(kLBSTextBufferSize, 1)), std::free);
-    getter(out.get());
-    return out.get();
+    std::vector<char> out(kLBSTextBufferSize);
+    getter(out.data());
+    return out.data();
   }
   std::string TextOf(Getter getter) {
     return TextOf([&](char* out) { (service()->*getter)(out); });
@@ -125,7 +120,13 @@ class LBSServiceTest : public testing::Test {
   std::string Response(bool no_wait = false) {
     return TextOf([&](char* out) { service()->GetLBSResponse(no_wait, out); });
   }
-  // The next link address, or the current one, as "host port family".
+  // A link address as "host port family".
+  std::string LinkOf(LinkGetter getter, EMAddressFamily family) {
+    char host[kLinkAddressBufferSize] = {};
+    std::int32_t port = -1;
+    if (!(service()->*getter)(host, &port, &family)) return "none";
+    return host + (" " + std::to_string(port)) + " " + std::to_string(family);
+  }
   std::string NextLink(EMAddressFamily wish = kEMAddressFamilyAny) {
     return LinkOf(&IZOTarvelLBSService::GetLinkAddress, wish);
   }
@@ -172,16 +173,6 @@ class LBSServiceTest : public testing::Test {
   std::optional<test_support::HttpServer> server_{std::in_place};
   const std::string url_ = server_->url(kPath);  // For handlers, too.
   std::optional<test_support::AgentEnvironment> environment_;
-
- private:
-  static LBSServiceTest& Of(void* user) { return *static_cast<LBSServiceTest*>(user); }
-  template <class F>
-  std::string LinkOf(F getter, EMAddressFamily family) {
-    char host[kLinkAddressBufferSize] = {};
-    std::int32_t port = -1;
-    if (!(service()->*getter)(host, &port, &family)) return "none";
-    return host + (" " + std::to_string(port)) + " " + std::to_string(family);
-  }
 };
 
 }  // namespace zo_tarvel

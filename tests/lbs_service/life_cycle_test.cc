@@ -45,7 +45,7 @@ class LBSLifeCycleTest : public LBSServiceTest {
     Init();
     EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc), "generated locally");
     EXPECT_EQ(Update(), "200 " + Answer("fresh"));
-    EXPECT_EQ(told_.size(), 0U);
+    EXPECT_THAT(told_.TakeAll(), testing::IsEmpty());
   }
 };
 
@@ -99,7 +99,7 @@ TEST_F(LBSLifeCycleTest, AReleaseWaitsForAFunctionOfTheClientThatIsUnderWay) {
   object()->ReleaseLBSService();
   EXPECT_TRUE(left);
   RunAllPostedToTheAgent();
-  EXPECT_EQ(told_.size(), 0U);
+  EXPECT_THAT(told_.TakeAll(), testing::IsEmpty());
 }
 
 TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {

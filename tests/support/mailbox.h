@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <stdexcept>
@@ -29,9 +28,10 @@ class Mailbox {
     items_.pop_front();
     return item;
   }
-  std::size_t size() {
+  // What is there now.
+  std::deque<T> TakeAll() {
     const std::lock_guard lock(mutex_);
-    return items_.size();
+    return std::exchange(items_, {});
   }
 
  private:

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,13 +29,13 @@ std::string File(const std::map<std::string, std::string>& entries) {
   return Json(Json::object(entries.begin(), entries.end())).dump();
 }
 
-std::string ServerFile(std::int64_t remaining = 3'600'000) {
+std::string ServerFile() {
   return File(
       {{"host", "svc.example"},
        {"ipv4", R"([{"host": "192.0.2.7", "port": 0, "https": false}, {"host": "dns.example",
                    "port": 8443}, {"host": "192.0.2.8"}, {"host": "192.0.2.9/evil"}])"},
        {"ipv6", R"([{"host": "[2001:db8::7]", "port": 8080, "https": true}])"},
-       {"expired_time", std::to_string(kNow + remaining)}});
+       {"expired_time", std::to_string(kNow + 3'600'000)}});
 }
 
 Texts UrlsOf(const MultipleURLHttpRequest& request) {
@@ -59,10 +58,8 @@ class HttpDNSManagerTest : public testing::Test {
     settings.single_request_timeout = 4'321;
     settings.single_request_prefail_timeout = 1'234;
     config_->Load(settings);
-    config_->SetHttpRequestInvoker([this](const MultipleURLHttpRequest& request, bool) {
-      const std::lock_guard lock(mutex_);
-      sent_.push_back(request);
-    });
+    config_->SetHttpRequestInvoker(
+        [this](const MultipleURLHttpRequest& request, bool) { sent_.push_back(request); });
     files_ = config_->appdata_path() + "http_dns/";
     std::filesystem::create_directories(files_);
     if (!servers.empty()) WriteFile(files_ + "http_server_cache.data", servers);
@@ -80,10 +77,6 @@ class HttpDNSManagerTest : public testing::Test {
       manager_->PostTask([&] { done.Set(); });
       ASSERT_TRUE(done.Await());
     }
-  }
-  std::vector<MultipleURLHttpRequest> Sent() {
-    const std::lock_guard lock(mutex_);
-    return sent_;
   }
   void Reload() {
     manager_->PostTask([this] { manager_->DoReload(zo_net::kAddressFamilyAny); });
@@ -112,9 +105,9 @@ class HttpDNSManagerTest : public testing::Test {
   const CapturedLog log_;
   const TempDirectory directory_;
   std::string files_;
-  std::mutex mutex_;
+  // Of the manager's thread; read after Settle.
   std::vector<MultipleURLHttpRequest> sent_;
-  std::vector<HostCacheResult> results_;  // Read after Settle.
+  std::vector<HostCacheResult> results_;
   const std::shared_ptr<_EnvironmentConfig> config_ = std::make_shared<_EnvironmentConfig>();
   std::shared_ptr<HttpDNSManager> manager_;
 };
@@ -130,7 +123,7 @@ TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
                                   R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])");
   EXPECT_TRUE(RecordedLog::Await("[http dns] Begin update service"));
   Settle();
-  const auto urls = UrlsOf(Sent().at(0));
+  const auto urls = UrlsOf(sent_.at(0));
   ASSERT_EQ(urls.size(), 7U);
   EXPECT_EQ(urls[1], "httpdns.tarvel.invalid https://192.0.2.53:443/httpdns/v2/s");
 }
@@ -143,9 +136,7 @@ TEST_F(HttpDNSManagerTest, AsksForServersAtATimeThatTheFileSays) {
       {std::to_string(kNow + 1'500), "50"},
       {std::to_string(kNow - kDay), "50"},
       {"9223372036854775807", "86400000"},
-      {"-9223372036854775808", "50"},
-      {"99999999999999999999", "50"},
-      {"1e300", "50"}};
+      {"99999999999999999999", "50"}};
   for (const auto& [expired_time, delay] : rows) {
     RecordedLog::Clear();
     Begin(File({{"host", "h"}, {"ipv4", "[]"}, {"expired_time", expired_time}}));
@@ -159,8 +150,8 @@ TEST_F(HttpDNSManagerTest, AsksServersForServersOneRequestAtATime) {
   Begin(ServerFile());
   Reload();
   Reload();
-  ASSERT_EQ(Sent().size(), 1U);
-  const auto request = Sent()[0];
+  ASSERT_EQ(sent_.size(), 1U);
+  const auto request = sent_[0];
   EXPECT_THAT(UrlsOf(request), ElementsAre("svc.example https://svc.example/httpdns/v2/s",
                                            "svc.example http://192.0.2.7:80/httpdns/v2/s",
                                            "svc.example https://[2001:db8::7]:8080/httpdns/v2/s",
@@ -179,14 +170,14 @@ TEST_F(HttpDNSManagerTest, AsksServersForServersOneRequestAtATime) {
 TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
   Begin(ServerFile(), "", true);
   Reload();
-  EXPECT_EQ(UrlsOf(Sent()[0])[1], "svc.example https://dns.example/httpdns/v2/s");
+  EXPECT_EQ(UrlsOf(sent_[0])[1], "svc.example https://dns.example/httpdns/v2/s");
 }
 
 TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
   constexpr char kFile[] = "http_server_cache.data";
   Begin(ServerFile());
   Reload();
-  Answer(Sent()[0], true,
+  Answer(sent_[0], true,
          R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": [{"host": "192.0.2.77"}]})");
   EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 600000 ms"));
   EXPECT_EQ(Saved(kFile, "ttl"), "600000");
@@ -194,15 +185,15 @@ TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
   EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
   EXPECT_THAT(Saved(kFile, "ipv6"), testing::HasSubstr("2001:db8::7"));
   Reload();
-  EXPECT_THAT(UrlsOf(Sent().back()),
+  EXPECT_THAT(UrlsOf(sent_.back()),
               ElementsAre("new.example https://new.example/httpdns/v2/s",
                           "new.example https://192.0.2.77:443/httpdns/v2/s",
                           "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
-  Answer(Sent().back(), true,
+  Answer(sent_.back(), true,
          R"({"host": "x", "ttl": 1e300, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
              {"host": "2001:db8::8", "port": 8}], "ipv4": 7})");
   Reload();
-  EXPECT_EQ(UrlsOf(Sent().back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
+  EXPECT_EQ(UrlsOf(sent_.back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
 }
 
 TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
@@ -210,7 +201,7 @@ TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
   for (const int minutes : {1, 2, 3, 4, 5, 5, 0, 1}) {
     RecordedLog::Clear();
     Reload();
-    Answer(Sent().back(), minutes == 0, R"({"host": "h", "ttl": 600, "ipv4": []})");
+    Answer(sent_.back(), minutes == 0, R"({"host": "h", "ttl": 600, "ipv4": []})");
     const std::string delay = std::to_string(minutes * 60'000);
     EXPECT_THAT(RecordedLog::Texts("[http dns] Update "),
                 ElementsAre(minutes == 0 ? "[http dns] Update success ttl : 600000 ms"
@@ -228,9 +219,9 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
                             {"broken", "["},
                             {"evil", entry("evil.example", kNow + 3'600'000)}}));
   Query({"a", "b", "c", "evil"});
-  ASSERT_EQ(Sent().size(), 2U);
+  ASSERT_EQ(sent_.size(), 2U);
   EXPECT_THAT(results_, IsEmpty());
-  const auto sync = Sent()[0], async = Sent()[1];
+  const auto sync = sent_[0], async = sent_[1];
   EXPECT_EQ(UrlsOf(sync)[1], "svc.example http://192.0.2.7:80/httpdns/v2/d?domain=c,evil");
   EXPECT_EQ(UrlsOf(async)[0], "svc.example https://svc.example/httpdns/v2/d?domain=b");
   EXPECT_THAT(sync.headers, IsEmpty());
@@ -256,8 +247,8 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
   Answer(async, false, "");
   Query({"b"});       // Still stale: answered, and asked for again.
   Query({"d", "a"});  // Nobody will know the first.
-  Answer(Sent().back(), false, "");
-  EXPECT_EQ(Sent().size(), 4U);
+  Answer(sent_.back(), false, "");
+  EXPECT_EQ(sent_.size(), 4U);
   EXPECT_THAT(results_, ElementsAre(wanted, HostCacheResult{{"b", {"192.0.2.2"}}},
                                     HostCacheResult{{"a", {"192.0.2.1"}}}));
 }

@@ -66,30 +66,6 @@ TEST_F(CountTimerInvokerTest, RunsTheLatestTaskAtTheThirdRequestAtTheEndOfTheSpa
   }
 }
 
-TEST_F(CountTimerInvokerTest, RunsNothingOnceItIsStoppedOrReleasedOrItsThreadIsStopping) {
-  for (const bool released : {false, true}) {
-    ASSERT_TRUE(thread_.Hold());
-    Request('a');
-    if (released) invoker_.reset();
-    if (!released) invoker_->Stop();
-    if (!released) Request('N', true);
-    ASSERT_TRUE(RunSpan());
-    EXPECT_EQ(ran_, "") << "released: " << released;
-    invoker_ = NewInvoker(kSpan);
-  }
-  ASSERT_TRUE(thread_.Hold());
-  Request('a');
-  {
-    const std::jthread stopper([&] { thread_->Stop(); });
-    while (!thread_->IsStopping()) std::this_thread::yield();
-    Request('S', true);
-    thread_.Release();
-  }
-  thread_.Destroy();
-  Request('D', true);
-  EXPECT_EQ(ran_, "");
-}
-
 TEST_F(CountTimerInvokerTest, LeavesNoRequestOfManyThreadsWithoutARunOrASpan) {
   invoker_ = NewInvoker(1);
   for (int round = 0; round < 100; ++round) {

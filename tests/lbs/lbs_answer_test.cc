@@ -8,7 +8,6 @@
 
 #include "base/json_texts.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
-#include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
 #include "tests/lbs/captured_log.h"
 
@@ -157,36 +156,9 @@ TEST(LBSAnswerTest, TakesLinearTimeForManyLinksAndLogsAndKeepsOnlySoMuch) {
   EXPECT_TRUE(chooser.GetHost(kEMAddressFamilyIPv6, host));
 }
 
-TEST(LinkAddressTest, SplitsAText) {
-  const struct {
-    const char* text;
-    const char* parts;  // Host, port, family.
-  } rows[] = {{"1.2.3.4:65535", "1.2.3.4 65535 1"},
-              {"[2001:db8::1]:2", "[2001:db8::1] 2 2"},
-              {"name", "name 0 0"},
-              {"name:65536", "name 0 0"},
-              {"name:-1", "name 0 0"},
-              {"name:99999999999999999999", "name 0 0"},
-              {"[::1", "[::1 0 0"},
-              {"", " 0 0"}};
-  for (const auto& row : rows) {
-    const auto [host, port, family] = SplitLinkAddress(row.text);
-    EXPECT_EQ(host + " " + std::to_string(port) + " " + std::to_string(family), row.parts)
-        << row.text;
-  }
-}
-
-TEST(MsgStatInfoTest, IsKeptAsOneJsonTextAndCutForTheClient) {
-  EXPECT_EQ(MsgStatInfo().ToJson(),
-            R"({"msg_stat_info": {"desc": "online", )"
-            R"("msg_stat_info_api": "/statics/report/im/sdk/msgreceived", )"
-            R"("msg_stat_info_enable": "false", )"
-            R"("msg_stat_info_host": "https://statistics.tarvel.invalid"}})");
-  MsgStatInfo info;
-  info.FromJson(MsgStatInfo{true, std::string(600, 'h'), "a", std::string(128, 'd')}.ToJson());
+TEST(MsgStatInfoTest, IsCutForTheClient) {
   _ZOTarvelMsgStatInfo record;
-  info.FillRecord(record);
-  EXPECT_TRUE(record.enable);
+  MsgStatInfo{true, std::string(600, 'h'), "a", std::string(128, 'd')}.FillRecord(record);
   EXPECT_EQ(std::string(record.host), std::string(511, 'h'));
   EXPECT_EQ(std::string(record.api), "a");
   EXPECT_EQ(std::string(record.desc), std::string(127, 'd'));

@@ -5,13 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_request.h"
 #include "business/tarvel_lbs/lbs_settings.h"
+#include "business/tarvel_lbs/link_address.h"
+#include "network/text.h"
 
 namespace zo_tarvel {
 namespace {
 
 using Texts = std::vector<std::string>;
+using WQBASE::network::Split;
 
 TEST(LBSSettingsTest, FillTheGapsOfARecord) {
   const std::string none = kDefaultLink;
@@ -95,6 +99,75 @@ TEST(LBSRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
       entries.push_back(entry.host + " " + entry.url);
     }
     EXPECT_EQ(entries, row.entries) << testing::PrintToString(row.urls);
+  }
+}
+
+TEST(LinkAddressTest, SplitsAText) {
+  const struct {
+    const char* text;
+    const char* parts;  // Host, port, family.
+  } rows[] = {{"1.2.3.4:65535", "1.2.3.4 65535 1"},
+              {"[2001:db8::1]:2", "[2001:db8::1] 2 2"},
+              {"name", "name 0 0"},
+              {"name:65536", "name 0 0"},
+              {"name:-1", "name 0 0"},
+              {"name:99999999999999999999", "name 0 0"},
+              {"[::1", "[::1 0 0"},
+              {"", " 0 0"}};
+  for (const auto& row : rows) {
+    const auto [host, port, family] = SplitLinkAddress(row.text);
+    EXPECT_EQ(host + " " + std::to_string(port) + " " + std::to_string(family), row.parts)
+        << row.text;
+  }
+}
+
+// What `chooser` answers to questions of these families, each a digit; a "*" marks a default.
+std::string Asked(HostChooser& chooser, const std::string& families) {
+  std::string answers;
+  for (const char family : families) {
+    std::string host = "untouched";
+    const bool is_default = chooser.GetHost(family - '0', host);
+    answers += (answers.empty() ? "" : " ") + std::string(is_default ? "*" : "") + host;
+  }
+  return answers;
+}
+
+TEST(HostChooserTest, HandsOutItsListThenADefaultThenItsListAnew) {
+  constexpr char kMixed[] = "1.2.3.4:1 [2001:db8::1]:2 name:3";
+  const struct {
+    const char* hosts;
+    const char* families;
+    const char* answers;
+    const char* defaults = "d4:4 d6:6";
+  } rows[] = {
+      {"a:1 b:2", "0000", "a:1 b:2 *d4:4 a:1"},
+      {kMixed, "2222", "[2001:db8::1]:2 name:3 *d6:6 [2001:db8::1]:2"},
+      {kMixed, "1111", "1.2.3.4:1 name:3 *d4:4 1.2.3.4:1"},
+      {kMixed, "03030", "1.2.3.4:1 [2001:db8::1]:2 name:3 *d4:4 1.2.3.4:1"},
+      {kMixed, "211", "[2001:db8::1]:2 name:3 *d4:4"},  // One index for all families.
+      {"1.2.3.4:1 127.1:2", "221", "*d6:6 *d6:6 1.2.3.4:1"},
+      {"1.2.3.4 [ :80", "222", "[ :80 *d6:6"},
+      {"", "1201", "*d4:4 *d6:6 *d4:4 *d4:4"},
+      // A default that is a name suits any family.
+      {"", "031", "*n:80 *n:80 *1.2.3.4:80", "1.2.3.4:80 n:80"},
+      {"", "02", "*n:80 *[::1]:80", "n:80 [::1]:80"},
+      {"", "0", "*1.2.3.4:80", "1.2.3.4:80 [::1]:80"},
+  };
+  for (const auto& row : rows) {
+    const auto defaults = Split(row.defaults, " ");
+    HostChooser chooser(defaults[0], defaults[1], 1);
+    chooser.ResetHosts(Split(row.hosts, " "));
+    EXPECT_EQ(Asked(chooser, row.families), row.answers)
+        << row.hosts << " | " << row.defaults << " asked for " << row.families;
+  }
+}
+
+TEST(HostChooserTest, TakesADefaultForOneFamilyOrForBoth) {
+  const char* const expected[] = {"*x:1 *x:1", "*x:1 *d6:6", "*d4:4 *x:1", "*d4:4 *d6:6"};
+  for (const std::int32_t family : {0, 1, 2, 3}) {
+    HostChooser chooser("d4:4", "d6:6", -1);
+    chooser.SetDefaultHost(family, "x:1");
+    EXPECT_EQ(Asked(chooser, "12"), expected[family]) << "set for family " << family;
   }
 }
 

@@ -60,6 +60,10 @@ TEST_F(LBSServiceTest, AnswersNothingBeforeInitThenFromItsOwnAnswerThenFromAFres
   EXPECT_EQ(Cached("root_lbs_addr"), url_);
   EXPECT_EQ(Cached("lbs_ip_version"), "1");
   EXPECT_EQ(Cached("def_link_addr"), "192.0.2.99:99");
+  EXPECT_EQ(Cached("msg_stat_info"),
+            R"({"msg_stat_info": {"desc": "the fresh one", )"
+            R"("msg_stat_info_api": "/statics/report/im/sdk/msgreceived", )"
+            R"("msg_stat_info_enable": "true", "msg_stat_info_host": "https://stat.test"}})");
 }
 
 TEST_F(LBSServiceTest, RotatesLinkAddressesAndAsksOnceForMoreWhenTheyAreUsedUp) {
@@ -115,25 +119,20 @@ TEST_F(LBSServiceTest, WaitsForTheUpdateUnderWayWhenTheClientWantsItsAnswer) {
   EXPECT_EQ(waiting.get(), Answer("fresh"));
 }
 
-class LBSCallbackTest : public LBSServiceTest {
- protected:
-  static void Ask(void* user) {
-    auto* const test = static_cast<LBSCallbackTest*>(user);
-    test->responses_.Put(test->Response());
-  }
-  Mailbox<std::string> responses_;
-};
-
-TEST_F(LBSCallbackTest, NeverWaitsForTheUpdateThatItIsPartOf) {
+TEST_F(LBSServiceTest, NeverWaitsForTheUpdateThatItIsPartOf) {
+  static const auto ask = [](void* user) {
+    auto& test = *static_cast<LBSServiceTest*>(user);
+    test.told_.Put(test.Response());
+  };
   Serve({Answer("fresh")});
   Init();
-  service()->SetAccIDGetter([](void* user, char*) { Ask(user); }, this);
-  service()->SetRequestErrorCollector([](void* user, auto*) { Ask(user); }, this);
-  service()->SetLBSCallback([](auto, auto, void* user) { Ask(user); }, this);
+  service()->SetAccIDGetter([](void* user, char*) { ask(user); }, this);
+  service()->SetRequestErrorCollector([](void* user, auto*) { ask(user); }, this);
+  service()->SetLBSCallback([](auto, auto, void* user) { ask(user); }, this);
   service()->Update(kEMAddressFamilyAny, true);
-  EXPECT_THAT(responses_.Take(), HasSubstr("generated locally"));
-  EXPECT_THAT(responses_.Take(), HasSubstr("generated locally"));
-  EXPECT_EQ(responses_.Take(), Answer("fresh"));
+  EXPECT_THAT(told_.Take(), HasSubstr("generated locally"));
+  EXPECT_THAT(told_.Take(), HasSubstr("generated locally"));
+  EXPECT_EQ(told_.Take(), Answer("fresh"));
 }
 
 TEST_F(LBSServiceTest, WaitsForNothingWhenThereIsNoUrlToAskAndTheNextForcedUpdateGoesOut) {

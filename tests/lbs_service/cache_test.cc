@@ -1,9 +1,12 @@
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
+#include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tests/lbs_service/lbs_client.h"
@@ -30,15 +33,17 @@ class LBSCacheTest : public LBSServiceTest {
     SetLBSServiceFactory(real_);
   }
 
-  // A start at `clock` with a token, and with a cached answer that ends at `expire_time`.
-  void StartWithToken(std::int64_t clock, const std::string& expire_time) {
+  // A start with a token, and with a cached answer. A member of its file has this value, or is
+  // missing where that is empty.
+  void StartWithCache(const std::string& key, const std::string& value) {
     Restart();
-    wall_clock = clock;
     std::filesystem::create_directories(std::filesystem::path(CachePath()).parent_path());
-    const nlohmann::json cache = {{"lbs_rsp", Answer("cached")},
-                                  {"root_lbs_addr", url_},
-                                  {"runntime_lbs", url_},
-                                  {"expire_time", expire_time}};
+    nlohmann::json cache = {{"lbs_rsp", Answer("cached")},
+                            {"root_lbs_addr", url_},
+                            {"runntime_lbs", url_},
+                            {"lbs_ip_version", "1"}};
+    cache[key] = value;
+    if (value.empty()) cache.erase(key);
     WriteFile(CachePath(), cache.dump());
     object()->SetBusinessToken("t");
     Init();
@@ -98,21 +103,70 @@ TEST_F(LBSCacheTest, AsksInTimeAndNotAllTheTimeWhateverFileAndClockSay) {
       {"9223372036854775807", -kDay, 18'000'000},
       {"-9223372036854775808", kNow, 20},
       {"abc", kNow, 20},
-      {"", kNow, 20},
+      {"", kNow, 18'000'000},  // Lives from now on.
   };
   Serve({"not good"});
   for (const auto& row : rows) {
     SCOPED_TRACE(row.expire_time + " at " + std::to_string(row.clock));
-    StartWithToken(row.clock, row.expire_time);
+    wall_clock = row.clock;
+    StartWithCache("expire_time", row.expire_time);
     EXPECT_EQ(RecordedLog::Texts("[lbs][lbs cache]").at(0), UpdateAfter(row.update_after));
-    EXPECT_EQ(Cached("expire_time"), row.expire_time);
     EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
+  }
+}
+
+TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
+  const struct {
+    std::uint32_t family;  // Of the settings.
+    const char* name;      // That of the answer; the service's own has none.
+    const char* key;
+    std::string value;
+  } rows[] = {
+      {1, "cached", "expire_time", "1"},
+      {1, "", "lbs_rsp", ""},
+      {1, "", "root_lbs_addr", ""},
+      {1, "", "runntime_lbs", ""},
+      {1, "", "root_lbs_addr", "https://other"},
+      {1, "", "lbs_ip_version", "2"},
+      {2, "", "lbs_ip_version", "1"},
+      {0, "cached", "lbs_ip_version", "2"},
+      {2, "cached", "lbs_ip_version", "0"},
+      {1, "cached", "lbs_ip_version", ""},
+      {2, "", "lbs_ip_version", ""},
+      {1, "", "lbs_rsp", R"({"common": {"link": ["a:1"], "name": "no good"}})"},
+      {1, "", "lbs_rsp", std::string(100'000, '[')},
+      {1, "", "lbs_rsp", Answer("long") + std::string(kLBSTextBufferSize, ' ')},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.family) + " " + row.key + " " + row.value.substr(0, 100));
+    settings_.addr_family = row.family;
+    StartWithCache(row.key, row.value);
+    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), row.name);
+    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc) == kGeneratedLocally, *row.name == '\0');
+  }
+}
+
+TEST_F(LBSCacheTest, StartsFromAnAnswerOfItsOwnEvenWhenNothingCanBeSaved) {
+  std::filesystem::create_directories(CachePath());  // A directory has the place of the file.
+  SetUrls({"https://main", "https://b"});
+  std::strcpy(settings_.default_link_ipv6, "d:6");
+  for (const auto& [family, link] : {std::pair{1U, "192.0.2.9:9"}, {2U, "d:6"}}) {
+    Restart();
+    settings_.addr_family = family;
+    Init();
+    EXPECT_EQ(Response(), R"({"common": {"desc": "generated locally", "lbs": "https://main", )"
+                          R"("lbs.backup": ["https://b"], "link": [")" +
+                              std::string(link) + R"("], "link.default": [")" + link +
+                              R"("], "msg.stat.enable": false, "ttl": 0, )"
+                              R"("zeb": ["http://192.0.2.80", "http://198.51.100.80"], )"
+                              R"("zebdl": "http://storage.tarvel.invalid", )"
+                              R"("zebdls": ["http://storage.tarvel.invalid"]}})");
   }
 }
 
 TEST_F(LBSCacheTest, AsksSoonWhenItStartsWithATokenAndAnAnswerThatIsOver) {
   Serve({Answer("fresh")});
-  StartWithToken(kNow, std::to_string(kNow - 1));
+  StartWithCache("expire_time", std::to_string(kNow - 1));
   EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), "cached");
   EXPECT_EQ(TakeTold(), "200 " + Answer("fresh"));
   EXPECT_EQ(Cached("expire_time"), std::to_string(kNow + kDay / 2));

@@ -32,7 +32,7 @@ using LinkGetter = bool (IZOTarvelLBSService::*)(char*, std::int32_t*, EMAddress
 // A client of the service, with files, server and environment of its own. The environment has no
 // token, so nothing is asked for until a test says so.
 class LBSServiceTest : public testing::Test {
- protected:
+ public:
   LBSServiceTest() {
     std::strcpy(environment_settings_.appdata_path, directory_.path().c_str());
     environment_settings_.sv = 42;

@@ -29,7 +29,7 @@ namespace {
 using namespace test_support;
 using Result = DnsServer::HostResult;
 
-// Nobody reads this socket.
+// A name server whose questions nobody reads.
 int SilentNameServer() {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const sockaddr_in address{AF_INET, htons(53), {inet_addr("127.0.0.2")}, {}};
@@ -37,43 +37,30 @@ int SilentNameServer() {
   return fd;
 }
 
-// Knows the names under "example", but for silent.example: for that it asks the silent one.
-class NameServer {
- public:
-  NameServer() {
-    int log[2];
-    EXPECT_EQ(pipe(log), 0);
-    process_ = fork();
-    if (process_ == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      dup2(log[1], STDERR_FILENO);
-      execl("/usr/sbin/dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv",
-            "--no-hosts", "--listen-address=127.0.0.1", "--bind-interfaces", "--local=/example/",
-            "--server=/silent.example/127.0.0.2", "--host-record=good.example,192.0.2.1",
-            "--host-record=good.example,192.0.2.2", "--host-record=six.example,2001:db8::1",
-            "--cname=alias.example,good.example", nullptr);
-      _exit(1);
-    }
-    close(log[1]);
-    log_ = log[0];
-    std::string all;
-    for (char byte; all.find("started") == std::string::npos && read(log_, &byte, 1) == 1;) {
-      all += byte;
-    }
-    EXPECT_NE(all.find("started"), std::string::npos) << all;
+// Starts one that knows the names under "example", but for silent.example: for that it asks the
+// silent one. It ends with this process.
+void StartNameServer() {
+  int log[2];
+  EXPECT_EQ(pipe(log), 0);
+  if (fork() == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dup2(log[1], STDERR_FILENO);
+    execl("/usr/sbin/dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv",
+          "--no-hosts", "--listen-address=127.0.0.1", "--bind-interfaces", "--local=/example/",
+          "--server=/silent.example/127.0.0.2", "--host-record=good.example,192.0.2.1",
+          "--host-record=good.example,192.0.2.2", "--host-record=six.example,2001:db8::1",
+          "--cname=alias.example,good.example", nullptr);
+    _exit(1);
   }
-  ~NameServer() {
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-    close(log_);
+  close(log[1]);
+  std::string all;
+  for (char byte; all.find("started") == std::string::npos && read(log[0], &byte, 1) == 1;) {
+    all += byte;
   }
+  EXPECT_NE(all.find("started"), std::string::npos) << all;
+}
 
- private:
-  pid_t process_ = -1;
-  int log_ = -1;
-};
-
-// A started DnsServer, and what it says.
+// A started DnsServer.
 struct Resolver {
   Resolver() { server->Start(); }
   ~Resolver() {
@@ -82,8 +69,8 @@ struct Resolver {
 
   Result Resolve(const std::string& host, AddressFamily family = kAddressFamilyAny) const {
     const auto done = std::make_shared<std::promise<Result>>();
-    server->GetHostByName(
-        host, [done](const Result& result) { done->set_value(result); }, family);
+    const auto take = [done](const Result& result) { done->set_value(result); };
+    server->GetHostByName(host, take, family);
     return done->get_future().get();
   }
 
@@ -95,9 +82,8 @@ int WithNameServer(const std::function<void(int)>& body) {
   if (access("/usr/sbin/dnsmasq", X_OK) != 0) return kNotPermitted;
   if (!EnterPrivateNetwork("nameserver 127.0.0.1\n")) return kNotPermitted;
   const int silent = SilentNameServer();
-  const NameServer name_server;
+  StartNameServer();
   body(silent);
-  close(silent);
   return 0;
 }
 #define EXPECT_GOOD_LOOKUPS(...) EXPECT_GOOD_CHILD([] { return WithNameServer(__VA_ARGS__); })

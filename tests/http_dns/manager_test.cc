@@ -129,14 +129,13 @@ TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
 }
 
 TEST_F(HttpDNSManagerTest, AsksForServersAtATimeThatTheFileSays) {
-  const std::int64_t kDay = 86'400'000;
-  const std::pair<std::string, std::string> rows[] = {
-      {std::to_string(kNow + 10 * kDay), "86400000"},
-      {std::to_string(kNow + 2'001), "2001"},
-      {std::to_string(kNow + 1'500), "50"},
-      {std::to_string(kNow - kDay), "50"},
-      {"9223372036854775807", "86400000"},
-      {"99999999999999999999", "50"}};
+  const auto in = [](std::int64_t ms) { return std::to_string(kNow + ms); };
+  const std::pair<std::string, std::string> rows[] = {{in(864'000'000), "86400000"},
+                                                      {in(2'001), "2001"},
+                                                      {in(1'500), "50"},
+                                                      {in(-86'400'000), "50"},
+                                                      {"9223372036854775807", "86400000"},
+                                                      {"99999999999999999999", "50"}};
   for (const auto& [expired_time, delay] : rows) {
     RecordedLog::Clear();
     Begin(File({{"host", "h"}, {"ipv4", "[]"}, {"expired_time", expired_time}}));

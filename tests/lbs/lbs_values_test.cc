@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
@@ -103,21 +104,18 @@ TEST(LBSRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
 }
 
 TEST(LinkAddressTest, SplitsAText) {
-  const struct {
-    const char* text;
-    const char* parts;  // Host, port, family.
-  } rows[] = {{"1.2.3.4:65535", "1.2.3.4 65535 1"},
-              {"[2001:db8::1]:2", "[2001:db8::1] 2 2"},
-              {"name", "name 0 0"},
-              {"name:65536", "name 0 0"},
-              {"name:-1", "name 0 0"},
-              {"name:99999999999999999999", "name 0 0"},
-              {"[::1", "[::1 0 0"},
-              {"", " 0 0"}};
-  for (const auto& row : rows) {
-    const auto [host, port, family] = SplitLinkAddress(row.text);
-    EXPECT_EQ(host + " " + std::to_string(port) + " " + std::to_string(family), row.parts)
-        << row.text;
+  const std::pair<const char*, const char*> rows[] = {// Host, port, family.
+                                                      {"1.2.3.4:65535", "1.2.3.4 65535 1"},
+                                                      {"[2001:db8::1]:2", "[2001:db8::1] 2 2"},
+                                                      {"name", "name 0 0"},
+                                                      {"name:65536", "name 0 0"},
+                                                      {"name:-1", "name 0 0"},
+                                                      {"name:99999999999999999999", "name 0 0"},
+                                                      {"[::1", "[::1 0 0"},
+                                                      {"", " 0 0"}};
+  for (const auto& [text, parts] : rows) {
+    const auto [host, port, family] = SplitLinkAddress(text);
+    EXPECT_EQ(host + " " + std::to_string(port) + " " + std::to_string(family), parts) << text;
   }
 }
 

@@ -51,8 +51,8 @@ class LBSLifeCycleTest : public LBSServiceTest {
 
 TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobodyAndTheNextServiceWorks) {
   Init();
-  EXPECT_TRUE(AnybodyIsConnected());
   BeginUpdate();
+  EXPECT_TRUE(AnybodyIsConnected());
   object()->ReleaseLBSService();
   EXPECT_FALSE(AnybodyIsConnected());
   may_answer_.Set();

@@ -129,6 +129,7 @@ TEST(SecondTryTest, IsTheLastAndHasOneResult) {
     EXPECT_EQ(outcome.result, "bad no");
     EXPECT_EQ(server.requests().size(), 1U);
     EXPECT_EQ(server.requests()[0].header("Host"), "t");
+    EXPECT_TRUE(RecordedLog::Texts("[multiple]Use http dns,host list empty").empty());
     EXPECT_TRUE(RecordedLog::Texts("[HttpAgent]DNS server").empty());
     return 0;
   });

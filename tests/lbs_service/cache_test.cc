@@ -4,7 +4,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
 
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
@@ -147,20 +146,34 @@ TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
 }
 
 TEST_F(LBSCacheTest, StartsFromAnAnswerOfItsOwnEvenWhenNothingCanBeSaved) {
+  const struct {
+    std::uint32_t family;  // Those of the settings.
+    const char* link;
+    const char* link_ipv6;
+    std::string links;  // Those of the answer.
+    std::string default_link;
+  } rows[] = {{1, "l:1", "s:2", R"("l:1")", "l:1"},
+              {2, "l:1", "s:2", R"("s:2")", "s:2"},
+              {0, "l:1", "s:2", R"("l:1", "s:2")", "l:1"},
+              {2, "l:1", "", R"("l:1")", "l:1"},
+              {0xffffffff, "l:1", "s:2", R"("l:1")", "l:1"},
+              {1, "", "s:2", '"' + std::string(kDefaultLink) + '"', kDefaultLink}};
   std::filesystem::create_directories(CachePath());  // A directory has the place of the file.
   SetUrls({"https://main", "https://b"});
-  std::strcpy(settings_.default_link_ipv6, "d:6");
-  for (const auto& [family, link] : {std::pair{1U, "192.0.2.9:9"}, {2U, "d:6"}}) {
+  for (const auto& row : rows) {
     Restart();
-    settings_.addr_family = family;
+    settings_.addr_family = row.family;
+    std::strcpy(settings_.default_link, row.link);
+    std::strcpy(settings_.default_link_ipv6, row.link_ipv6);
     Init();
     EXPECT_EQ(Response(), R"({"common": {"desc": "generated locally", "lbs": "https://main", )"
-                          R"("lbs.backup": ["https://b"], "link": [")" +
-                              std::string(link) + R"("], "link.default": [")" + link +
+                          R"("lbs.backup": ["https://b"], "link": [)" +
+                              row.links + R"(], "link.default": [")" + row.default_link +
                               R"("], "msg.stat.enable": false, "ttl": 0, )"
                               R"("zeb": ["http://192.0.2.80", "http://198.51.100.80"], )"
                               R"("zebdl": "http://storage.tarvel.invalid", )"
-                              R"("zebdls": ["http://storage.tarvel.invalid"]}})");
+                              R"("zebdls": ["http://storage.tarvel.invalid"]}})")
+        << row.family;
   }
 }
 

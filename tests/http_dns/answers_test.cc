@@ -19,23 +19,17 @@ constexpr HttpDNSGrade kGood = HttpDNSGrade::kGood, kStale = HttpDNSGrade::kStal
 constexpr std::int64_t kNow = 1'700'000'000'000;
 
 TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
-  const std::string no_json = "Function S response is not in json format";
+  const std::string fault = "Function S response is not in json format";
   const std::string no_host =
       "Function S [host] in the response does not exist or the content is empty";
-  const std::string no_ttl = "Function S [ttl] in the response does not exist";
-  const std::string no_ip = "Function S [ipv4/ipv6] in the response does not exist";
-  const std::vector<std::pair<std::string, std::string>> rows{
-      {"", no_json},
-      {"{", no_json},
-      {"[]", no_json},
+  const std::pair<std::string, std::string> rows[] = {
+      {"", fault},
+      {"{", fault},
       {"{}", no_host},
       {R"({"host": "", "ttl": 1, "ipv4": []})", no_host},
-      {R"({"host": 7, "ttl": 1, "ipv4": []})", no_host},
-      {R"({"host": "h/evil", "ttl": 1, "ipv4": []})", no_host},
       {R"({"host": "h\r\nX: 1", "ttl": 1, "ipv4": []})", no_host},
-      {R"({"host": "h", "ipv4": []})", no_ttl},
-      {R"({"host": "h", "ttl": "600", "ipv4": []})", no_ttl},
-      {R"({"host": "h", "ttl": 600})", no_ip},
+      {R"({"host": "h", "ttl": "600"})", "Function S [ttl] in the response does not exist"},
+      {R"({"host": "h", "ttl": 1})", "Function S [ipv4/ipv6] in the response does not exist"},
       {R"({"host": "h", "ttl": 600, "ipv4": []})", ""},
       {R"({"host": "h", "ttl": 1e300, "ipv6": []})", ""}};
   for (const auto& [body, wanted] : rows) {
@@ -49,6 +43,7 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
   const auto data = [](const std::string& a) {
     return R"({"code": 200, "data": {"b": {"ip": ["192.0.2.1"], "ttl": 1}, "a": )" + a + "}}";
   };
+  const std::string empty = "a both ipv4 and ipv6 are empty", dead = "a ttl <= 0 in the response";
   const struct {
     std::int32_t code;
     std::string body;
@@ -62,14 +57,11 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
       {200, R"({"code": 404})", "Httpdns response code(business) error code:404"},
       {200, R"({"code": 200})", "Httpdns response data(business) does not exist"},
       {200, R"({"code": 200, "data": []})", "b doman was not included in the response"},
-      {200, data("{}"), "a both ipv4 and ipv6 are empty"},
-      {200, data(R"({"ip": [], "ipv6": "::1", "ttl": 1})"), "a both ipv4 and ipv6 are empty"},
-      {200, data(R"({"ip": ["192.0.2.1/evil"], "ttl": 1})"), "a both ipv4 and ipv6 are empty"},
-      {200, data(R"({"ip": ["::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"),
-       "a both ipv4 and ipv6 are empty"},
+      {200, data(R"({"ip": [], "ipv6": "::1", "ttl": 1})"), empty},
+      {200, data(R"({"ip": ["192.0.2.1/evil", "::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"), empty},
       {200, data(R"({"ip": ["192.0.2.1"]})"), "a ttl was not included in the response"},
-      {200, data(R"({"ip": ["192.0.2.1"], "ttl": 0})"), "a ttl <= 0 in the response"},
-      {200, data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), "a ttl <= 0 in the response"},
+      {200, data(R"({"ip": ["192.0.2.1"], "ttl": 0})"), dead},
+      {200, data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), dead},
       {200, data(R"({"ipv6": ["[2001:db8::1]"], "ttl": 0.5})"), ""},
   };
   for (const auto& row : rows) {
@@ -79,56 +71,56 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
   }
 }
 
-struct Moment {
-  std::int64_t ttl;  // Or what is left of it in the file; milliseconds.
-  std::int64_t age;
-  HttpDNSGrade grade;
-};
+HttpDNSGrade GradeOfA(const HttpDNSHostCache& cache, std::int64_t age) {
+  Texts found;
+  EXPECT_EQ(cache.Check(kAddressFamilyIPv6, "a", kNow + age, found), kExpired);
+  EXPECT_EQ(cache.Check(kAddressFamilyAny, "b", kNow + age, found), kExpired);
+  return cache.Check(kAddressFamilyAny, "a", kNow + age, found);
+}
 
 TEST(HttpDNSHostCacheTest, IsGoodForThreeQuartersOfTheTtlAndStaleUntilNineTenths) {
-  for (const Moment& row : std::vector<Moment>{{100'000, -1, kExpired},
-                                               {100'000, 0, kGood},
-                                               {100'000, 74'999, kGood},
-                                               {100'000, 75'000, kStale},
-                                               {100'000, 89'999, kStale},
-                                               {100'000, 90'000, kExpired},
-                                               {INT32_MAX, 1'610'612'734, kGood}}) {
+  const struct {
+    std::int32_t ttl;
+    std::int64_t age;
+    HttpDNSGrade grade;
+  } rows[] = {{100'000, -1, kExpired},          {100'000, 0, kGood},
+              {100'000, 74'999, kGood},         {100'000, 75'000, kStale},
+              {100'000, 89'999, kStale},        {100'000, 90'000, kExpired},
+              {INT32_MAX, 1'610'612'734, kGood}};
+  for (const auto& row : rows) {
     HttpDNSHostCache cache;
-    Texts found;
-    cache.SetEntry({"a", {"192.0.2.1"}, {}, static_cast<std::int32_t>(row.ttl)}, kNow, false);
-    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow + row.age, found), row.grade) << row.age;
-    EXPECT_EQ(cache.Check(kAddressFamilyIPv6, "a", kNow + row.age, found), kExpired);
-    EXPECT_EQ(cache.Check(kAddressFamilyAny, "b", kNow + row.age, found), kExpired);
+    cache.SetEntry({"a", {"192.0.2.1"}, {}, row.ttl}, kNow, false);
+    EXPECT_EQ(GradeOfA(cache, row.age), row.grade) << row.age << " ms of " << row.ttl;
   }
 }
 
-TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMost) {
-  for (const Moment& row : std::vector<Moment>{{3'600'000, 224'999, kGood},
-                                               {3'600'000, 225'000, kStale},
-                                               {3'600'000, 269'999, kStale},
-                                               {3'600'000, 270'000, kExpired},
-                                               {3'000, 2'249, kGood},
-                                               {2'999, 0, kStale},
-                                               {-86'400'000, 0, kStale},
-                                               {-86'400'000, 2'699, kStale},
-                                               {-86'400'000, 2'700, kExpired}}) {
+TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMostWhateverItSays) {
+  const auto in = [](std::int64_t ms) { return std::to_string(kNow + ms); };
+  const struct {
+    std::string end;
+    std::int64_t age;
+    HttpDNSGrade grade;
+  } rows[] = {{in(3'600'000), 224'999, kGood},
+              {in(3'600'000), 225'000, kStale},
+              {in(3'600'000), 269'999, kStale},
+              {in(3'600'000), 270'000, kExpired},
+              {in(3'000), 2'249, kGood},
+              {in(2'999), 0, kStale},
+              {in(-86'400'000), 2'699, kStale},
+              {in(-86'400'000), 2'700, kExpired},
+              {"1e300", 0, kGood},
+              {"1e300", 270'000, kExpired},
+              {"-1e300", 0, kStale},
+              {"-1e300", 2'700, kExpired},
+              {"9223372036854775807", 0, kGood},
+              {"9223372036854775807", 270'000, kExpired},
+              {"\"x\"", 0, kStale},
+              {"\"x\"", 2'700, kExpired}};
+  for (const auto& row : rows) {
     HttpDNSHostCache cache;
-    Texts found;
-    const std::string end = std::to_string(kNow + row.ttl);
-    const std::string text = R"({"ttl": 7, "ipv4": ["192.0.2.1"], "cache_expired_time": )" + end;
-    EXPECT_TRUE(cache.Load("a", text + "}", kNow));
-    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow + row.age, found), row.grade) << row.age;
-  }
-}
-
-TEST(HttpDNSHostCacheTest, TakesAFilesTimeFromAnywhere) {
-  for (const char* end : {"1e300", "-1e300", "9223372036854775807", "2147483648", "-1", "\"x\""}) {
-    HttpDNSHostCache cache;
-    Texts found;
-    const std::string text = R"({"ttl": 1e300, "ipv6": ["::1"], "cache_expired_time": )";
-    EXPECT_TRUE(cache.Load("a", text + end + "}", kNow));
-    EXPECT_NE(cache.Check(kAddressFamilyAny, "a", kNow, found), kExpired) << end;
-    EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow + 300'000, found), kExpired) << end;
+    const std::string text = R"({"ttl": 1e300, "ipv4": ["192.0.2.1"], "cache_expired_time": )";
+    EXPECT_TRUE(cache.Load("a", text + row.end + "}", kNow));
+    EXPECT_EQ(GradeOfA(cache, row.age), row.grade) << row.age << " ms of one until " << row.end;
   }
 }
 

@@ -1,10 +1,11 @@
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
+#include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tests/lbs_service/lbs_client.h"
@@ -22,7 +23,6 @@ std::atomic<std::int64_t> wall_clock{kNow};
 class LBSCacheTest : public LBSServiceTest {
  protected:
   LBSCacheTest() {
-    wall_clock = kNow;
     SetLBSServiceFactory([]() -> std::shared_ptr<IZOTarvelLBSService> {
       return std::make_shared<ZOTarvelLBSServiceImpl>([] { return wall_clock.load(); });
     });
@@ -32,16 +32,20 @@ class LBSCacheTest : public LBSServiceTest {
     SetLBSServiceFactory(real_);
   }
 
-  // Has the cache file of an answer that ends at `expire_time`.
-  void WriteCache(const std::string& expire_time) {
-    const std::string url = settings_.lbs_main_addr;
-    const nlohmann::json cache = {{"lbs_rsp", Answer("cached")},
-                                  {"root_lbs_addr", url},
-                                  {"runntime_lbs", url},
-                                  {"lbs_ip_version", "1"},
-                                  {"expire_time", expire_time}};
+  // A start with a token, and with a cached answer. A member of its file has this value, or is
+  // missing where that is empty.
+  void StartWithCache(const std::string& key, const std::string& value) {
+    Restart();
     std::filesystem::create_directories(std::filesystem::path(CachePath()).parent_path());
+    nlohmann::json cache = {{"lbs_rsp", Answer("cached")},
+                            {"root_lbs_addr", url_},
+                            {"runntime_lbs", url_},
+                            {"lbs_ip_version", "1"}};
+    cache[key] = value;
+    if (value.empty()) cache.erase(key);
     WriteFile(CachePath(), cache.dump());
+    object()->SetBusinessToken("t");
+    Init();
   }
   static std::string UpdateAfter(std::int64_t ms) {
     return "[lbs][lbs cache] update lbs after " + std::to_string(ms) + " ms";
@@ -54,26 +58,32 @@ class LBSCacheTest : public LBSServiceTest {
 TEST_F(LBSCacheTest, TimesTheNextUpdateByTheTtlButNotForMoreThanFiveHours) {
   const struct {
     const char* ttl;
-    std::int64_t lives;
+    std::int64_t clock;
+    std::int64_t expire_time;
     std::int64_t update_after;
   } rows[] = {
-      {R"("ttl":10,)", 10'000, 10'000},
-      {R"("ttl":18000,)", 18'000'000, 18'000'000},
-      {R"("ttl":999999999,)", 999'999'999'000, 18'000'000},
-      {"", 43'200'000, 18'000'000},
-      {R"("ttl":0,)", 43'200'000, 18'000'000},
-      {R"("ttl":"10",)", 43'200'000, 18'000'000},
-      {R"("ttl":1000000000,)", 43'200'000, 18'000'000},  // Ten digits count as none.
-      {R"("ttl":-1,)", 43'200'000, 18'000'000},          // As before.
-      {R"("desc":"generated locally",)", 0, 60'000},     // Over when it comes.
+      {R"("ttl":10,)", kNow, kNow + 10'000, 10'000},
+      {R"("ttl":18000,)", kNow, kNow + 18'000'000, 18'000'000},
+      {R"("ttl":999999999,)", kNow, kNow + 999'999'999'000, 18'000'000},
+      {"", kNow, kNow + kDay / 2, 18'000'000},
+      {R"("ttl":-1,)", kNow, kNow + kDay / 2, 18'000'000},     // As before.
+      {R"("desc":"generated locally",)", kNow, kNow, 60'000},  // Over when it comes.
+      // The clock jumps meanwhile.
+      {R"("ttl":3600,)", kNow - 700 * kDay, kNow - 700 * kDay + 3'600'000, 3'600'000},
+      {R"("ttl":3600,)", kNow + 366 * kDay, kNow + 366 * kDay + 3'600'000, 3'600'000},
   };
   Init();
+  std::size_t requests = 0;
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.ttl + std::string(" at ") + std::to_string(row.clock));
+    wall_clock = row.clock;
+    RunAllPosted();
     Serve({Answer("fresh", row.ttl)});
     RecordedLog::Clear();
     Update();
-    EXPECT_EQ(Cached("expire_time"), std::to_string(kNow + row.lives)) << row.ttl;
-    EXPECT_TRUE(RecordedLog::Await(UpdateAfter(row.update_after))) << row.ttl;
+    EXPECT_EQ(Cached("expire_time"), std::to_string(row.expire_time));
+    EXPECT_TRUE(RecordedLog::Await(UpdateAfter(row.update_after)));
+    EXPECT_EQ(server_->requests().size(), ++requests);
   }
 }
 
@@ -91,64 +101,87 @@ TEST_F(LBSCacheTest, AsksInTimeAndNotAllTheTimeWhateverFileAndClockSay) {
       {"9223372036854775807", kNow, 18'000'000},
       {"9223372036854775807", -kDay, 18'000'000},
       {"-9223372036854775808", kNow, 20},
-      {"-1", kNow, 20},
       {"abc", kNow, 20},
-      {"", kNow, 20},
+      {"", kNow, 18'000'000},  // Lives from now on.
   };
   Serve({"not good"});
   for (const auto& row : rows) {
-    Restart();
+    SCOPED_TRACE(row.expire_time + " at " + std::to_string(row.clock));
     wall_clock = row.clock;
-    WriteCache(row.expire_time);
-    object()->SetBusinessToken("t");
+    StartWithCache("expire_time", row.expire_time);
+    EXPECT_EQ(RecordedLog::Texts("[lbs][lbs cache]").at(0), UpdateAfter(row.update_after));
+    EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
+  }
+}
+
+TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
+  const struct {
+    std::uint32_t family;  // Of the settings.
+    const char* name;      // That of the answer; the service's own has none.
+    const char* key;
+    std::string value;
+  } rows[] = {
+      {1, "cached", "expire_time", "1"},
+      {1, "", "lbs_rsp", ""},
+      {1, "", "root_lbs_addr", ""},
+      {1, "", "runntime_lbs", ""},
+      {1, "", "root_lbs_addr", "https://other"},
+      {1, "", "lbs_ip_version", "2"},
+      {2, "", "lbs_ip_version", "1"},
+      {0, "cached", "lbs_ip_version", "2"},
+      {2, "cached", "lbs_ip_version", "0"},
+      {1, "cached", "lbs_ip_version", ""},
+      {2, "", "lbs_ip_version", ""},
+      {1, "", "lbs_rsp", R"({"common": {"link": ["a:1"], "name": "no good"}})"},
+      {1, "", "lbs_rsp", std::string(100'000, '[')},
+      {1, "", "lbs_rsp", Answer("long") + std::string(kLBSTextBufferSize, ' ')},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.family) + " " + row.key + " " + row.value.substr(0, 100));
+    settings_.addr_family = row.family;
+    StartWithCache(row.key, row.value);
+    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), row.name);
+    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc) == kGeneratedLocally, *row.name == '\0');
+  }
+}
+
+TEST_F(LBSCacheTest, StartsFromAnAnswerOfItsOwnEvenWhenNothingCanBeSaved) {
+  const struct {
+    std::uint32_t family;  // Those of the settings.
+    const char* link;
+    const char* link_ipv6;
+    std::string links;  // Those of the answer.
+    std::string default_link;
+  } rows[] = {{1, "l:1", "s:2", R"("l:1")", "l:1"},
+              {2, "l:1", "s:2", R"("s:2")", "s:2"},
+              {0, "l:1", "s:2", R"("l:1", "s:2")", "l:1"},
+              {2, "l:1", "", R"("l:1")", "l:1"},
+              {0xffffffff, "l:1", "s:2", R"("l:1")", "l:1"},
+              {1, "", "s:2", '"' + std::string(kDefaultLink) + '"', kDefaultLink}};
+  std::filesystem::create_directories(CachePath());  // A directory has the place of the file.
+  SetUrls({"https://main", "https://b"});
+  for (const auto& row : rows) {
+    Restart();
+    settings_.addr_family = row.family;
+    std::strcpy(settings_.default_link, row.link);
+    std::strcpy(settings_.default_link_ipv6, row.link_ipv6);
     Init();
-    EXPECT_EQ(RecordedLog::Texts("[lbs][lbs cache]").at(0), UpdateAfter(row.update_after))
-        << row.expire_time << " at " << row.clock;
-    EXPECT_EQ(Cached("expire_time"), row.expire_time);
-    EXPECT_EQ(NextLink().host, "192.0.2.1");
+    EXPECT_EQ(Response(), R"({"common": {"desc": "generated locally", "lbs": "https://main", )"
+                          R"("lbs.backup": ["https://b"], "link": [)" +
+                              row.links + R"(], "link.default": [")" + row.default_link +
+                              R"("], "msg.stat.enable": false, "ttl": 0, )"
+                              R"("zeb": ["http://192.0.2.80", "http://198.51.100.80"], )"
+                              R"("zebdl": "http://storage.tarvel.invalid", )"
+                              R"("zebdls": ["http://storage.tarvel.invalid"]}})")
+        << row.family;
   }
 }
 
-TEST_F(LBSCacheTest, AClockThatJumpsWhileItRunsStartsNothing) {
-  Serve({Answer("fresh", R"("ttl":3600,)")});
-  Init();
-  Update();
-  for (const std::int64_t jump : {-kDay, 366 * kDay, -700 * kDay}) {
-    wall_clock += jump;
-    RunAllPosted();
-    RecordedLog::Clear();
-    Update();
-    EXPECT_TRUE(RecordedLog::Await(UpdateAfter(3'600'000)));
-    EXPECT_EQ(Cached("expire_time"), std::to_string(wall_clock + 3'600'000));
-  }
-  EXPECT_EQ(server_->requests().size(), 4U);
-}
-
-TEST_F(LBSCacheTest, StartsFromItsCacheWhenNoServerCanBeReached) {
-  const std::string cached = Answer("cached", R"("zebdl":"http://zeb.test",)");
-  Serve({cached});
-  Init();
-  Update();
-  server_.reset();
-  const std::string expire_time = Cached("expire_time");
-  wall_clock = kNow + kDay / 4;
-  Restart();
-  object()->SetBusinessToken("t");
-  EXPECT_TRUE(service()->Init(settings_));
-  EXPECT_EQ(NextLink(), (Link{"192.0.2.1", 81, kEMAddressFamilyIPv4}));
-  EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetZEBDL), "http://zeb.test");
-  EXPECT_EQ(Cached("lbs_rsp"), cached);
-  EXPECT_EQ(Cached("expire_time"), expire_time);
-}
-
-TEST_F(LBSCacheTest, RenewsACachedAnswerThatHasExpired) {
-  WriteCache(std::to_string(kNow - 1));
+TEST_F(LBSCacheTest, AsksSoonWhenItStartsWithATokenAndAnAnswerThatIsOver) {
   Serve({Answer("fresh")});
-  object()->SetBusinessToken("t");
-  Init();
-  EXPECT_EQ(NextLink().host, "192.0.2.1");
+  StartWithCache("expire_time", std::to_string(kNow - 1));
   EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), "cached");
-  EXPECT_EQ(TakeTold().response, Answer("fresh"));
+  EXPECT_EQ(TakeTold(), "200 " + Answer("fresh"));
   EXPECT_EQ(Cached("expire_time"), std::to_string(kNow + kDay / 2));
 }
 

@@ -3,8 +3,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,6 +18,7 @@
 
 #include "tests/network/child_process.h"
 #include "tests/network/transport.h"
+#include "tests/support/name_server.h"
 #include "tests/support/private_network.h"
 
 // The system's name server is a real one, alone in a private network.
@@ -37,28 +36,13 @@ int SilentNameServer() {
   return fd;
 }
 
-// Starts one that knows the names under "example", but for silent.example: for that it asks the
-// silent one. It ends with this process.
-void StartNameServer() {
-  int log[2];
-  EXPECT_EQ(pipe(log), 0);
-  if (fork() == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    dup2(log[1], STDERR_FILENO);
-    execl("/usr/sbin/dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv",
-          "--no-hosts", "--listen-address=127.0.0.1", "--bind-interfaces", "--local=/example/",
-          "--server=/silent.example/127.0.0.2", "--host-record=good.example,192.0.2.1",
-          "--host-record=good.example,192.0.2.2", "--host-record=six.example,2001:db8::1",
-          "--cname=alias.example,good.example", nullptr);
-    _exit(1);
-  }
-  close(log[1]);
-  std::string all;
-  for (char byte; all.find("started") == std::string::npos && read(log[0], &byte, 1) == 1;) {
-    all += byte;
-  }
-  EXPECT_NE(all.find("started"), std::string::npos) << all;
-}
+// It knows the names under "example", but for silent.example: for that it asks the silent one.
+const std::vector<std::string> kNameServerOptions{"--local=/example/",
+                                                  "--server=/silent.example/127.0.0.2",
+                                                  "--host-record=good.example,192.0.2.1",
+                                                  "--host-record=good.example,192.0.2.2",
+                                                  "--host-record=six.example,2001:db8::1",
+                                                  "--cname=alias.example,good.example"};
 
 // A started DnsServer.
 struct Resolver {
@@ -79,10 +63,11 @@ struct Resolver {
 
 // To be run in a child: `body` gets the descriptor of the silent name server.
 int WithNameServer(const std::function<void(int)>& body) {
-  if (access("/usr/sbin/dnsmasq", X_OK) != 0) return kNotPermitted;
-  if (!EnterPrivateNetwork("nameserver 127.0.0.1\n")) return kNotPermitted;
+  if (!NameServer::IsInstalled() || !EnterPrivateNetwork("nameserver 127.0.0.1\n")) {
+    return kNotPermitted;
+  }
   const int silent = SilentNameServer();
-  StartNameServer();
+  const NameServer name_server(kNameServerOptions);
   body(silent);
   return 0;
 }

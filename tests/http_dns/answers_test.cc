@@ -127,7 +127,7 @@ TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMostWhateverItSays) {
 TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
   const std::string mixed =
       R"(["192.0.2.1/evil", "evil.example", "192.0.2.1:80", "::1", "", 7, "127.1", "0x7f.0.0.1", "192.0.2.9",
-      "u@192.0.2.1", "192.0.2.1 ", "[::1]/x", "[::1", "2001:db8::1%eth0", "192.0.2.9"])";
+      "u@192.0.2.1", "192.0.2.1 ", "[::1]/x", "[::1", "2001:db8::1%eth0", "::0x7f.1", "192.0.2.9"])";
   const std::string entry = R"({"ip": )" + mixed + R"(, "ipv6": )" + mixed + R"(, "ttl": )";
   for (const char* ttl : {"1e300", "2147483648", "100"}) {
     HttpDNSHostCache cache;

@@ -33,7 +33,8 @@ std::string ServerFile() {
   return File(
       {{"host", "svc.example"},
        {"ipv4", R"([{"host": "192.0.2.7", "port": 0, "https": false}, {"host": "dns.example",
-                   "port": 8443}, {"host": "192.0.2.8"}, {"host": "192.0.2.9/evil"}])"},
+                   "port": 8443}, {"host": "192.0.2.8"}, {"host": "192.0.2.9/evil"},
+                   {"host": "0x7f.1"}])"},
        {"ipv6", R"([{"host": "[2001:db8::7]", "port": 8080, "https": true}])"},
        {"expired_time", std::to_string(kNow + 3'600'000)}});
 }
@@ -189,8 +190,11 @@ TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
                           "new.example https://192.0.2.77:443/httpdns/v2/s",
                           "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
   Answer(sent_.back(), true,
-         R"({"host": "x", "ttl": 1e300, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
-             {"host": "2001:db8::8", "port": 8}], "ipv4": 7})");
+         R"({"host": "x", "ttl": 2592000, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
+             {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"}]})");
+  EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 2592000000 ms"));
+  EXPECT_EQ(Saved(kFile, "ttl"), "2592000000");
+  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
   Reload();
   EXPECT_EQ(UrlsOf(sent_.back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
 }

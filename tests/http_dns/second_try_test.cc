@@ -122,10 +122,12 @@ TEST(SecondTryTest, IsTheLastAndHasOneResult) {
     HttpServer server;
     server.Answer("/", [](const SeenRequest&) { return ServerAnswer{500, {}, "no"}; });
     const std::string port = ":" + std::to_string(server.port()) + "/";
-    const auto outcome = Send({"http://t" + port, "http://127.0.0.1:1/"}, 0,
+    const std::string no_host = "http://e&k=v:1/";
+    const auto outcome = Send({"http://t" + port, "http://127.0.0.1:1/", no_host}, 0,
                               {{"t", R"(["127.0.0.1", "1.2.3.4/evil", "evil.invalid"])"}}, false);
-    EXPECT_THAT(outcome.tried,
-                ElementsAre("http://t" + port, "http://127.0.0.1:1/", "http://127.0.0.1" + port));
+    EXPECT_THAT(outcome.tried, ElementsAre("http://t" + port, "http://127.0.0.1:1/", no_host,
+                                           "http://127.0.0.1" + port));
+    EXPECT_TRUE(RecordedLog::Texts("[multiple] -- e").empty());
     EXPECT_EQ(outcome.result, "bad no");
     EXPECT_EQ(server.requests().size(), 1U);
     EXPECT_EQ(server.requests()[0].header("Host"), "t");

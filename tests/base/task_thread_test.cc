@@ -1,16 +1,17 @@
 #include "base/task_thread.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/delayed_task_queue.h"
 #include "base/steady_time.h"
+#include "base/timer.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_base {
@@ -22,6 +23,42 @@ using ::testing::ElementsAre;
 
 // Longer than any test waits: who sleeps until then is only woken by others.
 constexpr std::int32_t kFarMs = 60'000;
+
+TEST(DelayedTaskQueueTest, RunsWhatIsDueByTimeThenByOrderOfPosting) {
+  std::int64_t now = 1'000;
+  std::string ran;
+  DelayedTaskQueue queue;
+  const auto add = [&](std::int32_t delay_ms, const std::string& name, Task then = nullptr) {
+    queue.Add(now, delay_ms, /*times=*/0, [&ran, name, then] {
+      ran += name + " ";
+      if (then) then();
+    });
+  };
+  const auto ran_as_due = [&] {
+    ran.clear();
+    const auto run = [](DelayedTask& entry) { return entry.task(), true; };
+    EXPECT_TRUE(queue.RunDue([&] { return now; }, run));
+    return ran;
+  };
+  EXPECT_EQ(queue.earliest_run_at(), DelayedTaskQueue::kNever);
+  add(std::numeric_limits<std::int32_t>::max(), "far");
+  add(30, "1030");
+  add(10, "1010", [&] {
+    for (int i = 0; i < 20; ++i) add(0, std::to_string(i));  // Enough to move the list.
+    add(-1, "past");
+    add(3, "due");
+    now += 3;
+  });
+  now = 1'009;
+  EXPECT_EQ(ran_as_due(), "");
+  now = 1'010;
+  add(20, "later1030");
+  add(-500, "510");
+  EXPECT_EQ(ran_as_due(), "510 1010 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 due ");
+  now = 1'030;
+  EXPECT_EQ(ran_as_due(), "past 1030 later1030 ");
+  EXPECT_EQ(queue.earliest_run_at(), 1'000 + std::int64_t{2'147'483'647});
+}
 
 class TaskThreadTest : public ::testing::Test {
  protected:
@@ -55,28 +92,6 @@ TEST_F(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOne
                                   "later delayed", "normal", "idle"));
 }
 
-TEST(TaskThreadRepetitionTest, RunsAsOftenAsAsked) {
-  const struct {
-    std::int32_t times;
-    int run_that_asks;  // It posts a task, with the same delay, that looks at the count of runs.
-    int runs_seen;
-  } cases[] = {{0, 1, 1}, {1, 1, 1}, {3, 3, 3}, {std::numeric_limits<std::int32_t>::min(), 5, 6}};
-  for (const auto& row : cases) {
-    int runs = 0, runs_seen = 0;
-    Event seen;
-    ScopedTaskThread thread;
-    const auto look = [&] { runs_seen = runs, seen.Set(); };
-    const auto repeated = [&] {
-      if (++runs == row.run_that_asks) thread->PostDelayedTask(1, look);
-    };
-    thread->PostLoopTask(1, repeated, row.times);
-    thread->Start();
-    EXPECT_TRUE(seen.Await());
-    thread->Stop();
-    EXPECT_EQ(runs_seen, row.runs_seen) << "with times " << row.times;
-  }
-}
-
 TEST_F(TaskThreadTest, RunsIdleTasksOneByOneUnlessADelayedTaskIsDueWithinHalfASecond) {
   const std::int64_t posted_at = SteadyMilliseconds();
   thread_->PostDelayedTask(400, Note("delayed"));
@@ -89,65 +104,29 @@ TEST_F(TaskThreadTest, RunsIdleTasksOneByOneUnlessADelayedTaskIsDueWithinHalfASe
   EXPECT_THAT(notes_, ElementsAre("delayed", "normal", "second idle"));
 }
 
-// Waits until the system reports the thread asleep.
-void AwaitAsleep(pid_t thread) {
-  std::string id, name, state;
-  while (state != "S") {
-    std::this_thread::yield();
-    std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat") >> id >> name >> state;
-  }
-}
+const std::string kKinds[] = {"priority", "delayed", "normal", "idle", "loop"};
 
-TEST_F(TaskThreadTest, WakesByItselfForAnIdleTask) {
-  pid_t id = 0;
-  thread_->PostTask([&id] { id = gettid(); });
-  thread_->Start();
-  ASSERT_TRUE(thread_.RunAllPosted());
-  AwaitAsleep(id);
-  thread_->PostIdleTask(NoteAndFinish("idle"));
-  EXPECT_TRUE(finished_.Await());
+template <class Target>  // A thread, or its handle.
+void Post(const std::string& kind, Target& to, const Task& task) {
+  if (kind == "priority") to.PostPriorityTask(task);
+  if (kind == "delayed") to.PostDelayedTask(0, task);
+  if (kind == "normal") to.PostTask(task);
+  if (kind == "idle") to.PostIdleTask(task);
+  if (kind == "loop") to.PostLoopTask(0, task, -1);
 }
-
-TEST_F(TaskThreadTest, ItsHandleDropsWhatIsPostedBeforeTheStartAndAfterItHasGone) {
-  const auto loop = thread_->GetTaskLoop();
-  const auto token = std::make_shared<int>();
-  const auto drops_all = [&] {
-    const auto fail = [token] { ADD_FAILURE(); };
-    loop->PostTask(fail);
-    loop->PostPriorityTask(fail);
-    loop->PostDelayedTask(0, fail);
-    loop->PostLoopTask(0, fail, -1);
-    loop->PostIdleTask(fail);
-    return token.use_count() == 2;  // Here and in `fail`.
-  };
-  EXPECT_TRUE(drops_all());
-  thread_->Start();
-  EXPECT_TRUE(thread_.RunAllPosted());
-  thread_->Stop();
-  thread_.Destroy();
-  EXPECT_TRUE(drops_all());
-}
-
-struct Kind {
-  const char* name;
-  void (*post)(TaskThread* thread, Task task);
-};
-const Kind kKinds[] = {
-    {"priority", [](TaskThread* thread, Task task) { thread->PostPriorityTask(task); }},
-    {"delayed", [](TaskThread* thread, Task task) { thread->PostDelayedTask(0, task); }},
-    {"normal", [](TaskThread* thread, Task task) { thread->PostTask(task); }},
-    {"loop", [](TaskThread* thread, Task task) { thread->PostLoopTask(0, task, -1); }},
-    {"idle", [](TaskThread* thread, Task task) { thread->PostIdleTask(task); }}};
 
 TEST(TaskThreadStopTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
   for (const auto& kind : kKinds) {
-    SCOPED_TRACE(kind.name);
+    SCOPED_TRACE(kind);
     const auto token = std::make_shared<int>();
     const auto fail = [token] { ADD_FAILURE(); };
     ScopedTaskThread thread;
+    const auto handle = thread->GetTaskLoop();
+    Post(kind, *handle, fail);  // Nobody takes what is handed over before the start.
+    EXPECT_EQ(token.use_count(), 2);
     thread->Start();
     ASSERT_TRUE(thread.Hold());
-    kind.post(thread.get(), fail);
+    Post(kind, *thread.get(), fail);
     const auto stop = [&] {
       thread->Stop();
       EXPECT_FALSE(thread->IsReady());  // It waits for the end.
@@ -157,22 +136,23 @@ TEST(TaskThreadStopTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
     thread.Release();
     stopper.join();
     second_stopper.join();
-    kind.post(thread.get(), fail);
+    Post(kind, *thread.get(), fail);
     EXPECT_EQ(token.use_count(), 4);
     thread.Destroy();
-    EXPECT_EQ(token.use_count(), 2);
+    Post(kind, *handle, fail);
+    EXPECT_EQ(token.use_count(), 2);  // Here and in `fail`.
   }
 }
 
 TEST(TaskThreadStopTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLastToRun) {
   for (const auto& kind : kKinds) {
-    SCOPED_TRACE(kind.name);
+    SCOPED_TRACE(kind);
     int runs = 0;
     ScopedTaskThread thread;
-    kind.post(thread.get(), [&] {
+    Post(kind, *thread.get(), [&] {
       EXPECT_TRUE(thread->IsReady());
       ++runs;  // Once also in a loop, whose repetition has already been scheduled.
-      for (const auto& next : kKinds) next.post(thread.get(), [] { ADD_FAILURE(); });
+      for (const auto& next : kKinds) Post(next, *thread.get(), [] { ADD_FAILURE(); });
       thread->Stop();
       thread->Join();  // Not for itself.
     });
@@ -188,12 +168,42 @@ TEST(TaskThreadWakeUpTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhil
   thread->Start();
   for (int round = 0; round < 3'000; ++round) {
     const auto ran = std::make_shared<Event>();
-    kKinds[round % 3].post(thread.get(), [ran] { ran->Set(); });
-    ASSERT_TRUE(ran->Await()) << "lost: " << kKinds[round % 3].name;
+    Post(kKinds[round % 3], *thread.get(), [ran] { ran->Set(); });
+    ASSERT_TRUE(ran->Await()) << "lost: " << kKinds[round % 3];
   }
   const std::int64_t begun = SteadyMilliseconds();
   thread->Stop();
   EXPECT_LT(SteadyMilliseconds() - begun, kFarMs / 2);
+}
+
+// A timer belongs to a thread with tasks.
+TEST_F(TaskThreadTest, ATimerRunsOnlyItsLastTaskAndNothingOnceItHasGone) {
+  std::string ran;
+  std::optional<Timer> timer{thread_->GetTaskLoop()};
+  const auto repeated = [&, text = std::make_shared<std::string>("x")] {
+    if (ran == "last last xx") {
+      timer.reset();
+      thread_->PostDelayedTask(5, [this] { finished_.Set(); });
+    }
+    ran += *text;  // The task still owns what it captured.
+  };
+  const auto last = [&] {
+    ran += "last ";
+    if (ran == "last last ") {
+      thread_->PostDelayedTask(5, [&, repeated] { timer->Start(1, repeated, -1); });
+    }
+  };
+  thread_->PostTask([&] {
+    timer->Start(
+        1, [&] { ran += "cancelled "; }, 0);
+    timer->Start(
+        1, [&] { ran += "cancelled "; }, -1);
+    timer->Start(2, last, 2);
+  });
+  thread_->Start();
+  EXPECT_TRUE(finished_.Await());
+  thread_->Stop();
+  EXPECT_EQ(ran, "last last xxx");
 }
 
 }  // namespace

@@ -4,14 +4,11 @@
 #include <atomic>
 #include <latch>
 #include <memory>
-#include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "base/native_thread.h"
-#include "base/recursive_mutex.h"
 #include "base/task_thread.h"
 #include "tests/support/event.h"
 
@@ -20,32 +17,21 @@ namespace {
 
 using test_support::Event;
 
-std::string NativeName() {
-  char name[64] = {};
-  pthread_getname_np(pthread_self(), name, sizeof name);
-  return name;
-}
-
-TEST(ThreadTest, KeepsItsNameWholeWhileTheSystemSeesFifteenCharacters) {
-  for (const std::string name : {"a", "fifteen_letters", "sixteen_letters_"}) {
-    std::string native;
-    const auto thread = std::make_shared<BaseThread>(name, [&] { native = NativeName(); });
-    thread->Start();
-    thread->Stop();
-    EXPECT_EQ(native, name.substr(0, 15));
-    EXPECT_EQ(thread->GetName(), name);
-  }
-}
-
 TEST(ThreadTest, AnnouncesItsBeginAndEndAroundItsBodyOnItself) {
+  const std::string name = "sixteen_letters_";
   std::vector<std::string> order;
   std::shared_ptr<BaseThread> thread;
   const auto note = [&](const char* what) {
     order.emplace_back(what);
     EXPECT_TRUE(thread->IsCurrentThread() && thread->IsRunning()) << what;
-    EXPECT_EQ(GetCurrentThreadInfo()->name, "announcer");
+    EXPECT_EQ(GetCurrentThreadInfo()->name, name);
   };
-  thread = std::make_shared<BaseThread>("announcer", [&] { note("body"); });
+  thread = std::make_shared<BaseThread>(name, [&] {
+    note("body");
+    char native[64] = {};
+    pthread_getname_np(pthread_self(), native, sizeof native);
+    EXPECT_EQ(native, name.substr(0, 15));  // All that the system takes.
+  });
   for (SignalId signal : {SIG_ThreadEnd, SIG_InternalEnd, SIG_ThreadBegin, SIG_InternalBegin}) {
     thread->Connect<>(signal, [&note, signal] { note(signal()); });
   }
@@ -56,24 +42,6 @@ TEST(ThreadTest, AnnouncesItsBeginAndEndAroundItsBodyOnItself) {
   EXPECT_FALSE(thread->IsCurrentThread() || thread->IsRunning());
 }
 
-TEST(ThreadTest, RunsOnTheCallersThreadUnderAnotherNameAndKeepsARecordMeanwhile) {
-  const auto thread = std::make_shared<TaskThread>("before");
-  thread->PostTask([&] {
-    const ThreadInfo info = *GetCurrentThreadInfo();
-    EXPECT_EQ(info.name, "after");
-    EXPECT_EQ(info.task_loop, thread->GetTaskLoop());
-    EXPECT_TRUE(pthread_equal(info.thread_id, pthread_self()));
-    thread->Stop();
-  });
-  std::thread caller([&] {  // Not the thread of the test, whose native name would change.
-    thread->StartOnCurrentThread("after");
-    EXPECT_EQ(NativeName(), "after");
-    EXPECT_EQ(GetCurrentThreadInfo(), nullptr);
-  });
-  caller.join();
-  EXPECT_EQ(thread->GetName(), "after");
-}
-
 TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
   for (int i = 0; i < 50; ++i) std::make_shared<BaseThread>("brief", [] {})->Start();
   const auto stopped = std::make_shared<TaskThread>("stopped");
@@ -82,22 +50,6 @@ TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
   EXPECT_FALSE(stopped->IsStopping());  // It has never run.
   stopped->Start();
   stopped->Stop();
-}
-
-TEST(ThreadTest, RaisesWhenTheSystemGivesNoThreadAndEndsCleanly) {
-  const auto thread = std::make_shared<TaskThread>("refused");
-  pthread_attr_t usual, greedy;
-  pthread_attr_init(&greedy);
-  pthread_attr_setstacksize(&greedy, std::size_t{1} << 60);  // No address space holds it.
-  EXPECT_EQ(pthread_getattr_default_np(&usual), 0);
-  EXPECT_EQ(pthread_setattr_default_np(&greedy), 0);
-  EXPECT_THAT([&] { thread->Start(); }, testing::ThrowsMessage<std::system_error>(
-                                            testing::StartsWith("thread constructor failed")));
-  EXPECT_EQ(pthread_setattr_default_np(&usual), 0);
-  pthread_attr_destroy(&greedy);
-  EXPECT_FALSE(thread->IsRunning());
-  thread->Stop();
-  EXPECT_EQ(thread.use_count(), 1);
 }
 
 TEST(ThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
@@ -151,23 +103,6 @@ TEST(ThreadTest, TwoThatStopEachOtherBothEnd) {
     second->Stop();
     EXPECT_FALSE(first->IsRunning() || second->IsRunning());
   }
-}
-
-TEST(RecursiveMutexTest, CanBeDestroyedWhileAnotherThreadHoldsIt) {
-#if defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "ThreadSanitizer reports the very thing that is tested.";
-#endif
-  std::optional<_thread_recursive_mutex> mutex(std::in_place);
-  Event held, destroyed;
-  std::thread holder([&]() ZO_NO_THREAD_SAFETY_ANALYSIS {
-    mutex->lock();
-    held.Set();
-    EXPECT_TRUE(destroyed.Await());
-  });
-  EXPECT_TRUE(held.Await());
-  mutex.reset();
-  destroyed.Set();
-  holder.join();
 }
 
 }  // namespace

@@ -24,6 +24,8 @@ namespace {
 
 using test_support::TestSettings;
 
+using namespace std::string_literals;
+
 _ZOTarvelEnvironmentSettings SettingsOf(const char* business_type) {
   _ZOTarvelEnvironmentSettings settings = TestSettings();
   std::strcpy(settings.business_type, business_type);
@@ -42,39 +44,23 @@ class EnvironmentManagerTest : public ::testing::Test {
 
 TEST_F(EnvironmentManagerTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSettings) {
   ExitTarvelEnvironment(1);  // Without a start: not counted.
-  EXPECT_EQ(StartTarvelEnvironment(SettingsOf("first")), 1);
-  EXPECT_EQ(StartTarvelEnvironment(SettingsOf("second")), 1);
-  EXPECT_EQ(storage_->start_count, 2);
-  EXPECT_EQ(storage_->config->business_type(), "first");
-  ExitTarvelEnvironment(7);
-  EXPECT_NE(GetTarvelObject(1), nullptr);
-  EXPECT_EQ(GetTarvelObject(0), nullptr);
-  EXPECT_EQ(GetTarvelObject(2), nullptr);
-  ExitTarvelEnvironment(0);
-  EXPECT_FALSE(storage_->started);
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-}
-
-TEST_F(EnvironmentManagerTest, TheFirstOfTwoExitsGivesUpTheObjectAndTheSecondTheEnvironment) {
-  StartTarvelEnvironment(TestSettings());
-  StartTarvelEnvironment(TestSettings());
-  const auto config = storage_->config;
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-  EXPECT_TRUE(storage_->started);
-  EXPECT_FALSE(config->IsExiting());
-  ExitTarvelEnvironment(1);
-  EXPECT_FALSE(storage_->started);
-  EXPECT_TRUE(config->IsExiting());  // What a late holder sees.
-}
-
-TEST_F(EnvironmentManagerTest, ReadsNewSettingsInANewLifeAndForgetsTheOldConfiguration) {
-  StartTarvelEnvironment(SettingsOf("first"));
-  const std::weak_ptr<_EnvironmentConfig> old_config = storage_->config;
-  ExitTarvelEnvironment(1);
-  EXPECT_TRUE(old_config.expired());
-  EXPECT_EQ(StartTarvelEnvironment(SettingsOf("second")), 1);
-  EXPECT_EQ(storage_->config->business_type(), "second");
+  for (int life = 0; life < 2; ++life) {
+    const std::string own = life == 0 ? "first" : "next";
+    for (const std::string& business : {own, "further"s, "further"s}) {
+      EXPECT_EQ(StartTarvelEnvironment(SettingsOf(business.c_str())), 1);
+    }
+    EXPECT_EQ(storage_->config->business_type(), own);
+    ExitTarvelEnvironment(7);
+    EXPECT_NE(GetTarvelObject(1), nullptr);
+    EXPECT_EQ(GetTarvelObject(0), nullptr);
+    ExitTarvelEnvironment(1);  // Gives up the object, and the environment stays.
+    EXPECT_EQ(GetTarvelObject(1), nullptr);
+    EXPECT_TRUE(storage_->started && !storage_->config->IsExiting());
+    const auto late_holder = storage_->config;
+    ExitTarvelEnvironment(0);
+    EXPECT_FALSE(storage_->started);
+    EXPECT_TRUE(late_holder->IsExiting());
+  }
 }
 
 TEST_F(EnvironmentManagerTest, RunsStartsAndExitsOfManyThreadsOneAtATime) {
@@ -130,24 +116,6 @@ TEST_F(CallbackTest, MayTakeTheEnvironmentDownAndStartItAnew) {
   }
 }
 
-TEST_F(CallbackTest, NeitherExitNorStartWaitsForAnExitThatJoinsItsThread) {
-  std::promise<void> entered;
-  std::promise<int> id;
-  RunOnServiceThread([&] {
-    entered.set_value();
-    while (!storage_->exit_in_progress) std::this_thread::yield();
-    ExitTarvelEnvironment(0);
-    id.set_value(StartTarvelEnvironment(TestSettings()));
-  });
-  StartTarvelEnvironment(TestSettings());
-  entered.get_future().wait();
-  // Of two starts this gives back one, and joins the service's thread on the way. The callback's
-  // own exit is carried out here too.
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(id.get_future().get(), 0);
-  EXPECT_FALSE(storage_->started);
-}
-
 TEST_F(CallbackTest, DoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
   const struct {
     const char* name;
@@ -200,12 +168,6 @@ TEST_F(CallbackTest, AnExitOnAClientsThreadIsCarriedOutWhenItReturns) {
   for (auto& thread : threads) thread.join();
 }
 
-TEST_F(CallbackTest, AnExitLeftInTheQueueIsOfTheLifeBefore) {
-  storage_->exits.Push({.id = 1});
-  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-  EXPECT_TRUE(storage_->started);
-}
-
 TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
   for (int i = 0; i < 3; ++i) StartTarvelEnvironment(TestSettings());
   // The task never runs; its captures die on the thread that releases the service.
@@ -213,6 +175,28 @@ TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt
   FakeLBSService::StartOne()->PostDelayedTask(60'000, [moved = std::move(exits_when_destroyed)] {});
   ExitTarvelEnvironment(1);
   EXPECT_EQ(storage_->start_count, 1);
+}
+
+TEST_F(CallbackTest, AnObjectMakesItsServiceAnewAfterTheClientHasReleasedIt) {
+  StartTarvelEnvironment(TestSettings());
+  IZOTarvelObject* const object = GetTarvelObject(1);
+  SetLBSServiceFactory(nullptr);
+  EXPECT_EQ(object->GetLBSService(), nullptr);
+  FakeLBSService::Install();
+  auto* const service = FakeLBSService::StartOne();
+  ASSERT_NE(service, nullptr);
+  EXPECT_EQ(object->GetLBSService(), service);
+  EXPECT_EQ(service->GetEnvironmentConfig(), storage_->config);
+  const std::weak_ptr<zo_base::BaseThread> first = service->shared_from_this<zo_base::BaseThread>();
+  object->ReleaseLBSService();
+  EXPECT_TRUE(first.expired());
+  FakeLBSService* const second = FakeLBSService::StartOne();
+  auto& impl = dynamic_cast<ZOTarvelObjectImpl&>(*object);
+  impl.Stop();
+  EXPECT_FALSE(second->IsRunning());
+  EXPECT_EQ(object->GetLBSService(), second);
+  impl.Release();
+  EXPECT_EQ(object->GetLBSService(), nullptr);  // None after its own release.
 }
 
 }  // namespace

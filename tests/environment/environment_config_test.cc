@@ -10,8 +10,6 @@
 namespace zo_tarvel {
 namespace {
 
-using namespace std::string_literals;
-
 std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& settings) {
   auto config = std::make_shared<_EnvironmentConfig>();
   config->Load(settings);
@@ -51,7 +49,6 @@ TEST(EnvironmentConfigTest, DerivesADirectoryPerBusiness) {
     const char* appdata_directory;
     const char* log_directory;
   } rows[] = {{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
-              {"im_g1", "/data", "", "/data/" IM_G1, "/data/" IM_G1},
               {"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
               {"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},
               {"shop", "", "", "/" SHOP, "/" SHOP}};
@@ -70,43 +67,23 @@ TEST(EnvironmentConfigTest, ReadsATextThatFillsItsArrayToTheEnd) {
   _ZOTarvelEnvironmentSettings settings;
   std::memset(settings.business_type, 't', sizeof settings.business_type);
   std::memset(settings.business_token, 'k', sizeof settings.business_token);
-  std::memset(settings.business_version, 'v', sizeof settings.business_version);
-  std::memset(settings.appdata_path, 'a', sizeof settings.appdata_path);
   std::memset(settings.log_path, 'l', sizeof settings.log_path);
   const auto config = Loaded(settings);
   EXPECT_EQ(config->business_type(), std::string(32, 't'));
   EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
-  EXPECT_EQ(config->business_version(), std::string(128, 'v'));
-  EXPECT_EQ(config->appdata_path().find("/tarvel_comp/"), 1024u);
   EXPECT_EQ(config->log_path().find("/tarvel_comp/"), 1024u);
 }
 
-// Of the switches, the first two are on unless -1 is given, and the last two off unless 1 is.
-TEST(EnvironmentConfigTest, FormatsItsBanner) {
-  const struct {
-    int given;
-    const char *first, *last;
-  } rows[] = {
-      {0, "true", "false"}, {1, "true", "true"}, {2, "true", "false"}, {-1, "false", "false"}};
-  for (const auto& [given, first, last] : rows) {
+TEST(EnvironmentConfigTest, ReadsTheFirstSwitchesAsOnUnlessMinusOneAndTheLastAsOffUnlessOne) {
+  for (const int given : {0, 1, 2, -1}) {
     _ZOTarvelEnvironmentSettings settings;
-    std::strcpy(settings.business_type, "shop");
-    std::strcpy(settings.business_token, "key");
-    std::strcpy(settings.business_version, "1.2");
-    settings.sv = 3;
-    settings.pv = -4;
-    settings.client_type = 5;
-    settings.only_https_supported = 7;
     settings.enable_httpdns = settings.try_http_request_on_netunav = given;
     settings.http_request_ip_preferred = settings.enable_exception_data_reporting = given;
-    EXPECT_EQ(Loaded(settings)->FormatBanner(),
-              "zo_tarvel config:\r\n --business type:shop\r\n --business token:key\r\n"
-              " --business version:1.2_3_-4\r\n --client type:5\r\n --appdata path:/" SHOP
-              "\r\n --log path:/" SHOP "\r\n --enable httpdns:"s +
-                  first + "\r\n --try http request on netunav:" + first +
-                  "\r\n --only https supported:true\r\n --single request timeout:7000\r\n"
-                  " --single request prefail timeout:2000\r\n --http request ip preferred:" +
-                  last + "\r\n --enable exception data reporting:" + last + "\r\n");
+    const auto config = Loaded(settings);
+    EXPECT_EQ(config->enable_httpdns(), given != -1) << given;
+    EXPECT_EQ(config->try_http_request_on_netunav(), given != -1) << given;
+    EXPECT_EQ(config->http_request_ip_preferred(), given == 1) << given;
+    EXPECT_EQ(config->enable_exception_data_reporting(), given == 1) << given;
   }
 }
 

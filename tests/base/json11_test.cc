@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <string>
 #include <thread>
 #include <utility>
@@ -12,9 +11,6 @@ namespace zo_base::json11 {
 namespace {
 
 using namespace std::string_literals;
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 Json Parsed(const std::string& text, JsonParse strategy = STANDARD) {
   std::string error = "left from before";
@@ -37,11 +33,8 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
   } cases[] = {
       {"unexpected end of input", STANDARD, {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
       {"unexpected trailing 'x' (120)", STANDARD, {"{} x", "0x1", "\"\"x y"}},
-      {"unexpected trailing (0)", STANDARD, {"1\0"s, "[] \0 1"s}},
       {"expected value, got '/' (47)", STANDARD, {"// c\n1"}},
-      {"expected value, got 'T' (84)", STANDARD, {"True", "[T, y] z"}},
       {"expected ':' in object, got '1' (49)", STANDARD, {"{\"a\" 1}"}},
-      {"parse error: expected true, got tru", STANDARD, {"tru"}},
       {"parse error: expected null, got nulx", STANDARD, {"nulx, 1"}},
       {"leading 0s not permitted in numbers", STANDARD, {"01", "-00", "[00.5]"}},
       {"invalid (0) in number", STANDARD, {"-", "-\0001"s}},
@@ -49,10 +42,7 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       {"at least one digit required in exponent", STANDARD, {"1e", "1.5E-x", "1e+"}},
       {"unexpected end of input in string", STANDARD, {"\"a", "\"a\\", "{\"a", "[\"\\\""}},
       {"unescaped (10) in string", STANDARD, {"\"a\nb\"", "{\"\n\":1}"}},
-      {"invalid escape character '\xe9' (233)", STANDARD, {"\"\\\xe9\""}},
       {"bad \\u escape: 12g4", STANDARD, {"\"\\u12g4\""}},
-      {"unexpected end of input after start of comment", COMMENTS, {"/", "[1, /"}},
-      {"malformed comment", COMMENTS, {"1 /x", "/x ]"}},
       {"unexpected end of input inside multi-line comment", COMMENTS, {"/* /", "/*/ 1", "1 /* *"}},
       {"exceeded maximum nesting depth",
        STANDARD,
@@ -97,33 +87,6 @@ TEST(Json11Test, DumpsWhatItParsed) {
   const char* const commented =
       "{/*1*/\"a\"/*2*/:/*3*/[/* * / // */1/***/,//\n\"/*4*/ //\"]}/**///";
   EXPECT_EQ(Parsed(commented, COMMENTS).dump(), R"({"a": [1, "/*4*/ //"]})");
-}
-
-TEST(Json11Test, ReadsEachKindOfNumberByItsOwnRules) {
-  const int kMin = std::numeric_limits<int>::min();
-  const int kMax = std::numeric_limits<int>::max();
-  const struct {
-    Json value;
-    double number;
-    int int32;
-    long long int64;
-  } cases[] = {
-      {Json(7), 7, 7, 0},
-      {Json(0x1'8000'0001LL), 6442450945.0, kMin + 1, 0x1'8000'0001LL},
-      {Json(-7.9), -7.9, -7, 0},
-      {Json(2147483648.0), 2147483648.0, kMax, 0},
-      {Json(kInfinity), kInfinity, kMax, 0},
-      {Parsed("123456789"), 123456789, 123456789, 123456789},
-      {Parsed("1234567890"), 1234567890, 1234567890, 0},
-      {Parsed("-123456789"), -123456789, -123456789, 0},
-  };
-  for (const auto& [value, number, int32, int64] : cases) {
-    EXPECT_EQ(value.number_value(), number) << value.dump();
-    EXPECT_EQ(value.int_value(), int32) << value.dump();
-    EXPECT_EQ(value.int64_value(), int64) << value.dump();
-  }
-  EXPECT_EQ(Json(kNan).int_value(), 0);
-  EXPECT_EQ((Json(Json::array{kNan, kInfinity, -kInfinity})).dump(), "[null, null, null]");
 }
 
 TEST(Json11Test, DestroysAVeryDeepValueAndKeepsAPartThatIsStillHeld) {

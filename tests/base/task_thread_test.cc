@@ -2,14 +2,12 @@
 
 #include <gmock/gmock.h>
 
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "base/delayed_task_queue.h"
 #include "base/steady_time.h"
 #include "base/timer.h"
 #include "tests/support/scoped_task_thread.h"
@@ -23,42 +21,6 @@ using ::testing::ElementsAre;
 
 // Longer than any test waits: who sleeps until then is only woken by others.
 constexpr std::int32_t kFarMs = 60'000;
-
-TEST(DelayedTaskQueueTest, RunsWhatIsDueByTimeThenByOrderOfPosting) {
-  std::int64_t now = 1'000;
-  std::string ran;
-  DelayedTaskQueue queue;
-  const auto add = [&](std::int32_t delay_ms, const std::string& name, Task then = nullptr) {
-    queue.Add(now, delay_ms, /*times=*/0, [&ran, name, then] {
-      ran += name + " ";
-      if (then) then();
-    });
-  };
-  const auto ran_as_due = [&] {
-    ran.clear();
-    const auto run = [](DelayedTask& entry) { return entry.task(), true; };
-    EXPECT_TRUE(queue.RunDue([&] { return now; }, run));
-    return ran;
-  };
-  EXPECT_EQ(queue.earliest_run_at(), DelayedTaskQueue::kNever);
-  add(std::numeric_limits<std::int32_t>::max(), "far");
-  add(30, "1030");
-  add(10, "1010", [&] {
-    for (int i = 0; i < 20; ++i) add(0, std::to_string(i));  // Enough to move the list.
-    add(-1, "past");
-    add(3, "due");
-    now += 3;
-  });
-  now = 1'009;
-  EXPECT_EQ(ran_as_due(), "");
-  now = 1'010;
-  add(20, "later1030");
-  add(-500, "510");
-  EXPECT_EQ(ran_as_due(), "510 1010 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 due ");
-  now = 1'030;
-  EXPECT_EQ(ran_as_due(), "past 1030 later1030 ");
-  EXPECT_EQ(queue.earliest_run_at(), 1'000 + std::int64_t{2'147'483'647});
-}
 
 class TaskThreadTest : public ::testing::Test {
  protected:
@@ -84,12 +46,16 @@ TEST_F(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOne
   });
   thread_->PostTask(Note("normal"));
   thread_->PostDelayedTask(0, Note("delayed"));
-  thread_->PostDelayedTask(-kFarMs, Note("overdue"));
+  thread_->PostDelayedTask(0, Note("posted later"));
+  thread_->PostDelayedTask(-kFarMs, [this] {
+    notes_.emplace_back("overdue");
+    for (int i = 0; i < 20; ++i) thread_->PostDelayedTask(-kFarMs, [] {});  // Into its own group.
+  });
   thread_->PostPriorityTask(Note("priority"));
   thread_.Release();
   ASSERT_TRUE(finished_.Await());
-  EXPECT_THAT(notes_, ElementsAre("priority", "overdue", "delayed", "later priority",
-                                  "later delayed", "normal", "idle"));
+  EXPECT_THAT(notes_, ElementsAre("priority", "overdue", "delayed", "posted later",
+                                  "later priority", "later delayed", "normal", "idle"));
 }
 
 TEST_F(TaskThreadTest, RunsIdleTasksOneByOneUnlessADelayedTaskIsDueWithinHalfASecond) {

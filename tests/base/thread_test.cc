@@ -17,31 +17,6 @@ namespace {
 
 using test_support::Event;
 
-TEST(ThreadTest, AnnouncesItsBeginAndEndAroundItsBodyOnItself) {
-  const std::string name = "sixteen_letters_";
-  std::vector<std::string> order;
-  std::shared_ptr<BaseThread> thread;
-  const auto note = [&](const char* what) {
-    order.emplace_back(what);
-    EXPECT_TRUE(thread->IsCurrentThread() && thread->IsRunning()) << what;
-    EXPECT_EQ(GetCurrentThreadInfo()->name, name);
-  };
-  thread = std::make_shared<BaseThread>(name, [&] {
-    note("body");
-    char native[64] = {};
-    pthread_getname_np(pthread_self(), native, sizeof native);
-    EXPECT_EQ(native, name.substr(0, 15));  // All that the system takes.
-  });
-  for (SignalId signal : {SIG_ThreadEnd, SIG_InternalEnd, SIG_ThreadBegin, SIG_InternalBegin}) {
-    thread->Connect<>(signal, [&note, signal] { note(signal()); });
-  }
-  thread->Start();
-  thread->Join();
-  EXPECT_THAT(order, testing::ElementsAre("SIG_InternalBegin", "SIG_ThreadBegin", "body",
-                                          "SIG_ThreadEnd", "SIG_InternalEnd"));
-  EXPECT_FALSE(thread->IsCurrentThread() || thread->IsRunning());
-}
-
 TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
   for (int i = 0; i < 50; ++i) std::make_shared<BaseThread>("brief", [] {})->Start();
   const auto stopped = std::make_shared<TaskThread>("stopped");

@@ -103,23 +103,6 @@ TEST(ProcessTest, GetsNoSignalFromAServerThatClosesUnderAnUpload) {
   });
 }
 
-TEST(ProcessTest, MayHaveThousandsOfDescriptorsOpen) {
-  EXPECT_GOOD_CHILD([] {
-    constexpr int kMany = 2'000;
-    const rlimit limit{kMany + 200, kMany + 200};
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kNotPermitted;
-    HttpServer server;
-    for (int i = 0; i < kMany; ++i) EXPECT_NE(open("/dev/null", O_RDONLY), -1);
-    Transport transport;
-    const std::string by_name = "http://localhost:" + std::to_string(server.port());
-    for (const std::string& url : {server.url("/"), by_name}) {
-      const auto response = transport.Fetch(url);
-      EXPECT_TRUE(response->success) << url << response->error_text;
-    }
-    return 0;
-  });
-}
-
 TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptors) {
 #ifdef __SANITIZE_ADDRESS__
   GTEST_SKIP() << "the check of virtual calls opens a pipe, and takes its failure for a bad object";
@@ -181,22 +164,16 @@ TEST(EnvironmentTransportTest, OpensNewConnectionsAfterANetworkChangeAndEndsWhat
     return ServerAnswer{release.Await() ? 200 : 500, {}, ""};
   });
   const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
+  auto held = Send(server.url("/held"));  // On the same connection.
+  while (server.requests().size() < 3) std::this_thread::yield();
   EXPECT_EQ(server.connections(), 1);
-  const auto change_network = [id] {
-    zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
-  };
-  change_network();
-  EXPECT_EQ(Send(server.url("/")).get(), 200);
-  EXPECT_EQ(server.connections(), 2);
-  auto held = Send(server.url("/held"));  // On that connection.
-  while (server.requests().size() < 5) std::this_thread::yield();
-  change_network();
+  zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
   EXPECT_EQ(Send(server.url("/")).get(), 200);
   release.Set();
   EXPECT_EQ(held.get(), 200);
   EXPECT_EQ(Send(server.url("/")).get(), 200);
-  EXPECT_EQ(server.connections(), 3);
+  EXPECT_EQ(server.connections(), 2);
   zo_tarvel::ExitTarvelEnvironment(id);
 }
 

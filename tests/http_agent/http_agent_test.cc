@@ -141,7 +141,7 @@ class ExitTest : public testing::Test {
   }
   // Has `act` done in the next result callback, or the next check.
   void In(bool result, std::function<void()> act) {
-    checks_ = 0;
+    checks_ = results_.count = 0;
     request_ = Request({}, results_);
     if (result) {
       request_.result_callback = [act, then = request_.result_callback](auto&&... outcome) {
@@ -174,43 +174,31 @@ TEST_F(ExitTest, BeforeTheFirstAnswerEndsTheRequestSilently) {
   }
 }
 
-// The thread may get through some of its tasks before it is told to stop.
-TEST_F(ExitTest, WaitsForACallbackAndCallsNothingAfterIt) {
-  for (const std::string where : {"check of a good answer", "check of a bad one", "result"}) {
-    SCOPED_TRACE(where);
-    Event entered;
-    In(where == "result", [&] {
-      entered.Set();
-      EXPECT_TRUE(RecordedLog::Await("stop http agent begin"));
-    });
-    Send({where == "check of a bad one" ? kRefused : good_.url("/"), silent_.url("/")});
-    EXPECT_TRUE(entered.Await());
-    for (int i = 0; i < 20; ++i) Send({good_.url("/")});  // They wait behind the callback.
-    ExitPromptly();
-    const int checks = checks_;
-    ExpectResults(results_.count);
-    EXPECT_EQ(checks_, checks);
-    environment_.emplace();
-  }
-}
-
-TEST_F(ExitTest, FromACallbackIsTheEndWhateverTheVerdict) {
-  for (const std::string where : {"check of a good answer", "check of a bad one", "result"}) {
-    SCOPED_TRACE(where);
-    Event left;
-    In(where == "result", [&] {
-      ExitTarvelEnvironment(1);
-      left.Set();
-    });
-    for (int i = 0; i < 2; ++i) {
-      Send({where == "check of a bad one" ? kRefused : good_.url("/"), good_.url("/")});
+TEST_F(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
+  for (const bool in_callback : {true, false}) {
+    for (const std::string where : {"check of a good answer", "check of a bad one", "result"}) {
+      SCOPED_TRACE(where + (in_callback ? " exits" : " runs meanwhile"));
+      Event entered;
+      In(where == "result", [&] {
+        if (in_callback) {
+          ExitTarvelEnvironment(1);
+          environment_->WasExited();
+        }
+        entered.Set();
+        // Beside it, the exit waits for the callback.
+        EXPECT_TRUE(in_callback || RecordedLog::Await("stop http agent begin"));
+      });
+      for (int i = 0; i < 20; ++i) {  // All but one wait behind the callback.
+        Send({where == "check of a bad one" ? kRefused : good_.url("/"), silent_.url("/")});
+      }
+      EXPECT_TRUE(entered.Await());
+      ExitPromptly();
+      const int checks = checks_;
+      ExpectResults(results_.count);
+      EXPECT_EQ(checks_, checks);
+      EXPECT_TRUE(!in_callback || results_.count == (where == "result" ? 1 : 0));
+      environment_.emplace();
     }
-    EXPECT_TRUE(left.Await());
-    EXPECT_EQ(GetTarvelObject(1), nullptr);
-    environment_->WasExited();
-    ExpectResults(where == "result" ? 1 : 0);
-    EXPECT_LE(checks_, where == "result" ? 2 : 1);
-    environment_.emplace();
   }
 }
 
@@ -297,12 +285,11 @@ TEST(HttpAgentNetworkTest, APostedRequestGoesOutOnlyOnAWayOutOfThisHostUnlessNon
     const std::string cancelled =
         "[multiple]Request cancel,internet connected is false url list:\r\n --" + url + "\r\n";
     const struct {
-      bool way_out, needed, posted, told, sent;
-    } rows[] = {{false, true, true, true, false},
-                {false, true, true, false, false},
-                {false, true, false, true, true},
-                {false, false, true, true, true},
-                {true, true, true, true, true}};
+      bool way_out, needed, posted, sent;
+    } rows[] = {{false, true, true, false},
+                {false, true, false, true},
+                {false, false, true, true},
+                {true, true, true, true}};
     for (const auto& row : rows) {
       SCOPED_TRACE(&row - rows);
       EXPECT_TRUE(!row.way_out || AddWayOut(true));
@@ -312,18 +299,16 @@ TEST(HttpAgentNetworkTest, APostedRequestGoesOutOnlyOnAWayOutOfThisHostUnlessNon
       settings.try_http_request_on_netunav = row.needed ? -1 : 0;
       AgentEnvironment environment(settings);
       auto request = Request({url}, results);
-      if (!row.told) request.result_callback = nullptr;
       environment.InvokeHttpRequest(request, row.posted);
-      if (row.told) {
-        EXPECT_TRUE(results.first.Await());
-      }
+      EXPECT_TRUE(results.first.Await());
+      request.result_callback = nullptr;
+      environment.InvokeHttpRequest(request, row.posted);
       environment.Exit();
-      const bool is_cancelled = row.needed && !row.way_out;
       EXPECT_EQ(RecordedLog::Texts("[multiple]Request cancel"),
-                std::vector<std::string>(is_cancelled ? 1 : 0, cancelled));
-      EXPECT_EQ(results.count, row.told ? 1 : 0);
+                std::vector<std::string>(row.needed && !row.way_out ? 2 : 0, cancelled));
+      EXPECT_EQ(results.count, 1);
       EXPECT_EQ(results.success, row.sent);
-      EXPECT_EQ(results.stop, row.told && !row.sent);
+      EXPECT_EQ(results.stop, !row.sent);
     }
     return 0;
   });

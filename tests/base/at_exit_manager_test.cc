@@ -4,9 +4,7 @@
 
 #include <memory>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "base/singleton.h"
 
@@ -14,21 +12,6 @@ namespace zo_base {
 namespace {
 
 using ::testing::ElementsAre;
-
-TEST(AtExitManagerTest, RunsItsTasksLastOneFirstAndATaskAddedByATaskNext) {
-  struct World;
-  std::vector<std::string> ran;
-  auto manager = GetAtExitManager<World>().first;
-  manager->RegisterTask([&] { ran.push_back("A"); });
-  manager->RegisterTask([&, raw = manager.get()] {
-    ran.push_back("B");
-    EXPECT_TRUE(GetAtExitManager<World>().second);  // One that comes and goes meanwhile.
-    raw->RegisterTask([&] { ran.push_back("added by B"); });
-  });
-  manager->RegisterTask(nullptr);
-  manager.reset();
-  EXPECT_THAT(ran, ElementsAre("B", "added by B", "A"));
-}
 
 struct Service {
   Service() { alive.insert(this), ++made; }

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -131,20 +129,6 @@ TEST_F(CachedKeyValueFileTest, LeavesTheOldFileUntilTheNewOneIsWritten) {
   }
   EXPECT_TRUE(store_.Save());  // What has failed is tried again.
   EXPECT_EQ(GetFromFile("a"), std::string(1'000'000, 'x'));
-}
-
-TEST_F(CachedKeyValueFileTest, RemovesWhatKilledWritersLeftBehind) {
-  const pid_t dead = fork();
-  if (dead == 0) _exit(0);
-  ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
-  const std::string ended = std::to_string(dead), living = std::to_string(getppid());
-  std::vector<std::string> staying{"a.data." + living + "-1.tmp", "a.data.tmp", "a.data.0-1.tmp",
-                                   "a.data.99999999999999999999-1.tmp",
-                                   "b.data." + ended + "-1.tmp"};
-  for (const std::string& name : staying) WriteFile(directory_ / name, "x");
-  WriteFile(directory_ / ("a.data." + ended + "-1.tmp"), "x");
-  store_.Load(path_);
-  EXPECT_THAT(FilesInDirectory(), testing::UnorderedElementsAreArray(staying));
 }
 
 TEST_F(CachedKeyValueFileTest, HasInItsFileWhatTheLastOfManyThreadsSet) {

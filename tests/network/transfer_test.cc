@@ -1,17 +1,17 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <set>
-#include <sstream>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "network/curl/answer_collector.h"
 #include "network/curl/header_list.h"
 #include "network/text.h"
 #include "tests/network/transport.h"
 #include "tests/support/http_server.h"
-#include "tests/support/nginx_server.h"
 #include "tests/support/raw_server.h"
+#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -149,20 +149,15 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     EXPECT_EQ(seen.header("Authorization"), elsewhere ? "" : "secret");
   }
   EXPECT_THAT(other.requests(), SizeIs(1));
-}
 
-TEST_F(TransferTest, GivesUpAfterTwentyRedirectsAndCountsAllHopsInOneTimeOut) {
   RawServer silent(NeverAnswers());
-  for (const std::string path : {"/loop", "/silent"}) {
-    const std::string to = path == "/loop" ? path : silent.url("/");
-    server_.Answer(path, [to](const SeenRequest&) {
+  for (const std::string& to : {"/start"s, silent.url("/")}) {
+    server_.Answer("/start", [to](const SeenRequest&) {
       return ServerAnswer{302, {{"Location", to}}, ""};
     });
+    EXPECT_THAT(transport_.Fetch(Get(server_.url("/start"), 1'000))->error_text,
+                HasSubstr(to == silent.url("/") ? "timed out" : "20"));
   }
-  EXPECT_THAT(transport_.Fetch(server_.url("/loop"))->error_text, HasSubstr("20"));
-  EXPECT_THAT(server_.requests(), SizeIs(21));
-  EXPECT_THAT(transport_.Fetch(Get(server_.url("/silent"), 300))->error_text,
-              HasSubstr("timed out"));
 }
 
 const std::string kGood = HttpAnswer("200 OK", "good");
@@ -211,24 +206,106 @@ TEST(ConnectionTest, ThatFellSilentTakesTheOthersWithIt) {
   EXPECT_EQ(other.connections(), 2);
 }
 
-TEST(ConnectionTest, OfHttp2IsSharedByRequestsAndOutlivesWhatTheServerCloses) {
-  CertificateAuthority authority;
-  for (const std::string closing : {"", "keepalive_requests 7;"}) {
-    NginxServer nginx({.listeners = {{"127.0.0.1", authority.Issue({"a.example"}), true}},
-                       .files = {{"index", "good"}},
-                       .server_text = closing});
-    Transport transport;
-    EXPECT_TRUE(transport.Fetch(nginx.url("/index"))->success);
-    std::vector<std::future<ResponsePtr>> responses;
-    for (int i = 0; i < 100; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
-    for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
-    std::istringstream log(nginx.AccessLog(101));
-    std::set<std::string> connections;
-    for (std::string protocol, host, header, sni, connection, rest;
-         log >> protocol >> host >> header >> sni >> connection && std::getline(log, rest);) {
-      connections.insert(connection);
+// So many zeros as gzip writes them: 64 MiB come to some 64 KiB.
+std::string GzippedZeros(std::size_t count) {
+  const TempDirectory directory;
+  const std::string command =
+      "head -c " + std::to_string(count) + " /dev/zero | gzip -9 > '" + directory.path() + "/gz'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  return ReadFile(directory / "gz");
+}
+
+std::string AnswerOf(const std::string& headers, const std::string& body) {
+  return HttpAnswer("200 OK", body, headers);
+}
+
+constexpr char kGzip[] = "Content-Encoding: gzip\r\n";
+constexpr char kEndless[] = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
+
+// A beginning, and then the same block as fast as the peer reads, or after each interval.
+RawServer::Handler Repeats(std::string begin, std::string block, int interval_ms = 0) {
+  return [=](RawConnection& connection) {
+    connection.ReadRequest();
+    const std::chrono::milliseconds interval(interval_ms);
+    bool sent = connection.Send(begin);
+    while (sent && !connection.AwaitStop(interval)) sent = connection.Send(block);
+  };
+}
+
+TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoes) {
+  const struct {
+    std::string name;
+    RawServer::Handler handler;
+    std::string error;
+    bool at_time_out;
+  } rows[] = {
+      {"drips", Repeats(kEndless, "x", 50), "timed out", true},
+      {"resets in mid-body",
+       [](RawConnection& connection) {
+         connection.ReadRequest();
+         connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nthe beginning");
+         connection.Reset();
+       },
+       "reset", false},
+      {"closes in mid-body", AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc"),
+       "remaining", false},
+      {"not HTTP", AnswerWith("SSH-2.0-server\r\n\r\n"), "HTTP/0.9", false},
+      {"endless body", Repeats(kEndless, std::string(65536, 'x')), "longer than 8388608", false},
+      {"endless headers",
+       Repeats("HTTP/1.1 200 OK\r\n", "X-Filler: " + std::string(1000, 'x') + "\r\n"),
+       "longer than 262144", false},
+      {"a bomb", AnswerWith(AnswerOf(kGzip, GzippedZeros(1 << 26))), "longer than 8388608", false},
+      {"a broken encoding", AnswerWith(AnswerOf(kGzip, "no gzip")), "", false},
+      {"NUL in a header", AnswerWith("HTTP/1.1 200 OK\r\nA: b\0c\r\n\r\n"s), "Nul", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    RawServer server(row.handler);
+    ResponsePtr response;
+    constexpr int kTimeOut = 400;
+    const auto took = MillisecondsOf([&] {
+      response = transport_.Fetch(Get(server.url("/"), row.at_time_out ? kTimeOut : 20'000));
+    });
+    EXPECT_FALSE(response->success);
+    EXPECT_EQ(response->status, 0);
+    EXPECT_NE(response->error_text, "");
+    EXPECT_THAT(response->error_text, HasSubstr(row.error));
+    EXPECT_TRUE(response->body.empty());
+    EXPECT_GE(took, row.at_time_out ? kTimeOut - 1 : 0);
+  }
+}
+
+TEST_F(TransferTest, TakesWhatIsWithinTheLimitsWithoutInterimHeadersAndTrailers) {
+  const std::string interim = "HTTP/1.1 103 Early Hints\r\nEarly: 1\r\n\r\n";
+  const std::string longest(kLongestBody, 'x');
+  const struct {
+    std::string answer;
+    int status;
+    std::string body, header_names;
+  } rows[] = {
+      {AnswerOf("", longest), 200, longest, "Content-Length "},
+      {AnswerOf(kGzip, GzippedZeros(100'000)), 200, std::string(100'000, '\0'),
+       "Content-Encoding Content-Length "},
+      {interim + AnswerOf("B: 1\r\nA: b\r\n folded\r\nB: 2\r\n", "c\0d"s), 200, "c\0d"s,
+       "B A B Content-Length "},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nHTTP/x: t\r\n\r\n", 200, "",
+       "Transfer-Encoding "},
+      {"HTTP/1.1 404 No\r\nContent-Length: 10\r\n\r\nhalf", 404, "half", "Content-Length "},
+      {interim, 0, "", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.answer.substr(0, 100));
+    RawServer server(AnswerWith(row.answer));
+    const auto response = transport_.Fetch(server.url("/"));
+    EXPECT_EQ(response->status, row.status);
+    EXPECT_EQ(response->success && response->error_text.empty(), row.status == 200);
+    EXPECT_TRUE(response->body == Bytes(row.body) && response->body_text == row.body);
+    std::string names;
+    for (const auto& [name, value] : response->headers) {
+      names += name + " ";
+      EXPECT_TRUE(name != "A" || value == "b folded") << value;
     }
-    EXPECT_EQ(connections.size() == 1, closing.empty()) << connections.size();
+    EXPECT_EQ(names, row.header_names);
   }
 }
 

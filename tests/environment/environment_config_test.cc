@@ -5,7 +5,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace zo_tarvel {
 namespace {
@@ -85,23 +84,6 @@ TEST(EnvironmentConfigTest, ReadsTheFirstSwitchesAsOnUnlessMinusOneAndTheLastAsO
     EXPECT_EQ(config->http_request_ip_preferred(), given == 1) << given;
     EXPECT_EQ(config->enable_exception_data_reporting(), given == 1) << given;
   }
-}
-
-TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffersAndOfAFamilyOnlyWhenAsked) {
-  const auto config = Loaded({});
-  std::vector<std::string> told;
-  config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {
-    told.push_back(token);
-    EXPECT_EQ(config->GetBusinessToken(), token);  // The lock is recursive.
-  });
-  config->Connect<zo_net::AddressFamily>(SIG_NetworkChanged, [&](zo_net::AddressFamily family) {
-    told.push_back(std::to_string(family));
-  });
-  for (const char* token : {"", "a", "a", ""}) config->SetBusinessToken(token);
-  config->SetAddressFamily(zo_net::kAddressFamilyIPv4, false);
-  config->SetAddressFamily(zo_net::kAddressFamilyIPv6, true);
-  EXPECT_EQ(told, (std::vector<std::string>{"a", "", "2"}));
-  EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyIPv6);
 }
 
 }  // namespace

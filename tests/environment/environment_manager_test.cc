@@ -143,21 +143,6 @@ TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt
   EXPECT_EQ(storage_->start_count, 1);
 }
 
-TEST_F(CallbackTest, AnObjectMakesItsServiceAnewAfterTheClientHasReleasedItButNoneAfterItsOwnEnd) {
-  StartTarvelEnvironment(TestSettings());
-  auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
-  FakeLBSService* const service = FakeLBSService::StartOne();
-  EXPECT_EQ(object.GetLBSService(), service);
-  EXPECT_EQ(service->GetEnvironmentConfig(), storage_->config);
-  const std::weak_ptr<zo_base::BaseThread> first = service->shared_from_this<zo_base::BaseThread>();
-  object.ReleaseLBSService();
-  EXPECT_TRUE(first.expired());
-  EXPECT_TRUE(FakeLBSService::StartOne()->IsRunning());
-  object.Stop();
-  object.Release();
-  EXPECT_EQ(object.GetLBSService(), nullptr);
-}
-
 std::ptrdiff_t EntriesOf(const char* directory) {
   return std::distance(std::filesystem::directory_iterator(directory),
                        std::filesystem::directory_iterator());

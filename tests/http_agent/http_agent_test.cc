@@ -8,7 +8,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -32,6 +31,7 @@
 namespace zo_tarvel {
 namespace {
 
+using namespace std::string_literals;
 using namespace test_support;
 
 constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
@@ -39,11 +39,8 @@ constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this po
 // The results of one logical request.
 struct Results {
   std::atomic<int> count{0};
-  bool stop = false;
-  bool success = false;
-  std::string headers;
-  std::string body;
-  std::string thread;
+  bool stop = false, success = false;
+  std::string headers, body, thread;
   Event first;
 };
 
@@ -108,14 +105,48 @@ TEST(HttpAgentTest, GivesOneResultOnItsThreadWhoeverAsks) {
       ASSERT_TRUE(results.first.Await());
       environment.Exit();
       EXPECT_EQ(results.count, 1);
-      EXPECT_EQ(results.success, row.success);
-      EXPECT_EQ(results.stop, row.stop);
+      EXPECT_TRUE(results.success == row.success && results.stop == row.stop);
       EXPECT_EQ(results.body, row.body);
-      EXPECT_EQ(results.headers.empty(), row.urls.empty());
       // Without a URL there is nothing to wait for.
       const bool at_once = row.urls.empty() && caller == "task thread";
       EXPECT_EQ(results.thread, at_once ? "worker" : "http_agent_work");
     }
+  }
+}
+
+TEST(HttpAgentTest, TranslatesARequestAndItsAnswerForTheTransport) {
+  const std::string ip = "127.0.0.1";
+  const struct {
+    std::string authority, host, header;
+    std::string seen_host, seen_header;
+    std::string answer, body;
+  } rows[] = {
+      {ip, "a.example", "X-One:1", "a.example", "1", "abc", "abc"},
+      {ip, "", "X-One:1:2:3", ip, "3", "ab\0c"s, "ab"},  // As C code would read it.
+      {"localhost", "a.example", "X-One", "a.example", "", "\0ab"s, "\0ab"s},
+      {"localhost", "a.example", "hOsT:b.example", "b.example", "", "", ""},
+      {ip, "", "X-Two:2\r\nX-One", ip, "", "abc", "abc"},
+  };
+  HttpServer server;
+  AgentEnvironment environment;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.authority + " for '" + row.host + "' with '" + row.header + "'");
+    server.Answer("/", [&](const SeenRequest&) {
+      return ServerAnswer{200, {{"B", " 2"}}, row.answer};
+    });
+    Results results;
+    auto request = Request({}, results);
+    request.urls = {
+        {row.host, "http://" + row.authority + ":" + std::to_string(server.port()) + "/"}};
+    request.headers = {row.header};
+    environment.InvokeHttpRequest(request, true);
+    ASSERT_TRUE(results.first.Await());
+    const SeenRequest seen = server.requests().back();
+    EXPECT_EQ(seen.method, "GET");
+    EXPECT_EQ(seen.header("Host"), row.seen_host);
+    EXPECT_EQ(seen.header("X-One"), row.seen_header);
+    EXPECT_EQ(results.headers, "B:2\r\nContent-Length:" + std::to_string(row.answer.size()));
+    EXPECT_EQ(results.body, row.body);
   }
 }
 
@@ -220,38 +251,6 @@ TEST_F(ExitTest, AtAnyMomentEndsCleanly) {
     environment.Exit();
     for (const Results& one : results) EXPECT_LE(one.count, 1);
   }
-}
-
-// --- Many at once ---
-
-TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
-  constexpr int kThreads = 8;
-  HttpServer http;
-  http.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
-  RawServer late([](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.AwaitStop(std::chrono::milliseconds(50));
-    connection.Send(HttpAnswer("200 OK", "good"));
-  });
-  AgentEnvironment environment;
-  std::vector<Results> results(400);
-  std::vector<std::jthread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      std::vector<std::string> urls = {kRefused, late.url("/"), http.url("/bad"), http.url("/")};
-      for (std::size_t i = t; i < results.size(); i += kThreads) {
-        std::next_permutation(urls.begin(), urls.end());
-        auto request = Request(urls, results[i]);
-        request.multiple_time_out = 20;
-        environment.InvokeHttpRequest(request, true);
-        if (i % 50 == 0) GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
-      }
-    });
-  }
-  threads.clear();
-  for (Results& one : results) ASSERT_TRUE(one.first.Await());
-  environment.Exit();
-  for (const Results& one : results) EXPECT_TRUE(one.count == 1 && one.success);
 }
 
 // --- Without a network ---

@@ -10,7 +10,6 @@
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/event.h"
-#include "tests/support/http_server.h"
 #include "tests/support/raw_server.h"
 #include "tests/support/scoped_task_thread.h"
 
@@ -85,10 +84,8 @@ class Sites {
 
 struct Outcome {
   int signals = 0;
-  bool stop = false;
-  bool success = false;
-  std::string headers;
-  std::string body;
+  bool stop = false, success = false;
+  std::string headers, body;
   MultipleURLHttpRequest request;
   std::vector<_StatisticItem> items;
 };
@@ -231,6 +228,8 @@ const Walk kWalks[] = {
     {"AStopIsTheEnd", "silent stop good", "t0", "1:200", "failure stop", "200@1", 200},
     {"ALaterUrlMakesUpForAllFailures", "bad refused reset broken wrong good", "a0 a1 a2 a3 a4",
      "0:500 1:0 2:0 3:0 4:200 5:200", "success", "500@0>5 0@1>5 0@2>5 0@3>5 200@4>5"},
+    {"TheSameFailureOfTheSameUrlIsOne", "refused refused good", "a0 a1", "0:0 1:0 2:200", "success",
+     "0@0>2"},
     {"WhatIsNotToBeReportedIsNot", "unnoticed wrong", "a0", "0:200 1:200", "failure", "200@1"},
 };
 
@@ -288,18 +287,6 @@ TEST(WalkRaceTest, AnAnswerAfterTheEndReachesNobody) {
   walker.Run(walker.Request({{"", prompt.url("/")}}));  // The late answer comes before this one's.
   EXPECT_THAT(walker.judged, ElementsAre("0:200"));
   EXPECT_EQ(walker.judged_url, prompt.url("/"));
-}
-
-TEST(WalkStatisticsTest, CountTheSameFailureOfTheSameUrlOnce) {
-  HttpServer server;
-  server.Answer("/", [&](const SeenRequest&) {
-    return ServerAnswer{server.requests().size() == 2 ? 503 : 500, {}, "oops"};
-  });
-  AgentEnvironment environment;
-  Walker walker;
-  const std::vector<UrlEntry> urls(3, {"", server.url("/")});
-  EXPECT_THAT(ToText(walker.Run(walker.Request(urls)).items, urls), ElementsAre("500@0", "503@0"));
-  EXPECT_EQ(walker.judged.size(), 3U);
 }
 
 TEST(WalkStatisticsTest, TellWhatWasAskedAndWhatCameBack) {

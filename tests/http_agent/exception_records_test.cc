@@ -111,18 +111,10 @@ TEST_F(ExceptionRecordsTest, AndTheirFunctionEndWithTheirLifeAlsoWhenTheFunction
 
 TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {
   AgentEnvironment environment;
-  const auto config = GetConfig();
-  std::vector<std::set<std::string>> random_parts(8);
-  std::vector<std::jthread> threads;
-  for (auto& own : random_parts) {
-    threads.emplace_back([&] {
-      while (own.size() < 10'000) own.insert(config->GenerateTraceId().substr(16));
-    });
-  }
-  threads.clear();
-  for (std::size_t i = 1; i < 8; ++i) random_parts[0].merge(random_parts[i]);
-  EXPECT_EQ(random_parts[0].size(), 80'000U);
-  EXPECT_THAT(config->GenerateTraceId(),
+  std::set<std::string> random_parts;
+  for (int i = 0; i < 10'000; ++i) random_parts.insert(GetConfig()->GenerateTraceId().substr(16));
+  EXPECT_EQ(random_parts.size(), 10'000U);
+  EXPECT_THAT(GetConfig()->GenerateTraceId(),
               testing::MatchesRegex("[0-9a-f]{16}-[0-9a-f]{8}(-[0-9a-f]{4}){2}-[0-9a-f]{12}"));
 }
 

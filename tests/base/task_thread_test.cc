@@ -1,12 +1,16 @@
 #include "base/task_thread.h"
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <latch>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/native_thread.h"
 #include "base/steady_time.h"
 #include "tests/support/scoped_task_thread.h"
 
@@ -20,40 +24,30 @@ using ::testing::ElementsAre;
 // Longer than any test waits: who sleeps until then is only woken by others.
 constexpr std::int32_t kFarMs = 60'000;
 
-class TaskThreadTest : public ::testing::Test {
- protected:
-  Task Note(const char* name) {
-    return [this, name] { notes_.emplace_back(name); };
-  }
-  Task NoteAndFinish(const char* name) {
-    return [this, name] { notes_.emplace_back(name), finished_.Set(); };
-  }
-
-  std::vector<std::string> notes_;  // Written on the thread, read once it has finished.
-  Event finished_;
-  ScopedTaskThread thread_;
-};
-
-TEST_F(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesLast) {
-  thread_->Start();
-  ASSERT_TRUE(thread_.Hold());
-  thread_->PostIdleTask(NoteAndFinish("idle"));
-  thread_->PostTask([this] {
-    thread_->PostDelayedTask(0, Note("later delayed"));
-    thread_->PostPriorityTask([this] { thread_->PostPriorityTask(Note("later priority")); });
+TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesLast) {
+  std::vector<std::string> ran;
+  Event idle;
+  ScopedTaskThread thread;
+  const auto note = [&](const char* name) { return [&ran, name] { ran.emplace_back(name); }; };
+  thread->Start();
+  ASSERT_TRUE(thread.Hold());
+  thread->PostIdleTask([&] { ran.emplace_back("idle"), idle.Set(); });
+  thread->PostTask([&] {
+    thread->PostDelayedTask(0, note("later delayed"));
+    thread->PostPriorityTask([&] { thread->PostPriorityTask(note("later priority")); });
   });
-  thread_->PostTask(Note("normal"));
-  thread_->PostDelayedTask(0, Note("delayed"));
-  thread_->PostDelayedTask(0, Note("posted later"));
-  thread_->PostDelayedTask(-kFarMs, [this] {
-    notes_.emplace_back("overdue");
-    for (int i = 0; i < 20; ++i) thread_->PostDelayedTask(-kFarMs, [] {});  // Into its own group.
+  thread->PostTask(note("normal"));
+  thread->PostDelayedTask(0, note("delayed"));
+  thread->PostDelayedTask(0, note("posted later"));
+  thread->PostDelayedTask(-kFarMs, [&] {
+    ran.emplace_back("overdue");
+    for (int i = 0; i < 20; ++i) thread->PostDelayedTask(-kFarMs, [] {});  // Into its own group.
   });
-  thread_->PostPriorityTask(Note("priority"));
-  thread_.Release();
-  ASSERT_TRUE(finished_.Await());
-  EXPECT_THAT(notes_, ElementsAre("priority", "overdue", "delayed", "posted later",
-                                  "later priority", "later delayed", "normal", "idle"));
+  thread->PostPriorityTask(note("priority"));
+  thread.Release();
+  ASSERT_TRUE(idle.Await());
+  EXPECT_THAT(ran, ElementsAre("priority", "overdue", "delayed", "posted later", "later priority",
+                               "later delayed", "normal", "idle"));
 }
 
 const std::string kKinds[] = {"priority", "delayed", "normal", "idle", "loop"};
@@ -67,7 +61,7 @@ void Post(const std::string& kind, Target& to, const Task& task) {
   if (kind == "loop") to.PostLoopTask(0, task, -1);
 }
 
-TEST(TaskThreadStopTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
+TEST(TaskThreadTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
   for (const auto& kind : kKinds) {
     SCOPED_TRACE(kind);
     const auto token = std::make_shared<int>();
@@ -96,7 +90,7 @@ TEST(TaskThreadStopTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
   }
 }
 
-TEST(TaskThreadStopTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLastToRun) {
+TEST(TaskThreadTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLastToRun) {
   for (const auto& kind : kKinds) {
     SCOPED_TRACE(kind);
     int runs = 0;
@@ -114,7 +108,7 @@ TEST(TaskThreadStopTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLa
   }
 }
 
-TEST(TaskThreadWakeUpTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhile) {
+TEST(TaskThreadTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhile) {
   ScopedTaskThread thread;
   thread->PostDelayedTask(kFarMs, [] { ADD_FAILURE(); });
   thread->Start();
@@ -126,6 +120,59 @@ TEST(TaskThreadWakeUpTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhil
   const std::int64_t begun = SteadyMilliseconds();
   thread->Stop();
   EXPECT_LT(SteadyMilliseconds() - begun, kFarMs / 2);
+}
+
+TEST(TaskThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
+  Event released, ending, leave;
+  std::atomic<bool> left{false};
+  pthread_t content_died_on{};
+  const auto when_native_thread_ends = [&](void*) {
+    ending.Set();
+    EXPECT_TRUE(leave.Await());
+    left = true;
+  };
+  auto owner = std::make_shared<TaskThread>("released");
+  owner->PostTask([&, thread = owner.get()] {
+    static thread_local std::shared_ptr<void> last_act;  // Goes after all that the library runs.
+    last_act = std::shared_ptr<void>(nullptr, when_native_thread_ends);
+    EXPECT_TRUE(released.Await());
+    thread->Stop();
+  });
+  std::shared_ptr<void> content(nullptr, [&](void*) { content_died_on = pthread_self(); });
+  owner->PostTask([content] { ADD_FAILURE(); });
+  owner->Connect<>(SIG_ThreadBegin, [content] {});
+  content.reset();
+  owner->Start();
+  const pthread_t native = owner->GetThreadId();
+  owner.reset();
+  released.Set();
+  ASSERT_TRUE(ending.Await());
+  EXPECT_TRUE(pthread_equal(content_died_on, native));
+  leave.Set();
+  JoinFinishedThreads();
+  EXPECT_TRUE(left);
+}
+
+// As when callbacks on two threads release each the other one's service.
+TEST(TaskThreadTest, TwoThatStopEachOtherBothEnd) {
+  for (int round = 0; round < 100; ++round) {
+    const auto first = std::make_shared<TaskThread>("first");
+    const auto second = std::make_shared<TaskThread>("second");
+    first->Start();
+    second->Start();
+    std::latch both_run(2), both_stopped(2);
+    const auto stop = [&](TaskThread& other) {
+      both_run.arrive_and_wait();
+      other.Stop();
+      both_stopped.count_down();
+    };
+    first->PostTask([&] { stop(*second); });
+    second->PostTask([&] { stop(*first); });
+    both_stopped.wait();
+    first->Stop();
+    second->Stop();
+    EXPECT_FALSE(first->IsRunning() || second->IsRunning());
+  }
 }
 
 }  // namespace

@@ -24,17 +24,25 @@ namespace {
 
 using test_support::TestSettings;
 
-class EnvironmentManagerTest : public ::testing::Test {
+class EnvironmentTest : public ::testing::Test {
  protected:
-  ~EnvironmentManagerTest() override {
+  EnvironmentTest() { FakeLBSService::Install(); }
+  ~EnvironmentTest() override {
     while (storage_->started) ExitTarvelEnvironment(0);
     EXPECT_EQ(storage_->start_count, 0);
+    SetLBSServiceFactory(nullptr);
+  }
+
+  // Starts an environment with a service, and runs `callback` on the service's thread.
+  void RunOnServiceThread(std::function<void()> callback) {
+    StartTarvelEnvironment(TestSettings());
+    FakeLBSService::StartOne()->PostTask(std::move(callback));
   }
 
   const std::shared_ptr<EnvironmentManagerStorage> storage_ = GetStorage();
 };
 
-TEST_F(EnvironmentManagerTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSettings) {
+TEST_F(EnvironmentTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSettings) {
   ExitTarvelEnvironment(1);  // Without a start: not counted.
   for (int life = 0; life < 2; ++life) {
     for (int start = 0; start < 3; ++start) {
@@ -56,20 +64,7 @@ TEST_F(EnvironmentManagerTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSetti
   }
 }
 
-// What a client may do from a callback on a thread of the library.
-class CallbackTest : public EnvironmentManagerTest {
- protected:
-  CallbackTest() { FakeLBSService::Install(); }
-  ~CallbackTest() override { SetLBSServiceFactory(nullptr); }
-
-  // Starts an environment with a service, and runs `callback` on the service's thread.
-  void RunOnServiceThread(std::function<void()> callback) {
-    StartTarvelEnvironment(TestSettings());
-    FakeLBSService::StartOne()->PostTask(std::move(callback));
-  }
-};
-
-TEST_F(CallbackTest, MayTakeTheEnvironmentDownAndStartItAnew) {
+TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
   for (const bool starts_anew : {false, true}) {
     std::promise<int> id;
     RunOnServiceThread([&] {
@@ -84,7 +79,7 @@ TEST_F(CallbackTest, MayTakeTheEnvironmentDownAndStartItAnew) {
   }
 }
 
-TEST_F(CallbackTest, DoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
+TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
   const struct {
     const char* name;
     std::function<void()> act;
@@ -110,7 +105,7 @@ TEST_F(CallbackTest, DoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
   }
 }
 
-TEST_F(CallbackTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) {
+TEST_F(EnvironmentTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) {
   StartTarvelEnvironment(TestSettings());
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
@@ -133,7 +128,7 @@ TEST_F(CallbackTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) {
   EXPECT_EQ(storage_->start_count, 1);
 }
 
-TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
+TEST_F(EnvironmentTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
   for (int i = 0; i < 3; ++i) StartTarvelEnvironment(TestSettings());
   // The task never runs; its captures die on the thread that releases the service.
   std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) { ExitTarvelEnvironment(0); });
@@ -143,7 +138,7 @@ TEST_F(CallbackTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt
 }
 
 // Each with tasks of every kind and timers in flight at the exit.
-TEST_F(CallbackTest, HundredsOfLivesLeaveNoThreadBehind) {
+TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
   const auto threads = [] {
     namespace fs = std::filesystem;
     return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());

@@ -98,14 +98,6 @@ TEST(IPAddressTest, TakesNothingElseForAnAddress) {
   for (const std::string& text : cases) EXPECT_EQ(Address(text), "") << text;
 }
 
-TEST(TextTest, IsSplitReplacedAndEncoded) {
-  EXPECT_EQ(Split(";,a,;b c,;", ",;"), (std::vector<std::string>{"a", "b c"}));
-  EXPECT_EQ(Split("::", ":"), std::vector<std::string>{});
-  EXPECT_EQ(ReplaceAll("ababac ababaababac", "ababac", "x"), "x ababax");
-  EXPECT_EQ(ReplaceAll("ab", "", "x"), "ab");
-  EXPECT_EQ(UrlEncode("azAZ09 -_~/\0\xff"s), "azAZ09%20%2D%5F%7E%2F%00%FF");
-}
-
 // A search inside of a search would take minutes.
 TEST(HostileTextTest, OfAMebibyteIsRead) {
   const auto all = [](const std::string& part) {

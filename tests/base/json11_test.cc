@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -87,20 +86,6 @@ TEST(Json11Test, DestroysAVeryDeepValueAndKeepsAPartThatIsStillHeld) {
   }
   value = Json();
   EXPECT_EQ(held.dump(), R"({"a": [{"a": [1, 2]}, 2]})");
-}
-
-TEST(Json11Test, APartMayBeReadOnOneThreadWhileTheWholeDiesOnAnother) {
-  for (int round = 0; round < 200; ++round) {
-    std::string error;
-    Json whole = Json::parse(R"({"part": [[1, 2], ["text"]]})", error);
-    Json part = whole["part"];
-    std::thread reader([part = std::move(part)]() mutable {
-      EXPECT_EQ(part.dump(), R"([[1, 2], ["text"]])");
-      part = Json();
-    });
-    whole = Json();
-    reader.join();
-  }
 }
 
 }  // namespace

@@ -77,16 +77,5 @@ TEST(Json11Test, DumpsWhatItParsed) {
   EXPECT_EQ(Parsed(commented, COMMENTS).dump(), R"({"a": [1, "/*4*/ //"]})");
 }
 
-TEST(Json11Test, DestroysAVeryDeepValueAndKeepsAPartThatIsStillHeld) {
-  Json value(1);
-  Json held;
-  for (int level = 0; level < 1'000'000; ++level) {
-    value = level % 2 ? Json(Json::object{{"a", value}}) : Json(Json::array{value, 2});
-    if (level == 3) held = value;
-  }
-  value = Json();
-  EXPECT_EQ(held.dump(), R"({"a": [{"a": [1, 2]}, 2]})");
-}
-
 }  // namespace
 }  // namespace zo_base::json11

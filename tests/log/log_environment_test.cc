@@ -1,10 +1,8 @@
 // The log as a client finds it. Whatever stands where its files should be, the environment comes
 // up, and nothing crashes, hangs or is written elsewhere.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <tarvel/tarvel.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -13,7 +11,6 @@
 
 #include "base/log.h"
 #include "base/log_file.h"
-#include "tests/network/child_process.h"
 #include "tests/support/temp_directory.h"
 
 #define IM_G1_DIGEST "d6f07bc61ae1384e48a8edaab463328b"  // As md5sum has it.
@@ -76,23 +73,6 @@ TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
     LiveOnce(log + ".elsewhere");
     EXPECT_EQ(ReadFile(log + ".elsewhere"), "precious") << row.name;
   }
-}
-
-TEST(LogEnvironmentTest, DropsRecordsWhosePagesCannotBeLocked) {
-  const TempDirectory root;
-  fs::permissions(root.path(), fs::perms(0777));
-  EXPECT_GOOD_CHILD([&] {
-    const rlimit none{};
-    if (setrlimit(RLIMIT_MEMLOCK, &none) != 0 || setuid(65534) != 0) return kNotPermitted;
-    zo_base::LogFile log;
-    EXPECT_EQ(log.Open(root / "a.log", 0, 0), zo_base::kLogPagesNotLocked);
-    EXPECT_EQ(log.Open(root / "a.log", 0, 0), zo_base::kLogNotMapped);
-    log.Write("dropped");
-    log.Close();
-    LiveOnce(root.path());
-    return 0;
-  });
-  EXPECT_EQ(ReadFile(root / "a.log"), "");
 }
 
 }  // namespace

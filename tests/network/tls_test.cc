@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "tests/network/transport.h"
-#include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"
 
 namespace {
@@ -110,16 +109,12 @@ TEST(PinnedHostTest, GoesToTheIPThatTheRequestGivesAndFallsBackToItWithoutAName)
   NginxServer nginx(
       {.listeners = {{ip, Authority().Issue({"a.example"})}, {ip, Authority().Issue({ip})}},
        .files = {{"x", ""}}});
-  HttpServer plain;
   Transport transport(Authority().trust_store());
   for (const std::string url : {"https://a.example/x", "https://a.example:1/x"}) {
     EXPECT_TRUE(transport.Fetch(Pinned(url, nginx.port()))->success) << url;
   }
   const std::string line = "HTTP/1.1 a.example a.example a.example [0-9]+ GET /x\n";
   EXPECT_THAT(nginx.AccessLog(2), testing::MatchesRegex(line + line));
-  // Without TLS there is only the Host header to name it.
-  EXPECT_TRUE(transport.Fetch(Pinned("http://a.example/x", plain.port()))->success);
-  EXPECT_EQ(plain.requests().back().header("Host"), "a.example");
   for (const std::string& host : {std::string(), ip}) {
     for (const bool is_of_ip : {true, false}) {
       const std::string url = nginx.url("/x", is_of_ip ? 1 : 0);

@@ -58,7 +58,6 @@ TEST_F(TransferTest, SendsEachVerbWithItsBody) {
     EXPECT_EQ(seen.method, row.verb);
     EXPECT_EQ(seen.body, row.sent);
     EXPECT_EQ(seen.header("Content-Length"), row.length);
-    EXPECT_EQ(seen.header("Expect"), "");
     EXPECT_THAT(seen.header("Accept-Encoding"), HasSubstr("gzip"));
   }
 }

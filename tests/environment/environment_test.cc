@@ -173,6 +173,7 @@ TEST(EnvironmentConfigTest, CleansTheTimeouts) {
               {"negative keeps both defaults", INT32_MIN, INT32_MIN, 7000, 2000},
               {"too short is raised", 500, 100, 1000, 200},
               {"too long is lowered", INT32_MAX, INT32_MAX, 30000, 29920},
+              {"prefail equal to time-out", 5000, 5000, 5000, 4920},
               {"prefail compares with the cleaned time-out", 500, 999, 1000, 999},
               {"prefail below its least", 5000, 199, 5000, 200}};
   for (const auto& row : rows) {

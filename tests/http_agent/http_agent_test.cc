@@ -153,10 +153,9 @@ class ExitTest : public testing::Test {
     EXPECT_LT(MillisecondsOf([this] { environment_->Exit(); }), 5'000);
     EXPECT_EQ(GetTarvelObject(1), nullptr);
   }
-  void Send(std::vector<std::string> urls, int multiple_time_out = 20'000) {
+  void Send(const std::vector<std::string>& urls) {
     request_.urls.clear();
     for (const auto& url : urls) request_.urls.push_back({"", url});
-    request_.multiple_time_out = multiple_time_out;
     environment_->InvokeHttpRequest(request_, true);
   }
   // Nothing comes after the exit, also in a new life in which a request is answered.

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "network/curl/answer_collector.h"
 #include "network/curl/header_list.h"
@@ -251,6 +250,8 @@ TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoes) {
       {"endless headers",
        Repeats("HTTP/1.1 200 OK\r\n", "X-Filler: " + std::string(1000, 'x') + "\r\n"),
        "longer than 262144", false},
+      {"a body too long", AnswerWith(AnswerOf("", std::string(kLongestBody + 1, 'x'))),
+       "longer than 8388608", false},
       {"a bomb", AnswerWith(AnswerOf(kGzip, GzippedZeros(1 << 26))), "longer than 8388608", false},
       {"NUL in a header", AnswerWith("HTTP/1.1 200 OK\r\nA: b\0c\r\n\r\n"s), "Nul", false},
   };

@@ -120,16 +120,20 @@ TEST(EnvironmentTransportTest, OpensNewConnectionsAfterANetworkChangeAndEndsWhat
     return ServerAnswer{release.Await() ? 200 : 500, {}, ""};
   });
   const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
+  const auto change_network = [id] {
+    zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+  };
   for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(server.url("/")).get(), 200);
-  auto held = Send(server.url("/held"));  // On the same connection.
-  while (server.requests().size() < 3) std::this_thread::yield();
   EXPECT_EQ(server.connections(), 1);
-  zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
-  EXPECT_EQ(Send(server.url("/")).get(), 200);
+  change_network();
+  auto held = Send(server.url("/held"));
+  while (server.requests().size() < 3) std::this_thread::yield();
+  EXPECT_EQ(server.connections(), 2);
+  change_network();
   release.Set();
   EXPECT_EQ(held.get(), 200);
   EXPECT_EQ(Send(server.url("/")).get(), 200);
-  EXPECT_EQ(server.connections(), 2);
+  EXPECT_EQ(server.connections(), 3);
   zo_tarvel::ExitTarvelEnvironment(id);
 }
 

@@ -4,18 +4,14 @@
 
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
-
-#include "base/weak_closure.h"
 
 namespace zo_base {
 namespace {
 
 const char* SIG_Main() { return "SIG_Main"; }
-const char* SIG_Other() { return "SIG_Other"; }
 
 // An emitter with the slots a, b and c, in that order, that note their calls.
 struct Scene {
@@ -27,7 +23,7 @@ struct Scene {
   }
   std::string CallsOfOneEmission() {
     calls.clear();
-    emitter->Emit<>(SIG_Main);
+    if (emitter) emitter->Emit<>(SIG_Main);
     return calls;
   }
 
@@ -54,17 +50,9 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
       {"disconnect itself", [](Scene& my) { my.b.disconnect(); }, "abc", "ac"},
       {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
       {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
-      {"disconnect itself once the signal has other arguments",
-       [](Scene& my) {
-         my.emitter->Disconnect(SIG_Main);
-         my.emitter->Connect<int>(SIG_Main, [](int) { ADD_FAILURE(); });
-         my.b.disconnect();
-         my.emitter->Disconnect(SIG_Main);
-       },
-       "abc", ""},
-      {"drop all signals", [](Scene& my) { my.emitter->Disconnect(nullptr); }, "abc", ""},
       {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},
-      {"reconnect", [](Scene& my) { my.b.disconnect(), my.Connect('B'); }, "abc", "acB"},
+      {"destroy the emitter, then disconnect a later slot",
+       [](Scene& my) { my.emitter.reset(), my.c.disconnect(); }, "abc", ""},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.what_b_does);
@@ -73,45 +61,6 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
     EXPECT_EQ(scene.CallsOfOneEmission(), row.this_emission);
     EXPECT_EQ(scene.CallsOfOneEmission(), row.next_emission);
   }
-}
-
-TEST_F(ConnectAbleTest, FinishesTheEmissionWhenASlotDestroysTheEmitter) {
-  next_call_of_b_does = [this] {
-    emitter.reset();
-    c.disconnect();  // Its connection lives on in the emission, without the emitter.
-  };
-  EXPECT_EQ(CallsOfOneEmission(), "abc");
-  a.disconnect();
-}
-
-TEST_F(ConnectAbleTest, ForgetsASignalWithItsLastConnection) {
-  emitter->Emit<>(SIG_Other);
-  EXPECT_FALSE(emitter->HasConnections(SIG_Other));
-  for (auto* connection : {&a, &a, &c}) connection->disconnect();
-  EXPECT_EQ(CallsOfOneEmission(), "b");
-  b.disconnect();
-  EXPECT_FALSE(emitter->HasConnections(SIG_Main));
-  emitter->Connect<int>(SIG_Main, [](int) {});  // Nothing binds it to the old arguments.
-}
-
-TEST_F(ConnectAbleTest, StaysUsableAfterAnExceptionOfASlotOrForOtherArguments) {
-  EXPECT_THROW(emitter->Connect<int>(SIG_Main, [](int) {}), BadZOAnyCast);
-  EXPECT_THROW(emitter->Emit<std::string>(SIG_Main, "text"), BadZOAnyCast);
-  next_call_of_b_does = [] { throw std::runtime_error("slot"); };
-  EXPECT_THROW(CallsOfOneEmission(), std::runtime_error);
-  EXPECT_EQ(calls, "ab");
-  EXPECT_EQ(CallsOfOneEmission(), "abc");
-}
-
-TEST_F(ConnectAbleTest, GivesArgumentsToEveryReceiverThatStillLives) {
-  auto receiver = std::make_unique<WeakClosureSupportor>();
-  const auto take = [this](bool flag, const std::string& text) { calls += (flag ? text : "-"); };
-  emitter->Connect<bool, const std::string>(SIG_Other, receiver->ToWeakClosure(take));
-  emitter->Connect<bool, const std::string>(SIG_Other, take);
-  emitter->Emit<bool, const std::string>(SIG_Other, true, "token");
-  receiver.reset();
-  emitter->Emit<bool, const std::string>(SIG_Other, false, "token");
-  EXPECT_EQ(calls, "tokentoken-");
 }
 
 TEST_F(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {

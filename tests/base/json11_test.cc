@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -13,20 +11,11 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-
 Json Parsed(const std::string& text, JsonParse strategy = STANDARD) {
   std::string error = "left from before";
   Json value = Json::parse(text, error, strategy);
   EXPECT_EQ(error, "") << text.substr(0, 100);
   return value;
-}
-
-std::string Repeated(const std::string& part, int times) {
-  std::string all;
-  for (int i = 0; i < times; ++i) all += part;
-  return all;
 }
 
 TEST(Json11Test, NamesTheFirstErrorOfAText) {
@@ -37,35 +26,14 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
   } cases[] = {
       {"unexpected end of input", STANDARD, {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
       {"unexpected trailing 'x' (120)", STANDARD, {"{} x", "0x1", "\"\"x y"}},
-      {"unexpected trailing (0)", STANDARD, {"1\0"s, "[] \0 1"s}},
-      {"expected value, got '/' (47)", STANDARD, {"// c\n1"}},
-      {"expected value, got 'T' (84)", STANDARD, {"True", "[T, y] z"}},
-      {"expected value, got (11)", STANDARD, {"\v1"}},
-      {"expected ',' in list, got '2' (50)", STANDARD, {"[1 2]"}},
-      {"expected '\"' in object, got '1' (49)", STANDARD, {"{1", "{\"a\":2,1"}},
-      {"expected ':' in object, got '1' (49)", STANDARD, {"{\"a\" 1}"}},
-      {"expected ',' in object, got '\"' (34)", STANDARD, {"{\"a\":1 \"b\":2}"}},
-      {"parse error: expected true, got tru", STANDARD, {"tru"}},
-      {"parse error: expected false, got falsy", STANDARD, {"[falsy]"}},
-      {"parse error: expected null, got nulx", STANDARD, {"nulx, 1"}},
       {"leading 0s not permitted in numbers", STANDARD, {"01", "-00", "[00.5]"}},
       {"invalid (0) in number", STANDARD, {"-", "-\0001"s}},
       {"at least one digit required in fractional part", STANDARD, {"1.", "1.e5", "-0.x"}},
-      {"at least one digit required in exponent", STANDARD, {"1e", "1.5E-x", "1e+"}},
       {"unexpected end of input in string", STANDARD, {"\"a", "\"a\\", "{\"a", "[\"\\\""}},
-      {"unescaped (10) in string", STANDARD, {"\"a\nb\"", "{\"\n\":1}"}},
-      {"invalid escape character 'x' (120)", STANDARD, {"\"\\x41\""}},
-      {"invalid escape character '\xe9' (233)", STANDARD, {"\"\\\xe9\""}},
-      {"bad \\u escape: 12", STANDARD, {"\"\\u12"}},
-      {"bad \\u escape: 12g4", STANDARD, {"\"\\u12g4\""}},
-      {"unexpected end of input after start of comment", COMMENTS, {"/", "[1, /"}},
-      {"malformed comment", COMMENTS, {"1 /x", "/x ]"}},
       {"unexpected end of input inside multi-line comment", COMMENTS, {"/* /", "/*/ 1", "1 /* *"}},
-      {"unexpected end of input", COMMENTS, {"// only"}},
       {"exceeded maximum nesting depth",
        STANDARD,
-       {Repeated("[", 202) + Repeated("]", 202), Repeated("{\"a\":", 202),
-        Repeated("[", 1'000'000)}},
+       {std::string(202, '[') + std::string(202, ']'), std::string(1'000'000, '[')}},
   };
   for (const auto& [expected, strategy, texts] : cases) {
     for (const std::string& text : texts) {
@@ -74,137 +42,29 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       EXPECT_EQ(error, expected) << text.substr(0, 100);
     }
   }
-  std::string error;
-  EXPECT_TRUE(Json::parse(static_cast<const char*>(nullptr), error).is_null());
-  EXPECT_EQ(error, "null input");
 }
 
 TEST(Json11Test, DumpsWhatItParsed) {
-  const std::string deepest = Repeated("[", 201) + Repeated("]", 201);
+  const std::string deepest = std::string(201, '[') + std::string(201, ']');
   const std::pair<std::string, std::string> cases[] = {
-      {"[true,\t\r\n false]", "[true, false]"},
       {"{\"b\":1,\"\":2,\"a\":[3],\"B\":{}}", R"({"": 2, "B": {}, "a": [3], "b": 1})"},
       {R"({"\u00e9": 1, "z": 2})", "{\"z\": 2, \"\xc3\xa9\": 1}"},  // Bytes order as unsigned.
-      {"{\"a\":1,\"b\":2,\"a\":null}", R"({"a": null, "b": 2})"},
       {R"("\b\f\n\r\t\"\\\/")", R"("\b\f\n\r\t\"\\/")"},
-      {R"("\u0000\u0001\u001F\u007f")", "\"\\u0000\\u0001\\u001f\x7f\""},
       {"\"\xe2\x80\xa8\\u2028\xe2\x80\xa9\"", R"("\u2028\u2028\u2029")"},
-      {"\"\xe2\x80\xa7\xe2\x80\xaa\xe2\x81\xa8\xe2\x80\xe2\"",
-       "\"\xe2\x80\xa7\xe2\x80\xaa\xe2\x81\xa8\xe2\x80\xe2\""},
       {R"("\u007f\u0080\u07FF\u0800\uffff")", "\"\x7f\xc2\x80\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf\""},
       {R"("\ud800\udc00\udbff\udfff")", "\"\xf0\x90\x80\x80\xf4\x8f\xbf\xbf\""},
-      {R"("\uDE00\uD83D")", "\"\xed\xb8\x80\xed\xa0\xbd\""},
-      {R"("\uD83D\uD83D\uDE00")", "\"\xed\xa0\xbd\xf0\x9f\x98\x80\""},
       {"\"\xff\xc0\x80 \xed\xa0\x80\xf8\"", "\"\xff\xc0\x80 \xed\xa0\x80\xf8\""},  // No UTF-8.
-      {"[0, -0, 7, -12345678]", "[0, 0, 7, -12345678]"},
-      {"12345678901234567890", "1.2345678901234567e+19"},
-      {"[0.1, 1.0, 100e-2, 1E+3]", "[0.10000000000000001, 1, 1, 1000]"},
       {"[1e17, 1e16, 0.0001, 0.00001]",
        "[1e+17, 10000000000000000, 0.0001, 1.0000000000000001e-05]"},
-      {"[-0.0, 5e-324, 1e-999]", "[-0, 4.9406564584124654e-324, 0]"},
+      {"[0.1, 1E+3, -0.0, 5e-324, 1e-999]",
+       "[0.10000000000000001, 1000, -0, 4.9406564584124654e-324, 0]"},
       {"[1.7976931348623157e308, 1e999, -1e999]", "[1.7976931348623157e+308, null, null]"},
       {deepest, deepest},
   };
   for (const auto& [text, dump] : cases) EXPECT_EQ(Parsed(text).dump(), dump) << text;
-}
-
-TEST(Json11Test, TakesCommentsForBlanksWhereTheyAreAllowed) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"/**/ // b\r\n\t/* * / // */[1/***/,//\n2]/* end *///", "[1, 2]"},
-      {"{/*1*/\"a\"/*2*/:/*3*/\"/* text */ // too\"/*4*/}", R"({"a": "/* text */ // too"})"},
-  };
-  for (const auto& [text, dump] : cases) EXPECT_EQ(Parsed(text, COMMENTS).dump(), dump) << text;
-}
-
-TEST(Json11Test, ReadsEachKindOfNumberByItsOwnRules) {
-  const int kMin = std::numeric_limits<int>::min();
-  const int kMax = std::numeric_limits<int>::max();
-  const struct {
-    Json value;
-    double number;
-    int int32;
-    long long int64;
-  } cases[] = {
-      {Json(7), 7, 7, 0},
-      {Json(0x1'8000'0001LL), 6442450945.0, kMin + 1, 0x1'8000'0001LL},
-      {Json(-7.9), -7.9, -7, 0},
-      {Json(2147483648.0), 2147483648.0, kMax, 0},
-      {Json(kInfinity), kInfinity, kMax, 0},
-      {Parsed("123456789"), 123456789, 123456789, 123456789},
-      {Parsed("1234567890"), 1234567890, 1234567890, 0},
-      {Parsed("-123456789"), -123456789, -123456789, 0},
-  };
-  for (const auto& [value, number, int32, int64] : cases) {
-    EXPECT_EQ(value.number_value(), number) << value.dump();
-    EXPECT_EQ(value.int_value(), int32) << value.dump();
-    EXPECT_EQ(value.int64_value(), int64) << value.dump();
-  }
-  EXPECT_EQ(Json(kNan).int_value(), 0);
-  EXPECT_EQ((Json(Json::array{kNan, kInfinity, -kInfinity})).dump(), "[null, null, null]");
-}
-
-TEST(Json11Test, AnswersANeutralDefaultForEveryOtherKind) {
-  const Json values(
-      Json::array{Json(), 1, 2LL, 2.5, true, "a", Json::array{1}, Json::object{{"a", 1}}});
-  for (const Json& value : values.array_items()) {
-    const Json::Type type = value.type();
-    EXPECT_EQ(value.number_value() != 0 && value.int_value() != 0, type == Json::NUMBER);
-    EXPECT_EQ(value.bool_value(), type == Json::BOOL) << value.dump();
-    EXPECT_EQ(value.string_value(), type == Json::STRING ? "a" : "") << value.dump();
-    EXPECT_EQ(value[0].type(), type == Json::ARRAY ? Json::NUMBER : Json::NUL) << value.dump();
-    EXPECT_EQ(value["a"].type(), type == Json::OBJECT ? Json::NUMBER : Json::NUL) << value.dump();
-    EXPECT_TRUE(value[1].is_null() && value["b"]["c"][0].is_null()) << value.dump();
-  }
-}
-
-TEST(Json11Test, OrdersByKindAndThenByValue) {
-  const Json ascending = Parsed(
-      R"([null, -1, 0.5, 1, false, true, "", "a", "a\u0000", "\u00ff", [], [1], [1, 0], ["0"],
-          {}, {"a": 2}, {"b": 1}])");
-  for (const Json& left : ascending.array_items()) {
-    for (const Json& right : ascending.array_items()) {
-      const bool less = &left < &right;
-      const bool equal = &left == &right;
-      EXPECT_TRUE((left < right) == less && (left <= right) == (less || equal) &&
-                  (left == right) == equal && (left != right) == !equal &&
-                  (left > right) == !(less || equal) && (left >= right) == !less)
-          << left.dump() << " " << right.dump();
-    }
-  }
-}
-
-TEST(Json11Test, ComparesNumbersAsDoublesAndOnePayloadAsEqual) {
-  EXPECT_EQ(Json(1), Parsed("1.0"));
-  EXPECT_EQ(Json(1), Json(1LL));
-  EXPECT_EQ(Json((1LL << 53) + 1), Json(1LL << 53));  // One double.
-  const Json nan(kNan);
-  EXPECT_EQ(nan, Json(nan));
-  EXPECT_NE(nan, Json(kNan));
-}
-
-TEST(Json11Test, DestroysAVeryDeepValueAndKeepsAPartThatIsStillHeld) {
-  Json value(1);
-  Json held;
-  for (int level = 0; level < 1'000'000; ++level) {
-    value = level % 2 ? Json(Json::object{{"a", value}}) : Json(Json::array{value, 2});
-    if (level == 3) held = value;
-  }
-  value = Json();
-  EXPECT_EQ(held.dump(), R"({"a": [{"a": [1, 2]}, 2]})");
-}
-
-TEST(Json11Test, APartMayBeReadOnOneThreadWhileTheWholeDiesOnAnother) {
-  for (int round = 0; round < 200; ++round) {
-    std::string error;
-    Json whole = Json::parse(R"({"part": [[1, 2], ["text"]]})", error);
-    Json part = whole["part"];
-    std::thread reader([part = std::move(part)]() mutable {
-      EXPECT_EQ(part.dump(), R"([[1, 2], ["text"]])");
-      part = Json();
-    });
-    whole = Json();
-    reader.join();
-  }
+  const char* const commented =
+      "{/*1*/\"a\"/*2*/:/*3*/[/* * / // */1/***/,//\n\"/*4*/ //\"]}/**///";
+  EXPECT_EQ(Parsed(commented, COMMENTS).dump(), R"({"a": [1, "/*4*/ //"]})");
 }
 
 }  // namespace

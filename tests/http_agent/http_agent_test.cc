@@ -1,9 +1,7 @@
 #include "tarvel/http_agent/logic/http_agent.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <linux/if_tun.h>
 #include <net/if.h>
 #include <net/route.h>
 #include <sys/ioctl.h>
@@ -11,15 +9,20 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
-#include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "base/thread_info.h"
+#include "tarvel/environment/exception_data.h"
+#include "tarvel/environment/exception_reporter_interface.h"
 #include "tarvel/http_agent/logic/internet_reachability.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/network/child_process.h"
@@ -34,20 +37,17 @@
 namespace zo_tarvel {
 namespace {
 
+using namespace std::string_literals;
 using namespace test_support;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
 
 // The results of one logical request.
 struct Results {
   std::atomic<int> count{0};
-  bool stop = false;
-  bool success = false;
-  std::string headers;
-  std::string body;
-  std::string thread;
+  bool stop = false, success = false;
+  std::string headers, body, thread;
   Event first;
 };
 
@@ -72,105 +72,80 @@ MultipleURLHttpRequest Request(const std::vector<std::string>& urls, Results& re
   return request;
 }
 
-// A life in which a request is answered.
-void ExpectAGoodLife() {
-  HttpServer server;
-  Results results;
-  AgentEnvironment environment;
-  environment.InvokeHttpRequest(Request({server.url("/")}, results), true);
-  EXPECT_TRUE(results.first.Await());
-  environment.Exit();
-  EXPECT_TRUE(results.success);
-  EXPECT_EQ(results.count, 1);
-}
-
-enum class Caller { kForeign, kForeignNotPosting, kTaskThread };
-
 TEST(HttpAgentTest, GivesOneResultOnItsThreadWhoeverAsks) {
   HttpServer server;
   server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
   const struct {
     std::vector<std::string> urls;
-    bool success;
-    bool stop;
+    bool success, stop;
     std::string body;
   } rows[] = {
       {{kRefused, server.url("/bad"), server.url("/good")}, true, false, "question"},
       {{kRefused, server.url("/bad")}, false, false, "bad"},
       {{}, false, true, ""},
   };
-  for (const Caller caller : {Caller::kForeign, Caller::kForeignNotPosting, Caller::kTaskThread}) {
+  for (const std::string caller : {"thread of a client", "the same, at once", "task thread"}) {
     for (const auto& row : rows) {
+      SCOPED_TRACE(caller + " gets " + row.body);
       Results results;
       AgentEnvironment environment;
-      ScopedTaskThread other;
-      other->Start();
+      ScopedTaskThread worker;
+      worker->Start();
       auto request = Request(row.urls, results);
       request.request_type = 1;
       request.body = "question";
-      if (caller == Caller::kTaskThread) {
-        other->PostTask([&] { environment.InvokeHttpRequest(request, false); });
-      } else {
-        environment.InvokeHttpRequest(request, caller == Caller::kForeign);
-      }
+      const bool post = caller == "thread of a client";
+      const auto ask = [&] { environment.InvokeHttpRequest(request, post); };
+      caller == "task thread" ? worker->PostTask(ask) : ask();
       ASSERT_TRUE(results.first.Await());
       environment.Exit();
       EXPECT_EQ(results.count, 1);
-      EXPECT_EQ(results.success, row.success);
-      EXPECT_EQ(results.stop, row.stop);
+      EXPECT_TRUE(results.success == row.success && results.stop == row.stop);
       EXPECT_EQ(results.body, row.body);
-      EXPECT_EQ(results.headers.empty(), row.urls.empty());
       // Without a URL there is nothing to wait for.
-      const bool at_once = row.urls.empty() && caller == Caller::kTaskThread;
+      const bool at_once = row.urls.empty() && caller == "task thread";
       EXPECT_EQ(results.thread, at_once ? "worker" : "http_agent_work");
     }
   }
 }
 
-TEST(HttpAgentTest, NeedsNobodyToTellAndLogsAFailureTwiceWhenThereIsNoSecondTry) {
-  for (const int httpdns : {0, -1}) {
-    auto settings = AgentSettings();
-    settings.enable_httpdns = httpdns;
-    Results unused;
-    AgentEnvironment environment(settings);
-    auto request = Request({kRefused}, unused);
-    request.result_callback = nullptr;
+TEST(HttpAgentTest, TranslatesARequestAndItsAnswerForTheTransport) {
+  const std::string ip = "127.0.0.1";
+  const struct {
+    std::string authority, host, header;
+    std::string seen_host, seen_header;
+    std::string answer, body;
+  } rows[] = {
+      {ip, "a.example", "X-One:1", "a.example", "1", "abc", "abc"},
+      {ip, "", "X-One:1:2:3", ip, "3", "ab\0c"s, "ab"},  // As C code would read it.
+      {"localhost", "a.example", "X-One", "a.example", "", "\0ab"s, "\0ab"s},
+      {"localhost", "a.example", "hOsT:b.example", "b.example", "", "", ""},
+      {ip, "", "X-Two:2\r\nX-One", ip, "", "abc", "abc"},
+  };
+  HttpServer server;
+  AgentEnvironment environment;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.authority + " for '" + row.host + "' with '" + row.header + "'");
+    server.Answer("/", [&](const SeenRequest&) {
+      return ServerAnswer{200, {{"B", " 2"}}, row.answer};
+    });
+    Results results;
+    auto request = Request({}, results);
+    request.urls = {
+        {row.host, "http://" + row.authority + ":" + std::to_string(server.port()) + "/"}};
+    request.headers = {row.header};
     environment.InvokeHttpRequest(request, true);
-    const std::string begin = "[multiple]Request return false, use http dns if fail:";
-    const std::string line = begin + (httpdns == 0 ? "true" : "false");
-    EXPECT_TRUE(RecordedLog::Await(line));
-    environment.Exit();
-    EXPECT_EQ(RecordedLog::Texts(begin), std::vector<std::string>(httpdns == 0 ? 1 : 2, line));
-    environment.InvokeHttpRequest(Request({kRefused}, unused), true);  // Too late.
-    EXPECT_EQ(unused.count, 0);
+    ASSERT_TRUE(results.first.Await());
+    const SeenRequest seen = server.requests().back();
+    EXPECT_EQ(seen.method, "GET");
+    EXPECT_EQ(seen.header("Host"), row.seen_host);
+    EXPECT_EQ(seen.header("X-One"), row.seen_header);
+    EXPECT_EQ(results.headers, "B:2\r\nContent-Length:" + std::to_string(row.answer.size()));
+    EXPECT_EQ(results.body, row.body);
   }
 }
 
-TEST(HttpAgentTest, IsStoppedBeforeTheClientAndReleasedBeforeTheConfiguration) {
-  { AgentEnvironment environment; }
-  auto texts = RecordedLog::Texts();
-  ASSERT_GE(texts.size(), 5U);
-  EXPECT_TRUE(texts.at(1).starts_with("zo_tarvel config:"));
-  texts.erase(texts.begin() + 1);
-  EXPECT_TRUE(texts.at(texts.size() - 2).starts_with("exit time spent:"));
-  texts.erase(texts.end() - 2);
-  const std::string off = "[HttpDNSService]Uninit unenable httpdns, return";
-  EXPECT_THAT(
-      texts,
-      ElementsAre("\r\n------------------- start -------------------",
-                  "[HttpDNSService]Init unenable httpdns, return false",
-                  "do stop by goalkeeper false", "stop environmen begin",
-                  "stop all tarvel obj begin", "stop all tarvel obj end", "stop http agent begin",
-                  off, "stop http agent end", "stop http client begin", "stop http client end",
-                  "stop environmen end", "all tarvel_object release begin",
-                  "all tarvel_object release end", "http agent release begin", off, off,
-                  "http agent release end", "environment release begin", "environment release end",
-                  "http client release begin", "http client release end",
-                  "\r\n------------------- exit -------------------"));
-}
-
-// --- Exits while a request is under way ---
-
+// Exits while a request is under way.
 class ExitTest : public testing::Test {
  protected:
   // Exits, while a callback that runs waits for that.
@@ -178,28 +153,32 @@ class ExitTest : public testing::Test {
     EXPECT_LT(MillisecondsOf([this] { environment_->Exit(); }), 5'000);
     EXPECT_EQ(GetTarvelObject(1), nullptr);
   }
-  void Send(std::vector<std::string> urls, int multiple_time_out = 20'000) {
+  void Send(const std::vector<std::string>& urls) {
     request_.urls.clear();
     for (const auto& url : urls) request_.urls.push_back({"", url});
-    request_.multiple_time_out = multiple_time_out;
     environment_->InvokeHttpRequest(request_, true);
   }
-  // Nothing comes after the exit, also when a new life begins.
+  // Nothing comes after the exit, also in a new life in which a request is answered.
   void ExpectResults(int count) {
-    ExpectAGoodLife();
+    Results results;
+    AgentEnvironment environment;
+    environment.InvokeHttpRequest(Request({good_.url("/")}, results), true);
+    EXPECT_TRUE(results.first.Await() && results.success);
     EXPECT_EQ(results_.count, count);
   }
-  // Has `act` done in the first check.
-  void InCheck(std::function<void()> act) {
-    request_.check_callback = [this, act](std::int32_t, std::int32_t code, auto&&...) {
-      if (checks_++ == 0) act();
+  // Has `act` done in the next result callback, or the next check.
+  void In(bool result, std::function<void()> act) {
+    checks_ = results_.count = 0;
+    request_ = Request({}, results_);
+    if (result) {
+      request_.result_callback = [act, then = request_.result_callback](auto&&... outcome) {
+        act();
+        then(outcome...);
+      };
+    }
+    request_.check_callback = [this, result, act](std::int32_t, std::int32_t code, auto&&...) {
+      if (checks_++ == 0 && !result) act();
       return MultipleURLHttpRequest::CheckCallbackResult{code == 200, true, false, ""};
-    };
-  }
-  void InResult(std::function<void()> act) {
-    request_.result_callback = [act, then = request_.result_callback](auto&&... result) {
-      act();
-      then(result...);
     };
   }
 
@@ -211,75 +190,32 @@ class ExitTest : public testing::Test {
   std::optional<AgentEnvironment> environment_{std::in_place};
 };
 
-TEST_F(ExitTest, BeforeTheFirstAnswerEndsTheRequestSilently) {
-  for (const int multiple_time_out : {20'000, 1}) {  // With one URL under way, or several.
-    Send({silent_.url("/a"), silent_.url("/b"), silent_.url("/c")}, multiple_time_out);
-    const std::string last = multiple_time_out == 1 ? "1" : "0";
-    EXPECT_TRUE(RecordedLog::Await("[multiple]Start timer index:" + last));
-    ExitPromptly();
-    ExpectResults(0);
-    environment_.emplace();
+TEST_F(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
+  for (const bool in_callback : {true, false}) {
+    for (const std::string where : {"check of a good answer", "check of a bad one", "result"}) {
+      SCOPED_TRACE(where + (in_callback ? " exits" : " runs meanwhile"));
+      Event entered;
+      In(where == "result", [&] {
+        if (in_callback) {
+          ExitTarvelEnvironment(1);
+          environment_->WasExited();
+        }
+        entered.Set();
+        // Beside it, the exit waits for the callback.
+        EXPECT_TRUE(in_callback || RecordedLog::Await("stop http agent begin"));
+      });
+      for (int i = 0; i < 20; ++i) {  // All but one wait behind the callback.
+        Send({where == "check of a bad one" ? kRefused : good_.url("/"), silent_.url("/")});
+      }
+      EXPECT_TRUE(entered.Await());
+      ExitPromptly();
+      const int checks = checks_;
+      ExpectResults(results_.count);
+      EXPECT_EQ(checks_, checks);
+      EXPECT_TRUE(!in_callback || results_.count == (where == "result" ? 1 : 0));
+      environment_.emplace();
+    }
   }
-}
-
-// The thread may get through some of its tasks before it is told to stop.
-TEST_F(ExitTest, WaitsForACheckAndCallsNothingAfterIt) {
-  for (const bool good : {true, false}) {
-    checks_ = 0;
-    Event entered;
-    InCheck([&] {
-      entered.Set();
-      EXPECT_TRUE(RecordedLog::Await("stop http agent begin"));
-    });
-    Send({good ? good_.url("/") : kRefused, silent_.url("/")});
-    EXPECT_TRUE(entered.Await());
-    for (int i = 0; i < 20; ++i) Send({good_.url("/")});  // They wait behind the check.
-    ExitPromptly();
-    const int checks = checks_;
-    ExpectResults(results_.count);
-    EXPECT_EQ(checks_, checks);
-    environment_.emplace();
-  }
-}
-
-TEST_F(ExitTest, WaitsForTheResultCallback) {
-  Event entered;
-  InResult([&] {
-    entered.Set();
-    EXPECT_TRUE(RecordedLog::Await("stop http agent begin"));
-  });
-  Send({good_.url("/")});
-  EXPECT_TRUE(entered.Await());
-  ExitPromptly();
-  ExpectResults(1);
-}
-
-TEST_F(ExitTest, FromACheckIsTheEndWhateverTheVerdict) {
-  for (const bool good : {true, false}) {
-    Event left;
-    InCheck([&] {
-      ExitTarvelEnvironment(1);
-      left.Set();
-    });
-    Send({good ? good_.url("/") : kRefused, good_.url("/")});
-    EXPECT_TRUE(left.Await());
-    EXPECT_EQ(GetTarvelObject(1), nullptr);
-    environment_->WasExited();
-    ExpectResults(0);
-    EXPECT_EQ(checks_, 1);
-    checks_ = 0;
-    environment_.emplace();
-  }
-}
-
-TEST_F(ExitTest, FromTheResultCallbackIsTheEnd) {
-  InResult([] { ExitTarvelEnvironment(1); });
-  Send({good_.url("/")});
-  Send({good_.url("/")});
-  EXPECT_TRUE(results_.first.Await());
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-  environment_->WasExited();
-  ExpectResults(1);
 }
 
 TEST_F(ExitTest, AtAnyMomentEndsCleanly) {
@@ -290,176 +226,169 @@ TEST_F(ExitTest, AtAnyMomentEndsCleanly) {
     AgentEnvironment environment;
     std::vector<Results> results(20);
     for (Results& one : results) {
-      auto request = Request({bad.url("/"), kRefused, bad.url("/"), good_.url("/")}, one);
+      auto request = Request({silent_.url("/"), kRefused, bad.url("/"), good_.url("/")}, one);
       request.multiple_time_out = 1;
       environment.InvokeHttpRequest(request, true);
     }
     if (round % 2 == 1) {
       EXPECT_TRUE(results[round % 20].first.Await());
     }
-    environment.Exit();
+    EXPECT_LT(MillisecondsOf([&] { environment.Exit(); }), 5'000);
     for (const Results& one : results) EXPECT_LE(one.count, 1);
   }
 }
 
-// --- Many at once ---
-
-TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
-  constexpr int kThreads = 8;
-  constexpr int kRequests = 500;
-  HttpServer http;
-  http.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
-  RawServer late([](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.AwaitStop(std::chrono::milliseconds(50));
-    connection.Send(HttpAnswer("200 OK", "good"));
-  });
-  const std::string urls[] = {http.url("/"), late.url("/"), http.url("/bad"), kRefused};
-  AgentEnvironment environment;
-  std::vector<Results> results(kRequests);
-  std::vector<char> good(kRequests);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      std::mt19937 random(t);
-      for (int i = t; i < kRequests; i += kThreads) {
-        std::vector<std::string> picked;
-        for (auto left = random() % 4 + 1; left > 0; --left) {
-          const auto which = random() % std::size(urls);
-          picked.push_back(urls[which]);
-          good[i] |= which < 2;
-        }
-        auto request = Request(picked, results[i]);
-        request.multiple_time_out = 20;
-        environment.InvokeHttpRequest(request, true);
-        if (i % 50 == 0) GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  for (Results& one : results) ASSERT_TRUE(one.first.Await());
-  environment.Exit();
-  for (int i = 0; i < kRequests; ++i) {
-    EXPECT_EQ(results[i].count, 1) << i;
-    EXPECT_EQ(results[i].success, good[i]) << i;
-  }
+// The way to everywhere leads through the loopback interface, which has an address of this host
+// only, or also one that for the system is of elsewhere.
+bool AddWayOut(bool with_address) {
+  sockaddr_in address{AF_INET, 0, {INADDR_ANY}, {}};
+  rtentry route{};
+  std::memcpy(&route.rt_dst, &address, sizeof address);
+  std::memcpy(&route.rt_genmask, &address, sizeof address);
+  route.rt_flags = RTF_UP;
+  ifreq alias{};
+  std::strcpy(alias.ifr_name, with_address ? "lo:1" : "lo");
+  route.rt_dev = alias.ifr_name;
+  address.sin_addr.s_addr = inet_addr("10.1.2.3");
+  std::memcpy(&alias.ifr_addr, &address, sizeof address);
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const int result = with_address ? ioctl(fd, SIOCSIFADDR, &alias) : ioctl(fd, SIOCADDRT, &route);
+  close(fd);
+  return result == 0;
 }
 
-// --- Without a network ---
-
-// An interface that leads out of this host, and a way through it to everywhere.
-class WayOut {
- public:
-  ~WayOut() {
-    close(device_);
-    close(control_);
-  }
-  bool Open() {
-    ifreq request = Named();
-    request.ifr_flags = IFF_TUN | IFF_NO_PI;
-    if (device_ < 0 || ioctl(device_, TUNSETIFF, &request) != 0) return false;
-    request = Named();
-    reinterpret_cast<sockaddr_in&>(request.ifr_addr) = Address("10.1.2.3");
-    return ioctl(control_, SIOCSIFADDR, &request) == 0;
-  }
-  bool SetUp(bool up) {
-    ifreq request = Named();
-    request.ifr_flags = static_cast<short>(up ? IFF_UP | IFF_RUNNING : 0);
-    return ioctl(control_, SIOCSIFFLAGS, &request) == 0;
-  }
-  bool SetDefaultRoute(unsigned long action = SIOCADDRT, std::string interface = "out0") {
-    const sockaddr_in anywhere = Address("0.0.0.0");
-    rtentry route{};
-    route.rt_dst = route.rt_genmask = reinterpret_cast<const sockaddr&>(anywhere);
-    route.rt_flags = RTF_UP;
-    route.rt_dev = interface.data();
-    return ioctl(control_, action, &route) == 0;
-  }
-
- private:
-  static sockaddr_in Address(const char* text) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = inet_addr(text);
-    return address;
-  }
-  static ifreq Named() {
-    ifreq request{};
-    std::strcpy(request.ifr_name, "out0");
-    return request;
-  }
-
-  const int device_ = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
-  const int control_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-};
-
-_ZOTarvelEnvironmentSettings OnlyWithANetwork() {
-  auto settings = AgentSettings();
-  settings.try_http_request_on_netunav = -1;
-  return settings;
-}
-
-TEST(HttpAgentNetworkTest, ARequestGoesOutOnlyOnAWayOutOfThisHostUnlessNoneIsNeeded) {
+TEST(HttpAgentNetworkTest, APostedRequestGoesOutOnlyOnAWayOutOfThisHostUnlessNoneIsNeeded) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("")) return kNotPermitted;
-    EXPECT_FALSE(IsInternetReachable());  // Only the loopback.
-    WayOut way_out;
-    EXPECT_TRUE(way_out.SetDefaultRoute(SIOCADDRT, "lo"));
-    EXPECT_FALSE(IsInternetReachable());  // It ends in this host.
-    EXPECT_TRUE(way_out.SetDefaultRoute(SIOCDELRT, "lo"));
-    if (!way_out.Open()) return kNotPermitted;
-    EXPECT_FALSE(IsInternetReachable());  // Down.
-    EXPECT_TRUE(way_out.SetUp(true));
-    EXPECT_FALSE(IsInternetReachable());  // No route.
-    HttpServer server;
-    for (const bool with_network : {false, true}) {
-      EXPECT_TRUE(!with_network || way_out.SetDefaultRoute());
-      Results results;
-      AgentEnvironment environment(with_network ? OnlyWithANetwork() : AgentSettings());
-      environment.InvokeHttpRequest(Request({server.url("/")}, results), true);
-      EXPECT_TRUE(results.first.Await());
-      EXPECT_TRUE(results.success);
-      EXPECT_THAT(RecordedLog::Texts("[multiple]Request cancel"), IsEmpty());
-    }
-    EXPECT_TRUE(way_out.SetUp(false));
     EXPECT_FALSE(IsInternetReachable());
-    return 0;
-  });
-}
-
-TEST(HttpAgentNetworkTest, APostedRequestIsCancelledWithoutANetwork) {
-  EXPECT_GOOD_CHILD([] {
-    if (!EnterPrivateNetwork("")) return kNotPermitted;
+    EXPECT_TRUE(AddWayOut(false));  // It ends in this host.
     HttpServer server;
     const std::string url = server.url("/");
     const std::string cancelled =
-        "[multiple]Request cancel,internet connected is false url list:\r\n --" + url + "\r\n --" +
-        kRefused + "\r\n";
+        "[multiple]Request cancel,internet connected is false url list:\r\n --" + url + "\r\n";
     const struct {
-      bool posted;
-      bool told;
-      bool sent;
-    } rows[] = {{true, true, false}, {true, false, false}, {false, true, true}};
+      bool way_out, needed, posted, sent;
+    } rows[] = {{false, true, true, false},
+                {false, true, false, true},
+                {false, false, true, true},
+                {true, true, true, true}};
     for (const auto& row : rows) {
+      SCOPED_TRACE(&row - rows);
+      EXPECT_TRUE(!row.way_out || AddWayOut(true));
+      EXPECT_EQ(IsInternetReachable(), row.way_out);
       Results results;
-      AgentEnvironment environment(OnlyWithANetwork());
-      auto request = Request({url, kRefused}, results);
-      if (!row.told) request.result_callback = nullptr;
+      auto settings = AgentSettings();
+      settings.try_http_request_on_netunav = row.needed ? -1 : 0;
+      AgentEnvironment environment(settings);
+      auto request = Request({url}, results);
       environment.InvokeHttpRequest(request, row.posted);
-      if (row.told) {
-        EXPECT_TRUE(results.first.Await());
-      }
+      EXPECT_TRUE(results.first.Await());
+      request.result_callback = nullptr;
+      environment.InvokeHttpRequest(request, row.posted);
       environment.Exit();
-      EXPECT_THAT(RecordedLog::Texts("[multiple]Request cancel"), ElementsAre(cancelled));
-      EXPECT_EQ(results.count, row.told ? 1 : 0);
+      EXPECT_EQ(RecordedLog::Texts("[multiple]Request cancel"),
+                std::vector<std::string>(row.needed && !row.way_out ? 2 : 0, cancelled));
+      EXPECT_EQ(results.count, 1);
       EXPECT_EQ(results.success, row.sent);
-      EXPECT_EQ(results.stop, row.told && !row.sent);
-      EXPECT_EQ(results.thread, row.told ? "http_agent_work" : "");
-      EXPECT_EQ(server.requests().size(), row.sent ? 1U : 0U);
-      EXPECT_EQ(results.headers.empty(), !row.sent);
+      EXPECT_EQ(results.stop, !row.sent);
     }
     return 0;
   });
+}
+
+// What the functions below were given: "function:process_id".
+struct Records {
+  void Add(const std::string& function, const TarvelExceptionData& data) {
+    EXPECT_EQ(zo_base::GetCurrentThreadInfo()->name, "http_agent_work");
+    const std::lock_guard lock(mutex);
+    texts.push_back(function + ":" + data.process_id);
+    last = data;
+    changed.notify_all();
+  }
+  [[nodiscard]] bool Await(std::size_t count) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(20), [&] { return texts.size() >= count; });
+  }
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> texts;
+  TarvelExceptionData last;
+};
+
+std::unique_ptr<Records> records;
+
+void First(const TarvelExceptionData& data) { records->Add("first", data); }
+void Second(const TarvelExceptionData& data) { records->Add("second", data); }
+void Exits(const TarvelExceptionData& data) {
+  ExitTarvelEnvironment(1);
+  records->Add("exits", data);
+}
+
+void Report(const std::string& process_id, std::vector<ExceptionDataExtension> extension = {{}}) {
+  const auto details = CreateExceptionDataDetails(1);
+  details->process_id = process_id;
+  details->extension = std::move(extension);
+  GetConfig()->GetExceptionReporter()->ReportException(details);
+}
+
+TEST(ExceptionRecordsTest, GoInOrderToTheFirstFunctionOnTheAgentsThread) {
+  records = std::make_unique<Records>();
+  AgentEnvironment environment;
+  Report("1");
+  Report("without a failure", {});
+  SetExceptionDataReporter(nullptr);
+  SetExceptionDataReporter(First);
+  std::thread([] { Report("2"); }).join();
+  SetExceptionDataReporter(Second);
+  Report("3");
+  ASSERT_TRUE(records->Await(3));
+  environment.Exit();
+  EXPECT_THAT(records->texts, ElementsAre("first:1", "first:2", "first:3"));
+}
+
+TEST(ExceptionRecordsTest, CarryAllFields) {
+  records = std::make_unique<Records>();
+  AgentEnvironment environment;
+  SetExceptionDataReporter(First);
+  const auto details = CreateExceptionDataDetails(1);
+  *details = {"a\"b", 2, 1LL << 40, 1LL << 41, 3, 4, {{5, "target", 6, "what", "more"}, {}}};
+  environment.GetEnvironmentConfig()->GetExceptionReporter()->ReportException(details);
+  ASSERT_TRUE(records->Await(1));
+  const TarvelExceptionData data = records->last;
+  EXPECT_EQ(data.user_info + data.reserved_info, "");  // Else left out all the same.
+  EXPECT_EQ(TarvelExceptionDataToJsonString(data),
+            R"({"action": 2, "duration": 1099511627776, "exception_service": 4, )"
+            R"("extension": [{"code": 6, "context": "more", "description": "what", )"
+            R"("operation_type": 5, "target": "target"}, {"code": 0, "context": "", )"
+            R"("description": "", "operation_type": 0, "target": ""}], )"
+            R"("process_id": "a\"b", "start_time": 2199023255552, "state": 3})");
+}
+
+TEST(ExceptionRecordsTest, AndTheirFunctionEndWithTheirLifeAlsoWhenTheFunctionExits) {
+  records = std::make_unique<Records>();
+  SetExceptionDataReporter(First);  // Before the start: not remembered.
+  {
+    AgentEnvironment environment;
+    for (const char* id : {"1", "2", "3"}) Report(id);
+    SetExceptionDataReporter(Exits);
+    ASSERT_TRUE(records->Await(1));
+    environment.WasExited();
+  }
+  AgentEnvironment environment;
+  Report("4");
+  SetExceptionDataReporter(Second);
+  ASSERT_TRUE(records->Await(2));
+  EXPECT_THAT(records->texts, ElementsAre("exits:1", "second:4"));
+}
+
+TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {
+  AgentEnvironment environment;
+  std::set<std::string> random_parts;
+  for (int i = 0; i < 10'000; ++i) random_parts.insert(GetConfig()->GenerateTraceId().substr(16));
+  EXPECT_EQ(random_parts.size(), 10'000U);
+  EXPECT_THAT(GetConfig()->GenerateTraceId(),
+              testing::MatchesRegex("[0-9a-f]{16}-[0-9a-f]{8}(-[0-9a-f]{4}){2}-[0-9a-f]{12}"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/steady_time.h"
 #include "network/curl_requestor.h"
 
 namespace test_support {
@@ -65,11 +66,9 @@ class Transport {
 // Milliseconds that `work` takes.
 template <class F>
 std::int64_t MillisecondsOf(F&& work) {
-  const auto begin = std::chrono::steady_clock::now();
+  const std::int64_t begin = zo_base::SteadyMilliseconds();
   work();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                               begin)
-      .count();
+  return zo_base::SteadyMilliseconds() - begin;
 }
 
 }  // namespace test_support

@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/network/child_process.h"
 #include "tests/network/transport.h"
+#include "tests/support/child_process.h"
 #include "tests/support/name_server.h"
 #include "tests/support/private_network.h"
 

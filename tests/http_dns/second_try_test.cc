@@ -12,7 +12,7 @@
 #include "base/json11.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request.h"
 #include "tests/http_agent/agent_environment.h"
-#include "tests/network/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/http_server.h"
 #include "tests/support/mailbox.h"
 #include "tests/support/nginx_server.h"

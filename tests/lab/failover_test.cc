@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/json11.h"
-#include "tests/network/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/lab.h"
 #include "tests/support/private_network.h"
 

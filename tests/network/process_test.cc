@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "tarvel/environment/environment_manager_storage.h"
-#include "tests/network/child_process.h"
 #include "tests/network/transport.h"
+#include "tests/support/child_process.h"
 #include "tests/support/event.h"
 #include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -11,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/spin_rw_lock.h"
+#include "base/steady_time.h"
 #include "tests/support/temp_directory.h"
 
 namespace zo_base {
@@ -128,6 +132,23 @@ TEST_F(CachedKeyValueFileTest, LeavesTheOldFileUntilTheNewOneIsWritten) {
   EXPECT_EQ(GetFromFile("a"), std::string(1'000'000, 'x'));
 }
 
+TEST_F(CachedKeyValueFileTest, RemovesWhatKilledWritersLeftBehind) {
+  const pid_t dead = fork();
+  if (dead == 0) _exit(0);
+  ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
+  const std::string ended = std::to_string(dead), living = std::to_string(getppid());
+  const auto of = [](const std::string& writer) { return "a.data." + writer + "-1.tmp"; };
+  std::vector<std::string> kept{"a.data.tmp", "a.data." + ended + "-1", "b" + of(ended).substr(1)};
+  for (const std::string& writer : {living, "-" + ended, std::string("0"), std::string(20, '9')}) {
+    kept.push_back(of(writer));
+  }
+  for (const std::string& name : kept) WriteFile(directory_ / name, "x");
+  WriteFile(directory_ / of(ended), "x");
+  WriteFile(directory_ / ("a.data." + ended + "-4294967295.tmp"), "x");
+  store_.Load(path_);
+  EXPECT_THAT(FilesInDirectory(), testing::UnorderedElementsAreArray(kept));
+}
+
 TEST_F(CachedKeyValueFileTest, HasInItsFileWhatTheLastOfManyThreadsSet) {
   store_.Load(path_);
   for (int round = 0; round < 30; ++round) {
@@ -144,6 +165,35 @@ TEST_F(CachedKeyValueFileTest, HasInItsFileWhatTheLastOfManyThreadsSet) {
     for (const char* key : {"0", "1", "2", "3"}) EXPECT_EQ(GetFromFile(key), value);
   }
   EXPECT_THAT(FilesInDirectory(), testing::ElementsAre("a.data"));
+}
+
+TEST(SpinRWLockTest, KeepsWritersFromReadersAndFromEachOtherInBothModes) {
+  for (const auto mode : {SpinRWLock::kYield, SpinRWLock::kSleep}) {
+    SpinRWLock lock(mode, 1);
+    int first = 0, second = 0;  // Equal but for a writer at work.
+    const std::int64_t end = SteadyMilliseconds() + 200;
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+      threads.emplace_back([&, writes = thread % 2 == 0] {
+        while (SteadyMilliseconds() < end) {
+          if (writes) {
+            const WriteLock hold(lock);
+            ASSERT_EQ(++first, second + 1);
+            std::this_thread::yield();
+            ++second;
+          } else {
+            const ReadLock hold(lock);
+            const int seen = first;
+            std::this_thread::yield();
+            ASSERT_TRUE(first == seen && second == seen);
+          }
+        }
+      });
+    }
+    threads.clear();
+    const ReadLock hold(lock);
+    std::jthread([&] { const ReadLock other(lock); });  // Readers come in together.
+  }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -65,6 +66,17 @@ TEST(Json11Test, DumpsWhatItParsed) {
   const char* const commented =
       "{/*1*/\"a\"/*2*/:/*3*/[/* * / // */1/***/,//\n\"/*4*/ //\"]}/**///";
   EXPECT_EQ(Parsed(commented, COMMENTS).dump(), R"({"a": [1, "/*4*/ //"]})");
+}
+
+TEST(Json11Test, APartMayBeReadOnOneThreadWhileTheWholeDiesOnAnother) {
+  for (int round = 0; round < 200; ++round) {
+    Json whole = Parsed(R"({"part": [[1, 2], ["text"]]})");
+    std::jthread reader([part = whole["part"]]() mutable {
+      EXPECT_EQ(part.dump(), R"([[1, 2], ["text"]])");
+      part = Json();
+    });
+    whole = Json();
+  }
 }
 
 }  // namespace

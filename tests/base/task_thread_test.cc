@@ -6,12 +6,15 @@
 #include <atomic>
 #include <latch>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/native_thread.h"
 #include "base/steady_time.h"
+#include "base/timer.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_base {
@@ -48,6 +51,65 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
   ASSERT_TRUE(idle.Await());
   EXPECT_THAT(ran, ElementsAre("priority", "overdue", "delayed", "posted later", "later priority",
                                "later delayed", "normal", "idle"));
+}
+
+TEST(TaskThreadRepetitionTest, RunsAsOftenAsAsked) {
+  // The times, and the run that posts, with the same delay, a task that looks at the count.
+  const std::pair<std::int32_t, int> cases[] = {{0, 1}, {1, 1}, {3, 3}, {INT32_MIN, 5}};
+  for (const auto& [times, asks_in] : cases) {
+    int runs = 0, runs_seen = 0;
+    Event seen;
+    ScopedTaskThread thread;
+    const auto repeated = [&] {
+      if (++runs == asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
+    };
+    thread->PostLoopTask(1, repeated, times);
+    thread->Start();
+    EXPECT_TRUE(seen.Await());
+    EXPECT_EQ(runs_seen, asks_in + (times < 0 ? 1 : 0)) << "with times " << times;
+  }
+}
+
+class TimerTest : public ::testing::Test {
+ protected:
+  // Runs `use` on the thread, where a timer belongs, and waits until it has finished.
+  void OnThread(Task use) {
+    thread_->PostTask(std::move(use));
+    thread_->Start();
+    EXPECT_TRUE(finished_.Await());
+    thread_->Stop();
+  }
+  // Finishes once all has run that is due in 5 ms.
+  void Finish() {
+    thread_->PostDelayedTask(5, [this] { finished_.Set(); });
+  }
+
+  std::string ran_;
+  Event finished_;
+  ScopedTaskThread thread_;
+  std::optional<Timer> timer_{thread_->GetTaskLoop()};
+};
+
+TEST_F(TimerTest, StartedAgainRunsOnlyTheLastTaskAsOftenAsAsked) {
+  const auto cancelled = [this] { ran_ += "cancelled "; };
+  const auto last = [this] {
+    if ((ran_ += "last ") == "last last ") Finish();
+  };
+  OnThread([&] {
+    timer_->Start(1, cancelled, 0);
+    timer_->Start(1, cancelled, -1);
+    timer_->Start(2, last, 2);
+  });
+  EXPECT_EQ(ran_, "last last ");
+}
+
+TEST_F(TimerTest, DestroyedByItsOwnRepeatedTaskNeverRunsItAgain) {
+  const auto repeated = [this, text = std::make_shared<std::string>("x")] {
+    if (ran_ == "xx") timer_.reset(), Finish();
+    ran_ += *text;  // The task still owns what it captured.
+  };
+  OnThread([&] { timer_->Start(1, repeated, -1); });
+  EXPECT_EQ(ran_, "xxx");
 }
 
 const std::string kKinds[] = {"priority", "delayed", "normal", "idle", "loop"};

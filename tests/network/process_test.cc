@@ -1,6 +1,8 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <tarvel/tarvel.h>
 
@@ -16,6 +18,7 @@
 #include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"
 #include "tests/support/private_network.h"
+#include "tests/support/program.h"
 #include "tests/support/test_settings.h"
 
 // What the transport may not do to the process that it lives in.
@@ -78,6 +81,62 @@ TEST(ProcessTest, GetsNoSignalFromAServerThatClosesUnderAnUpload) {
         EXPECT_FALSE(transport.Fetch(Post(url, std::string(4'000'000, 'x')))->success);
       }
     }
+    return 0;
+  });
+}
+
+// What a program that this process executes finds open, but for files.
+std::string InheritedDescriptors() {
+  Program list({"/bin/sh", "-c", "ls -l /proc/self/fd | grep -oE '(socket|anon_inode):.*'"});
+  list.Wait();
+  return list.output();
+}
+
+TEST(ProcessTest, HandsNoDescriptorToItsChildren) {
+  EXPECT_GOOD_CHILD([] {
+    HttpServer server;
+    RawServer silent(NeverAnswers());
+    EXPECT_NE(socket(AF_UNIX, SOCK_STREAM, 0), -1);  // The process's own, which they do inherit.
+    const auto before = InheritedDescriptors();
+    EXPECT_NE(before, "");
+    Transport transport;
+    EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
+    const auto in_flight = transport.Start(Get(silent.url("/")));
+    while (silent.connections() < 1) std::this_thread::yield();
+    EXPECT_EQ(InheritedDescriptors(), before);
+    return 0;
+  });
+}
+
+TEST(ProcessTest, MayHaveThousandsOfDescriptorsOpen) {
+  EXPECT_GOOD_CHILD([] {
+    constexpr int kMany = 2'000;
+    const rlimit limit{kMany + 200, kMany + 200};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kNotPermitted;
+    HttpServer server;
+    for (int i = 0; i < kMany; ++i) EXPECT_NE(open("/dev/null", O_RDONLY), -1);
+    Transport transport;
+    EXPECT_EQ(transport.Fetch(server.url("/"))->error_text, "");
+    const std::string by_name = "http://localhost:" + std::to_string(server.port());
+    EXPECT_EQ(transport.Fetch(by_name)->error_text, "");
+    return 0;
+  });
+}
+
+TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptors) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the check of virtual calls opens a pipe, and takes its failure for a bad object";
+#endif
+  EXPECT_GOOD_CHILD([] {
+    HttpServer server;
+    Transport transport;
+    std::vector<int> taken;
+    for (int fd; (fd = open("/dev/null", O_RDONLY)) != -1;) taken.push_back(fd);
+    EXPECT_EQ(WQBASE::network::CurlRequestor::Create({}), nullptr);
+    EXPECT_NE(transport.Fetch(server.url("/"))->error_text, "");
+    EXPECT_NE(transport.Fetch("http://localhost/")->error_text, "");
+    for (int i = 0; i < 20; ++i) close(taken.at(i));
+    EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
     return 0;
   });
 }

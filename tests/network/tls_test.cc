@@ -104,7 +104,7 @@ TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
 
 INSTANTIATE_TEST_SUITE_P(Http, TlsTest, testing::Bool());
 
-TEST(PinnedHostTest, GoesToTheIPThatTheRequestGivesAndFallsBackToItWithoutAName) {
+TEST(PinnedHostTest, GoesToTheGivenIPFallsBackToItWithoutANameAndRefusesANameThatIsNone) {
   const std::string ip = "127.0.0.1";
   NginxServer nginx(
       {.listeners = {{ip, Authority().Issue({"a.example"})}, {ip, Authority().Issue({ip})}},
@@ -124,6 +124,13 @@ TEST(PinnedHostTest, GoesToTheIPThatTheRequestGivesAndFallsBackToItWithoutAName)
       EXPECT_EQ(transport.Fetch(request)->success, is_of_ip) << host;
     }
   }
+  for (const std::string host : {"a.example/x", "a@b", "a.example\r\nX: 1", "a b", ":1:2"}) {
+    const auto request = Pinned(nginx.url("/refused"), nginx.port());
+    request->host = host;
+    EXPECT_NE(transport.Fetch(request)->error_text, "") << host;
+  }
+  EXPECT_TRUE(transport.Fetch(nginx.url("/x"))->success);
+  EXPECT_THAT(nginx.AccessLog(9), Not(HasSubstr("/refused")));
 }
 
 }  // namespace

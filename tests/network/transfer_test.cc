@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <set>
+#include <sstream>
 #include <string>
 
 #include "network/curl/answer_collector.h"
@@ -9,6 +11,7 @@
 #include "network/text.h"
 #include "tests/network/transport.h"
 #include "tests/support/http_server.h"
+#include "tests/support/nginx_server.h"
 #include "tests/support/raw_server.h"
 #include "tests/support/temp_directory.h"
 
@@ -110,12 +113,17 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     std::string end;       // "verb body path Host" of the last request; empty when not followed.
   } rows[] = {
       {"post 301", 301, kMethodPost, "{server}/end", "GET  /end 127.0.0.1"},
+      {"post 302", 302, kMethodPost, "/end", "GET  /end 127.0.0.1"},
       {"post 303", 303, kMethodPost, "end?q=1", "GET  /end?q=1 127.0.0.1"},
       {"post 307", 307, kMethodPost, "/end", "POST text /end 127.0.0.1"},
+      {"post 308", 308, kMethodPost, "/end", "POST text /end 127.0.0.1"},
       {"put 302", 302, kMethodPut, "/end", "PUT text /end 127.0.0.1"},
+      {"put 303", 303, kMethodPut, "/end", "GET  /end 127.0.0.1"},
       {"get 302 elsewhere", 302, kMethodGet, "{other}/end", "GET  /end 127.0.0.2"},
       {"own url", 302, kMethodGet, "{server}/start", ""},
+      {"no location", 302, kMethodGet, "", ""},
       {"not a redirect", 300, kMethodGet, "/end", ""},
+      {"other scheme", 302, kMethodGet, "ftp://127.0.0.1/end", ""},
       {"file", 302, kMethodGet, "file:///etc/hosts", ""},
   };
   for (const auto& row : rows) {
@@ -202,6 +210,26 @@ TEST(ConnectionTest, ThatFellSilentTakesTheOthersWithIt) {
   EXPECT_EQ(other.connections(), 2);
 }
 
+TEST(ConnectionTest, OfHttp2IsSharedByRequestsAndOutlivesWhatTheServerCloses) {
+  CertificateAuthority authority;
+  for (const std::string closing : {"", "keepalive_requests 7; keepalive_timeout 1s;"}) {
+    NginxServer nginx({.listeners = {{"127.0.0.1", authority.Issue({"a.example"}), true}},
+                       .files = {{"index", "good"}},
+                       .server_text = closing});
+    Transport transport;
+    EXPECT_TRUE(transport.Fetch(nginx.url("/index"))->success);
+    for (int round = 0; round < 5; ++round) {
+      std::vector<std::future<ResponsePtr>> responses;
+      for (int i = 0; i < 40; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
+      for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
+    }
+    std::istringstream log(nginx.AccessLog(201));
+    std::set<std::string> different;  // Only the number of the connection may differ.
+    for (std::string line; std::getline(log, line);) different.insert(line);
+    EXPECT_EQ(different.size() == 1, closing.empty()) << different.size();
+  }
+}
+
 // So many zeros as gzip writes them: 64 MiB come to some 64 KiB.
 std::string GzippedZeros(std::size_t count) {
   const TempDirectory directory;
@@ -270,6 +298,22 @@ TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoes) {
     EXPECT_TRUE(response->body.empty());
     EXPECT_GE(took, row.at_time_out ? kTimeOut - 1 : 0);
   }
+}
+
+// Those that hang, drip and flood at once.
+TEST_F(TransferTest, HoldsUpNoOtherTransfer) {
+  RawServer silent(NeverAnswers());
+  RawServer dripping(Repeats(kEndless, "x", 10));
+  RawServer flooding(Repeats(kEndless, std::string(65536, 'x')));
+  std::vector<std::future<ResponsePtr>> stuck;
+  for (int i = 0; i < 20; ++i) {
+    stuck.push_back(transport_.Start(Get(silent.url("/"))));
+    stuck.push_back(transport_.Start(Get(dripping.url("/"))));
+  }
+  // Few: what they send keeps the processor busy in an instrumented build.
+  for (int i = 0; i < 3; ++i) stuck.push_back(transport_.Start(Get(flooding.url("/"))));
+  EXPECT_TRUE(transport_.Fetch(Get(server_.url("/"), 20'000))->success);
+  EXPECT_EQ(stuck.front().wait_for(std::chrono::seconds(0)), std::future_status::timeout);
 }
 
 TEST_F(TransferTest, TakesWhatIsWithinTheLimitsWithoutInterimHeadersAndTrailers) {

@@ -1,8 +1,12 @@
 // The log as a client finds it. Whatever stands where its files should be, the environment comes
 // up, and nothing crashes, hangs or is written elsewhere.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <tarvel/tarvel.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -11,6 +15,7 @@
 
 #include "base/log.h"
 #include "base/log_file.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_directory.h"
 
 #define IM_G1_DIGEST "d6f07bc61ae1384e48a8edaab463328b"  // As md5sum has it.
@@ -73,6 +78,54 @@ TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
     LiveOnce(log + ".elsewhere");
     EXPECT_EQ(ReadFile(log + ".elsewhere"), "precious") << row.name;
   }
+}
+
+TEST(LogEnvironmentTest, AUserWithoutRightsToTheFilesLogsNothing) {
+  const TempDirectory root;
+  ASSERT_EQ(chmod(root.path().c_str(), 0755), 0);
+  const std::string log = LogDirectory(root.path()) + "/tarvel_comp.log";
+  fs::create_directories(LogDirectory(root.path()));
+  WriteFile(log, "");
+  WriteFile(log + ".kvr_mmap", std::string(65536, '\0'));
+  EXPECT_GOOD_CHILD([&] {
+    if (setuid(65534) != 0) return kNotPermitted;  // Only root becomes nobody.
+    LiveOnce(root.path());
+    return 0;
+  });
+  EXPECT_EQ(ReadFile(log), "");
+}
+
+TEST(LogEnvironmentTest, DropsRecordsWhosePagesCannotBeLocked) {
+  const TempDirectory root;
+  ASSERT_EQ(chmod(root.path().c_str(), 0777), 0);
+  EXPECT_GOOD_CHILD([&] {
+    const rlimit none{};
+    if (setrlimit(RLIMIT_MEMLOCK, &none) != 0 || setuid(65534) != 0) return kNotPermitted;
+    zo_base::LogFile log;
+    EXPECT_EQ(log.Open(root / "a.log", 0, 0), zo_base::kLogPagesNotLocked);
+    EXPECT_EQ(log.Open(root / "a.log", 0, 0), zo_base::kLogNotMapped);
+    log.Write("dropped");
+    LiveOnce(root.path());
+    return 0;
+  });
+  EXPECT_EQ(ReadFile(root / "a.log"), "");
+}
+
+// A small file system of its own, which the rest of the log doesn't fit into.
+TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
+  const TempDirectory root;
+  EXPECT_GOOD_CHILD([&] {
+    if (unshare(CLONE_NEWNS) != 0) return kNotPermitted;
+    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+    EXPECT_EQ(mount("small", root.path().c_str(), "tmpfs", 0, "size=100k"), 0);
+    for (int life = 0; life < 6; ++life) {
+      LiveOnce(root.path());
+      // Then also without a companion, and with no room for one.
+      if (life == 2) fs::remove(LogDirectory(root.path()) + "/tarvel_comp.log.kvr_mmap");
+      WriteFile(root / "filler", std::string(200'000, 'f'));
+    }
+    return 0;
+  });
 }
 
 }  // namespace

@@ -132,6 +132,17 @@ TEST_F(LogFileBufferTest, DropsTheRecordsOfAForkedChild) {
   EXPECT_EQ(sunk_, std::vector<std::string>{"parent goes on"});
 }
 
+TEST_F(LogFileBufferTest, LeavesACompanionThatALivingOneHas) {
+  buffer_.Append("first");
+  std::string second_log;
+  LogFileBuffer second([&](const std::string& text) { return second_log += text, true; });
+  EXPECT_EQ(second.Init(companion_, 4096), kLogReady);  // Another length is no reason to touch it.
+  second.Append("second");
+  EXPECT_EQ(ReadFile(companion_), CompanionOf(5, "first", kSmall));
+  second.Close();
+  EXPECT_EQ(second_log, "second");
+}
+
 // Text whose every place can be told: the byte at n is that of n modulo a prime.
 std::string Pattern(std::size_t size) {
   std::string text(size, '\0');

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -142,6 +143,38 @@ TEST(HttpAgentTest, TranslatesARequestAndItsAnswerForTheTransport) {
     EXPECT_EQ(seen.header("X-One"), row.seen_header);
     EXPECT_EQ(results.headers, "B:2\r\nContent-Length:" + std::to_string(row.answer.size()));
     EXPECT_EQ(results.body, row.body);
+  }
+}
+
+TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
+  constexpr std::size_t kThreads = 8, kEach = 50;
+  HttpServer server;
+  server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  RawServer late([](RawConnection& connection) {
+    connection.ReadRequest();
+    connection.AwaitStop(std::chrono::milliseconds(50));
+    connection.Send(HttpAnswer("200 OK", "good"));
+  });
+  const std::string urls[] = {server.url("/"), late.url("/"), server.url("/bad"), kRefused};
+  AgentEnvironment environment;
+  std::vector<Results> results(kThreads * kEach);
+  std::vector<std::jthread> threads;
+  for (std::size_t begin = 0; begin < results.size(); begin += kEach) {
+    threads.emplace_back([&, begin] {
+      for (std::size_t i = begin; i < begin + kEach; ++i) {
+        auto request = Request({urls[i % 4], urls[i / 4 % 4]}, results[i]);
+        request.multiple_time_out = 20;
+        environment.InvokeHttpRequest(request, true);
+      }
+      GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+    });
+  }
+  threads.clear();
+  for (Results& one : results) ASSERT_TRUE(one.first.Await());
+  environment.Exit();
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    EXPECT_EQ(results[i].count, 1) << i;
+    EXPECT_EQ(results[i].success, i % 4 < 2 || i / 4 % 4 < 2) << i;
   }
 }
 
@@ -380,6 +413,30 @@ TEST(ExceptionRecordsTest, AndTheirFunctionEndWithTheirLifeAlsoWhenTheFunctionEx
   SetExceptionDataReporter(Second);
   ASSERT_TRUE(records->Await(2));
   EXPECT_THAT(records->texts, ElementsAre("exits:1", "second:4"));
+}
+
+TEST(ExceptionRecordsTest, AreEachDeliveredOnceWhateverThreadSetsTheFunction) {
+  constexpr std::size_t kThreads = 8, kEach = 200;
+  records = std::make_unique<Records>();
+  AgentEnvironment environment;
+  std::vector<std::jthread> threads;
+  for (std::size_t t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (std::size_t i = 0; i < kEach; ++i) {
+        Report(std::to_string(t) + "-" + std::to_string(i));
+        if (i == kEach / 2) SetExceptionDataReporter(First);
+      }
+    });
+  }
+  threads.clear();
+  ASSERT_TRUE(records->Await(kThreads * kEach));
+  environment.Exit();
+  std::map<std::string, int> next;  // Those of one thread keep their order.
+  for (const std::string& text : records->texts) {
+    const auto dash = text.find('-');
+    EXPECT_EQ(text.substr(dash + 1), std::to_string(next[text.substr(0, dash)]++));
+  }
+  EXPECT_EQ(records->texts.size(), kThreads * kEach);
 }
 
 TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {

@@ -65,6 +65,29 @@ TEST_F(EnvironmentTest, CountsStartsAndExitsOfAnyIdAndIgnoresFurtherSettings) {
   }
 }
 
+TEST_F(EnvironmentTest, TrapsAStartAfterTheObjectWasGivenUp) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  for (int i = 0; i < 2; ++i) StartTarvelEnvironment(TestSettings());
+  ExitTarvelEnvironment(1);
+  EXPECT_DEATH(StartTarvelEnvironment(TestSettings()), "");
+}
+
+TEST_F(EnvironmentTest, MakesANewServiceAfterTheClientHasReleasedOneButNoneAfterItsOwnRelease) {
+  StartTarvelEnvironment(TestSettings());
+  auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
+  const std::weak_ptr<zo_base::BaseThread> first =
+      FakeLBSService::StartOne()->shared_from_this<zo_base::BaseThread>();
+  object.ReleaseLBSService();
+  EXPECT_TRUE(first.expired());
+  FakeLBSService* const second = FakeLBSService::StartOne();
+  ASSERT_TRUE(second != nullptr && second->IsRunning());
+  object.Stop();
+  EXPECT_FALSE(second->IsRunning());
+  EXPECT_EQ(object.GetLBSService(), second);
+  object.Release();
+  EXPECT_EQ(object.GetLBSService(), nullptr);
+}
+
 TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
   for (const bool starts_anew : {false, true}) {
     std::promise<int> id;
@@ -221,6 +244,22 @@ TEST(EnvironmentConfigTest, ReadsATextThatFillsItsArrayToTheEnd) {
   EXPECT_EQ(config->business_type(), std::string(32, 't'));
   EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
   EXPECT_EQ(config->log_path().find("/tarvel_comp/"), 1024u);
+}
+
+TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffersAndOfAFamilyOnlyWhenAsked) {
+  const auto config = Loaded({});
+  std::vector<std::string> told;
+  config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {
+    told.push_back(token);
+    EXPECT_EQ(config->GetBusinessToken(), token);  // The lock is recursive.
+  });
+  config->Connect<zo_net::AddressFamily>(
+      SIG_NetworkChanged, [&](auto family) { told.push_back(std::to_string(family)); });
+  for (const char* token : {"", "a", "a", ""}) config->SetBusinessToken(token);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv4, false);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv6, true);
+  EXPECT_EQ(told, (std::vector<std::string>{"a", "", "2"}));
+  EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyIPv6);
 }
 
 }  // namespace

@@ -226,8 +226,11 @@ struct _ZOTarvelMsgStatInfo {
 };
 
 // Told after every finished update that nothing has overtaken (a change of token, an exit): `code`
-// 200 for a fresh answer, 0 for a failure. `response` is
-// the answer that is active now, NUL-terminated, good during the call. On the service's thread.
+// 200 for a fresh answer, 0 for a failure. `response` is the answer that is active now,
+// NUL-terminated, good during the call. On the service's thread.
+//
+// Not told of an update that failed on all URLs when HTTPDNS, being on, knew no address for them:
+// the next one then begins with a change of the network or of the token, a used-up list, or Update.
 using LBSCallback = void (*)(std::int32_t code, const char* response, void* user);
 
 // Writes the account id into `buffer`, kAccIDBufferSize zeroed bytes, the last of which stays zero.
@@ -256,8 +259,8 @@ class IZOTarvelLBSService {
   // Asks for a fresh answer. LBS URLs with an IP literal are used when it is of `family`, with
   // kEMAddressFamilyAny all of them. Before Init nothing happens. Forced: at once, even when a
   // request is under way. Unforced calls are gathered: the third one, or 1200 ms after the first,
-  // starts one request, unless one is under way. The outcome of a request that goes out reaches the
-  // LBSCallback.
+  // starts one request, unless one is under way. The outcome reaches the LBSCallback, but see
+  // there.
   virtual void Update(EMAddressFamily family, bool force) = 0;
 
   // Replace a callback. Null for none. A call of the old one may still be under way when this

@@ -21,7 +21,6 @@ using zo_base::json11::Json;
 
 constexpr double kUpdateBegins = 1.2;
 constexpr double kHeadStart = 0.4;
-constexpr double kTimeOut = 1.5;
 constexpr double kSlack = 8;  // Of a machine that has other things to do.
 
 // What a client tells, event by event.

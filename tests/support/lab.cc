@@ -81,11 +81,6 @@ void Lab::CutOff(Host host) {
   hosts_[host].AwaitOutput("drops all packets");
 }
 
-void Lab::Reconnect(Host host) {
-  hosts_[host].Signal(SIGUSR2);
-  hosts_[host].AwaitOutput("hears packets again");
-}
-
 void Lab::Kill(Host host) { hosts_[host].Kill(); }
 
 void Lab::PoisonNames() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,9 +27,8 @@ class Lab {
   void SetFault(Host host, const std::string& fault);
   // Shows those who connect to this host a certificate that isn't its own.
   void ShowWrongCertificate(Host host);
-  // Drops all packets to the host, or hears them again.
+  // Drops all packets to the host.
   void CutOff(Host host);
-  void Reconnect(Host host);
   void Kill(Host host);
   // The name server says of all names of LBS hosts that they are at an address where another server
   // answers.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -41,11 +42,15 @@ Program::~Program() {
 Program::Program(Program&& other) noexcept
     : process_(std::exchange(other.process_, -1)),
       pipe_(std::exchange(other.pipe_, -1)),
-      output_(std::move(other.output_)) {}
+      output_(std::move(other.output_)),
+      awaited_(other.awaited_) {}
 
 bool Program::Read() {
   std::array<char, 4096> bytes;
-  const ssize_t count = read(pipe_, bytes.data(), bytes.size());
+  ssize_t count = 0;
+  do {
+    count = read(pipe_, bytes.data(), bytes.size());
+  } while (count < 0 && errno == EINTR);
   if (count > 0) output_.append(bytes.data(), static_cast<std::size_t>(count));
   return count > 0;
 }
@@ -58,7 +63,9 @@ void Program::AwaitOutput(const std::string& text) {
   awaited_ = found + text.size();
 }
 
-void Program::Signal(int signal) const { kill(process_, signal); }
+void Program::Signal(int signal) const {
+  if (process_ > 0) kill(process_, signal);
+}
 
 void Program::Kill() {
   if (process_ <= 0) return;

@@ -21,8 +21,8 @@ class Program {
   // Waits until the program has written `text` to standard output or standard error, behind what
   // the last call waited for. Throws, with what was written, when it ends before.
   void AwaitOutput(const std::string& text);
-  void Signal(int signal) const;
-  void Kill();  // And waits until it is gone.
+  void Signal(int signal) const;  // Nothing once it is gone.
+  void Kill();                    // And waits until it is gone.
 
   // Waits for the end. Answers what waitpid says of it.
   int Wait();

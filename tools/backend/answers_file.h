@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
-#include <vector>
 
 namespace tarvel_backend {
 
@@ -12,33 +12,32 @@ struct Fault {
   std::chrono::milliseconds delay{0};  // Before anything else.
   bool hang = false;                   // No answer, for as long as the client waits.
   bool reset = false;                  // The connection is reset instead of an answer.
-  int status = 0;                      // Answered instead of 200; 0 for no fault.
-  bool malformed = false;              // The answer ends in the middle, as far as its meaning goes.
+  std::optional<int> status = {};      // In place of the right one.
+  bool malformed = false;              // The second half of the answer is missing.
 };
 
-// The JSON file that says what the backend answers; docs/backend.md has its format. It is read anew
-// for each question, so that an edit counts from the next request on.
-//
-// A file that can't be read or parsed, or has a member of another type, throws std::exception with
-// a text for the user.
-// Threads: any.
-class AnswersFile {
+// What the backend answers and what goes wrong, as one reading of the answers file says.
+// docs/backend.md has the format. A plain value.
+class Answers {
  public:
-  explicit AnswersFile(std::string path) : path_(std::move(path)) {}
+  // Throws std::exception when a member isn't what it has to be.
+  explicit Answers(nlohmann::ordered_json file);
 
   Fault FaultOf(const std::string& url_path) const;
-  // Bodies; empty when the file has none.
-  std::string LBSAnswer() const;
-  std::string HttpDNSServers() const;
+  // Bodies; nothing when the file has none.
+  std::optional<std::string> LBSAnswer() const;
+  std::optional<std::string> HttpDNSServers() const;
   // Of the hosts asked for, separated by commas, those that the file knows.
   std::string HttpDNSHosts(const std::string& asked) const;
   // Whether a client that asks for this name, which may be empty, gets a wrong certificate.
   bool HasWrongCertificate(const std::string& server_name) const;
 
  private:
-  nlohmann::json Read() const;
-
-  const std::string path_;
+  const nlohmann::ordered_json file_;
 };
+
+// Reads `path` anew. Throws std::runtime_error, with a text for the user, when the file can't be
+// used. Any thread.
+Answers ReadAnswers(const std::string& path);
 
 }  // namespace tarvel_backend

@@ -1,11 +1,15 @@
 #include "tools/backend/backend.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
 
-#include <chrono>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/backend/client_socket.h"
 
@@ -13,10 +17,11 @@ namespace tarvel_backend {
 
 namespace {
 
-// Each connection holds one while it is kept alive or hangs.
-constexpr std::size_t kThreads = 64;
-constexpr std::chrono::milliseconds kHangStep{20};
-constexpr char kJson[] = "application/json";
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kStep{20};  // Between two looks at whether to go on.
+constexpr int kNotFound = 404;
+constexpr int kServerError = 500;
 
 std::string AuthorityOf(const std::string& address, int port) {
   const bool is_v6 = address.find(':') != std::string::npos;
@@ -29,38 +34,57 @@ void ReuseAddress(int fd) {
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
+std::optional<std::string> BodyFor(const httplib::Request& request, const Answers& answers) {
+  if (request.path == "/lbs/conf.jsp") return answers.LBSAnswer();
+  if (request.path == "/httpdns/v2/s") return answers.HttpDNSServers();
+  if (request.path == "/httpdns/v2/d") {
+    return answers.HttpDNSHosts(request.get_param_value("domain"));
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
-Backend::Backend(const AnswersFile& answers, const Certificates* certificates,
+Backend::Backend(std::string answers_file, const Certificates* certificates,
                  const std::string& address, int port)
-    : answers_(answers),
+    : answers_file_(std::move(answers_file)),
       certificates_(certificates),
       server_(certificates == nullptr
                   ? std::make_unique<httplib::Server>()
                   : std::make_unique<httplib::SSLServer>(
                         [this](SSL_CTX& context) { return SetUpTLS(context); })) {
-  Serve("/lbs/conf.jsp", &Backend::LBSAnswer);
-  Serve("/httpdns/v2/s", &Backend::HttpDNSServers);
-  Serve("/httpdns/v2/d", &Backend::HttpDNSHosts);
-  server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+  ServeAllPaths();
+  server_->new_task_queue = [] { return new httplib::ThreadPool(kConnections); };
   server_->set_socket_options(ReuseAddress);
   server_->set_tcp_nodelay(true);
   const int bound = port == 0 ? server_->bind_to_any_port(address)
                               : (server_->bind_to_port(address, port) ? port : -1);
-  if (bound < 0) throw std::runtime_error("can't listen on " + AuthorityOf(address, port));
+  if (bound < 0) {
+    throw std::runtime_error("can't listen on " + AuthorityOf(address, port) + ": " +
+                             std::strerror(errno));
+  }
   url_ = (certificates == nullptr ? "http://" : "https://") + AuthorityOf(address, bound);
-  listener_ = std::thread([this] { server_->listen_after_bind(); });
+  listener_ = std::thread([this] {
+    server_->listen_after_bind();
+    ended_ = true;
+  });
 }
 
 Backend::~Backend() {
   stopping_ = true;
-  while (!server_->is_running()) std::this_thread::sleep_for(kHangStep);  // Else the stop is lost.
+  // A stop before the beginning would be lost.
+  while (!server_->is_running() && !ended_) std::this_thread::sleep_for(kStep);
   server_->stop();
+  ShutDownConnections();
   listener_.join();
 }
 
 bool Backend::SetUpTLS(SSL_CTX& context) {
   SSL_CTX_set_cert_cb(&context, ChooseCertificate, this);
+  // A resumed session would show no certificate at all.
+  SSL_CTX_set_options(&context, SSL_OP_NO_TICKET);
+  SSL_CTX_set_num_tickets(&context, 0);
+  SSL_CTX_set_session_cache_mode(&context, SSL_SESS_CACHE_OFF);
   return true;
 }
 
@@ -69,65 +93,56 @@ int Backend::ChooseCertificate(SSL* ssl, void* backend) {
   const auto& self = *static_cast<Backend*>(backend);
   const char* const name = SSL_get_servername(ssl, TLSEXT_NAMETYPE_host_name);
   try {
-    const bool is_wrong = self.answers_.HasWrongCertificate(name == nullptr ? "" : name);
+    const Answers answers = ReadAnswers(self.answers_file_);
+    const bool is_wrong = answers.HasWrongCertificate(name == nullptr ? "" : name);
     const Certificate& shown = is_wrong ? self.certificates_->wrong : self.certificates_->right;
-    return SSL_use_certificate(ssl, shown.x509.get()) == 1 &&
-                   SSL_use_PrivateKey(ssl, shown.key.get()) == 1
-               ? 1
-               : 0;
+    const bool is_set = SSL_use_certificate(ssl, shown.x509.get()) == 1 &&
+                        SSL_use_PrivateKey(ssl, shown.key.get()) == 1;
+    return is_set ? 1 : 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
     return 0;
   }
 }
 
-void Backend::Serve(const std::string& path, Body body) {
-  const auto answer = [this, body](const httplib::Request& request, httplib::Response& response) {
+void Backend::ServeAllPaths() {
+  const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
+    std::printf("%s %s %s\n", url_.c_str(), request.method.c_str(), request.target.c_str());
+    std::fflush(stdout);
     try {
-      Answer(request, response, body);
+      Answer(request, response);
     } catch (const std::exception& error) {
       std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
-      response.status = 500;
+      response.status = kServerError;
     }
   };
-  server_->Get(path, answer);
-  server_->Post(path, answer);
+  server_->Get(".*", answer);  // And HEAD.
+  server_->Post(".*", answer);
+  server_->Put(".*", answer);
+  server_->Delete(".*", answer);
 }
 
-void Backend::Answer(const httplib::Request& request, httplib::Response& response, Body body) {
-  std::printf("%s %s %s\n", url_.c_str(), request.method.c_str(), request.target.c_str());
-  std::fflush(stdout);
+void Backend::Answer(const httplib::Request& request, httplib::Response& response) const {
+  const Answers answers = ReadAnswers(answers_file_);
+  const Fault fault = answers.FaultOf(request.path);
+  const int connection = FindConnection({request.local_addr, request.local_port},
+                                        {request.remote_addr, request.remote_port});
+  Wait(connection, Clock::now() + fault.delay);
+  if (fault.hang) Wait(connection, Clock::time_point::max());
+  if (fault.reset) ResetConnection(connection);
 
-  const Fault fault = answers_.FaultOf(request.path);
-  std::this_thread::sleep_for(fault.delay);
-  const int fd =
-      fault.hang || fault.reset ? FindClientSocket(request.remote_addr, request.remote_port) : -1;
-  if (fault.hang) Hang(fd);
-  if (fault.reset) ResetConnection(fd);
+  std::optional<std::string> body = BodyFor(request, answers);
+  if (!body) response.status = kNotFound;
+  if (fault.status) response.status = *fault.status;
+  if (!body) return;
+  if (fault.malformed) body->resize(body->size() / 2);
+  response.set_content(*body, "application/json");
+}
 
-  std::string text = (this->*body)(request);
-  if (text.empty()) {
-    response.status = 404;  // The answers file knows none.
-    return;
+void Backend::Wait(int connection, Clock::time_point end) const {
+  while (!stopping_ && connection >= 0 && !HasPeerLeft(connection) && Clock::now() < end) {
+    std::this_thread::sleep_for(std::min<Clock::duration>(kStep, end - Clock::now()));
   }
-  if (fault.malformed) text.resize(text.size() / 2);
-  response.set_content(text, kJson);
-  if (fault.status != 0) response.status = fault.status;
-}
-
-// Until the client gives up, or the backend ends.
-void Backend::Hang(int fd) const {
-  while (!stopping_ && !HasPeerLeft(fd)) std::this_thread::sleep_for(kHangStep);
-}
-
-std::string Backend::LBSAnswer(const httplib::Request&) const { return answers_.LBSAnswer(); }
-
-std::string Backend::HttpDNSServers(const httplib::Request&) const {
-  return answers_.HttpDNSServers();
-}
-
-std::string Backend::HttpDNSHosts(const httplib::Request& request) const {
-  return answers_.HttpDNSHosts(request.get_param_value("domain"));
 }
 
 }  // namespace tarvel_backend

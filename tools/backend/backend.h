@@ -3,6 +3,8 @@
 #include <openssl/ssl.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -24,17 +26,21 @@ struct Certificates {
   Certificate wrong;
 };
 
-// One listener, which speaks HTTP, or HTTPS when it has certificates. It writes a line for each
-// request to standard output.
+// One listener, which speaks HTTP, or HTTPS when it has certificates. It answers as the answers
+// file says at the moment of a request, and writes a line for each to standard output.
 //
-// Threads: one that accepts, and a pool for the connections; all of this from the owner's thread.
-// Ownership: `answers` and `certificates` outlive it.
+// Threads: one that accepts, and a pool of kConnections for the connections; all of this from the
+// owner's thread. Ownership: `certificates` outlives it.
 class Backend {
  public:
+  // As many are served at a time, kept alive or hanging; more have to wait.
+  static constexpr std::size_t kConnections = 64;
+
   // Listens when this returns. `port` 0 for one that the system picks. Throws std::runtime_error
   // when the address can't be had.
-  Backend(const AnswersFile& answers, const Certificates* certificates, const std::string& address,
+  Backend(std::string answers_file, const Certificates* certificates, const std::string& address,
           int port);
+  // Ends what is under way.
   ~Backend();
   Backend(const Backend&) = delete;
   Backend& operator=(const Backend&) = delete;
@@ -43,24 +49,21 @@ class Backend {
   const std::string& url() const { return url_; }
 
  private:
-  using Body = std::string (Backend::*)(const httplib::Request&) const;
-
   static int ChooseCertificate(SSL* ssl, void* backend);
   bool SetUpTLS(SSL_CTX& context);
-  void Serve(const std::string& path, Body body);
-  void Answer(const httplib::Request& request, httplib::Response& response, Body body);
-  void Hang(int fd) const;
+  void ServeAllPaths();
+  void Answer(const httplib::Request& request, httplib::Response& response) const;
+  // Waits on behalf of a connection until the time is over, the client has left or the backend
+  // ends.
+  void Wait(int connection, std::chrono::steady_clock::time_point end) const;
 
-  std::string LBSAnswer(const httplib::Request& request) const;
-  std::string HttpDNSServers(const httplib::Request& request) const;
-  std::string HttpDNSHosts(const httplib::Request& request) const;
-
-  const AnswersFile& answers_;
+  const std::string answers_file_;
   const Certificates* const certificates_;
   const std::unique_ptr<httplib::Server> server_;
   std::string url_;
   std::atomic<bool> stopping_{false};
-  std::thread listener_;  // Last: all that it uses exists before it starts.
+  std::atomic<bool> ended_{false};  // The accepting thread's work.
+  std::thread listener_;            // Last: all that it uses exists before it starts.
 };
 
 }  // namespace tarvel_backend

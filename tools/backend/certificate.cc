@@ -72,11 +72,10 @@ Certificate MakeCertificate(const std::vector<std::string>& names) {
 }
 
 void WriteCertificate(const Certificate& certificate, const std::string& path) {
-  const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "we"),
-                                                                std::fclose);
-  if (file == nullptr || PEM_write_X509(file.get(), certificate.x509.get()) != 1) {
-    throw std::runtime_error("can't write the certificate to " + path);
-  }
+  std::FILE* const file = std::fopen(path.c_str(), "we");
+  const bool written = file != nullptr && PEM_write_X509(file, certificate.x509.get()) == 1;
+  const bool closed = file != nullptr && std::fclose(file) == 0;
+  if (!written || !closed) throw std::runtime_error("can't write the certificate to " + path);
 }
 
 }  // namespace tarvel_backend

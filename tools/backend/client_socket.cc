@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <system_error>
 
 namespace tarvel_backend {
@@ -29,32 +30,34 @@ bool IsStreamSocket(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
 }
 
-std::string TextOf(const sockaddr_storage& address) {
+Endpoint ToEndpoint(const sockaddr_storage& address) {
   char text[INET6_ADDRSTRLEN] = {};
   if (address.ss_family == AF_INET6) {
     const auto& v6 = reinterpret_cast<const sockaddr_in6&>(address);
     inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
-  } else {
-    const auto& v4 = reinterpret_cast<const sockaddr_in&>(address);
-    inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
+    return {text, ntohs(v6.sin6_port)};
   }
-  return text;
+  const auto& v4 = reinterpret_cast<const sockaddr_in&>(address);
+  inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
+  return {text, ntohs(v4.sin_port)};
 }
 
-// Both families have their port at the same place.
-int PortOf(const sockaddr_storage& address) {
-  return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
+using Name = int (*)(int, sockaddr*, socklen_t*);
+
+// Nothing of what isn't connected.
+std::optional<Endpoint> EndOf(int fd, Name get_name) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  if (get_name(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) return std::nullopt;
+  return ToEndpoint(address);
 }
 
 }  // namespace
 
-int FindClientSocket(const std::string& peer_address, int peer_port) {
+int FindConnection(const Endpoint& own, const Endpoint& peer) {
   int found = -1;
   ForEachDescriptor([&](int fd) {
-    sockaddr_storage peer{};
-    socklen_t size = sizeof peer;
-    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return false;
-    if (PortOf(peer) != peer_port || TextOf(peer) != peer_address) return false;
+    if (EndOf(fd, getpeername) != peer || EndOf(fd, getsockname) != own) return false;
     found = fd;
     return true;
   });
@@ -70,6 +73,13 @@ void ResetConnection(int fd) {
 bool HasPeerLeft(int fd) {
   pollfd state{fd, POLLRDHUP, 0};
   return poll(&state, 1, 0) == 1;
+}
+
+void ShutDownConnections() {
+  ForEachDescriptor([](int fd) {
+    if (IsStreamSocket(fd) && EndOf(fd, getpeername)) shutdown(fd, SHUT_RDWR);
+    return false;
+  });
 }
 
 void SetSilence(bool silent) {

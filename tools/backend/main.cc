@@ -2,16 +2,14 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
-#include <stdexcept>
+#include <optional>
+#include <regex>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "base/read_number.h"
 #include "tools/backend/answers_file.h"
 #include "tools/backend/backend.h"
 #include "tools/backend/certificate.h"
@@ -31,16 +29,24 @@ struct Options {
   std::string certificate_file;
 };
 
-// Splits "127.0.0.1:8080" or "[::1]:8080". Throws when it is neither.
-std::pair<std::string, int> SplitAuthority(const std::string& text) {
-  const auto colon = std::min(text.rfind(':'), text.size());
-  std::string address = text.substr(0, colon);
-  const int port = zo_base::ReadNumber(text.substr(std::min(colon + 1, text.size())), -1);
-  if (address.size() > 2 && address.front() == '[') address = address.substr(1, address.size() - 2);
-  if (address.empty() || port < 0 || port > kHighestPort) {
-    throw std::runtime_error("expected ADDRESS:PORT, not " + text);
-  }
-  return {address, port};
+struct Authority {
+  std::string address;
+  int port = 0;
+};
+
+// Reads "127.0.0.1:8080" or "[::1]:8080".
+std::optional<Authority> ReadAuthority(const std::string& text) {
+  static const std::regex kAuthority(R"((?:\[([^\]]+)\]|([^:\[\]]+)):(\d{1,5}))");
+  std::smatch parts;
+  if (!std::regex_match(text, parts, kAuthority)) return std::nullopt;
+  const int port = std::stoi(parts[3]);
+  if (port > kHighestPort) return std::nullopt;
+  return Authority{parts[1].matched ? parts[1] : parts[2], port};
+}
+
+// What is wrong with a value on the command line; empty when it is right.
+std::string CheckAuthority(const std::string& text) {
+  return ReadAuthority(text) ? "" : "expected ADDRESS:PORT, not " + text;
 }
 
 // The signals that Serve waits for, on all threads that come after.
@@ -55,8 +61,7 @@ sigset_t BlockSignals() {
 
 void Serve(const Options& options) {
   const sigset_t signals = BlockSignals();
-  const AnswersFile answers(options.answers);
-  answers.FaultOf("");  // A file that can't be used ends the program here, not at a request.
+  ReadAnswers(options.answers);  // A file that can't be used ends the program here.
   Certificates certificates;
   if (!options.tls.empty()) {
     certificates = {MakeCertificate(options.names), MakeCertificate({"wrong.invalid"})};
@@ -66,8 +71,8 @@ void Serve(const Options& options) {
   }
   std::vector<std::unique_ptr<Backend>> backends;
   const auto listen = [&](const std::string& authority, const Certificates* shown) {
-    const auto [address, port] = SplitAuthority(authority);
-    backends.push_back(std::make_unique<Backend>(answers, shown, address, port));
+    const auto at = ReadAuthority(authority).value();
+    backends.push_back(std::make_unique<Backend>(options.answers, shown, at.address, at.port));
     std::printf("listening on %s\n", backends.back()->url().c_str());
   };
   for (const std::string& authority : options.plain) listen(authority, nullptr);
@@ -91,21 +96,25 @@ int main(int argc, char** argv) {
       "LBS and HTTPDNS servers for tries of one's own. The answers file is read anew for each\n"
       "request; docs/backend.md has its format. Serves /lbs/conf.jsp, /httpdns/v2/s, "
       "/httpdns/v2/d.\n"
-      "SIGUSR1: drops all packets that come, as if the cable was cut; SIGUSR2: hears them again.\n"
+      "SIGUSR1: plays dead, all packets that come are dropped; SIGUSR2: hears them again.\n"
       "SIGINT, SIGTERM: ends.",
       "tarvel-backend");
   app.add_option("answers", options.answers, "JSON file: what to answer, and what goes wrong")
       ->required();
   app.add_option("--listen", options.plain,
                  "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
-      ->allow_extra_args(false);
-  app.add_option("--tls-listen", options.tls, "The same for HTTPS")->allow_extra_args(false);
+      ->allow_extra_args(false)
+      ->check(CheckAuthority);
+  CLI::Option* const tls = app.add_option("--tls-listen", options.tls, "The same for HTTPS")
+                               ->allow_extra_args(false)
+                               ->check(CheckAuthority);
   app.add_option("--name", options.names,
                  "Name or address that the certificate is for. May be repeated")
       ->allow_extra_args(false)
       ->capture_default_str();
   app.add_option("--write-certificate", options.certificate_file,
-                 "File for the certificate, which clients are to trust (PEM)");
+                 "File for the certificate, which clients are to trust (PEM)")
+      ->needs(tls);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,20 +1,14 @@
 #include "tools/cli/client.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
+#include <atomic>
+#include <iterator>
 #include <stdexcept>
 
 #include "base/json11.h"
-#include "network/curl_requestor.h"
-#include "tarvel/environment/environment_config.h"
 
 namespace tarvel_cli {
 
@@ -22,18 +16,12 @@ namespace {
 
 using zo_base::json11::Json;
 
+constexpr std::int32_t kFresh = 200;  // Code of an update, and of a sub request, that succeeded.
 constexpr std::chrono::seconds kLongestWaitForRecords{4};
+constexpr std::chrono::milliseconds kLookForStop{50};
 
 // Exception records come without a word of whose they are.
 std::atomic<Client*> the_client{nullptr};
-
-sigset_t StopSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
-}
 
 const char* NameOf(zo_tarvel::EMAddressFamily family) {
   switch (family) {
@@ -70,44 +58,14 @@ std::string Describe(const zo_tarvel::TarvelExceptionExtension& failure) {
 
 }  // namespace
 
-void BlockStopSignals() {
-  const sigset_t signals = StopSignals();
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
-DataDirectory::DataDirectory(ClientOptions& options) {
-  if (!options.data.empty()) return;
-  std::string name = std::filesystem::temp_directory_path() / "tarvel-XXXXXX";
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("can't make a directory " + name);
-  options.data = own_ = name;
-}
-
-DataDirectory::~DataDirectory() {
-  std::error_code ignored;
-  if (!own_.empty()) std::filesystem::remove_all(own_, ignored);
-}
-
-void PrepareHttpDNS(const ClientOptions& options) {
-  if (!options.trust_store.empty()) WQBASE::network::TrustAuthoritiesOf(options.trust_store);
-  if (options.httpdns_cache.empty()) return;
-  const auto config = std::make_shared<zo_tarvel::_EnvironmentConfig>();
-  config->Load(EnvironmentSettings(options));
-  const std::string directory = config->appdata_path() + "http_dns/";
-  std::filesystem::create_directories(directory);
-  std::filesystem::copy_file(options.httpdns_cache, directory + "http_server_cache.data",
-                             std::filesystem::copy_options::overwrite_existing);
-}
-
-Client::Client(const ClientOptions& options, Printer& printer) : printer_(printer) {
-  const auto environment_settings = EnvironmentSettings(options);
+Client::Client(const ClientOptions& options, const StopSignals& stop, Printer& printer)
+    : stop_(stop), printer_(printer), update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
+  if (update_fd_ < 0) throw std::runtime_error("no descriptor for updates");
   const auto lbs_settings = LBSSettings(options);
-  const sigset_t signals = StopSignals();
-  stop_fd_ = signalfd(-1, &signals, SFD_CLOEXEC);
-  update_fd_ = eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE);
-  the_client = this;
-  id_ = zo_tarvel::StartTarvelEnvironment(environment_settings);
+  id_ = zo_tarvel::StartTarvelEnvironment(EnvironmentSettings(options));
   zo_tarvel::IZOTarvelObject* const object = zo_tarvel::GetTarvelObject(id_);
   if (object == nullptr) throw std::runtime_error("the environment can't be started");
+  the_client = this;
   zo_tarvel::SetExceptionDataReporter(OnException);
   service_ = object->GetLBSService();
   service_->SetLBSCallback(OnAnswer, this);
@@ -118,7 +76,6 @@ Client::Client(const ClientOptions& options, Printer& printer) : printer_(printe
 Client::~Client() {
   zo_tarvel::ExitTarvelEnvironment(id_);
   the_client = nullptr;
-  close(stop_fd_);
   close(update_fd_);
   printer_.Print("exit", "all threads have ended", {});
 }
@@ -133,26 +90,31 @@ void Client::PrintNextLink() {
                  {{"host", text}, {"port", port}, {"kind", NameOf(family)}});
 }
 
+void Client::PrintLinks(int count) {
+  const int wanted = count > 0 ? count : service_->GetLinkCount();
+  for (int i = 0; i < wanted && !stop_.HaveCome(); ++i) PrintNextLink();
+}
+
 Client::Event Client::Wait(std::chrono::duration<double> limit) {
-  pollfd waited[] = {{stop_fd_, POLLIN, 0}, {update_fd_, POLLIN, 0}};
-  const auto end = std::chrono::steady_clock::now() + limit;
-  for (;;) {
-    const std::chrono::duration<double, std::milli> left = end - std::chrono::steady_clock::now();
-    const int ready = poll(waited, std::size(waited), std::max(0, static_cast<int>(left.count())));
-    if (ready < 0) continue;  // A signal that ends nothing.
-    if (ready == 0) return Event::kTimeOut;
-    if (waited[0].revents != 0) return Event::kStop;
-    std::uint64_t one = 0;
-    if (read(update_fd_, &one, sizeof one) == sizeof one) {
-      is_fresh_ = last_code_ == 200;
-      return Event::kUpdate;
-    }
-  }
+  pollfd waited[] = {{stop_.fd(), POLLIN, 0}, {update_fd_, POLLIN, 0}};
+  const auto limit_ms = std::chrono::duration_cast<std::chrono::milliseconds>(limit).count();
+  if (poll(waited, std::size(waited), static_cast<int>(limit_ms)) <= 0) return Event::kTimeOut;
+  if (waited[0].revents != 0) return Event::kStop;
+  std::uint64_t one = 0;
+  if (read(update_fd_, &one, sizeof one) != sizeof one) return Event::kTimeOut;
+  const std::lock_guard lock(mutex_);
+  is_fresh_ = codes_.front() == kFresh;
+  codes_.pop_front();
+  return Event::kUpdate;
 }
 
 void Client::AwaitExceptionRecords() {
+  const auto end = std::chrono::steady_clock::now() + kLongestWaitForRecords;
   std::unique_lock lock(mutex_);
-  recorded_.wait_for(lock, kLongestWaitForRecords, [this] { return records_ >= failures_.size(); });
+  while (records_ < failures_.size() && std::chrono::steady_clock::now() < end &&
+         !stop_.HaveCome()) {
+    recorded_.wait_for(lock, kLookForStop);
+  }
 }
 
 // On the service's thread.
@@ -160,12 +122,12 @@ void Client::OnAnswer(std::int32_t code, const char* response, void* client) {
   auto& self = *static_cast<Client*>(client);
   const Json answer = ParsedOrText(response);
   const std::string& name = answer["common"]["name"].string_value();
-  std::string text = code == 200 ? "fresh" : "none; the one from before stays active";
-  if (code == 200 && !name.empty()) text += ", \"" + name + '"';
+  std::string text = code == kFresh ? "fresh" : "none; the one from before stays active";
+  if (code == kFresh && !name.empty()) text += ", \"" + name + '"';
   self.printer_.Print("answer", text, {{"code", code}, {"response", answer}});
-  self.last_code_ = code;
-  const std::uint64_t one = 1;
-  if (write(self.update_fd_, &one, sizeof one) < 0) std::abort();  // Can't be.
+  const std::lock_guard lock(self.mutex_);
+  self.codes_.push_back(code);
+  eventfd_write(self.update_fd_, 1);
 }
 
 // On the library's request thread.
@@ -180,7 +142,7 @@ void Client::OnAttempt(void* client, const zo_tarvel::RequestErrorRecord* record
                        {"headers", TextOf(record->headers)},
                        {"body", TextOf(record->body)}});
   const std::lock_guard lock(self.mutex_);
-  if (record->code != 200) self.failures_.emplace(record->code, url);
+  if (record->code != kFresh) self.failures_.emplace(record->code, url);
 }
 
 // On the library's request thread.

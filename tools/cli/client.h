@@ -2,59 +2,45 @@
 
 #include <tarvel/tarvel.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <mutex>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
 
 #include "tools/cli/client_options.h"
 #include "tools/cli/printer.h"
+#include "tools/cli/stop_signals.h"
 
 namespace tarvel_cli {
 
-// Has Ctrl-C and SIGTERM wait for Client::Wait instead of ending the process. Before any thread
-// starts.
-void BlockStopSignals();
-
-// The data directory of a run: the one that was asked for, or one that goes at the end of the
-// scope.
-class DataDirectory {
- public:
-  explicit DataDirectory(ClientOptions& options);  // Names itself there.
-  ~DataDirectory();
-  DataDirectory(const DataDirectory&) = delete;
-  DataDirectory& operator=(const DataDirectory&) = delete;
-
- private:
-  std::string own_;  // Empty when it isn't ours to remove.
-};
-
-// Puts the servers of `httpdns_cache` where the library looks for them, and sets up whom it trusts.
-// Before the environment starts.
-void PrepareHttpDNS(const ClientOptions& options);
+// What is printed when the time for an update is over.
+inline constexpr char kNoUpdate[] =
+    "no update has ended: the active answer still lives, nobody could be asked, or nobody answers";
 
 // An environment for the length of a scope, which prints what the library tells it.
 //
 // Threads: the owner's; the library calls back on its own. There is one at a time.
 class Client {
  public:
-  Client(const ClientOptions& options, Printer& printer);  // Throws when there is none to be had.
+  // Throws when there is none to be had. All three outlive this.
+  Client(const ClientOptions& options, const StopSignals& stop, Printer& printer);
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
   // Prints an address for a connection try.
   void PrintNextLink();
-  std::int32_t CountLinks() { return service_->GetLinkCount(); }
+  // So many of them; 0 for as many as the active answer has.
+  void PrintLinks(int count);
 
   enum class Event { kUpdate, kStop, kTimeOut };
-  // Waits until an update has ended or the user wants to stop. Updates that end meanwhile are kept
-  // for the next call.
+  // Waits until an update has ended or the user wants to stop. Each update that has ended is told
+  // of by one call.
   Event Wait(std::chrono::duration<double> limit);
   // Whether the last update that Wait told of brought a fresh answer.
   bool is_fresh() const { return is_fresh_; }
@@ -67,16 +53,17 @@ class Client {
   static void OnAttempt(void* client, const zo_tarvel::RequestErrorRecord* record);
   static void OnException(const zo_tarvel::TarvelExceptionData& data);
 
+  const StopSignals& stop_;
   Printer& printer_;
-  int stop_fd_ = -1;    // Readable when the user wants to stop.
-  int update_fd_ = -1;  // Counts updates.
-  std::atomic<std::int32_t> last_code_{0};
+  const int update_fd_;  // As many as there are codes to be taken.
   bool is_fresh_ = false;
 
   std::mutex mutex_;
   std::condition_variable recorded_;
-  std::set<std::pair<std::int32_t, std::string>> failures_;  // Code and URL. Guarded by mutex_.
-  std::size_t records_ = 0;                                  // Guarded by mutex_.
+  // Guarded by mutex_.
+  std::deque<std::int32_t> codes_;                           // Of updates that have ended.
+  std::set<std::pair<std::int32_t, std::string>> failures_;  // Code and URL.
+  std::size_t records_ = 0;
 
   int id_ = 0;
   zo_tarvel::IZOTarvelLBSService* service_ = nullptr;  // The library's.

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstring>
 #include <iterator>
-#include <stdexcept>
 
 namespace tarvel_cli {
 
@@ -15,8 +14,8 @@ constexpr int kOff = -1;
 template <std::size_t kSize>
 void Put(const std::string& text, char (&field)[kSize], const char* option) {
   if (text.size() >= kSize) {
-    throw std::runtime_error(std::string(option) + " takes " + std::to_string(kSize - 1) +
-                             " bytes at most");
+    throw UsageError(std::string(option) + " takes " + std::to_string(kSize - 1) +
+                     " bytes at most");
   }
   std::memcpy(field, text.c_str(), text.size() + 1);
 }
@@ -25,8 +24,8 @@ template <std::size_t kCount, std::size_t kSize>
 void PutAll(const std::vector<std::string>& texts, char (&fields)[kCount][kSize],
             const char* option) {
   if (texts.size() > kCount) {
-    throw std::runtime_error(std::string(option) + " may be given " + std::to_string(kCount) +
-                             " times at most");
+    throw UsageError(std::string(option) + " may be given " + std::to_string(kCount) +
+                     " times at most");
   }
   for (std::size_t i = 0; i < texts.size(); ++i) Put(texts[i], fields[i], option);
 }

@@ -2,6 +2,7 @@
 
 #include <tarvel/tarvel.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,8 +30,13 @@ struct ClientOptions {
 
 zo_net::AddressFamily FamilyOf(const ClientOptions& options);
 
-// Records for the library. Throw std::runtime_error when a text is too long for its field, or when
-// there are too many.
+// The command line isn't right.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Records for the library. Throw UsageError when a text is too long for its field, or when there
+// are too many.
 zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options);
 zo_tarvel::_ZOTarvelLBSSettings LBSSettings(const ClientOptions& options);
 

@@ -1,19 +1,20 @@
 #include <chrono>
-#include <cstdint>
 
 #include "tools/cli/client.h"
+#include "tools/cli/client_files.h"
 #include "tools/cli/commands.h"
 
 namespace tarvel_cli {
 
 ExitCode Links(LinksOptions options) {
+  const StopSignals stop;
   const DataDirectory directory(options.client);
   PrepareHttpDNS(options.client);
   Printer printer(options.client.json);
-  Client client(options.client, printer);
-  client.Wait(std::chrono::duration<double>(options.wait_seconds));
-  const std::int32_t count = client.CountLinks();
-  for (std::int32_t i = 0; i < count; ++i) client.PrintNextLink();
+  Client client(options.client, stop, printer);
+  const std::chrono::duration<double> limit(options.wait_seconds);
+  if (client.Wait(limit) == Client::Event::kTimeOut) printer.Print("timeout", kNoUpdate, {});
+  client.PrintLinks(0);
   return client.is_fresh() ? kDone : kNoFreshAnswer;
 }
 

@@ -1,12 +1,13 @@
 // The command that a client's developer runs against servers of their own. See docs/cli.md.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tools/cli/client.h"
+#include "network/url.h"
 #include "tools/cli/commands.h"
 
 namespace tarvel_cli {
@@ -18,6 +19,13 @@ CLI::Option* AddList(CLI::App& command, const std::string& name, std::vector<std
   return command.add_option(name, values, text + ". May be repeated")->allow_extra_args(false);
 }
 
+std::string CheckUrl(const std::string& url) {
+  const std::string scheme = WQBASE::network::GetSchemePrefix(url);
+  const bool can_be_asked = (scheme == "http://" || scheme == "https://") &&
+                            !WQBASE::network::GetHost(url, false).empty();
+  return can_be_asked ? "" : "expected an http or https URL, not " + url;
+}
+
 void AddCommonOptions(CLI::App& command, ClientOptions& options) {
   command.add_option("--family", options.family, "Addresses to use: any, 4 or 6")
       ->check(CLI::IsMember({"any", "4", "6"}))
@@ -25,7 +33,7 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
   command.add_flag("--https-only", options.https_only, "Use https URLs only");
   command
       .add_option("--httpdns-cache", options.httpdns_cache,
-                  "File of HTTPDNS servers to begin with, as the library keeps it")
+                  "File of HTTPDNS servers to use, as the library keeps it")
       ->check(CLI::ExistingFile);
   command
       .add_option("--trust", options.trust_store,
@@ -48,20 +56,26 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
 }
 
 void AddLBSOptions(CLI::App& command, ClientOptions& options) {
-  command.add_option("--lbs", options.lbs, "URL of the LBS server")->required();
-  AddList(command, "--backup", options.backups, "Backup LBS URL");
+  command.add_option("--lbs", options.lbs, "URL of the LBS server")->required()->check(CheckUrl);
+  AddList(command, "--backup", options.backups, "Backup LBS URL")->check(CheckUrl);
   command.add_option("--token", options.token, "Application key; without one nobody is asked")
-      ->required();
+      ->required()
+      ->check([](const std::string& token) { return token.empty() ? "it is empty" : ""; });
   AddList(command, "--link", options.links, "Link address HOST:PORT for the time before an answer");
   command.add_option("--default-link", options.default_link,
                      "Link address HOST:PORT to fall back to");
   command.add_flag("--no-httpdns", options.no_httpdns, "Don't resolve names over HTTPDNS");
 }
 
-void AddWait(CLI::App& command, double& seconds, const char* text) {
-  command.add_option("--wait", seconds, text)
-      ->check(CLI::Range(0.0, 3'600.0))
-      ->capture_default_str();
+// Seconds. CLI11's own range lets "nan" pass.
+std::string CheckSeconds(const std::string& text) {
+  const double seconds = std::strtod(text.c_str(), nullptr);
+  return seconds >= 0 && seconds <= 3'600 ? "" : "expected 0 to 3600 seconds, not " + text;
+}
+
+void AddSeconds(CLI::App& command, const std::string& name, double& seconds,
+                const std::string& text) {
+  command.add_option(name, seconds, text)->check(CheckSeconds)->capture_default_str();
 }
 
 // Answers what the program ends with.
@@ -76,25 +90,25 @@ int Main(int argc, char** argv) {
   CLI::App* const run_command = app.add_subcommand("run", "Start a client and print what happens");
   AddLBSOptions(*run_command, run.client);
   AddCommonOptions(*run_command, run.client);
-  AddWait(*run_command, run.wait_seconds, "Seconds to wait for the first update to end");
+  AddSeconds(*run_command, "--wait", run.wait_seconds,
+             "Seconds to wait for the first update to end");
   run_command->add_option("--take", run.take, "Link addresses to take after an answer. 0: all")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, 1'000));
   run_command->add_flag("--follow", run.follow, "Go on until Ctrl-C");
-  run_command->add_option("--every", run.every_seconds, "With --follow: seconds between addresses")
-      ->check(CLI::Range(0.01, 3'600.0))
-      ->capture_default_str();
+  AddSeconds(*run_command, "--every", run.every_seconds,
+             "With --follow: seconds between addresses");
 
   LinksOptions links;
   CLI::App* const links_command = app.add_subcommand("links", "Print the link addresses");
   AddLBSOptions(*links_command, links.client);
   AddCommonOptions(*links_command, links.client);
-  AddWait(*links_command, links.wait_seconds, "Seconds to wait for an answer");
+  AddSeconds(*links_command, "--wait", links.wait_seconds, "Seconds to wait for an answer");
 
   ResolveOptions resolve;
   CLI::App* const resolve_command = app.add_subcommand("resolve", "Resolve names over HTTPDNS");
   resolve_command->add_option("hosts", resolve.hosts, "Host names")->required();
   AddCommonOptions(*resolve_command, resolve.client);
-  AddWait(*resolve_command, resolve.wait_seconds, "Seconds to wait for all answers");
+  AddSeconds(*resolve_command, "--wait", resolve.wait_seconds, "Seconds to wait for all answers");
 
   try {
     app.parse(argc, argv);
@@ -110,9 +124,13 @@ int Main(int argc, char** argv) {
 }  // namespace tarvel_cli
 
 int main(int argc, char** argv) {
-  tarvel_cli::BlockStopSignals();
   try {
-    return tarvel_cli::Main(argc, argv);
+    const int code = tarvel_cli::Main(argc, argv);
+    const bool told = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    return told ? code : tarvel_cli::kFailed;
+  } catch (const tarvel_cli::UsageError& error) {
+    std::fprintf(stderr, "tarvel: %s\n", error.what());
+    return tarvel_cli::kUsageError;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tarvel: %s\n", error.what());
     return tarvel_cli::kFailed;

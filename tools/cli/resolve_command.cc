@@ -14,8 +14,10 @@
 #include "network/text.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
-#include "tools/cli/client.h"
+#include "tools/cli/client_files.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/printer.h"
+#include "tools/cli/stop_signals.h"
 
 namespace tarvel_cli {
 
@@ -23,6 +25,8 @@ namespace {
 
 using zo_base::json11::Json;
 using Hosts = std::vector<std::string>;
+
+constexpr std::chrono::milliseconds kLookForStop{50};
 
 // HTTPDNS by itself, in an environment whose own is off.
 class Resolver {
@@ -33,7 +37,9 @@ class Resolver {
     id_ = zo_tarvel::StartTarvelEnvironment(settings);
     if (id_ == 0) throw std::runtime_error("the environment can't be started");
     manager_->SetEnvironmentConfig(zo_tarvel::GetConfig());
-    if (!manager_->Init()) throw std::runtime_error("HTTPDNS can't be started");
+    if (manager_->Init()) return;
+    zo_tarvel::ExitTarvelEnvironment(id_);
+    throw std::runtime_error("HTTPDNS can't be started");
   }
   ~Resolver() {
     manager_->Stop();
@@ -43,8 +49,9 @@ class Resolver {
   Resolver& operator=(const Resolver&) = delete;
 
   // One host a query: the answer for several is refused as a whole when one of them is unknown.
-  void Query(zo_net::AddressFamily family, const Hosts& hosts,
-             std::chrono::duration<double> limit) {
+  // Returns when all are answered, the time is over or the user wants to stop.
+  void Query(zo_net::AddressFamily family, const Hosts& hosts, std::chrono::duration<double> limit,
+             const StopSignals& stop) {
     const auto progress = std::make_shared<Progress>();
     for (const std::string& host : hosts) {
       manager_->InvokeQuery(family, {host},
@@ -56,8 +63,12 @@ class Resolver {
                             },
                             {});
     }
+    const auto end = std::chrono::steady_clock::now() + limit;
     std::unique_lock lock(progress->mutex);
-    progress->changed.wait_for(lock, limit, [&] { return progress->ended == hosts.size(); });
+    while (progress->ended < hosts.size() && std::chrono::steady_clock::now() < end &&
+           !stop.HaveCome()) {
+      progress->changed.wait_for(lock, kLookForStop);
+    }
   }
 
   struct Entry {
@@ -94,9 +105,10 @@ class Resolver {
       std::make_shared<zo_tarvel::HttpDNSManager>();
 };
 
-// What the cache said before anybody was asked.
-const char* SourceOf(const Resolver::Entry& before) {
-  return before.grade == zo_tarvel::HttpDNSGrade::kExpired ? "server" : "cache";
+// Where an answer comes from.
+const char* SourceOf(bool was_cached, bool resolved) {
+  if (was_cached) return "cache";
+  return resolved ? "server" : "none";
 }
 
 bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry& before,
@@ -110,16 +122,19 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
     std::snprintf(times, sizeof times, "  good for %.1f s, usable for %.1f s", entry.good_seconds,
                   entry.usable_seconds);
   }
-  const std::string text = host + "  " + NameOf(entry.grade) + "  " +
-                           (resolved ? WQBASE::network::Join(entry.addresses, " ") : "unknown") +
-                           "  from the " + SourceOf(before) + times;
+  const std::string source = SourceOf(was_cached, resolved);
+  const std::string text =
+      host + "  " + NameOf(entry.grade) + "  " +
+      (resolved ? WQBASE::network::Join(entry.addresses, " ") + "  from the " + source
+                : "unknown") +
+      times;
   printer.Print(
       "host", text,
       {{"host", host},
        {"grade", NameOf(entry.grade)},
        {"addresses",
         resolved ? Json::array(entry.addresses.begin(), entry.addresses.end()) : Json::array()},
-       {"source", SourceOf(before)},
+       {"source", source},
        {"good_seconds", entry.good_seconds},
        {"usable_seconds", entry.usable_seconds}});
   return resolved;
@@ -128,6 +143,7 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
 }  // namespace
 
 ExitCode Resolve(ResolveOptions options) {
+  const StopSignals stop;
   const DataDirectory directory(options.client);
   PrepareHttpDNS(options.client);
   Printer printer(options.client.json);
@@ -135,7 +151,7 @@ ExitCode Resolve(ResolveOptions options) {
   Resolver resolver(options.client);
   std::map<std::string, Resolver::Entry> before;
   for (const std::string& host : options.hosts) before[host] = resolver.Find(family, host);
-  resolver.Query(family, options.hosts, std::chrono::duration<double>(options.wait_seconds));
+  resolver.Query(family, options.hosts, std::chrono::duration<double>(options.wait_seconds), stop);
   bool all = true;
   for (const std::string& host : options.hosts) {
     all = PrintHost(printer, host, before[host], resolver.Find(family, host)) && all;

@@ -1,7 +1,7 @@
 #include <chrono>
-#include <cstdint>
 
 #include "tools/cli/client.h"
+#include "tools/cli/client_files.h"
 #include "tools/cli/commands.h"
 
 namespace tarvel_cli {
@@ -10,11 +10,6 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;
 
-void PrintLinks(Client& client, int count) {
-  const std::int32_t all = client.CountLinks();
-  for (int i = 0; i < (count > 0 ? count : all); ++i) client.PrintNextLink();
-}
-
 // Until the user wants to stop.
 void Follow(Client& client, const RunOptions& options) {
   for (;;) {
@@ -22,7 +17,7 @@ void Follow(Client& client, const RunOptions& options) {
       case Client::Event::kStop:
         return;
       case Client::Event::kUpdate:
-        if (client.is_fresh()) PrintLinks(client, options.take);
+        if (client.is_fresh()) client.PrintLinks(options.take);
         break;
       case Client::Event::kTimeOut:
         client.PrintNextLink();
@@ -33,18 +28,20 @@ void Follow(Client& client, const RunOptions& options) {
 }  // namespace
 
 ExitCode Run(RunOptions options) {
+  const StopSignals stop;
   const DataDirectory directory(options.client);
   PrepareHttpDNS(options.client);
   Printer printer(options.client.json);
-  Client client(options.client, printer);
+  Client client(options.client, stop, printer);
   client.PrintNextLink();
   if (options.follow) {
     Follow(client, options);
     return kDone;
   }
-  const Client::Event event = client.Wait(Seconds(options.wait_seconds));
-  if (event == Client::Event::kStop) return kDone;
-  PrintLinks(client, options.take);
+  if (client.Wait(Seconds(options.wait_seconds)) == Client::Event::kTimeOut) {
+    printer.Print("timeout", kNoUpdate, {});
+  }
+  client.PrintLinks(options.take);
   client.AwaitExceptionRecords();
   return client.is_fresh() ? kDone : kNoFreshAnswer;
 }

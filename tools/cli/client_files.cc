@@ -1,0 +1,75 @@
+#include "tools/cli/client_files.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+#include "network/curl_requestor.h"
+#include "tarvel/environment/environment_config.h"
+
+namespace tarvel_cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void TrustOnly(const std::string& pem_file) {
+  if (ReadFile(pem_file).find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
+    throw std::runtime_error("--trust: no certificate in " + pem_file);
+  }
+  WQBASE::network::TrustAuthoritiesOf(pem_file);
+}
+
+// Private, as all files of the library.
+void WritePrivateFile(const fs::path& path, const std::string& content) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+  file << content;
+  if (!file.flush()) throw std::runtime_error("can't write " + path.string());
+}
+
+}  // namespace
+
+DataDirectory::DataDirectory(ClientOptions& options) {
+  if (options.data.empty()) {
+    std::string name = fs::temp_directory_path() / "tarvel-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("can't make a directory " + name);
+    options.data = own_ = name;
+    return;
+  }
+  std::error_code error;
+  fs::create_directories(options.data, error);
+  if (error || access(options.data.c_str(), W_OK | X_OK) != 0) {
+    throw std::runtime_error("--data: nothing can be kept in " + options.data);
+  }
+}
+
+DataDirectory::~DataDirectory() {
+  std::error_code ignored;
+  if (!own_.empty()) fs::remove_all(own_, ignored);
+}
+
+void PrepareHttpDNS(const ClientOptions& options) {
+  if (!options.trust_store.empty()) TrustOnly(options.trust_store);
+  if (options.httpdns_cache.empty()) return;
+  const auto config = std::make_shared<zo_tarvel::_EnvironmentConfig>();
+  config->Load(EnvironmentSettings(options));
+  const fs::path directory = config->appdata_path() + "http_dns/";
+  fs::create_directories(directory);
+  // Read first: it may be the very file.
+  const std::string servers = ReadFile(options.httpdns_cache);
+  WritePrivateFile(directory / "http_server_cache.data", servers);
+}
+
+}  // namespace tarvel_cli

@@ -1,0 +1,31 @@
+#include "tools/cli/stop_signals.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+namespace tarvel_cli {
+
+StopSignals::StopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  fd_ = signalfd(-1, &signals, SFD_CLOEXEC);
+  if (fd_ < 0) throw std::runtime_error("no descriptor for signals");
+}
+
+StopSignals::~StopSignals() { close(fd_); }
+
+// Nobody reads the signal, so it stays.
+bool StopSignals::Await(std::chrono::milliseconds limit) const {
+  pollfd waited{fd_, POLLIN, 0};
+  return poll(&waited, 1, static_cast<int>(limit.count())) == 1;
+}
+
+}  // namespace tarvel_cli

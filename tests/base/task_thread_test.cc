@@ -55,18 +55,21 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
 
 TEST(TaskThreadRepetitionTest, RunsAsOftenAsAsked) {
   // The times, and the run that posts, with the same delay, a task that looks at the count.
-  const std::pair<std::int32_t, int> cases[] = {{0, 1}, {1, 1}, {3, 3}, {INT32_MIN, 5}};
-  for (const auto& [times, asks_in] : cases) {
+  const struct {
+    std::int32_t times;
+    int asks_in;
+  } rows[] = {{0, 1}, {1, 1}, {3, 3}, {INT32_MIN, 5}};
+  for (const auto& row : rows) {
     int runs = 0, runs_seen = 0;
     Event seen;
     ScopedTaskThread thread;
     const auto repeated = [&] {
-      if (++runs == asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
+      if (++runs == row.asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
     };
-    thread->PostLoopTask(1, repeated, times);
+    thread->PostLoopTask(1, repeated, row.times);
     thread->Start();
     EXPECT_TRUE(seen.Await());
-    EXPECT_EQ(runs_seen, asks_in + (times < 0 ? 1 : 0)) << "with times " << times;
+    EXPECT_EQ(runs_seen, row.asks_in + (row.times < 0 ? 1 : 0)) << "with times " << row.times;
   }
 }
 

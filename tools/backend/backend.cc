@@ -5,10 +5,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "tools/backend/client_socket.h"
@@ -61,7 +61,7 @@ Backend::Backend(std::string answers_file, const Certificates* certificates,
                               : (server_->bind_to_port(address, port) ? port : -1);
   if (bound < 0) {
     throw std::runtime_error("can't listen on " + AuthorityOf(address, port) + ": " +
-                             std::strerror(errno));
+                             std::generic_category().message(errno));
   }
   url_ = (certificates == nullptr ? "http://" : "https://") + AuthorityOf(address, bound);
   listener_ = std::thread([this] {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -9,7 +10,6 @@
 #include "base/json11.h"
 #include "base/log.h"
 #include "base/read_number.h"
-#include "base/saturated_cast.h"
 #include "base/text_of.h"
 #include "base/utf8.h"
 #include "tarvel/environment/deployment_defaults.h"
@@ -36,6 +36,7 @@ constexpr char kExpiredTime[] = "expired_time";
 // When the list of servers is asked for, in milliseconds. A list that ends within the slack counts
 // as ended; one that lives for weeks is looked at every day all the same.
 constexpr std::int64_t kLongestFirstDelay = 86'400'000;
+constexpr std::int64_t kLongestDelay = std::numeric_limits<std::int32_t>::max();  // Of a timer.
 constexpr std::int64_t kExpirySlack = 2'000;
 constexpr std::int32_t kDelayOfExpired = 50;
 // A failure is tried again after as many minutes as there were failures in a row, up to five.
@@ -224,10 +225,10 @@ void HttpDNSManager::OnServers(const std::string& body) {
   const HttpDNSServiceAnswer answer = ReadSResponse(body);
   const bool only_https = OnlyHttps();
   const auto store_unless_empty = [this](const char* key, const Json& list) {
-    std::string text = list.dump();
+    const std::string text = list.dump();
     // Text that is no UTF-8 would keep the whole file from being saved.
     if (ReadServers(list, false).empty() || !zo_base::IsUtf8(text)) return;
-    server_cache_file.Set(key, std::move(text));
+    server_cache_file.Set(key, text);
   };
   server_cache_file.Set(kHost, answer.host);
   server_cache_file.Set(kTtl, std::to_string(answer.ttl_ms));
@@ -238,7 +239,8 @@ void HttpDNSManager::OnServers(const std::string& body) {
   server_list.SetServers(answer.host, ReadServers(answer.ipv4, only_https),
                          ReadServers(answer.ipv6, only_https));
   ZO_LOG << "[http dns] Update success ttl : " << answer.ttl_ms << " ms";
-  ReloadAfter(zo_base::SaturatedCast<std::int32_t>(answer.ttl_ms), "[http dns] Update S (success)");
+  ReloadAfter(static_cast<std::int32_t>(std::min(answer.ttl_ms, kLongestDelay)),
+              "[http dns] Update S (success)");
 }
 
 }  // namespace zo_tarvel

@@ -6,10 +6,11 @@
 #include <exception>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "base/read_number.h"
 #include "tools/backend/answers_file.h"
 #include "tools/backend/backend.h"
 #include "tools/backend/certificate.h"
@@ -36,12 +37,15 @@ struct Authority {
 
 // Reads "127.0.0.1:8080" or "[::1]:8080".
 std::optional<Authority> ReadAuthority(const std::string& text) {
-  static const std::regex kAuthority(R"((?:\[([^\]]+)\]|([^:\[\]]+)):(\d{1,5}))");
-  std::smatch parts;
-  if (!std::regex_match(text, parts, kAuthority)) return std::nullopt;
-  const int port = std::stoi(parts[3]);
-  if (port > kHighestPort) return std::nullopt;
-  return Authority{parts[1].matched ? parts[1] : parts[2], port};
+  const auto colon = text.rfind(':');
+  if (colon == std::string::npos || colon == 0) return std::nullopt;
+  const bool has_brackets = text.front() == '[' && text[colon - 1] == ']';
+  const std::string address = has_brackets ? text.substr(1, colon - 2) : text.substr(0, colon);
+  const int port = zo_base::ReadNumber(std::string_view(text).substr(colon + 1), -1);
+  const bool is_plain = address.find_first_of("[]") == std::string::npos &&
+                        (has_brackets || address.find(':') == std::string::npos);
+  if (address.empty() || !is_plain || port < 0 || port > kHighestPort) return std::nullopt;
+  return Authority{address, port};
 }
 
 // What is wrong with a value on the command line; empty when it is right.

@@ -167,8 +167,7 @@ TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
     namespace fs = std::filesystem;
     return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
   };
-  const auto before = threads();
-  for (int life = 0; life < 300; ++life) {
+  const auto live = [] {
     StartTarvelEnvironment(TestSettings());
     FakeLBSService* const service = FakeLBSService::StartOne();
     service->PostTask([service] { service->PostTask([] {}); });
@@ -177,8 +176,14 @@ TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
         1, [] {}, -1);
     GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
     ExitTarvelEnvironment(1);
-  }
-  EXPECT_EQ(threads(), before);
+  };
+  live();  // A sanitizer's own thread comes with the first one of the library.
+  const auto before = threads();
+  for (int life = 0; life < 300; ++life) live();
+  // One that was joined may be seen a little longer.
+  for (int i = 0; i < 1'000 && threads() > before; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_LE(threads(), before);
 }
 
 std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& settings) {

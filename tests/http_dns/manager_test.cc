@@ -221,7 +221,7 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
                             {"b", entry("192.0.2.2", kNow - 1)},
                             {"broken", "["},
                             {"evil", entry("evil.example", kNow + 3'600'000)}}));
-  Query({"a", "b", "c", "evil"});
+  Query({"a", "b", "c", "evil", "n&o=t", "d e"});  // The last two can't be asked for.
   ASSERT_EQ(sent_.size(), 2U);
   EXPECT_THAT(results_, IsEmpty());
   const auto sync = sent_[0], async = sent_[1];

@@ -127,7 +127,7 @@ TEST(SecondTryTest, IsTheLastAndHasOneResult) {
                               {{"t", R"(["127.0.0.1", "1.2.3.4/evil", "evil.invalid"])"}}, false);
     EXPECT_THAT(outcome.tried, ElementsAre("http://t" + port, "http://127.0.0.1:1/", no_host,
                                            "http://127.0.0.1" + port));
-    EXPECT_TRUE(RecordedLog::Texts("[multiple] -- e").empty());
+    EXPECT_TRUE(RecordedLog::Texts("[http dns] Begin query hosts`s ips").empty());
     EXPECT_EQ(outcome.result, "bad no");
     EXPECT_EQ(server.requests().size(), 1U);
     EXPECT_EQ(server.requests()[0].header("Host"), "t");

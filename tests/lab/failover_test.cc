@@ -62,33 +62,35 @@ class Story {
   std::vector<Json> events_;
 };
 
-void ExpectFailover(const std::function<void(Lab&)>& fail, const std::string& good_url,
-                    double waits) {
+struct Row {
+  const char* what;
+  std::function<void(Lab&)> fail;
+  std::string good_url;
+  double waits;  // Seconds, at least.
+};
+
+void ExpectFailover(const Row& row) {
+  SCOPED_TRACE(row.what);
   EXPECT_GOOD_CHILD([&] {
     if (!NameServer::IsInstalled() || !EnterPrivateNetwork("nameserver 127.0.0.1\n")) {
       return kNotPermitted;
     }
     Lab lab(BACKEND);
-    fail(lab);
+    row.fail(lab);
     const Story story(lab);
     EXPECT_EQ(story.status(), 0);
-    EXPECT_EQ(story.GoodUrl(), good_url);
+    EXPECT_EQ(story.GoodUrl(), row.good_url);
     const Json answer = story.First("answer");
     EXPECT_EQ(answer["response"]["common"]["name"].string_value(), "lab");
-    EXPECT_GE(answer["seconds"].number_value(), kUpdateBegins + waits);
-    EXPECT_LE(answer["seconds"].number_value(), kUpdateBegins + waits + kSlack);
+    EXPECT_GE(answer["seconds"].number_value(), kUpdateBegins + row.waits);
+    EXPECT_LE(answer["seconds"].number_value(), kUpdateBegins + row.waits + kSlack);
     return 0;
   });
 }
 
 TEST(FailoverTest, PassesAnLBSHostThatFails) {
   const std::string second = Lab::UrlOf(Lab::kSecond);
-  const struct {
-    const char* what;
-    std::function<void(Lab&)> fail;
-    std::string good_url;
-    double waits;
-  } rows[] = {
+  const Row rows[] = {
       {"nothing fails", [](Lab&) {}, Lab::UrlOf(Lab::kFirst), 0},
       {"cut off", [](Lab& lab) { lab.CutOff(Lab::kFirst); }, second, kHeadStart},
       {"killed", [](Lab& lab) { lab.Kill(Lab::kFirst); }, second, 0},
@@ -100,22 +102,14 @@ TEST(FailoverTest, PassesAnLBSHostThatFails) {
       {"is slow", [](Lab& lab) { lab.SetFault(Lab::kFirst, R"("delay_ms": 1200)"); }, second,
        kHeadStart},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    ExpectFailover(row.fail, row.good_url, row.waits);
-  }
+  for (const Row& row : rows) ExpectFailover(row);
 }
 
 TEST(FailoverTest, GoesToAddressesWhenNamesLeadNowhere) {
   const auto on = [](Lab::Host host) {
     return "https://" + Lab::AddressOf(host) + "/lbs/conf.jsp";
   };
-  const struct {
-    const char* what;
-    std::function<void(Lab&)> fail;
-    std::string good_url;
-    double waits;
-  } rows[] = {
+  const Row rows[] = {
       {"names are poisoned", [](Lab& lab) { lab.PoisonNames(); }, on(Lab::kFirst), 0},
       {"the name server is gone", [](Lab& lab) { lab.SilenceNameServer(); }, on(Lab::kFirst), 0},
       {"a wrong certificate at the first address",
@@ -131,10 +125,7 @@ TEST(FailoverTest, GoesToAddressesWhenNamesLeadNowhere) {
        },
        on(Lab::kSecond), kHeadStart},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    ExpectFailover(row.fail, row.good_url, row.waits);
-  }
+  for (const Row& row : rows) ExpectFailover(row);
 }
 
 }  // namespace

@@ -58,8 +58,10 @@ std::string Describe(const zo_tarvel::TarvelExceptionExtension& failure) {
 
 }  // namespace
 
-Client::Client(const ClientOptions& options, const StopSignals& stop, Printer& printer)
-    : stop_(stop), printer_(printer), update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
+Client::Client(const ClientOptions& options, CommandScope& scope)
+    : stop_(scope.stop),
+      printer_(scope.printer),
+      update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
   if (update_fd_ < 0) throw std::runtime_error("no descriptor for updates");
   const auto lbs_settings = LBSSettings(options);
   id_ = zo_tarvel::StartTarvelEnvironment(EnvironmentSettings(options));
@@ -106,6 +108,14 @@ Client::Event Client::Wait(std::chrono::duration<double> limit) {
   is_fresh_ = codes_.front() == kFresh;
   codes_.pop_front();
   return Event::kUpdate;
+}
+
+void Client::AwaitFirstUpdate(std::chrono::duration<double> limit) {
+  if (Wait(limit) != Event::kTimeOut) return;
+  printer_.Print("timeout",
+                 "no update has ended: the active answer still lives, nobody could be asked, or "
+                 "nobody answers",
+                 {});
 }
 
 void Client::AwaitExceptionRecords() {

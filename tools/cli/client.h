@@ -12,23 +12,17 @@
 #include <string>
 #include <utility>
 
-#include "tools/cli/client_options.h"
-#include "tools/cli/printer.h"
-#include "tools/cli/stop_signals.h"
+#include "tools/cli/command_scope.h"
 
 namespace tarvel_cli {
-
-// What is printed when the time for an update is over.
-inline constexpr char kNoUpdate[] =
-    "no update has ended: the active answer still lives, nobody could be asked, or nobody answers";
 
 // An environment for the length of a scope, which prints what the library tells it.
 //
 // Threads: the owner's; the library calls back on its own. There is one at a time.
 class Client {
  public:
-  // Throws when there is none to be had. All three outlive this.
-  Client(const ClientOptions& options, const StopSignals& stop, Printer& printer);
+  // Throws when there is none to be had. `scope` outlives this.
+  Client(const ClientOptions& options, CommandScope& scope);
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
@@ -42,6 +36,8 @@ class Client {
   // Waits until an update has ended or the user wants to stop. Each update that has ended is told
   // of by one call.
   Event Wait(std::chrono::duration<double> limit);
+  // The same for the first update. Says so when the time is over.
+  void AwaitFirstUpdate(std::chrono::duration<double> limit);
   // Whether the last update that Wait told of brought a fresh answer.
   bool is_fresh() const { return is_fresh_; }
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "base/whole_file.h"
 #include "network/curl_requestor.h"
 #include "tarvel/environment/environment_config.h"
 
@@ -19,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Through links, too: the path is the user's own.
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -29,14 +31,6 @@ void TrustOnly(const std::string& pem_file) {
     throw std::runtime_error("--trust: no certificate in " + pem_file);
   }
   WQBASE::network::TrustAuthoritiesOf(pem_file);
-}
-
-// Private, as all files of the library.
-void WritePrivateFile(const fs::path& path, const std::string& content) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
-  file << content;
-  if (!file.flush()) throw std::runtime_error("can't write " + path.string());
 }
 
 }  // namespace
@@ -67,9 +61,10 @@ void PrepareHttpDNS(const ClientOptions& options) {
   config->Load(EnvironmentSettings(options));
   const fs::path directory = config->appdata_path() + "http_dns/";
   fs::create_directories(directory);
-  // Read first: it may be the very file.
-  const std::string servers = ReadFile(options.httpdns_cache);
-  WritePrivateFile(directory / "http_server_cache.data", servers);
+  const fs::path file = directory / "http_server_cache.data";
+  if (!zo_base::ReplaceWholeFile(file, ReadFile(options.httpdns_cache))) {
+    throw std::runtime_error("can't write " + file.string());
+  }
 }
 
 }  // namespace tarvel_cli

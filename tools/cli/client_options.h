@@ -21,7 +21,7 @@ struct ClientOptions {
   int timeout_ms = 7'000;     // Of one URL.
   int next_after_ms = 2'000;  // Until the next URL is tried beside a slow one.
   bool no_httpdns = false;
-  std::string httpdns_cache;  // File of servers to begin with; empty for the library's own.
+  std::string httpdns_cache;  // File of servers to use; empty for the library's own.
   std::string trust_store;    // PEM file; empty for the system's.
   std::string data;           // Directory; empty for one that goes at the end.
   std::string log_dir;

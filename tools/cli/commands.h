@@ -12,7 +12,7 @@ enum ExitCode {
   kDone = 0,
   kFailed = 1,         // Standard error says why.
   kUsageError = 2,     // The command line isn't right.
-  kNoFreshAnswer = 3,  // No LBS server has answered: what was printed is older, or local.
+  kNoFreshAnswer = 3,  // What was printed is older than this run, or local.
   kUnresolved = 4,     // At least one host has no address.
 };
 

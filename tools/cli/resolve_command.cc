@@ -14,10 +14,8 @@
 #include "network/text.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
-#include "tools/cli/client_files.h"
+#include "tools/cli/command_scope.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/printer.h"
-#include "tools/cli/stop_signals.h"
 
 namespace tarvel_cli {
 
@@ -143,18 +141,16 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
 }  // namespace
 
 ExitCode Resolve(ResolveOptions options) {
-  const StopSignals stop;
-  const DataDirectory directory(options.client);
-  PrepareHttpDNS(options.client);
-  Printer printer(options.client.json);
+  CommandScope scope(options.client);
   const auto family = FamilyOf(options.client);
   Resolver resolver(options.client);
   std::map<std::string, Resolver::Entry> before;
   for (const std::string& host : options.hosts) before[host] = resolver.Find(family, host);
-  resolver.Query(family, options.hosts, std::chrono::duration<double>(options.wait_seconds), stop);
+  resolver.Query(family, options.hosts, std::chrono::duration<double>(options.wait_seconds),
+                 scope.stop);
   bool all = true;
   for (const std::string& host : options.hosts) {
-    all = PrintHost(printer, host, before[host], resolver.Find(family, host)) && all;
+    all = PrintHost(scope.printer, host, before[host], resolver.Find(family, host)) && all;
   }
   return all ? kDone : kUnresolved;
 }

@@ -1,7 +1,7 @@
 #include <chrono>
 
 #include "tools/cli/client.h"
-#include "tools/cli/client_files.h"
+#include "tools/cli/command_scope.h"
 #include "tools/cli/commands.h"
 
 namespace tarvel_cli {
@@ -28,19 +28,14 @@ void Follow(Client& client, const RunOptions& options) {
 }  // namespace
 
 ExitCode Run(RunOptions options) {
-  const StopSignals stop;
-  const DataDirectory directory(options.client);
-  PrepareHttpDNS(options.client);
-  Printer printer(options.client.json);
-  Client client(options.client, stop, printer);
+  CommandScope scope(options.client);
+  Client client(options.client, scope);
   client.PrintNextLink();
   if (options.follow) {
     Follow(client, options);
     return kDone;
   }
-  if (client.Wait(Seconds(options.wait_seconds)) == Client::Event::kTimeOut) {
-    printer.Print("timeout", kNoUpdate, {});
-  }
+  client.AwaitFirstUpdate(Seconds(options.wait_seconds));
   client.PrintLinks(options.take);
   client.AwaitExceptionRecords();
   return client.is_fresh() ? kDone : kNoFreshAnswer;

@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/text_of.h"
 #include "network/text.h"
+#include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 
@@ -89,8 +90,8 @@ HttpDNSManager::CacheReport HttpDNSManager::CheckCache(const Query& query, bool 
       continue;
     } else if (grade == HttpDNSGrade::kStale) {
       report.result[host] = std::move(addresses);
-      report.async_hosts.push_back(host);
-    } else {
+      if (CanBeAskedFor(host)) report.async_hosts.push_back(host);
+    } else if (CanBeAskedFor(host)) {
       report.sync_hosts.push_back(host);
     }
   }

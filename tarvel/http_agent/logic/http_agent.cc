@@ -12,7 +12,6 @@
 #include "network/ip_address.h"
 #include "network/url.h"
 #include "tarvel/environment/exception_reporter_interface.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/logic/internet_reachability.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
 #include "tarvel/http_agent/logic/statistic_report.h"
@@ -189,8 +188,7 @@ HttpAgent::NamedUrls HttpAgent::NamedUrlsOf(const MultipleURLHttpRequest& reques
   std::set<std::string> seen;  // A list can be as long as a server likes.
   for (const auto& entry : request.urls) {
     const std::string host = GetHost(entry.url, false);
-    const bool can_be_asked = CanBeAskedFor(host) && !WQBASE::network::IsIPAddress(host);
-    if (!can_be_asked || !seen.insert(entry.url).second) continue;
+    if (WQBASE::network::IsIPAddress(host) || !seen.insert(entry.url).second) continue;
     auto& urls = named.urls[host];
     if (urls.empty()) named.hosts.push_back(host);
     urls.push_back(entry.url);

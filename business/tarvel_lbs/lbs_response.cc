@@ -73,11 +73,12 @@ bool LBSResponse::CheckCache(const LBSSettings& settings) const {
 }
 
 bool LBSResponse::GenerateLocalResponse(const LBSSettings& settings, bool save) {
-  store.Clear(true);
+  // Only in memory: whoever reads the file finds the old answer or the new one. And the file isn't
+  // read back, since another process may have written it meanwhile.
+  store.Clear(false);
   SetResponse(LocalAnswer(settings), settings.lbs_main_addr, std::to_string(settings.addr_family));
   store.Set(lbs_key::kRuntimeLBS, settings.lbs_main_addr);
-  // What couldn't be saved must not come back from the file as it was before.
-  if (save && store.Save()) store.Reload();
+  if (save) store.Save();
   return true;
 }
 

@@ -145,9 +145,9 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   std::shared_ptr<CountTimerInvoker> Invoker() ZO_EXCLUDES(values_lock);
 
   const zo_base::WallClock wall_clock;
-  std::atomic<bool> updatting_lbs_{false};  // A request is in flight.
-  // The flag above stands, but no request will take it down.
-  std::atomic<bool> no_request_in_flight_{false};
+  std::atomic<bool> updatting_lbs_{false};  // An update is under way, or stuck without a URL.
+  // Updates that were begun and have not ended: without one, nothing will clear the flag above.
+  std::atomic<std::int32_t> updates_in_flight_{0};
   std::atomic<bool> initd{false};
 
   zo_base::_thread_recursive_mutex init_lock;

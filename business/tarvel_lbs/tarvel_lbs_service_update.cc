@@ -93,12 +93,13 @@ void ZOTarvelLBSServiceImpl::OnTtlExhausted() {
 
 void ZOTarvelLBSServiceImpl::UpdateLBS(zo_net::AddressFamily family, bool force) {
   ZO_LOG << "[lbs]UpdateLBS force = " << TextOf(force) << " AddressFamily:" << family;
+  ++updates_in_flight_;  // First: who finds the flag set and nothing in flight doesn't wait.
   // A forced update may overlap one in flight.
   if (updatting_lbs_.exchange(true) && !force) {
+    --updates_in_flight_;
     ZO_LOG << "[lbs]UpdateLBS updatting_lbs_ = true,return";
     return;
   }
-  no_request_in_flight_ = false;
   ZO_LOG << "[lbs]UpdateLBS set updatting = true";
   const auto config = GetEnvironmentConfig();
   UpdateRequest update{family, config == nullptr ? std::string() : config->GetBusinessToken()};
@@ -110,15 +111,15 @@ void ZOTarvelLBSServiceImpl::SendRequest(const UpdateRequest& update) {
   if (config == nullptr) {
     ZO_LOG << "[lbs]UpdateLBS environment empty";
     updatting_lbs_ = false;
+    --updates_in_flight_;
     return;
   }
   const MultipleURLHttpRequest request = MakeRequest(update, *config);
   if (request.urls.empty()) {
     ZO_LOG << "[lbs] LBS addr url list empty!";
-    no_request_in_flight_ = true;
+    --updates_in_flight_;
     return;
   }
-  no_request_in_flight_ = false;
   ZO_LOG << "[lbs] Begin update LBS";
   InvokeHttpRequest(request, true);
 }
@@ -155,7 +156,10 @@ MultipleURLHttpRequest ZOTarvelLBSServiceImpl::MakeRequest(const UpdateRequest& 
   };
   request.result_callback = [weak, update](bool stop, bool success, const std::string&,
                                            const std::string& body) {
-    if (const auto living = weak.lock()) living->OnUpdateEnd(update, stop, success, body);
+    const auto living = weak.lock();
+    if (living == nullptr) return;
+    living->OnUpdateEnd(update, stop, success, body);
+    --living->updates_in_flight_;
   };
   return request;
 }
@@ -178,6 +182,10 @@ std::vector<UrlEntry> ZOTarvelLBSServiceImpl::MakeUrlEntries(const UpdateRequest
   query.client_type = config.client_type();
   query.addr_family = addr_family;
   ZO_LOG << "[lbs]Make param id : " << query.account_id;
+  auto entries = MakeLBSUrlEntries(addresses, query.ToText());
+  if (!entries.empty()) return entries;
+  // The answer that is active names nobody who can be asked. It must not be the last one.
+  addresses.urls = {settings.lbs_main_addr};
   return MakeLBSUrlEntries(addresses, query.ToText());
 }
 
@@ -280,7 +288,7 @@ void ZOTarvelLBSServiceImpl::TellClient(bool success) {
 void ZOTarvelLBSServiceImpl::AwaitUpdate() {
   if (zo_base::OnLibraryThread()) return;
   const auto may_end = [this] {
-    return !no_request_in_flight_ && IsRunning() && !IsStopping() && GetEnvironmentConfig();
+    return updates_in_flight_ > 0 && IsRunning() && !IsStopping() && GetEnvironmentConfig();
   };
   while (updatting_lbs_ && may_end()) std::this_thread::sleep_for(kUpdatePoll);
 }

@@ -4,7 +4,9 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 
+#include "base/whole_file.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 #include "tarvel/environment/lbs_service_factory.h"
@@ -174,6 +176,31 @@ TEST_F(LBSCacheTest, StartsFromAnAnswerOfItsOwnEvenWhenNothingCanBeSaved) {
                               R"("zebdl": "http://storage.tarvel.invalid", )"
                               R"("zebdls": ["http://storage.tarvel.invalid"]}})")
         << row.family;
+  }
+}
+
+// As a second process does that starts at the same time, over and over.
+TEST_F(LBSCacheTest, GoesOnWithItsOwnAnswerWhateverOthersWriteAndNeverEmptiesTheFile) {
+  Restart();
+  const std::string path = CachePath();
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  const std::string others = nlohmann::json({{"lbs_rsp", Answer("others")},
+                                             {"root_lbs_addr", "https://others"},
+                                             {"runntime_lbs", "https://others"}})
+                                 .dump();
+  std::jthread other_process([&](const std::stop_token& stop) {
+    for (bool writes = true; !stop.stop_requested(); writes = !writes) {
+      if (writes) zo_base::ReplaceWholeFile(path, others);
+      EXPECT_NE(ReadFile(path), "{}");
+    }
+  });
+  Serve({Answer("fresh")});
+  for (int start = 0; start < 50; ++start) {
+    Init();
+    EXPECT_EQ(NextLink(), "192.0.2.9 9 1");
+    EXPECT_EQ(Update(), "200 " + Answer("fresh"));
+    object()->ReleaseLBSService();
+    zo_base::ReplaceWholeFile(path, others);
   }
 }
 

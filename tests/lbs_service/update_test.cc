@@ -153,6 +153,21 @@ TEST_F(LBSServiceTest, WalksThroughTheBackupsOfTheSettingsAndThenThoseOfTheAnswe
                           "200 " + other.url(kPath) + query + " " + Answer("other")));
 }
 
+TEST_F(LBSServiceTest, GoesBackToTheUrlOfTheSettingsWhenTheAnswerNamesNobodyToAsk) {
+  for (const std::string lbs : {"mailto:lbs@lbs.test", "http://[2001:db8::1]/lbs/conf.jsp"}) {
+    const std::string dead_end = Answer("dead end", R"("lbs":")" + lbs + R"(",)");
+    Serve({dead_end, dead_end, Answer("fresh")});
+    Restart();
+    Init();
+    EXPECT_EQ(Update(), "200 " + dead_end);
+    EXPECT_EQ(Update(), "200 " + dead_end);
+    object()->ReleaseLBSService();
+    Init();
+    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), "dead end");
+    EXPECT_EQ(Update(), "200 " + Answer("fresh"));
+  }
+}
+
 TEST_F(LBSServiceTest, AsksOverHttpsOnlyWhenToldSo) {
   environment_settings_.only_https_supported = 1;
   Restart();
@@ -263,6 +278,8 @@ TEST_F(LBSServiceTest, WaitsForTheUpdateUnderWayWhenTheClientWantsItsAnswer) {
   Init();
   service()->Update(kEMAddressFamilyAny, true);
   EXPECT_TRUE(asked_.Await());
+  service()->Update(kEMAddressFamilyIPv6, true);  // Ends without a request.
+  EXPECT_TRUE(RecordedLog::Await("[lbs] LBS addr url list empty!"));
   auto waiting = std::async(std::launch::async, [this] { return Response(); });
   EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   EXPECT_THAT(Response(true), HasSubstr("generated locally"));

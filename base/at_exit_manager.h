@@ -55,7 +55,7 @@ class _AtExitManager final : public IAtExitManager<Tag> {
     return {std::move(created), true};
   }
 
-  // The living manager, or null.
+  // The living manager, or null. First called while the image is loaded.
   static std::shared_ptr<_AtExitManager> LivingManager() {
     Reference& reference = LivingReference();
     MutexLock lock(reference.lock);
@@ -73,6 +73,7 @@ class _AtExitManager final : public IAtExitManager<Tag> {
   static Reference& LivingReference() {
     static NoDestructor<Reference> reference;
     static const bool registered = [] {
+      OnForkedChild([] { reference.Renew(); });
       OnProcessExitOrUnload([] {
         if (InForkedChild()) return;
         MutexLock lock(reference->lock);

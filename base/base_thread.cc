@@ -6,6 +6,8 @@
 #include <system_error>
 #include <utility>
 
+#include "base/library_call.h"
+
 namespace zo_base {
 namespace {
 
@@ -84,9 +86,15 @@ void BaseThread::RunThreadMain() {
   }
   SetNativeThreadName(name);
   running.store(true, std::memory_order_release);
-  OnThreadBegin();
+  {
+    const LibraryCall call;
+    OnThreadBegin();
+  }
   proc();
-  OnThreadEnd();
+  {
+    const LibraryCall call;
+    OnThreadEnd();
+  }
   running.store(false, std::memory_order_release);
   ClearThreadInfo();
   ended.store(true, std::memory_order_release);

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/library_call.h"
+
 namespace zo_base {
 
 // Severities; the lower, the more severe.
@@ -35,7 +37,8 @@ class ITQlogWriter {
   virtual void Write(std::int32_t level, const std::string& text) = 0;
 };
 
-// Hands each record to a function of the client, whatever its level, on the thread that logs.
+// Hands each record to a function of the client, whatever its level, on the thread that logs. What
+// that function asks of the library while locks may be held, see LibraryCall.
 class TarvelCustomLog final : public ITQlogWriter {
  public:
   using Function = void (*)(const char* line);
@@ -44,7 +47,10 @@ class TarvelCustomLog final : public ITQlogWriter {
 
   std::string_view GetIdent() const override { return "ZO_TARVEL"; }
   void Write(std::int32_t, const std::string& text) override {
-    if (function_ != nullptr && !text.empty()) function_(text.c_str());
+    if (function_ == nullptr || text.empty()) return;
+    const LibraryCall call;  // Of a statement that stands in no other.
+    const LogFunctionCall in_function;
+    function_(text.c_str());
   }
 
  private:

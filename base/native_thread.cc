@@ -1,7 +1,5 @@
 #include "base/native_thread.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -23,32 +21,8 @@ constexpr std::chrono::milliseconds kPollAtExit{1};
 
 struct UnjoinedThreads {
   std::mutex lock;
-  // Guarded by `lock`.
-  std::vector<std::shared_ptr<NativeThread>> threads;
-  std::vector<std::shared_ptr<NativeThread>> of_parent;  // Kept, so that nothing destroys them.
-  pid_t process = getpid();
-
-  // In a child that was forked off, the handles of its parent's threads may stand for threads of
-  // its own by now. Called with the lock held.
-  void ForgetThoseOfTheParent() {
-    if (process == getpid()) return;
-    process = getpid();
-    of_parent.insert(of_parent.end(), threads.begin(), threads.end());
-    threads.clear();
-  }
+  std::vector<std::shared_ptr<NativeThread>> threads;  // Guarded by `lock`.
 };
-
-// Not destroyed: a thread may end while the process runs its exit handlers.
-UnjoinedThreads& Unjoined() {
-  static NoDestructor<UnjoinedThreads> unjoined;
-  return *unjoined;
-}
-
-bool AllJoined() {
-  const std::lock_guard<std::mutex> lock(Unjoined().lock);
-  Unjoined().ForgetThoseOfTheParent();
-  return Unjoined().threads.empty();
-}
 
 thread_local const NativeThread* current_thread = nullptr;
 
@@ -60,9 +34,22 @@ struct Waits {
   std::map<const NativeThread*, const NativeThread*> target_of;  // Guarded by `lock`.
 };
 
-Waits& AllWaits() {
-  static NoDestructor<Waits> waits;
-  return *waits;
+// Not destroyed: a thread may end while the process runs its exit handlers.
+struct Ends {
+  UnjoinedThreads unjoined;
+  Waits waits;
+};
+NoDestructor<Ends>& AllEnds() {
+  static NoDestructor<Ends> ends;
+  return ends;
+}
+
+UnjoinedThreads& Unjoined() { return AllEnds()->unjoined; }
+Waits& AllWaits() { return AllEnds()->waits; }
+
+bool AllJoined() {
+  const std::lock_guard<std::mutex> lock(Unjoined().lock);
+  return Unjoined().threads.empty();
 }
 
 // The calling thread's wait for another, unless that would close a circle.
@@ -97,8 +84,12 @@ class Wait {
 };
 
 struct JoinAtExit {
-  // Threads that end while this waits still need their records' key.
-  JoinAtExit() { CreateThreadInfoKey(); }
+  JoinAtExit() {
+    CreateThreadInfoKey();  // Threads that end while this waits still need their records' key.
+    AllEnds();
+    // The handles of a parent's threads may stand for threads of the child's own by then.
+    OnForkedChild([] { AllEnds().Renew(); });
+  }
   ~JoinAtExit() {
     if (InForkedChild()) return;    // The threads are not here.
     if (OnLibraryThread()) return;  // The process exits on a thread that may be in the list itself.
@@ -144,7 +135,6 @@ void JoinFinishedThreads() {
   std::vector<std::shared_ptr<NativeThread>> finished;
   {
     const std::lock_guard<std::mutex> lock(Unjoined().lock);
-    Unjoined().ForgetThoseOfTheParent();
     auto& threads = Unjoined().threads;
     const auto first_finished = std::partition(
         threads.begin(), threads.end(), [](const auto& thread) { return !thread->finished(); });

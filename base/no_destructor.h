@@ -20,6 +20,13 @@ class NoDestructor {
   T& operator*() { return *std::launder(reinterpret_cast<T*>(storage_)); }
   T* operator->() { return &**this; }
 
+  // Puts a new T in the place of the one that is there, which is left as it is: for a forked child,
+  // where a thread that is no more may have had it in hand.
+  template <class... Args>
+  void Renew(Args&&... args) {
+    ::new (static_cast<void*>(storage_)) T(std::forward<Args>(args)...);
+  }
+
  private:
   alignas(T) unsigned char storage_[sizeof(T)];
 };

@@ -22,11 +22,12 @@ class Singleton<T, Tag, true> {
   // Null when nobody holds a manager. Good while the caller knows that the manager is held.
   static T* GetInstance_WithAtExitManager() { return GetHeldInstance().get(); }
 
-  // The same, holding the manager, and so the instance, for as long as the answer lives.
+  // First called while the image is loaded. The same, holding the manager, and so the instance, for
+  // as long as the answer lives.
   static std::shared_ptr<T> GetHeldInstance() {
+    State& state = GetState();
     auto manager = _AtExitManager<Tag>::LivingManager();
     if (manager == nullptr) return nullptr;
-    State& state = GetState();
     MutexLock lock(state.lock);
     if (state.manager != manager.get()) {
       // An instance that is still there belongs to a manager on its way out, which deletes it.
@@ -48,6 +49,8 @@ class Singleton<T, Tag, true> {
   // Not destroyed: other threads may be here while the process runs its exit handlers.
   static State& GetState() {
     static NoDestructor<State> state;
+    static const bool registered = (OnForkedChild([] { state.Renew(); }), true);
+    static_cast<void>(registered);
     return *state;
   }
 

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/library_call.h"
 #include "base/steady_time.h"
 
 namespace zo_base {
@@ -173,6 +174,7 @@ void TaskThread::RunLoop() {
 }
 
 void TaskThread::RunGuarded(const Task& task) {
+  const LibraryCall call;
   task_running.store(true, std::memory_order_release);
   task();
   task_running.store(false, std::memory_order_release);
@@ -241,6 +243,7 @@ bool TaskThread::RunDelayTasks() {
   const std::int64_t earliest = earliest_delayed.load(std::memory_order_acquire);
   if (earliest == DelayedTaskQueue::kNever || SteadyMilliseconds() < earliest) return true;
 
+  const LibraryCall call;  // The tasks run under the lock.
   MutexLock lock(delayed_lock);
   const bool walked_to_the_end =
       delayed.RunDue(SteadyMilliseconds, [this](DelayedTask& entry) ZO_NO_THREAD_SAFETY_ANALYSIS {
@@ -269,6 +272,7 @@ bool TaskThread::MoreCameInAMoment() {
 
 bool TaskThread::WaitForWork() {
   if (MoreCameInAMoment()) return false;
+  const LibraryCall call;  // Idle tasks run under the lock.
   MutexLock lock(wake_lock);
   waiting.store(true, std::memory_order_release);
   const bool timed_out = WaitForWorkLocked();

@@ -37,11 +37,10 @@ void HttpClientEx::send(std::shared_ptr<HttpRequestUser> request) {
 
 void HttpClientEx::SendOnThread(const std::weak_ptr<HttpClientEx>& client,
                                 const std::shared_ptr<HttpRequestUser>& request) {
-  const auto requestor = requestor_;  // An exit in a log callback out of Send may release it.
-  if (requestor == nullptr) return;
-  requestor->Send(request, ToWeakClosure([this, client, request](const auto& response) {
-                    onHttpResponse(client, request, response);
-                  }));
+  if (requestor_ == nullptr) return;
+  requestor_->Send(request, ToWeakClosure([this, client, request](const auto& response) {
+                     onHttpResponse(client, request, response);
+                   }));
 }
 
 void HttpClientEx::RetireConnections() {

@@ -10,6 +10,7 @@
 namespace zo_tarvel {
 namespace {
 
+using zo_base::LibraryCall;
 using zo_base::MutexLock;
 
 constexpr std::string_view kNotInited = "inited=false";
@@ -33,6 +34,8 @@ ZOTarvelLBSServiceImpl::~ZOTarvelLBSServiceImpl() {
 }
 
 bool ZOTarvelLBSServiceImpl::Init(const _ZOTarvelLBSSettings& record) {
+  const LibraryCall call;
+  if (IsPutOff([record](auto& self) { self.Init(record); })) return true;
   MutexLock hold(init_lock);
   if (initd) return true;
   PrepInit(record);
@@ -108,11 +111,13 @@ void ZOTarvelLBSServiceImpl::SetLBSCallback(LBSCallback callback, void* user) {
 }
 
 void ZOTarvelLBSServiceImpl::SetAccIDGetter(AccIDGetter getter, void* user) {
+  const LibraryCall call;
   acc_id_getter.Set(getter, user);
   ZO_LOG << "[lbs]SetAccIDGetter";
 }
 
 void ZOTarvelLBSServiceImpl::SetRequestErrorCollector(RequestErrorCollector collector, void* user) {
+  const LibraryCall call;
   request_error_collector.Set(collector, user);
   ZO_LOG << "[lbs]SetRequestErrorCollector";
 }
@@ -123,6 +128,7 @@ bool ZOTarvelLBSServiceImpl::IsInitd(const char* operation) const {
 }
 
 void ZOTarvelLBSServiceImpl::CopyText(const char* operation, const char* key, char* out) const {
+  const LibraryCall call;
   if (!IsInitd(operation)) {
     CopyOut(kNotInited, out);
     return;
@@ -147,6 +153,7 @@ void ZOTarvelLBSServiceImpl::GetName(char* out) { CopyText("GetName", lbs_key::k
 void ZOTarvelLBSServiceImpl::GetDesc(char* out) { CopyText("GetDesc", lbs_key::kDesc, out); }
 
 void ZOTarvelLBSServiceImpl::GetLBSResponse(bool no_wait, char* out) {
+  const LibraryCall call;
   // An exit during the wait lets go of this object.
   const auto self = shared_from_this<ZOTarvelLBSServiceImpl>();
   if (initd && out != nullptr && !no_wait) AwaitUpdate();

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/library_call.h"
 #include "base/recursive_mutex.h"
 #include "base/signal_slot.h"
 #include "base/task_thread.h"
@@ -97,6 +98,14 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   template <class F>
   auto Weakly(F f) {
     return zo_base::Weakly(shared_from_this<ZOTarvelLBSServiceImpl>(), std::move(f));
+  }
+
+  // In the client's log function: has `f(ZOTarvelLBSServiceImpl&)` run later, and returns true.
+  template <class F>
+  bool IsPutOff(F f) {
+    if (!zo_base::InLogFunction()) return false;
+    zo_base::RunAfterLibraryCall(Weakly(std::move(f)));
+    return true;
   }
 
   // --- Start ---

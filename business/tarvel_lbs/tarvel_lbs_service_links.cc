@@ -10,6 +10,7 @@
 namespace zo_tarvel {
 namespace {
 
+using zo_base::LibraryCall;
 using zo_base::MutexLock;
 using zo_base::TextOf;
 
@@ -39,6 +40,7 @@ std::shared_ptr<HostChooser> ZOTarvelLBSServiceImpl::LinkChooser() const {
 
 bool ZOTarvelLBSServiceImpl::GetLinkAddress(char* addr, std::int32_t* port,
                                             EMAddressFamily* family) {
+  const LibraryCall call;
   if (!IsInitd("get link address")) return false;
   MutexLock hold(lock);
   const std::int32_t wish = family == nullptr ? kEMAddressFamilyAny : *family;
@@ -59,6 +61,7 @@ bool ZOTarvelLBSServiceImpl::GetLinkAddress(char* addr, std::int32_t* port,
 
 bool ZOTarvelLBSServiceImpl::GetCurrentLinkAddress(char* addr, std::int32_t* port,
                                                    EMAddressFamily* family) {
+  const LibraryCall call;
   if (!IsInitd("get current link address")) return false;
   MutexLock hold(lock);
   const auto chooser = LinkChooser();
@@ -69,6 +72,7 @@ bool ZOTarvelLBSServiceImpl::GetCurrentLinkAddress(char* addr, std::int32_t* por
 }
 
 void ZOTarvelLBSServiceImpl::OnCurrentLinkConnectSucceed(const char* host, std::int32_t port) {
+  const LibraryCall call;
   if (!IsInitd("OnCurrentLinkConnectSucceed")) return;
   MutexLock hold(lock);
   const auto chooser = LinkChooser();
@@ -76,6 +80,7 @@ void ZOTarvelLBSServiceImpl::OnCurrentLinkConnectSucceed(const char* host, std::
 }
 
 std::int32_t ZOTarvelLBSServiceImpl::GetLinkCount() {
+  const LibraryCall call;
   if (!IsInitd("GetLinkCount")) return -1;
   MutexLock hold(lock);
   const auto chooser = LinkChooser();

@@ -48,6 +48,8 @@ void ZOTarvelLBSServiceImpl::OnBusinessTokenChanged() {
 }
 
 void ZOTarvelLBSServiceImpl::Update(EMAddressFamily family, bool force) {
+  const zo_base::LibraryCall call;
+  if (IsPutOff([family, force](auto& self) { self.Update(family, force); })) return;
   if (!IsInitd("Update")) return;
   ZO_LOG << "[lbs]Call Update force = " << TextOf(force);
   RequestUpdate(force, static_cast<zo_net::AddressFamily>(family), force);
@@ -283,10 +285,11 @@ void ZOTarvelLBSServiceImpl::TellClient(bool success) {
   }));
 }
 
-// On a thread of the library this would wait for itself, or for one that waits for it. And nobody
-// waits for what can't come any more.
+// On a thread of the library this would wait for itself, or for one that waits for it; in the
+// client's log function, for one that waits for a lock held here. And nobody waits for what can't
+// come any more.
 void ZOTarvelLBSServiceImpl::AwaitUpdate() {
-  if (zo_base::OnLibraryThread()) return;
+  if (zo_base::OnLibraryThread() || zo_base::InLogFunction()) return;
   const auto may_end = [this] {
     return updates_in_flight_ > 0 && IsRunning() && !IsStopping() && GetEnvironmentConfig();
   };

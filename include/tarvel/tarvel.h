@@ -92,9 +92,18 @@ struct _ZOTarvelEnvironmentSettings {
   char log_path[1024] = {};
   // Takes all log lines instead of a file; null for the file. Called with one whole line,
   // NUL-terminated and good during the call, on whatever thread logs, also on several at once.
-  // Locks of the library may be held then: it must not wait for another thread that calls the
-  // library. It stays across an exit: a later life started without one goes on with it and writes
-  // no file, a later life started with another one replaces it.
+  //
+  // It is called in the middle of the library's work, with locks held. So within it, a start
+  // returns 0; what changes something (ExitTarvelEnvironment, ReleaseLBSService, SetBusinessToken,
+  // NotifyNetworkChanged, Init and Update) returns at once, Init with true, and is carried out on
+  // the same thread as soon as the client's call into the library that has logged is about to
+  // return, on a thread of the library as soon as its present task has ended; GetLBSResponse
+  // doesn't wait; all else works as always. What is carried out logs lines of its own: a function
+  // that asks for more at each of them never comes to an end. It must not wait for another thread
+  // that calls the library. A process that ends in it, by exit(), leaves the environment as it is.
+  //
+  // It stays across an exit: a later life started without one goes on with it and writes no file,
+  // a later life started with another one replaces it.
   void (*custom_log)(const char* line) = nullptr;
   // Try HTTP requests also when the network looks unavailable. On, unless -1.
   std::int32_t try_http_request_on_netunav = 0;
@@ -120,9 +129,10 @@ class IZOTarvelObject;
 // down by then.
 //
 // Answers 0 when the library is being unloaded, and in a child that was forked off while an
-// environment was up: all functions are dead there. Also 0 on one of the library's own threads
-// (that is, in a callback) while another thread is in an exit, since that thread may be waiting for
-// this one, and in a callback out of a start or an exit on the same thread.
+// environment was up, or in its start or exit: all functions are dead there. Also 0 on one of the
+// library's own threads (that is, in a callback) while another thread is in an exit, since that
+// thread may be waiting for this one; in the log function; and on a thread that is in the middle of
+// an exit.
 //
 // Any thread; starts and exits run one at a time, each as a whole. Starting again after an
 // object has been given up by ExitTarvelEnvironment(1) while other starts are outstanding is a
@@ -142,7 +152,8 @@ TARVEL_API IZOTarvelObject* GetTarvelObject(int id) noexcept;
 // for its own thread. What runs on that thread ends when the callback returns, so pointers obtained
 // from the library are not to be used after the call, and the library is to be unloaded only after
 // the callback has returned. If another thread is in a start or an exit at that moment, the call
-// returns at once, and that other thread carries this exit out as well.
+// returns at once, and that other thread carries this exit out as well. A call in the log function
+// is carried out later, see `custom_log`.
 TARVEL_API void ExitTarvelEnvironment(int id) noexcept;
 
 class IZOTarvelLBSService;

@@ -5,6 +5,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "base/at_exit_manager.h"
 #include "base/forked_child.h"
@@ -36,6 +37,20 @@ std::shared_ptr<AtExitManager>& HeldAtExitManager() {
   return *held;
 }
 
+// What the client's threads may be in the middle of, or call, until the process has really ended.
+// Stopped, but never freed.
+struct KeptToTheEnd {
+  std::vector<std::shared_ptr<IZOTarvelObject>> objects;
+  std::vector<std::shared_ptr<IZOTarvelLBSService>> services;
+};
+
+void KeepToTheEnd(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
+  static zo_base::NoDestructor<KeptToTheEnd> kept;
+  kept->objects.push_back(object);
+  const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object);
+  if (impl) kept->services.push_back(impl->LBSService());
+}
+
 // A moment of the exit, on both clocks.
 struct ExitMoment {
   const std::int64_t steady_ms = zo_base::SteadyMilliseconds();
@@ -63,8 +78,8 @@ std::shared_ptr<HttpClientEx> ReplaceHttpClient(EnvironmentManagerStorage& stora
 }
 
 // Waits for the start lock. False when the calling thread must not: a thread of the library while
-// another thread is in an exit, which may be waiting for it to end; and any callback out of a start
-// or an exit.
+// another thread is in an exit, which may be waiting for it to end; and a thread that is in the
+// middle of an exit, which has called back into the client.
 bool LockForStart(EnvironmentManagerStorage& storage) ZO_TRY_ACQUIRE(true, storage.start_lock) {
   if (!zo_base::OnLibraryThread()) {
     storage.start_lock.lock();
@@ -74,7 +89,7 @@ bool LockForStart(EnvironmentManagerStorage& storage) ZO_TRY_ACQUIRE(true, stora
       std::this_thread::sleep_for(kStartLockPoll);
     }
   }
-  if (!storage.exit_in_progress && !storage.start_in_progress) return true;
+  if (!storage.exit_in_progress) return true;
   storage.start_lock.unlock();
   return false;
 }
@@ -117,9 +132,7 @@ int StartEnvironment(const _ZOTarvelEnvironmentSettings& settings) {
   if (storage == nullptr || !LockForStart(*storage)) return 0;
   EnvironmentManager(*storage).CarryOutQueuedExits();  // They are of an earlier life.
   const _ZOTarvelEnvironmentSettings copy = settings;
-  storage->start_in_progress = true;
   storage->once.Call([&] { EnvironmentManager(*storage).Start(copy); });
-  storage->start_in_progress = false;
   ++storage->start_count;
   const int id = IdOfLivingObject(*storage);
   storage->start_lock.unlock();
@@ -263,7 +276,10 @@ void EnvironmentManager::CarryOutQueuedExits() {
 void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
   if (!storage_.started) return;
   const ExitInProgress in_progress(storage_.exit_in_progress);
-  if (request.ends_process) storage_.start_count = 1;
+  if (request.ends_process) {
+    storage_.start_count = 1;
+    storage_.objects.ForEach(KeepToTheEnd);
+  }
   RemoveObject(request.id);
   if (--storage_.start_count >= 1) return;
   if (const auto by_process_exit = GetGoalkeeper().Dismiss()) {

@@ -18,15 +18,25 @@ struct StorageSlot {
   std::shared_ptr<EnvironmentManagerStorage> storage ZO_GUARDED_BY(lock);
 };
 
-StorageSlot& Slot() {
+zo_base::NoDestructor<StorageSlot>& Slot() {
   static zo_base::NoDestructor<StorageSlot> slot;
-  return *slot;
+  return slot;
 }
 
 void ReplaceStorage(std::shared_ptr<EnvironmentManagerStorage> storage) {
-  StorageSlot& slot = Slot();
+  StorageSlot& slot = *Slot();
   MutexLock lock(slot.lock);
   slot.storage.swap(storage);
+}
+
+// That of the parent stays as it is. No lock: only a start or an exit, and so no thread at this
+// moment, writes what is taken over.
+void RenewStorage() ZO_NO_THREAD_SAFETY_ANALYSIS {
+  static zo_base::NoDestructor<std::shared_ptr<EnvironmentManagerStorage>> of_parent;
+  of_parent.Renew(Slot()->storage);
+  Slot().Renew();
+  Slot()->storage = std::make_shared<EnvironmentManagerStorage>();
+  Slot()->storage->custom_log = (*of_parent)->custom_log;
 }
 
 std::shared_ptr<zo_base::ITQlogWriter> CustomLog() {
@@ -39,6 +49,8 @@ std::shared_ptr<zo_base::ITQlogWriter> CustomLog() {
 // The storage lives from the load of the image to its unload.
 struct StorageLifetime {
   StorageLifetime() {
+    zo_base::GetLogWriter();  // Makes what a fork must find made.
+    zo_base::OnForkedChild(RenewStorage);
     ReplaceStorage(std::make_shared<EnvironmentManagerStorage>());
     zo_base::SetCustomLogGetter(CustomLog);
     SetHttpClientGetter(GetHttpClient);
@@ -53,7 +65,7 @@ const StorageLifetime storage_lifetime;
 
 std::shared_ptr<EnvironmentManagerStorage> GetStorage() {
   if (zo_base::InForkedChild()) return nullptr;
-  StorageSlot& slot = Slot();
+  StorageSlot& slot = *Slot();
   MutexLock lock(slot.lock);
   return slot.storage;
 }

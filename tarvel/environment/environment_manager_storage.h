@@ -42,8 +42,6 @@ struct EnvironmentManagerStorage {
 
   // An exit is being carried out, by the holder of `start_lock`: it may be joining threads.
   std::atomic<bool> exit_in_progress{false};
-  // The start sequence runs; seen by its own thread only, in a callback out of it.
-  bool start_in_progress ZO_GUARDED_BY(start_lock) = false;
   ExitQueue exits;
 };
 

@@ -2,18 +2,32 @@
 
 #include <memory>
 
+#include "base/library_call.h"
 #include "tarvel/environment/environment_manager.h"
 #include "tarvel/environment/exception_data_reporter.h"
 
 namespace zo_tarvel {
 
+using zo_base::LibraryCall;
+
 int StartTarvelEnvironment(const _ZOTarvelEnvironmentSettings& settings) noexcept {
-  return StartEnvironment(settings);
+  const LibraryCall call;
+  return zo_base::InLogFunction() ? 0 : StartEnvironment(settings);
 }
 
-IZOTarvelObject* GetTarvelObject(int id) noexcept { return FindObject(id); }
+IZOTarvelObject* GetTarvelObject(int id) noexcept {
+  const LibraryCall call;
+  return FindObject(id);
+}
 
-void ExitTarvelEnvironment(int id) noexcept { RequestExit({.id = id}); }
+void ExitTarvelEnvironment(int id) noexcept {
+  const LibraryCall call;
+  if (zo_base::InLogFunction()) {
+    zo_base::RunAfterLibraryCall([id] { RequestExit({.id = id}); });
+  } else {
+    RequestExit({.id = id});
+  }
+}
 
 void SetExceptionDataReporter(const ExceptionDataReporter& reporter) noexcept {
   const auto config = GetConfig();

@@ -1,5 +1,7 @@
 #include "tarvel/environment/goalkeeper.h"
 
+#include "base/forked_child.h"
+#include "base/library_call.h"
 #include "base/process_exit.h"
 #include "tarvel/environment/environment_manager.h"
 
@@ -25,6 +27,8 @@ std::optional<bool> Goalkeeper::Dismiss() {
 }
 
 void Goalkeeper::OnProcessExit() noexcept {
+  if (zo_base::InLogFunction()) return zo_base::ActAsForkedChild();
+  const zo_base::LibraryCall call;
   Goalkeeper& goalkeeper = GetGoalkeeper();
   State state = State::kArmed;
   if (!goalkeeper.state_.compare_exchange_strong(state, State::kByProcessExit)) return;

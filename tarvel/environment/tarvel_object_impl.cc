@@ -3,13 +3,16 @@
 #include <string>
 #include <utility>
 
+#include "base/library_call.h"
 #include "base/thread_interface.h"
+#include "base/weakly.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/lbs_service_factory.h"
 
 namespace zo_tarvel {
 namespace {
 
+using zo_base::LibraryCall;
 using zo_base::MutexLock;
 
 zo_base::IThread* ThreadOf(const std::shared_ptr<IZOTarvelLBSService>& service) {
@@ -22,16 +25,28 @@ void EndService(const std::shared_ptr<IZOTarvelLBSService>& service) {
 
 }  // namespace
 
+template <class F>
+bool ZOTarvelObjectImpl::IsPutOff(F f) {
+  if (!zo_base::InLogFunction()) return false;
+  zo_base::RunAfterLibraryCall(zo_base::Weakly(weak_from_this().lock(), std::move(f)));
+  return true;
+}
+
 void ZOTarvelObjectImpl::NotifyNetworkChanged(zo_net::AddressFamily family) {
+  const LibraryCall call;
+  if (IsPutOff([family](auto& self) { self.NotifyNetworkChanged(family); })) return;
   if (const auto config = GetEnvironmentConfig()) config->SetAddressFamily(family, true);
 }
 
 void ZOTarvelObjectImpl::SetBusinessToken(const char* token) {
-  const auto config = GetEnvironmentConfig();
-  if (config) config->SetBusinessToken(token ? std::string(token) : std::string());
+  const LibraryCall call;
+  const std::string text = token == nullptr ? "" : token;
+  if (IsPutOff([text](auto& self) { self.SetBusinessToken(text.c_str()); })) return;
+  if (const auto config = GetEnvironmentConfig()) config->SetBusinessToken(text);
 }
 
 IZOTarvelLBSService* ZOTarvelObjectImpl::GetLBSService() {
+  const LibraryCall call;
   if (GetLBSServiceFactory() == nullptr) return nullptr;
   lbs_service_once_.Call([this] { CreateLBSService(); });
   return LBSService().get();
@@ -67,6 +82,8 @@ std::shared_ptr<IZOTarvelLBSService> ZOTarvelObjectImpl::TakeLBSService() {
 void ZOTarvelObjectImpl::Release() { EndService(TakeLBSService()); }
 
 void ZOTarvelObjectImpl::ReleaseLBSService() {
+  const LibraryCall call;
+  if (IsPutOff([](auto& self) { self.ReleaseLBSService(); })) return;
   lbs_service_once_.Reset();
   EndService(TakeLBSService());
 }

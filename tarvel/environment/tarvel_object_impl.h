@@ -17,7 +17,9 @@ namespace zo_tarvel {
 // Threads: the client's operations from any thread. Init, Stop and Release come from the
 // environment manager, on the thread of the start or exit. Ownership: owned by the table of
 // objects; owns the service.
-class ZOTarvelObjectImpl final : public IZOTarvelObject, public EnvironmentConfigGetterBase {
+class ZOTarvelObjectImpl final : public IZOTarvelObject,
+                                 public EnvironmentConfigGetterBase,
+                                 public std::enable_shared_from_this<ZOTarvelObjectImpl> {
  public:
   explicit ZOTarvelObjectImpl(std::int32_t id) : id_(id) {}
   ~ZOTarvelObjectImpl() override { Release(); }
@@ -33,11 +35,15 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject, public EnvironmentConfi
   void Stop();
   // Ends and frees the service, if there is one. It gets no successor.
   void Release();
+  // Null without one.
+  std::shared_ptr<IZOTarvelLBSService> LBSService();
 
  private:
   void CreateLBSService();
-  std::shared_ptr<IZOTarvelLBSService> LBSService();
   std::shared_ptr<IZOTarvelLBSService> TakeLBSService();
+  // In the client's log function: has `f(ZOTarvelObjectImpl&)` run later, and returns true.
+  template <class F>
+  bool IsPutOff(F f);
 
   const std::int32_t id_;
   // Never held while a service is stopped: its thread may be on its way here.

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <random>
 
+#include "base/forked_child.h"
 #include "base/no_destructor.h"
 
 namespace zo_tarvel {
@@ -30,6 +31,9 @@ struct Generator {
 
 Generator& TheGenerator() {
   static zo_base::NoDestructor<Generator> generator;
+  // A child would go on with the random digits of its parent.
+  static const bool registered = (zo_base::OnForkedChild([] { generator.Renew(); }), true);
+  static_cast<void>(registered);
   return *generator;
 }
 

@@ -67,19 +67,5 @@ TEST(CustomLogTest, TakesAllRecordsInOneFormatAndStaysAcrossAnExit) {
   }
 }
 
-// A client may call in from its log function, out of any statement.
-void CallIn(const char*) {
-  EXPECT_EQ(StartTarvelEnvironment(test_support::TestSettings()), 0);
-  ExitTarvelEnvironment(1);
-}
-
-TEST(CustomLogTest, MayCallTheLibrary) {
-  _ZOTarvelEnvironmentSettings settings = test_support::TestSettings();
-  settings.custom_log = CallIn;
-  StartTarvelEnvironment(settings);
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(GetTarvelObject(1), nullptr);
-}
-
 }  // namespace
 }  // namespace zo_tarvel

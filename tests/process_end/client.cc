@@ -40,26 +40,55 @@ zo_tarvel::FakeLBSService* StartWithService(bool tell_end = true) {
   return service;
 }
 
-// Children that are forked off in the middle of the work of other threads, and use the library.
-void ForkChildren() {
+// Children that are forked off in the middle of the work of another thread, and use the library.
+// `id` is what a start of theirs returns.
+template <class Work>
+void ForkChildren(int id, Work work) {
   std::atomic<bool> done{false};
-  std::thread logger([&done] {
-    while (!done) ZO_LOG << "parent";
+  std::thread worker([&done, work] {
+    while (!done) work();
   });
   for (int i = 0; i < 20; ++i) {
     const pid_t child = fork();
     if (child == 0) {
       ZO_LOG << "child";
-      const bool dead = zo_tarvel::StartTarvelEnvironment(SettingsOfTest()) == 0 &&
-                        zo_tarvel::GetTarvelObject(1) == nullptr;
+      const bool as_told = zo_tarvel::StartTarvelEnvironment(SettingsOfTest()) == id &&
+                           (zo_tarvel::GetTarvelObject(1) != nullptr) == (id != 0);
       zo_tarvel::ExitTarvelEnvironment(1);
-      std::exit(dead ? 0 : 1);
+      std::exit(as_told ? 0 : 1);
     }
     int status = 0;
     if (waitpid(child, &status, 0) != child || status != 0) Tell("a child failed");
   }
   done = true;
-  logger.join();
+  worker.join();
+}
+
+// The end of the process in the log function, which is called with the token's lock held, while the
+// service's thread waits for that lock.
+void EndInTheLogFunction() {
+  static std::atomic<bool> armed{false};
+  zo_tarvel::ExitTarvelEnvironment(1);
+  auto settings = SettingsOfTest();
+  settings.custom_log = [](const char*) {
+    if (armed.exchange(false)) std::exit(0);
+  };
+  zo_tarvel::StartTarvelEnvironment(settings);
+  auto* const service =
+      dynamic_cast<zo_tarvel::FakeLBSService*>(zo_tarvel::GetTarvelObject(1)->GetLBSService());
+  service->Init({});
+  zo_tarvel::GetConfig()->Connect<const std::string>(zo_tarvel::SIG_BusinessTokenChanged,
+                                                     [service](const std::string&) {
+                                                       std::atomic<bool> waits{false};
+                                                       service->PostTask([&waits] {
+                                                         waits = true;
+                                                         zo_tarvel::GetConfig()->GetBusinessToken();
+                                                       });
+                                                       while (!waits) std::this_thread::yield();
+                                                       armed = true;
+                                                       ZO_LOG << "the last line";
+                                                     });
+  zo_tarvel::GetTarvelObject(1)->SetBusinessToken("token");
 }
 
 [[noreturn]] void WaitForTheEnd() {
@@ -111,7 +140,15 @@ extern "C" __attribute__((visibility("default"))) void RunClient(const char* end
     });
     while (!done) std::this_thread::yield();
   } else if (how == "children forked off while it logs") {
-    ForkChildren();
+    ForkChildren(0, [] { ZO_LOG << "parent"; });
+  } else if (how == "children forked off while exports are called") {
+    zo_tarvel::ExitTarvelEnvironment(1);
+    ForkChildren(1, [] {
+      zo_tarvel::ExitTarvelEnvironment(zo_tarvel::GetTarvelObject(1) == nullptr ? 1 : 0);
+      zo_tarvel::TarvelExceptionDataToJsonString({});
+    });
+  } else if (how == "exit in the log function") {
+    EndInTheLogFunction();
   } else if (how != "return") {
     Tell("unknown ending");
   }

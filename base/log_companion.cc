@@ -80,10 +80,15 @@ Companion OpenCompanion(const std::string& path, std::int32_t size, const LogSin
     const int fd = open(path.c_str(), kFlags, S_IRUSR | S_IWUSR);
     if (fd < 0) break;
     const std::optional<Companion> found = Judge(path, fd, size, sink);
-    if (!found || found->fd != fd) close(fd);
+    if (!found || found->fd != fd) CloseCompanion(fd);
     if (found) return *found;
   }
   return {};
+}
+
+void CloseCompanion(int fd) {
+  flock(fd, LOCK_UN);
+  close(fd);
 }
 
 std::string WithLoadBanners(std::string_view text) {

@@ -23,7 +23,7 @@ constexpr std::size_t kCopyChunk = 8192;
 constexpr int kLockTries = 50;
 constexpr std::chrono::milliseconds kLockPause{2};
 
-// An open file, closed at the end of the scope.
+// An open file, closed and unlocked at the end of the scope.
 class OpenFile {
  public:
   // Regular files only, and none that a link leads to; made private, since logs hold the token.
@@ -56,7 +56,10 @@ class OpenFile {
 
  private:
   void Close() {
-    if (fd_ >= 0) close(fd_);
+    if (fd_ < 0) return;
+    // A close alone leaves the lock with any child that was forked off meanwhile.
+    flock(fd_, LOCK_UN);
+    close(fd_);
     fd_ = -1;
   }
 

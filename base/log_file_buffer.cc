@@ -165,7 +165,14 @@ void LogFileBuffer::Close() {
     if (!IsForkedChild()) Flush();
     munmap(std::exchange(base_, nullptr), static_cast<std::size_t>(size_));
   }
-  if (fd_ >= 0) close(std::exchange(fd_, -1));
+  if (fd_ < 0) return;
+  const int fd = std::exchange(fd_, -1);
+  // A child shares its parent's lock and must not give it back.
+  if (IsForkedChild()) {
+    close(fd);
+  } else {
+    CloseCompanion(fd);
+  }
 }
 
 }  // namespace zo_base

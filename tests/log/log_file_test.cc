@@ -1,6 +1,7 @@
 #include "base/log_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "base/log_file_buffer.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_directory.h"
 
 namespace zo_base {
@@ -115,32 +117,23 @@ TEST_F(LogFileBufferTest, GoesOnAfterItsFileWasCutShort) {
   }
 }
 
-TEST_F(LogFileBufferTest, DropsTheRecordsOfAForkedChild) {
+TEST_F(LogFileBufferTest, IsLeftAloneByItsForkedChildAndByASecondOne) {
   buffer_.Append("parent ");
-  const pid_t child = fork();
-  if (child == 0) {
+  EXPECT_GOOD_CHILD([this] {
     buffer_.Append("child");
     buffer_.Close();
-    _exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(ReadFile(companion_), CompanionOf(7, "parent ", kSmall));
-  buffer_.Append("goes on");
-  buffer_.Close();
-  EXPECT_EQ(sunk_, std::vector<std::string>{"parent goes on"});
-}
-
-TEST_F(LogFileBufferTest, LeavesACompanionThatALivingOneHas) {
-  buffer_.Append("first");
+    return 0;
+  });
   std::string second_log;
   LogFileBuffer second([&](const std::string& text) { return second_log += text, true; });
   EXPECT_EQ(second.Init(companion_, 4096), kLogReady);  // Another length is no reason to touch it.
   second.Append("second");
-  EXPECT_EQ(ReadFile(companion_), CompanionOf(5, "first", kSmall));
+  EXPECT_EQ(ReadFile(companion_), CompanionOf(7, "parent ", kSmall));
   second.Close();
   EXPECT_EQ(second_log, "second");
+  buffer_.Append("goes on");
+  buffer_.Close();
+  EXPECT_EQ(sunk_, std::vector<std::string>{"parent goes on"});
 }
 
 // Text whose every place can be told: the byte at n is that of n modulo a prime.
@@ -197,6 +190,39 @@ TEST_F(LogFileTest, TwoOfOnePathWriteWholeRecordsLoseNoneAndKeepThemPrivate) {
   for (const std::string& file : {path_, path_ + ".kvr_mmap"}) {
     EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600)) << file;
   }
+}
+
+pid_t child_of_a_write = 0;
+
+void ForkAChildThatLivesOn(int) {
+  child_of_a_write = fork();
+  if (child_of_a_write != 0) return;
+  alarm(60);
+  while (true) pause();
+}
+
+TEST_F(LogFileTest, LeavesNoLockWithAChildThatWasForkedOffInTheMiddleOfAnAppend) {
+  {
+    LogFile log;
+    ASSERT_EQ(log.Open(path_, 0, 0), kLogReady);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit none{0, before.rlim_max};
+    signal(SIGXFSZ, ForkAChildThatLivesOn);
+    setrlimit(RLIMIT_FSIZE, &none);  // The signal comes within the write, under the lock.
+    log.AppendToFile("lost");
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, SIG_DFL);
+  }
+  ASSERT_GT(child_of_a_write, 0);
+  LogFile log;
+  EXPECT_EQ(log.Open(path_, 100, kSize), kLogReady);
+  log.Write("kept");
+  EXPECT_EQ(ReadFile(path_ + ".kvr_mmap"), CompanionOf(4, "kept", kSize));
+  log.AppendToFile(Pattern(100));  // Only under the lock is the log cut.
+  EXPECT_EQ(ReadFile(path_), Pattern(100).substr(50));
+  kill(child_of_a_write, SIGKILL);
+  EXPECT_EQ(waitpid(child_of_a_write, nullptr, 0), child_of_a_write);
 }
 
 std::string RecordOf(std::uint32_t number) {

@@ -17,7 +17,7 @@ constexpr int kOpenTries = 3;
 
 bool ReadAt(int fd, off_t offset, char* out, std::size_t size) {
   while (size > 0) {
-    const ssize_t read = pread(fd, out, size, offset);
+    const ssize_t read = TEMP_FAILURE_RETRY(pread(fd, out, size, offset));
     if (read <= 0) return false;
     out += read;
     offset += read;
@@ -50,10 +50,15 @@ std::optional<Companion> Judge(const std::string& path, int fd, std::int32_t siz
   // Whatever else stands there (a directory, a FIFO) is no companion.
   if (fstat(fd, &found) != 0 || !S_ISREG(found.st_mode)) return Companion{};
   // Where files can't be locked, nobody else is taken to be there.
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+  if (TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | LOCK_NB)) != 0 && errno == EWOULDBLOCK) {
     return Companion{kLogReady, -1, size};
   }
   if (!IsFileAt(path, found)) return std::nullopt;
+  // A file of another name too may be somebody's own: its bytes are neither read nor changed.
+  if (found.st_nlink > 1) {
+    if (unlink(path.c_str()) == 0) return std::nullopt;
+    return Companion{};
+  }
   if (found.st_size == 0 || found.st_size == size) return Companion{kLogReady, fd, size};
   if (found.st_size > kLargestCompanion) {
     if (unlink(path.c_str()) == 0) return std::nullopt;
@@ -64,7 +69,9 @@ std::optional<Companion> Judge(const std::string& path, int fd, std::int32_t siz
   if (!text.empty()) {
     sink(WithLoadBanners(text));
     constexpr std::int32_t kNothing = 0;
-    if (pwrite(fd, &kNothing, sizeof kNothing, 0) != sizeof kNothing) return Companion{};
+    if (TEMP_FAILURE_RETRY(pwrite(fd, &kNothing, sizeof kNothing, 0)) != sizeof kNothing) {
+      return Companion{};
+    }
   }
   if (unlink(path.c_str()) == 0) return std::nullopt;
   if (found.st_size < kSmallestCompanion) return Companion{};
@@ -77,17 +84,18 @@ Companion OpenCompanion(const std::string& path, std::int32_t size, const LogSin
   // Non-blocking and no link, since anything may stand there. Private, since logs hold the token.
   constexpr int kFlags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   for (int tries = 0; tries < kOpenTries; ++tries) {
-    const int fd = open(path.c_str(), kFlags, S_IRUSR | S_IWUSR);
+    const int fd =
+        static_cast<int>(TEMP_FAILURE_RETRY(open(path.c_str(), kFlags, S_IRUSR | S_IWUSR)));
     if (fd < 0) break;
     const std::optional<Companion> found = Judge(path, fd, size, sink);
-    if (!found || found->fd != fd) CloseCompanion(fd);
+    if (!found || found->fd != fd) UnlockAndClose(fd);
     if (found) return *found;
   }
   return {};
 }
 
-void CloseCompanion(int fd) {
-  flock(fd, LOCK_UN);
+void UnlockAndClose(int fd) {
+  TEMP_FAILURE_RETRY(flock(fd, LOCK_UN));
   close(fd);
 }
 

@@ -28,7 +28,8 @@ class OpenFile {
  public:
   // Regular files only, and none that a link leads to; made private, since logs hold the token.
   OpenFile(const std::string& path, int flags)
-      : fd_(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR)) {
+      : fd_(static_cast<int>(TEMP_FAILURE_RETRY(
+            open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR)))) {
     if (fd_ >= 0 && (fstat(fd_, &status_) != 0 || !S_ISREG(status_.st_mode))) Close();
   }
   ~OpenFile() { Close(); }
@@ -42,7 +43,8 @@ class OpenFile {
   bool LockAgainstOtherProcesses() const {
     for (int tries = 0; tries < kLockTries; ++tries) {
       // Where files can't be locked there is nobody to wait for.
-      if (flock(fd_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
+      const long locked = TEMP_FAILURE_RETRY(flock(fd_, LOCK_EX | LOCK_NB));
+      if (locked == 0 || errno != EWOULDBLOCK) return true;
       std::this_thread::sleep_for(kLockPause);
     }
     return false;
@@ -56,10 +58,7 @@ class OpenFile {
 
  private:
   void Close() {
-    if (fd_ < 0) return;
-    // A close alone leaves the lock with any child that was forked off meanwhile.
-    flock(fd_, LOCK_UN);
-    close(fd_);
+    if (fd_ >= 0) UnlockAndClose(fd_);
     fd_ = -1;
   }
 
@@ -69,8 +68,7 @@ class OpenFile {
 
 bool WriteAll(int fd, const char* data, std::size_t size) {
   while (size > 0) {
-    const ssize_t written = write(fd, data, size);
-    if (written < 0 && errno == EINTR) continue;
+    const ssize_t written = TEMP_FAILURE_RETRY(write(fd, data, size));
     if (written < 0) return false;
     data += written;
     size -= static_cast<std::size_t>(written);
@@ -81,8 +79,7 @@ bool WriteAll(int fd, const char* data, std::size_t size) {
 bool CopyFrom(int from, off_t offset, int to) {
   std::array<char, kCopyChunk> chunk;
   while (true) {
-    const ssize_t read = pread(from, chunk.data(), chunk.size(), offset);
-    if (read < 0 && errno == EINTR) continue;
+    const ssize_t read = TEMP_FAILURE_RETRY(pread(from, chunk.data(), chunk.size(), offset));
     if (read == 0) return true;
     if (read < 0 || !WriteAll(to, chunk.data(), static_cast<std::size_t>(read))) return false;
     offset += read;

@@ -106,7 +106,7 @@ bool LogFileBuffer::HasAllBytes() const {
 
 // After somebody has cut the file short: gives it its length back, empty.
 bool LogFileBuffer::RestoreBlocks() {
-  if (ftruncate(fd_, 0) != 0 || !ReserveBlocks(fd_, size_)) return false;
+  if (TEMP_FAILURE_RETRY(ftruncate(fd_, 0)) != 0 || !ReserveBlocks(fd_, size_)) return false;
   used_ = 0;
   return true;
 }
@@ -126,7 +126,7 @@ void LogFileBuffer::StoreUsed(std::int32_t used) {
 void LogFileBuffer::Clear() {
   StoreUsed(0);
   std::memset(base_, 0, static_cast<std::size_t>(size_));
-  if (fd_ >= 0) fsync(fd_);
+  if (fd_ >= 0) TEMP_FAILURE_RETRY(fsync(fd_));
 }
 
 bool LogFileBuffer::IsForkedChild() const { return owner_ != getpid(); }
@@ -171,7 +171,7 @@ void LogFileBuffer::Close() {
   if (IsForkedChild()) {
     close(fd);
   } else {
-    CloseCompanion(fd);
+    UnlockAndClose(fd);
   }
 }
 

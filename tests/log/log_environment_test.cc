@@ -26,6 +26,9 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test_support;
 
+// Of a companion's length.
+const std::string kPrecious(zo_base::LogFile::kDefaultBufferSize, 'p');
+
 // The directory of the default business below `root`.
 std::string LogDirectory(const std::string& root) { return root + "/tarvel_comp/" IM_G1_DIGEST; }
 
@@ -48,6 +51,8 @@ TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
               {"companion is a FIFO", [](auto&, auto& file) { mkfifo(file.c_str(), 0600); }, false},
               {"companion is a link elsewhere",
                [](auto& log, auto& file) { fs::create_symlink(log + ".elsewhere", file); }, false},
+              {"companion is another file's second name",
+               [](auto& log, auto& file) { fs::create_hard_link(log + ".elsewhere", file); }, true},
               {"companion is huge",
                [](auto&, auto& file) {
                  WriteFile(file, ""), fs::resize_file(file, std::uintmax_t{1} << 40);
@@ -66,17 +71,17 @@ TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
     const TempDirectory root;
     fs::create_directories(LogDirectory(root.path()));
     const std::string log = LogDirectory(root.path()) + "/tarvel_comp.log";
-    WriteFile(log + ".elsewhere", "precious");
+    WriteFile(log + ".elsewhere", kPrecious);
     row.put(log, log + ".kvr_mmap");
     LiveOnce(root.path());
     const std::string text = fs::is_regular_file(log) ? ReadFile(log) : "";
     EXPECT_EQ(text.find("xxx\n") != std::string::npos, row.logs_all_the_same) << row.name;
     EXPECT_EQ(text.ends_with("- exit -------------------\n"), row.logs_all_the_same) << row.name;
     EXPECT_EQ(text.find("a dump"), std::string::npos) << row.name;
-    EXPECT_EQ(ReadFile(log + ".elsewhere"), "precious") << row.name;
+    EXPECT_EQ(ReadFile(log + ".elsewhere"), kPrecious) << row.name;
     // Nor when there is no way to the directory at all.
     LiveOnce(log + ".elsewhere");
-    EXPECT_EQ(ReadFile(log + ".elsewhere"), "precious") << row.name;
+    EXPECT_EQ(ReadFile(log + ".elsewhere"), kPrecious) << row.name;
   }
 }
 

@@ -1,10 +1,13 @@
 #include "base/log_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -20,6 +23,31 @@
 #include "base/log_file_buffer.h"
 #include "tests/support/child_process.h"
 #include "tests/support/temp_directory.h"
+
+// While one lives, a signal interrupts every other call of its thread to the functions below, which
+// stand in for those of the C library.
+static thread_local int calls = -1;
+struct Interruptions {
+  Interruptions() { calls = 0; }
+  ~Interruptions() { calls = -1; }
+};
+
+static bool Interrupted() { return calls >= 0 && ++calls % 2 == 1 && (errno = EINTR) != 0; }
+extern "C" int open(const char* path, int flags, ...) {
+  return Interrupted() ? -1 : openat(AT_FDCWD, path, flags, 0600);
+}
+extern "C" ssize_t pread(int fd, void* out, std::size_t size, off_t at) {
+  return Interrupted() ? -1 : syscall(SYS_pread64, fd, out, size, at);
+}
+extern "C" ssize_t pwrite(int fd, const void* data, std::size_t size, off_t at) {
+  return Interrupted() ? -1 : syscall(SYS_pwrite64, fd, data, size, at);
+}
+extern "C" int flock(int fd, int operation) noexcept {
+  return Interrupted() ? -1 : static_cast<int>(syscall(SYS_flock, fd, operation));
+}
+extern "C" int ftruncate(int fd, off_t size) noexcept {
+  return Interrupted() ? -1 : static_cast<int>(syscall(SYS_ftruncate, fd, size));
+}
 
 namespace zo_base {
 namespace {
@@ -66,6 +94,7 @@ TEST(FoundCompanionTest, IsSentToTheSinkAndMadeReady) {
     const TempDirectory directory;
     const std::string companion = directory / "companion";
     WriteFile(companion, row.found);
+    const Interruptions interruptions;
     std::string log_text;
     LogFileBuffer buffer([&](const std::string& text) {
       log_text += text;
@@ -85,6 +114,7 @@ class LogFileBufferTest : public ::testing::Test {
 
   LogFileBufferTest() { EXPECT_EQ(buffer_.Init(companion_, kSmall), kLogReady); }
 
+  const Interruptions interruptions_;
   const TempDirectory directory_;
   const std::string companion_ = directory_ / "companion";
   std::vector<std::string> sunk_;
@@ -145,6 +175,7 @@ std::string Pattern(std::size_t size) {
 
 class LogFileTest : public ::testing::Test {
  protected:
+  const Interruptions interruptions_;
   const TempDirectory directory_;
   const std::string path_ = directory_ / "test.log";
 };

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -18,6 +19,9 @@ namespace zo_base {
 namespace {
 
 constexpr std::size_t kCopyChunk = 8192;
+// What is kept of a log that has grown far past its limit, as one that couldn't be cut for long.
+// All who log wait for the copy, and the disk must take it. Leaves every usual cut as it is.
+constexpr off_t kLongestCopy = 32 * 1024 * 1024;
 // Another process may be writing or cutting the same log. It takes a few milliseconds, unless that
 // process is stopped: then this one goes on without waiting for it.
 constexpr int kLockTries = 50;
@@ -158,14 +162,16 @@ void LogFile::Append(const std::string& text) {
 
 void LogFile::Shrink() {
   const OpenFile log(path_, O_RDONLY);
-  if (!log || static_cast<off_t>(max_file_size_) > log.size()) return;
+  const off_t limit = max_file_size_;
+  if (!log || limit > log.size()) return;
   if (!log.LockAgainstOtherProcesses() || !log.IsAt(path_)) return;
   const std::string temporary_path = path_ + ".tmp";
   unlink(temporary_path.c_str());  // One that was left behind, or planted.
   const OpenFile temporary(temporary_path, O_WRONLY | O_CREAT | O_EXCL);
   if (!temporary) return;
   // A copy that is not whole, on a full disk, must not take the log's place.
-  if (!CopyFrom(log.fd(), max_file_size_ / 2, temporary.fd()) ||
+  const off_t cut = std::max(limit / 2, log.size() - std::max(limit, kLongestCopy));
+  if (!CopyFrom(log.fd(), cut, temporary.fd()) ||
       std::rename(temporary_path.c_str(), path_.c_str()) != 0) {
     unlink(temporary_path.c_str());
   }

@@ -12,7 +12,8 @@ namespace zo_base {
 
 // A log file with its buffer. Records wait in the buffer (a companion file beside the log) and move
 // to the log in one append when it is full, at a flush, or after a crash at the next start. The log
-// is kept below a size by cutting half of the limit off its front; the cut may fall inside a line.
+// is kept below a size by cutting half of the limit off its front, or more when it is far above;
+// the cut may fall inside a line.
 //
 // Files of a log at P: P; P + ".kvr_mmap", the companion; P + ".tmp", only while the log is cut.
 //

@@ -199,6 +199,11 @@ TEST_F(LogFileTest, CutsHalfOfTheLimitOffTheFrontWhenTheLimitIsReached) {
     EXPECT_EQ(ReadFile(elsewhere), "precious") << row.name;
     fs::remove(path_ + ".tmp");
   }
+  fs::resize_file(path_, 100 << 20);  // So far above that the copy would be costly.
+  LogFile log;
+  ASSERT_EQ(log.Open(path_, 100, 0), kLogReady);
+  log.AppendToFile("+");
+  EXPECT_EQ(fs::file_size(path_), 32 << 20);
 }
 
 TEST_F(LogFileTest, TwoOfOnePathWriteWholeRecordsLoseNoneAndKeepThemPrivate) {

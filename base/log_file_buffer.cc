@@ -1,6 +1,8 @@
 #include "base/log_file_buffer.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -24,6 +26,26 @@ bool ReserveBlocks(int fd, off_t size) {
 }
 
 bool UnlockInMemory(char* base, std::size_t size) { return syscall(SYS_munlock, base, size) == 0; }
+
+// Whether the file system is sure to overwrite a file's blocks in place. Most do, and reject the
+// flag that asks for it. btrfs accepts the flag, but ignores it on a file with content, and a
+// snapshot undoes it.
+bool OverwritesInPlace(int fd) {
+  int flags = 0;
+  if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return true;
+  flags |= FS_NOCOW_FL;
+  return ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0 && errno == EOPNOTSUPP;
+}
+
+bool WriteAt(int fd, off_t offset, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t written = TEMP_FAILURE_RETRY(pwrite(fd, data.data(), data.size(), offset));
+    if (written < 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(written));
+    offset += written;
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -61,6 +83,7 @@ bool LogFileBuffer::Map(const Companion& companion) {
   size_ = companion.size;
   owner_ = getpid();
   const auto length = static_cast<std::size_t>(size_);
+  in_place_ = fd_ < 0 || OverwritesInPlace(fd_);
   // A full disk shows itself here and not as a signal later.
   if (fd_ >= 0 && !ReserveBlocks(fd_, size_)) return false;
   const int flags = fd_ >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS;
@@ -115,18 +138,35 @@ std::string_view LogFileBuffer::Text() const {
   return {base_ + kCompanionHeaderSize, static_cast<std::size_t>(used_)};
 }
 
+bool LogFileBuffer::Store(std::int32_t offset, std::string_view data) {
+  if (!in_place_) return WriteAt(fd_, offset, data);
+  std::memcpy(base_ + offset, data.data(), data.size());
+  return true;
+}
+
 // The count says what of the text is whole, so it must be written after the text.
-void LogFileBuffer::StoreUsed(std::int32_t used) {
+bool LogFileBuffer::StoreUsed(std::int32_t used) {
+  if (in_place_) {
+    std::atomic_ref<std::int32_t>(*reinterpret_cast<std::int32_t*>(base_))
+        .store(used, std::memory_order_release);
+  } else if (!WriteAt(fd_, 0, {reinterpret_cast<const char*>(&used), sizeof used})) {
+    return false;
+  }
   used_ = used;
-  std::atomic_ref<std::int32_t>(*reinterpret_cast<std::int32_t*>(base_))
-      .store(used, std::memory_order_release);
+  return true;
 }
 
 // The count first: a process that dies in between must not leave a text of zeros.
 void LogFileBuffer::Clear() {
-  StoreUsed(0);
-  std::memset(base_, 0, static_cast<std::size_t>(size_));
-  if (fd_ >= 0) TEMP_FAILURE_RETRY(fsync(fd_));
+  // The sink took its time, and somebody may have cut the file meanwhile.
+  if (LockPages() && StoreUsed(0)) {
+    Store(0, std::string(static_cast<std::size_t>(size_), '\0'));
+    if (fd_ >= 0) TEMP_FAILURE_RETRY(fsync(fd_));
+    return;
+  }
+  // The text is in the log: a count that stays would belong to the records to come.
+  used_ = 0;
+  if (fd_ >= 0) TEMP_FAILURE_RETRY(ftruncate(fd_, 0));
 }
 
 bool LogFileBuffer::IsForkedChild() const { return owner_ != getpid(); }
@@ -142,7 +182,7 @@ void LogFileBuffer::Append(std::string_view text) {
 void LogFileBuffer::AppendLocked(std::string_view text) {
   const std::size_t needed = static_cast<std::size_t>(used_) + text.size() + kCompanionHeaderSize;
   if (needed < static_cast<std::size_t>(size_)) {
-    std::memcpy(base_ + kCompanionHeaderSize + used_, text.data(), text.size());
+    if (!Store(kCompanionHeaderSize + used_, text)) return;
     StoreUsed(used_ + static_cast<std::int32_t>(text.size()));
     return;
   }

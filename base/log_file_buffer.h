@@ -23,7 +23,8 @@ namespace zo_base {
 //
 // A mapped file that somebody cuts short turns an access into a signal. So the blocks are reserved
 // when the file is opened, and each access first looks at the file's length and locks its pages.
-// Only a cut in the middle of an access is left.
+// Only a cut in the middle of an access is left. Where the file system doesn't overwrite blocks in
+// place, a full disk turns a store into a signal: there the stores are writes to the file.
 //
 // Threads: any. The sink runs on the thread whose record fills the buffer, under the lock.
 class LogFileBuffer {
@@ -57,7 +58,8 @@ class LogFileBuffer {
   bool RestoreBlocks() ZO_REQUIRES(lock_);
   void AppendLocked(std::string_view text) ZO_REQUIRES(lock_);
   std::string_view Text() const ZO_REQUIRES(lock_);
-  void StoreUsed(std::int32_t used) ZO_REQUIRES(lock_);
+  bool Store(std::int32_t offset, std::string_view data) ZO_REQUIRES(lock_);
+  bool StoreUsed(std::int32_t used) ZO_REQUIRES(lock_);
   void Clear() ZO_REQUIRES(lock_);
   bool IsForkedChild() const ZO_REQUIRES(lock_);
 
@@ -68,6 +70,7 @@ class LogFileBuffer {
   char* base_ ZO_GUARDED_BY(lock_) = nullptr;   // Start of the mapping; null when unmapped.
   std::int32_t size_ ZO_GUARDED_BY(lock_) = 0;  // Length of the mapping.
   int fd_ ZO_GUARDED_BY(lock_) = -1;            // -1 also for memory of our own.
+  bool in_place_ ZO_GUARDED_BY(lock_) = true;   // Whether stores go through the mapping.
   pid_t owner_ ZO_GUARDED_BY(lock_) = 0;        // The process that mapped it.
 };
 

@@ -116,21 +116,27 @@ TEST(LogEnvironmentTest, DropsRecordsWhosePagesCannotBeLocked) {
   EXPECT_EQ(ReadFile(root / "a.log"), "");
 }
 
-// A small file system of its own, which the rest of the log doesn't fit into.
+// Small file systems of its own, which the rest of the log doesn't fit into. One copies on write.
 TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
-  const TempDirectory root;
-  EXPECT_GOOD_CHILD([&] {
-    if (unshare(CLONE_NEWNS) != 0) return kNotPermitted;
-    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
-    EXPECT_EQ(mount("small", root.path().c_str(), "tmpfs", 0, "size=100k"), 0);
-    for (int life = 0; life < 6; ++life) {
-      LiveOnce(root.path());
-      // Then also without a companion, and with no room for one.
-      if (life == 2) fs::remove(LogDirectory(root.path()) + "/tarvel_comp.log.kvr_mmap");
-      WriteFile(root / "filler", std::string(200'000, 'f'));
-    }
-    return 0;
-  });
+  const TempDirectory root, image;
+  const std::string disk = image / "disk";
+  for (const std::string& make :
+       {"mount -t tmpfs -o size=100k none " + root.path(),
+        "truncate -s 32M " + disk + " && PATH=$PATH:/sbin mkfs.btrfs -qM " + disk +
+            " >/dev/null 2>&1 && mount -o loop " + disk + " " + root.path()}) {
+    EXPECT_GOOD_CHILD([&] {
+      if (unshare(CLONE_NEWNS) != 0) return kNotPermitted;
+      mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+      if (std::system(make.c_str()) != 0) return kNotPermitted;
+      for (int life = 0; life < 3; ++life) {
+        LiveOnce(root.path());
+        // Then also without a companion, and with no room for one.
+        if (life == 1) fs::remove(LogDirectory(root.path()) + "/tarvel_comp.log.kvr_mmap");
+        WriteFile(root / "filler", std::string(40'000'000, 'f'));
+      }
+      return 0;
+    });
+  }
 }
 
 }  // namespace

@@ -117,10 +117,11 @@ class LogFileBufferTest : public ::testing::Test {
   const Interruptions interruptions_;
   const TempDirectory directory_;
   const std::string companion_ = directory_ / "companion";
+  bool sink_cuts_ = false;
   std::vector<std::string> sunk_;
   LogFileBuffer buffer_{[this](const std::string& text) {
     sunk_.push_back(text);
-    return true;
+    return !sink_cuts_ || truncate(companion_.c_str(), 0) == 0;
   }};
 };
 
@@ -145,6 +146,10 @@ TEST_F(LogFileBufferTest, GoesOnAfterItsFileWasCutShort) {
     buffer_.Append("found");
     EXPECT_EQ(ReadFile(companion_), CompanionOf(5, "found", kSmall));
   }
+  sink_cuts_ = true;
+  buffer_.Flush();
+  EXPECT_EQ(ReadFile(companion_), std::string(kSmall, '\0'));
+  EXPECT_EQ(sunk_, std::vector<std::string>{"found"});
 }
 
 TEST_F(LogFileBufferTest, IsLeftAloneByItsForkedChildAndByASecondOne) {

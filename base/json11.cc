@@ -10,6 +10,12 @@
 namespace zo_base::json11 {
 namespace {
 
+// NaN counts as equivalent to every number.
+std::weak_ordering Weak(std::partial_ordering order) {
+  if (order < 0) return std::weak_ordering::less;
+  return order > 0 ? std::weak_ordering::greater : std::weak_ordering::equivalent;
+}
+
 // Keeps one T of one kind. What T can do, the kind can do.
 template <Json::Type kType, class T>
 class Value : public JsonValue {
@@ -18,8 +24,9 @@ class Value : public JsonValue {
   bool equals(const JsonValue& other) const override {
     return value_ == static_cast<const Value&>(other).value_;
   }
-  bool less(const JsonValue& other) const override {
-    return value_ < static_cast<const Value&>(other).value_;
+  bool less(const JsonValue& other) const override { return compare(other) < 0; }
+  std::weak_ordering compare(const JsonValue& other) const override {
+    return Weak(value_ <=> static_cast<const Value&>(other).value_);
   }
 
   T value_;
@@ -29,8 +36,7 @@ class Value : public JsonValue {
 };
 
 struct NullStruct {
-  bool operator==(const NullStruct&) const { return true; }
-  bool operator<(const NullStruct&) const { return false; }
+  auto operator<=>(const NullStruct&) const = default;
 };
 
 class JsonNull final : public Value<Json::NUL, NullStruct> {
@@ -54,7 +60,9 @@ class JsonNumber : public Value<Json::NUMBER, T> {
   bool equals(const JsonValue& other) const override {
     return number_value() == other.number_value();
   }
-  bool less(const JsonValue& other) const override { return number_value() < other.number_value(); }
+  std::weak_ordering compare(const JsonValue& other) const override {
+    return Weak(number_value() <=> other.number_value());
+  }
 
  protected:
   using Value<Json::NUMBER, T>::Value;
@@ -249,6 +257,12 @@ bool Json::operator<(const Json& other) const {
   if (payload_ == other.payload_) return false;
   if (type() != other.type()) return type() < other.type();
   return payload().less(other.payload());
+}
+
+std::weak_ordering Json::operator<=>(const Json& other) const {
+  if (payload_ == other.payload_) return std::weak_ordering::equivalent;
+  if (type() != other.type()) return type() <=> other.type();
+  return payload().compare(other.payload());
 }
 
 }  // namespace zo_base::json11

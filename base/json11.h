@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -85,6 +86,8 @@ class Json final {
   // Different kinds order by Type.
   bool operator==(const Json& other) const;
   bool operator<(const Json& other) const;
+  // For the containers: with `<` alone they would compare each pair twice, at each level of depth.
+  std::weak_ordering operator<=>(const Json& other) const;
   bool operator!=(const Json& other) const { return !(*this == other); }
   bool operator<=(const Json& other) const { return !(other < *this); }
   bool operator>(const Json& other) const { return other < *this; }

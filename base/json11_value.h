@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -26,6 +27,7 @@ class JsonValue {
   virtual const Json& operator[](std::size_t index) const;
   virtual const Json::object& object_items() const;
   virtual const Json& operator[](const std::string& key) const;
+  virtual std::weak_ordering compare(const JsonValue& other) const = 0;  // As with less.
 };
 
 // Makes payloads; what is the same everywhere is shared.

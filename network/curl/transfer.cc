@@ -85,8 +85,9 @@ void Transfer::Prepare(CURL* easy) {
   PrepareTrust(easy);
 }
 
-// libcurl sends any request again when a pooled connection breaks under it. One that isn't
-// idempotent may have been carried out by then.
+// Called when the request is about to go out on an established connection. libcurl sends any
+// request again when a pooled connection breaks under it, but one that isn't idempotent may have
+// been carried out by then.
 int Transfer::OnAttempt(void* transfer, char*, char*, int, int) {
   auto* const self = static_cast<Transfer*>(transfer);
   const bool allowed = ++self->attempts_ == 1 || IsIdempotent(self->hop_);
@@ -154,10 +155,12 @@ void Transfer::FinishHop(CURL* easy, CURLcode result) {
   }
 }
 
+// A transfer that is still looking its host up or connecting has no new connection either, but it
+// hasn't sent anything yet.
 bool Transfer::WithoutAnswerOnOldOne(CURL* easy) const {
   long new_connections = 0;
   curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &new_connections);
-  return new_connections == 0 && answer_.header_bytes == 0;
+  return attempts_ > 0 && new_connections == 0 && answer_.header_bytes == 0;
 }
 
 // The server closed the pooled connection at the moment when it was taken up again.

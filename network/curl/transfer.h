@@ -74,7 +74,7 @@ class Transfer {
   int redirects_ = 0;
   bool repeated_ = false;  // This hop, after a pooled connection had turned out dead.
   bool connection_went_silent_ = false;
-  int attempts_ = 0;  // Of libcurl, at this hop.
+  int attempts_ = 0;  // How often libcurl has sent this hop's request.
 
   // What the easy handle points to.
   Lines header_lines_{nullptr, curl_slist_free_all};

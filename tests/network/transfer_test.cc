@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <linux/filter.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -197,17 +199,36 @@ TEST(ConnectionTest, ThatBreaksUnderAPostEndsIt) {
   EXPECT_EQ(posts, 1);
 }
 
+// As a host that is cut off: it hears nothing.
+void DropAllPackets(int socket) {
+  sock_filter drop[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
+  const sock_fprog program{1, drop};
+  EXPECT_EQ(setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program), 0);
+}
+
 // As behind a router that has forgotten its connections.
-TEST(ConnectionTest, ThatFellSilentTakesTheOthersWithIt) {
+TEST(ConnectionTest, ThatFellSilentTakesTheOthersWithItAndOneThatNeverAnsweredTakesNone) {
   HttpServer other;
-  RawServer server(AnswersOnce(kGood));
+  const ListeningSocket cut_off("127.0.0.1");
+  DropAllPackets(cut_off.fd());
+  RawServer never(NeverAnswers());
+  RawServer once(AnswersOnce(kGood));
   Transport transport;
-  EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
-  EXPECT_TRUE(transport.Fetch(server.url("/"))->success);
-  EXPECT_FALSE(transport.Fetch(Get(server.url("/"), 200))->success);
-  EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
-  EXPECT_EQ(server.connections(), 1);
-  EXPECT_EQ(other.connections(), 2);
+  EXPECT_TRUE(transport.Fetch(once.url("/"))->success);
+  const struct {
+    std::string url;
+    int connections;  // To the other server afterwards.
+  } rows[] = {{UrlOf("http", "127.0.0.1", cut_off.port(), "/"), 1},
+              {UrlOf("https", "127.0.0.1", never.port(), "/"), 1},
+              {never.url("/"), 1},
+              {once.url("/"), 2}};
+  for (const auto& row : rows) {
+    EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
+    EXPECT_THAT(transport.Fetch(Get(row.url, 200))->error_text, HasSubstr("timed out"));
+    EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
+    EXPECT_EQ(other.connections(), row.connections) << row.url;
+  }
+  EXPECT_EQ(once.connections(), 1);
 }
 
 TEST(ConnectionTest, OfHttp2IsSharedByRequestsAndOutlivesWhatTheServerCloses) {

@@ -1,11 +1,11 @@
 #include "network/curl/connection_pool.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
-
-#include "network/curl/close_on_exec.h"
+#include "network/curl/curl_library.h"
 
 namespace WQBASE::network {
 namespace {
@@ -31,7 +31,7 @@ int ActionOf(std::uint32_t events) {
 }  // namespace
 
 ConnectionPool::ConnectionPool(int epoll, std::uint32_t id)
-    : epoll_(epoll), id_(id), multi_(OpenMulti()) {
+    : epoll_(epoll), id_(id), multi_(OpenMultiHandle()) {
   if (multi_ == nullptr) return;
   curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMostIdleConnections);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, OnSocketWanted);
@@ -106,7 +106,7 @@ int ConnectionPool::OnSocketWanted(CURL*, curl_socket_t socket, int what, void* 
     return 0;
   }
   if (watched == nullptr) {
-    MarkWatchedSocket(socket);
+    fcntl(socket, F_SETFD, FD_CLOEXEC);  // libcurl's own, opened without it for a lookup.
     curl_multi_assign(self->multi_, socket, self);
   }
   self->Watch(socket, what, watched != nullptr);
@@ -121,10 +121,12 @@ void ConnectionPool::WatchOwn(curl_socket_t socket, Socket& own, int what) {
   if (Watch(socket, what, own.watched_for != 0)) own.watched_for = events;
 }
 
+// Closed in a program that the client executes, whenever another thread of it forks.
 curl_socket_t ConnectionPool::OnSocketOpened(void* pool, curlsocktype, curl_sockaddr* address) {
-  const curl_socket_t socket = OpenSocket(*address);
-  if (socket != CURL_SOCKET_BAD) static_cast<ConnectionPool*>(pool)->sockets_[socket] = {};
-  return socket;
+  const curl_socket_t opened =
+      socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (opened != CURL_SOCKET_BAD) static_cast<ConnectionPool*>(pool)->sockets_[opened] = {};
+  return opened;
 }
 
 int ConnectionPool::OnSocketClosed(void* pool, curl_socket_t socket) {

@@ -1,6 +1,5 @@
 #include "network/curl/curl_library.h"
 
-#include <curl/curl.h>
 #include <dlfcn.h>
 
 namespace WQBASE::network {
@@ -22,6 +21,30 @@ bool InitCurlLibrary() {
     return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
   }();
   return ready;
+}
+
+CURL* OpenEasyHandle() {
+  CURL* const easy = curl_easy_init();
+  if (easy != nullptr) curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  return easy;
+}
+
+void ResetEasyHandle(CURL* easy) {
+  curl_easy_reset(easy);
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+}
+
+// A multi handle has an easy handle of its own, which closes its connections. That one has no
+// options but those that it takes over from the easy handle that was added last.
+CURLM* OpenMultiHandle() {
+  CURLM* const multi = curl_multi_init();
+  CURL* const easy = OpenEasyHandle();
+  if (multi != nullptr && easy != nullptr) {
+    curl_multi_add_handle(multi, easy);
+    curl_multi_remove_handle(multi, easy);
+  }
+  curl_easy_cleanup(easy);
+  return multi;
 }
 
 }  // namespace WQBASE::network

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <curl/curl.h>
+
 namespace WQBASE::network {
 
 // Makes libcurl ready for use, once per process; false when it can't be. Any thread, also while the
@@ -8,5 +10,15 @@ namespace WQBASE::network {
 // It is never taken down again: the client's own use of it may rest on it. And it stays loaded when
 // this library is unloaded, since its threads may still wait for an answer of a name server.
 bool InitCurlLibrary();
+
+// libcurl ignores SIGPIPE for the whole process while it works on a handle that doesn't forbid it
+// (CURLOPT_NOSIGNAL). These functions make handles that do.
+
+// Null when memory is short.
+CURL* OpenEasyHandle();
+// curl_easy_reset, which would forget the option.
+void ResetEasyHandle(CURL* easy);
+// Null when memory or descriptors are short.
+CURLM* OpenMultiHandle();
 
 }  // namespace WQBASE::network

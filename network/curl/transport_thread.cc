@@ -10,6 +10,8 @@
 #include <limits>
 #include <utility>
 
+#include "network/curl/curl_library.h"
+
 namespace WQBASE::network {
 namespace {
 
@@ -188,7 +190,7 @@ void TransportThread::DropAll() {
 }
 
 CURL* TransportThread::TakeEasyHandle() {
-  if (free_handles_.empty()) return curl_easy_init();
+  if (free_handles_.empty()) return OpenEasyHandle();
   CURL* const easy = free_handles_.back();
   free_handles_.pop_back();
   return easy;
@@ -199,7 +201,7 @@ void TransportThread::GiveBack(CURL* easy) {
     curl_easy_cleanup(easy);
     return;
   }
-  curl_easy_reset(easy);
+  ResetEasyHandle(easy);
   free_handles_.push_back(easy);
 }
 

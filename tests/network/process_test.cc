@@ -1,9 +1,13 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <tarvel/tarvel.h>
 
 #include <csignal>
@@ -28,11 +32,12 @@ using namespace test_support;
 using WQBASE::network::HttpRequestUser;
 
 // Sends through the client of the environment that is up.
-std::future<std::int64_t> Send(const std::string& url) {
+std::future<std::int64_t> Send(const std::string& url, int time_out_ms = 30'000) {
   const auto status = std::make_shared<std::promise<std::int64_t>>();
   const auto request = std::make_shared<HttpRequestUser>();
   request->url = url;
   request->method = WQBASE::network::kMethodGet;
+  request->time_out = time_out_ms;
   request->callback = [status](const auto& response, std::int32_t) {
     status->set_value(response->status);
   };
@@ -68,35 +73,72 @@ TEST(ProcessTest, IsNotHeldUpByASilentNameServer) {
   });
 }
 
-TEST(ProcessTest, GetsNoSignalFromAServerThatClosesUnderAnUpload) {
+// From now on the kernel ends this process when it changes what a signal does, or asks for or sets
+// the flags of the descriptor `own`.
+bool ForbidMeddling(int own) {
+  const auto own_value = static_cast<std::uint32_t>(own);
+  sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_rt_sigaction, 0, 2),
+                        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
+                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 3, 4),  // No new one: just a look.
+                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fcntl, 0, 2),
+                        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
+                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, own_value, 1, 0),
+                        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+                        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS)};
+  const sock_fprog program{std::size(code), code};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program) == 0;
+}
+
+TEST(ProcessTest, KeepsItsSignalHandlersAndItsOwnSocketsAsTheyAre) {
   EXPECT_GOOD_CHILD([] {
-    std::signal(SIGPIPE, SIG_DFL);
+    if (!EnterPrivateNetwork("nameserver 127.0.0.53\n")) return kNotPermitted;
     CertificateAuthority authority;
-    RawServer plain([](RawConnection& connection) { connection.Reset(); });
-    NginxServer tls({.listeners = {{"127.0.0.1", authority.Issue({"a.example"})}},
-                     .server_text = "client_max_body_size 1k; lingering_close off;"});
-    Transport transport;
-    for (const std::string& url : {plain.url("/"), tls.url("/")}) {
-      for (int i = 0; i < 10; ++i) {
-        EXPECT_FALSE(transport.Fetch(Post(url, std::string(4'000'000, 'x')))->success);
+    NginxServer server({.listeners = {{}, {"127.0.0.1", authority.Issue({"a.example"})}},
+                        .files = {{"index", "good"}}});
+    const ListeningSocket silent("127.0.0.1");
+    const std::string never = UrlOf("http", "127.0.0.1", silent.port(), "/");
+    int pair[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
+    std::thread([] {}).join();  // With the first thread, the C library sets a handler of its own.
+    if (!ForbidMeddling(pair[0])) return kNotPermitted;
+    const std::function<int()> forbidden[] = {
+        [] { return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR; },
+        [&] { return fcntl(pair[0], F_GETFD); }};
+    for (const auto& each : forbidden) EXPECT_EQ(WTERMSIG(RunInChild(each)), SIGSYS);
+    for (const int requests : {0, 6, 6}) {  // Of each life of the library.
+      const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
+      for (int i = 0; i < requests; ++i) {
+        EXPECT_EQ(Send(server.url("/index", i % 2)).get(), 200);
+        if (i != 3) continue;
+        EXPECT_EQ(Send("http://a.example/").get(), 0);
+        EXPECT_EQ(Send(never, 100).get(), 0);
+        Send(never);  // In flight until the exit.
+        zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyAny);
       }
+      zo_tarvel::ExitTarvelEnvironment(id);
     }
+    // An instrumented process's check for leaks sets handlers of its own at a regular end.
+    std::_Exit(HasFailure() ? 1 : 0);
     return 0;
   });
 }
 
-// What a program that this process executes finds open, but for files.
+// What a program that this process executes finds open, but for files and local sockets.
 std::string InheritedDescriptors() {
-  Program list({"/bin/sh", "-c", "ls -l /proc/self/fd | grep -oE '(socket|anon_inode):.*'"});
+  Program list({"/bin/sh", "-c",
+                "for each in $(ls -l /proc/self/fd | grep -oP '(socket:.\\K\\d+|anon_inode:.*)')\n"
+                "do grep -qwF $each /proc/net/unix || echo $each; done"});
   list.Wait();
   return list.output();
 }
 
-TEST(ProcessTest, HandsNoDescriptorToItsChildren) {
+TEST(ProcessTest, HandsNoConnectionToItsChildren) {
   EXPECT_GOOD_CHILD([] {
     HttpServer server;
     RawServer silent(NeverAnswers());
-    EXPECT_NE(socket(AF_UNIX, SOCK_STREAM, 0), -1);  // The process's own, which they do inherit.
+    EXPECT_NE(socket(AF_INET, SOCK_STREAM, 0), -1);  // The process's own, which they do inherit.
     const auto before = InheritedDescriptors();
     EXPECT_NE(before, "");
     Transport transport;

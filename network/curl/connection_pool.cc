@@ -33,7 +33,7 @@ int ActionOf(std::uint32_t events) {
 ConnectionPool::ConnectionPool(int epoll, std::uint32_t id)
     : epoll_(epoll), id_(id), multi_(OpenMultiHandle()) {
   if (multi_ == nullptr) return;
-  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMostIdleConnections);
+  CountInFlight(0);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, OnSocketWanted);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, OnTimerWanted);
@@ -50,12 +50,18 @@ bool ConnectionPool::Add(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnSocketClosed);
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
   if (curl_multi_add_handle(multi_, easy) != CURLM_OK) return false;
-  ++in_flight_;
+  CountInFlight(in_flight_ + 1);
   return true;
 }
 
 void ConnectionPool::Remove(CURL* easy) {
-  if (curl_multi_remove_handle(multi_, easy) == CURLM_OK) --in_flight_;
+  if (curl_multi_remove_handle(multi_, easy) == CURLM_OK) CountInFlight(in_flight_ - 1);
+}
+
+// libcurl's limit is on all connections, and it keeps to it by closing idle ones.
+void ConnectionPool::CountInFlight(long count) {
+  in_flight_ = count;
+  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMostIdleConnections + in_flight_);
 }
 
 void ConnectionPool::OnSocketEvents(int socket, std::uint32_t events) {

@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -57,10 +56,11 @@ class ConnectionPool {
   bool Watch(curl_socket_t socket, int what, bool is_watched);
   void Unwatch(curl_socket_t socket) const;
   void Work(curl_socket_t socket, int action);
+  void CountInFlight(long count);
 
   const int epoll_;
   const std::uint32_t id_;
-  std::size_t in_flight_ = 0;
+  long in_flight_ = 0;
   std::optional<Clock::time_point> due_;
   std::unordered_map<curl_socket_t, Socket> sockets_;
   CURLM* const multi_;  // Last: it works on the others until it is gone.

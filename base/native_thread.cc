@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <utility>
 #include <vector>
@@ -22,6 +23,28 @@ constexpr std::chrono::milliseconds kPollAtExit{1};
 struct UnjoinedThreads {
   std::mutex lock;
   std::vector<std::shared_ptr<NativeThread>> threads;  // Guarded by `lock`.
+};
+
+// Signals belong to the client, who may wait for one with signalfd: the system gives a signal to
+// any thread that doesn't block it. While this lives, the calling thread blocks all but those that
+// a thread's own instructions raise. A thread that it starts inherits that, and so do the threads
+// that other libraries start from there.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t signals;
+    sigfillset(&signals);
+    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+      sigdelset(&signals, own);
+    }
+    pthread_sigmask(SIG_SETMASK, &signals, &before_);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_;
 };
 
 thread_local const NativeThread* current_thread = nullptr;
@@ -107,6 +130,7 @@ const JoinAtExit join_at_exit;
 
 void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body) {
   const std::lock_guard<std::mutex> lock(thread->lock_);
+  const SignalsBlocked blocked;
   thread->thread_ = std::thread([thread, body = std::move(body)]() mutable {
     const LibraryThreadScope scope;
     current_thread = thread.get();

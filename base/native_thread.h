@@ -19,6 +19,7 @@ class NativeThread {
   NativeThread& operator=(const NativeThread&) = delete;
 
   // Runs `body` on a new thread and destroys it there. The calling thread passes its own reference.
+  // The new thread blocks all signals but those that its own instructions raise.
   // Raises std::system_error when the system gives no thread.
   static void Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body);
 

@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <utility>
 
@@ -56,15 +55,6 @@ void Fill(DnsServer::HostResult& result, const hostent& entry) {
   for (char** raw = entry.h_addr_list; raw != nullptr && *raw != nullptr; ++raw) {
     result.addresses.push_back(TextOfAddress(*raw, entry.h_length));
   }
-}
-
-// c-ares writes to TCP connections, which a name server may have closed. The signal would end the
-// client's process; it belongs to the thread that writes, so blocking it there is enough.
-void BlockSigPipe() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
 // c-ares puts its sockets into the sets without a look at their numbers.
@@ -142,7 +132,6 @@ void DnsServer::GetHostByName(const std::list<std::string>& hosts, const HostsCa
 }
 
 void DnsServer::Lookup::OpenChannel() {
-  BlockSigPipe();
   if (ares_init_options(&channel_, &options_, 0) != ARES_SUCCESS) {
     channel_ = nullptr;
     return;
@@ -179,7 +168,7 @@ void DnsServer::Lookup::ProcessUntilDone() {
     if (nfds == 0) return;
     timeval slice{0, kSliceMicroseconds};
     const int ready = select(nfds, &readable, &writable, nullptr, &slice);
-    if (ready == -1 && errno == EINTR) continue;  // By a signal of the client's.
+    if (ready == -1 && errno == EINTR) continue;
     if (ready == -1 || MustStop()) return;
     ares_process(channel_, &readable, &writable);
   }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstddef>
 #include <limits>
 #include <utility>
@@ -21,14 +20,6 @@ using Clock = ConnectionPool::Clock;
 constexpr std::uint64_t kWakeSource = 0;  // Pools have ids from 1.
 constexpr std::size_t kMostFreeHandles = 32;
 constexpr int kEventsAtOnce = 64;
-
-// A write to a connection that the peer has closed must not reach the client's process as a signal.
-void BlockBrokenPipeSignal() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
 
 }  // namespace
 
@@ -68,7 +59,6 @@ void TransportThread::RetireConnections() {
 }
 
 void TransportThread::Run() {
-  BlockBrokenPipeSignal();
   while (!stopping_requested()) {
     TakeOrders();
     RunDueTimers();

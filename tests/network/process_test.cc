@@ -6,11 +6,14 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <tarvel/tarvel.h>
 
 #include <csignal>
+#include <filesystem>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -56,19 +59,67 @@ int SilentNameServer(const char* address_text) {
   return fd;
 }
 
-TEST(ProcessTest, IsNotHeldUpByASilentNameServer) {
+// Those of this process, but for `others`.
+std::set<std::string> ThreadsBeside(const std::set<std::string>& others) {
+  std::set<std::string> threads;
+  for (const auto& each : std::filesystem::directory_iterator("/proc/self/task")) {
+    if (others.count(each.path()) == 0) threads.insert(each.path());
+  }
+  return threads;
+}
+
+// As bits, the signal 1 in the lowest.
+std::uint64_t BlockedSignals(const std::string& thread) {
+  const std::string status = ReadFile(thread + "/status");
+  return std::stoull(status.substr(status.find("SigBlk:") + 7), nullptr, 16);
+}
+
+// All but those that a thread raises itself, that can't be blocked, and the C library's own.
+const std::uint64_t kBlockable = [] {
+  std::uint64_t signals = ~0ULL;
+  for (const int signal :
+       {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGKILL, SIGSTOP, 32, 33}) {
+    signals &= ~(1ULL << (signal - 1));
+  }
+  return signals;
+}();
+
+TEST(ProcessTest, KeepsItsSignalsAndIsNotHeldUpWhileANameServerIsSilent) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("nameserver 127.0.0.53\n")) return kNotPermitted;
     pollfd name_server{SilentNameServer("127.0.0.53"), POLLIN, 0};
-    HttpServer server;
-    const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
+    NginxServer server({.files = {{"index", "good"}}});  // No thread of this process.
+    const auto others = ThreadsBeside({});
+    auto settings = TestSettings();
+    settings.enable_httpdns = 1;
+    const int id = zo_tarvel::StartTarvelEnvironment(settings);
+    EXPECT_EQ(BlockedSignals("/proc/thread-self"), 0U);
+    EXPECT_EQ(ThreadsBeside(others).size(), 5U);  // All of the library.
+    for (const auto& each : ThreadsBeside(others)) EXPECT_EQ(BlockedSignals(each), kBlockable);
     std::vector<std::future<std::int64_t>> stuck;
     for (int i = 0; i < 200; ++i) stuck.push_back(Send("http://a.example/"));
     EXPECT_EQ(poll(&name_server, 1, 20'000), 1);  // It has been asked.
+    const auto threads = ThreadsBeside(others);
+    EXPECT_GT(threads.size(), 5U);
+    for (const auto& each : threads) EXPECT_EQ(kBlockable & ~BlockedSignals(each), 0U);
+
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+    const int signals = signalfd(-1, &stop, SFD_CLOEXEC);
+    kill(getpid(), SIGTERM);
+    signalfd_siginfo taken{};
+    EXPECT_EQ(read(signals, &taken, sizeof taken), ssize_t{sizeof taken});
+
     // The lookups take 10 s each.
-    EXPECT_LT(MillisecondsOf([&] { EXPECT_EQ(Send(server.url("/")).get(), 200); }), 3'000);
+    EXPECT_LT(MillisecondsOf([&] { EXPECT_EQ(Send(server.url("/index")).get(), 200); }), 3'000);
+    EXPECT_EQ(Send("http://a.example/", 100).get(), 0);
+    EXPECT_EQ(Send(server.url("/index")).get(), 200);
     EXPECT_LT(MillisecondsOf([&] { zo_tarvel::ExitTarvelEnvironment(id); }), 3'000);
     EXPECT_THROW(stuck.back().get(), std::future_error);  // Dropped.
+    const std::string log = server.AccessLog(2);          // Both requests, on the same connection.
+    EXPECT_EQ(log.substr(0, log.size() / 2), log.substr(log.size() / 2));
     return 0;
   });
 }

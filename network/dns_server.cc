@@ -121,11 +121,17 @@ void DnsServer::GetHostByName(const std::string& host, HostCallback callback,
 
 void DnsServer::GetHostByName(const std::list<std::string>& hosts, const HostsCallback& callback,
                               AddressFamily family) {
-  const auto results = std::make_shared<std::map<std::string, HostResult>>();
+  // Shared by the lookups: the callback may hold much, and each lookup keeps its own closure.
+  struct Gathering {
+    const HostsCallback callback;
+    const std::size_t count;
+    std::map<std::string, HostResult> results;
+  };
+  const auto gathering = std::make_shared<Gathering>(Gathering{callback, hosts.size(), {}});
   for (const std::string& host : hosts) {
-    const auto store = [host, callback, count = hosts.size(), results](const HostResult& result) {
-      (*results)[host] = result;
-      if (results->size() == count) callback(*results);
+    const auto store = [host, gathering](const HostResult& result) {
+      gathering->results[host] = result;
+      if (gathering->results.size() == gathering->count) gathering->callback(gathering->results);
     };
     GetHostByName(host, store, family);
   }

@@ -126,6 +126,30 @@ TEST(DnsServerTest, GivesUpOnASilentNameServerAndThenGoesOnWithTheList) {
   });
 }
 
+// A callback that counts its copies.
+struct Counting {
+  Counting(std::atomic<int>& copies, std::promise<void>& over) : copies(copies), over(over) {}
+  Counting(const Counting& other) : copies(other.copies), over(other.over) { ++copies; }
+  void operator()(const std::map<std::string, Result>&) const { over.set_value(); }
+
+  std::atomic<int>& copies;
+  std::promise<void>& over;
+};
+
+TEST(DnsServerTest, HoldsTheCallbackOfAListOnceHoweverLongTheList) {
+  const Resolver resolver;
+  const auto copies_for = [&](int count) {
+    std::atomic<int> copies{0};
+    std::promise<void> over;
+    std::list<std::string> hosts;  // Literals, which no name server is asked for.
+    while (count > 0) hosts.push_back("192.0.2." + std::to_string(count--));
+    resolver.server->GetHostByName(hosts, Counting(copies, over), kAddressFamilyIPv4);
+    over.get_future().get();
+    return copies.load();
+  };
+  EXPECT_LE(copies_for(32), copies_for(1));
+}
+
 TEST(DnsServerTest, StopsPromptlyInTheMiddleOfASilentLookup) {
   EXPECT_GOOD_LOOKUPS([](int silent) {
     for (const bool released : {false, true}) {

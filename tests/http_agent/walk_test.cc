@@ -139,7 +139,7 @@ class Walker {
         [this, helper, &over](bool stop, bool success, const std::string& headers,
                               const std::string& body, const MultipleURLHttpRequest& adjusted) {
           const std::unique_ptr<MultipleURLHttpRequestHelper> owned(helper);
-          const auto& items = owned->statistic_items();
+          const auto items = owned->TakeStatisticItems();
           outcome_ = {outcome_.signals + 1,        stop, success, headers, body, adjusted,
                       {items.begin(), items.end()}};
           over.Set();

@@ -149,10 +149,11 @@ void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& reque
         const auto agent = weak.lock();
         if (agent == nullptr) return;
         const std::shared_ptr<MultipleURLHttpRequestHelper> owned(helper);
+        const auto outcome =
+            std::make_shared<const Outcome>(Outcome{stop, success, headers, body, adjusted});
+        const auto items = std::make_shared<std::list<_StatisticItem>>(owned->TakeStatisticItems());
         agent->PostToWorkThread(
-            [outcome = std::make_shared<Outcome>(
-                 Outcome{stop, success, headers, body, adjusted, owned->statistic_items()})](
-                HttpAgent& on_thread) { on_thread.FinishRequest(outcome); });
+            [outcome, items](HttpAgent& on_thread) { on_thread.FinishRequest(outcome, items); });
       });
   helper->InvokeRequest();
   // Without a URL there will be no signal.
@@ -160,10 +161,11 @@ void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& reque
 }
 
 // Where a logical request really ends.
-void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome) {
+void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
+                              const SharedItems& items) {
   const MultipleURLHttpRequest& request = outcome->request;
   if (GetEnvironmentConfig() == nullptr) return;
-  ReportFailures(outcome->statistic_items);
+  ReportFailures(items);
   if (!outcome->success) {
     LogFailed(request);
     if (request.use_http_dns_if_fail) {
@@ -247,9 +249,9 @@ void HttpAgent::OnAddresses(const Outcome& outcome, const NamedUrls& named,
 
 // --- Reports ---
 
-void HttpAgent::ReportFailures(const std::list<_StatisticItem>& items) {
+void HttpAgent::ReportFailures(const SharedItems& items) {
   const auto config = GetEnvironmentConfig();
-  if (items.empty() || config == nullptr || !config->enable_exception_data_reporting()) return;
+  if (items->empty() || config == nullptr || !config->enable_exception_data_reporting()) return;
   const std::weak_ptr<_EnvironmentConfig> weak = config;
   FromatStatisticItemList(items, [weak](const std::list<_StatisticItem>& completed) {
     const auto living = weak.lock();
@@ -260,22 +262,25 @@ void HttpAgent::ReportFailures(const std::list<_StatisticItem>& items) {
 
 void HttpAgent::FromatStatisticItemList(const std::list<_StatisticItem>& items,
                                         const StatisticReport& report) {
+  FromatStatisticItemList(std::make_shared<std::list<_StatisticItem>>(items), report);
+}
+
+void HttpAgent::FromatStatisticItemList(const SharedItems& items, const StatisticReport& report) {
   PostToWorkThread([items, report](HttpAgent& on_thread) {
-    if (!items.empty() && report) on_thread.ResolveHostsOf(items, report);
+    if (!items->empty() && report) on_thread.ResolveHostsOf(items, report);
   });
 }
 
-void HttpAgent::ResolveHostsOf(const std::list<_StatisticItem>& items,
-                               const StatisticReport& report) {
+void HttpAgent::ResolveHostsOf(const SharedItems& items, const StatisticReport& report) {
   // Each once: the DNS server answers for a list of distinct hosts only.
   std::list<std::string> hosts;
   std::set<std::string> seen;
-  for (const auto& item : items) {
+  for (const auto& item : *items) {
     if (!item.host.empty() && seen.insert(item.host).second) hosts.push_back(item.host);
   }
   const bool backlog = lookups_under_way_ >= kMostLookups;
   if (hosts.empty() || backlog || !dns_server_->IsRunning()) {
-    report(items);
+    report(*items);
     return;
   }
   ZO_LOG << "[HttpAgent]DNS server GetHostByName begin";
@@ -287,15 +292,14 @@ void HttpAgent::ResolveHostsOf(const std::list<_StatisticItem>& items,
   const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
   const auto on_hosts =
       [weak, items, report](const std::map<std::string, zo_net::DnsServer::HostResult>& results) {
-        auto completed = items;
-        for (auto& item : completed) {
+        for (auto& item : *items) {
           const auto result = results.find(item.host);
           if (result != results.end()) item.ips = result->second.addresses;
         }
         ZO_LOG << "[HttpAgent]DNS server GetHostByName end";
         if (const auto agent = weak.lock()) {
           --agent->lookups_under_way_;
-          agent->PostToWorkThread([report, completed](HttpAgent&) { report(completed); });
+          agent->PostToWorkThread([report, items](HttpAgent&) { report(*items); });
         }
       };
   ++lookups_under_way_;

@@ -57,8 +57,10 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
     std::string headers;
     std::string body;
     MultipleURLHttpRequest request;
-    std::list<_StatisticItem> statistic_items;
   };
+  // Failed answers on their way to a report. One list from the end of the walk on, as their bodies
+  // can be large: each step hands it to the next.
+  using SharedItems = std::shared_ptr<std::list<_StatisticItem>>;
 
   void InitOnce();
   void OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread);
@@ -67,11 +69,12 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   template <class F>
   void PostToWorkThread(F task);
   static MultipleURLHttpRequestHelper* MakeUnownedHelper();
-  void FinishRequest(const std::shared_ptr<const Outcome>& outcome);
+  void FinishRequest(const std::shared_ptr<const Outcome>& outcome, const SharedItems& items);
   // Calls back with the result of a request that goes no further.
   void Deliver(const Outcome& outcome, bool stop);
-  void ReportFailures(const std::list<_StatisticItem>& items);
-  void ResolveHostsOf(const std::list<_StatisticItem>& items, const StatisticReport& report);
+  void ReportFailures(const SharedItems& items);
+  void FromatStatisticItemList(const SharedItems& items, const StatisticReport& report);
+  void ResolveHostsOf(const SharedItems& items, const StatisticReport& report);
 
   // --- Second try ---
   // The URLs of each host that has a name, both in first-seen order.

@@ -44,8 +44,8 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   // Starts the URL whose turn it is.
   void InvokeRequest();
 
-  // The failed answers so far, in the order of their arrival.
-  const std::list<_StatisticItem>& statistic_items() const { return statistic_items_; }
+  // Hands over the failed answers so far, in the order of their arrival, with their bodies.
+  std::list<_StatisticItem> TakeStatisticItems() { return std::move(statistic_items_); }
 
  private:
   using Verdict = MultipleURLHttpRequest::CheckCallbackResult;

@@ -332,6 +332,9 @@ TEST(WalkAdjustmentTest, ChangesTheRequestAsTheSettingsSay) {
     auto headers = request.headers;
     if (!changed) headers.push_back("X-VELDRIN-TRACE-ID:t");
     EXPECT_EQ(adjusted.headers, headers);
+    environment.Exit();
+    EXPECT_EQ(RecordedLog::Texts("[HttpDNSService]Uninit unenable httpdns, return").size(),
+              changed ? 1U : 0U);
   }
 }
 

@@ -13,6 +13,7 @@
 #include "tarvel/http_agent/logic/multiple_url_http_request.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/child_process.h"
+#include "tests/support/event.h"
 #include "tests/support/http_server.h"
 #include "tests/support/mailbox.h"
 #include "tests/support/nginx_server.h"
@@ -34,27 +35,34 @@ struct Outcome {
   std::vector<TarvelExceptionData> reports;
 };
 
-// Sends `urls` through an environment that knows the addresses of `hosts`, which are lists in JSON,
-// from its file, and asks no HTTPDNS server soon. Waits for so many reports before the exit.
-Outcome Send(const Texts& urls, std::size_t reports,
-             const std::map<std::string, std::string>& hosts = {}, bool reporting = true) {
-  const TempDirectory directory;
+// Those of an environment with the files of an earlier run: servers, which it renews years later,
+// and the addresses of `hosts`. All lists are in JSON.
+_ZOTarvelEnvironmentSettings SettingsOn(const TempDirectory& directory, const std::string& servers,
+                                        const std::map<std::string, std::string>& hosts = {}) {
   auto settings = AgentSettings();
   std::strcpy(settings.appdata_path, directory.path().c_str());
   settings.enable_httpdns = 0;
-  settings.enable_exception_data_reporting = reporting ? 1 : 0;
   const auto config = std::make_shared<_EnvironmentConfig>();
   config->Load(settings);
   const std::string files = config->appdata_path() + "http_dns/";
   std::filesystem::create_directories(files);
-  WriteFile(files + "http_server_cache.data",
-            R"({"host": "none.invalid", "ipv4": "[]", "expired_time": "4000000000000"})");
+  const Json::object list{
+      {"host", "127.0.0.1"}, {"ipv4", servers}, {"expired_time", "4000000000000"}};
+  WriteFile(files + "http_server_cache.data", Json(list).dump());
   Json::object entries;
   for (const auto& [host, ips] : hosts) {
     entries[host] = R"({"cache_expired_time": 4000000000000, "ipv4": )" + ips + "}";
   }
   WriteFile(files + "http_dns_cache.data", Json(entries).dump());
+  return settings;
+}
 
+// Sends `urls` through such an environment. Waits for so many reports before the exit.
+Outcome Send(const Texts& urls, std::size_t reports,
+             const std::map<std::string, std::string>& hosts = {}, bool reporting = true) {
+  const TempDirectory directory;
+  auto settings = SettingsOn(directory, "[]", hosts);
+  settings.enable_exception_data_reporting = reporting ? 1 : 0;
   static Mailbox<TarvelExceptionData> records;
   Mailbox<std::string> results;
   Outcome outcome;
@@ -135,6 +143,39 @@ TEST(SecondTryTest, IsTheLastAndHasOneResult) {
     EXPECT_TRUE(RecordedLog::Texts("[HttpAgent]DNS server").empty());
     return 0;
   });
+}
+
+TEST(SecondTryTest, AsksNoFurtherServerAfterTheAgentHasStopped) {
+  Event asked, stopped, sent, received;
+  RawServer first([&](RawConnection& connection) {
+    if (connection.ReadRequest().empty()) return;
+    asked.Set();
+    if (stopped.Await() && connection.Send(HttpAnswer("500 Oops", ""))) sent.Set();
+    connection.AwaitStop();
+  });
+  HttpServer next;
+  const auto entry = [](int port) {
+    return R"({"host": "127.0.0.1", "https": false, "port": )" + std::to_string(port) + "}";
+  };
+  const TempDirectory directory;
+  AgentEnvironment environment(
+      SettingsOn(directory, "[" + entry(first.port()) + "," + entry(next.port()) + "]"));
+  MultipleURLHttpRequest request;
+  request.urls = {{"", "http://localhost:1/"}};
+  request.check_callback = [](auto&&...) { return MultipleURLHttpRequest::CheckCallbackResult(); };
+  environment.InvokeHttpRequest(request, true);
+  ASSERT_TRUE(asked.Await());
+  GetStorage()->http_agent->Uninit();
+  stopped.Set();
+  ASSERT_TRUE(sent.Await());
+  const auto later = std::make_shared<WQBASE::network::HttpRequestUser>();  // Answered after that.
+  later->setUrl(next.url("/later"));
+  later->callback = [&](auto&&...) { received.Set(); };
+  GetHttpClient()->send(later);
+  ASSERT_TRUE(received.Await());
+  EXPECT_THAT(RecordedLog::Texts("[multiple]Send sub url request:").back(),
+              HasSubstr(std::to_string(first.port())));
+  EXPECT_EQ(next.requests().size(), 1U);
 }
 
 TEST(StatisticsTest, TellOfEachFailedUrlAndWhatSavedTheRequest) {

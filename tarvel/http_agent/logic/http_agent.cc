@@ -84,9 +84,11 @@ void HttpAgent::InitOnce() {
 }
 
 void HttpAgent::Uninit() {
+  const bool is_first = !stopped_->exchange(true);
   SetTaskPosterOfReporter(nullptr);
   if (work_thread_) work_thread_->Stop();
-  if (http_dns_service_) http_dns_service_->Uninit();
+  // The service takes one Uninit only, and would log each one while HTTPDNS is off.
+  if (is_first && http_dns_service_) http_dns_service_->Uninit();
   if (dns_server_) dns_server_->Stop();
 }
 
@@ -137,6 +139,7 @@ void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& reque
   const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
   auto* const helper = MakeUnownedHelper();
   helper->SetEnvironmentConfig(GetEnvironmentConfig());
+  helper->SetStopFlag(stopped_);
   // A process can be so short of thread-local keys that the thread doesn't know its loop.
   const auto own_loop = zo_base::GetCurrentTaskLoop();
   helper->SetTaskLoop(own_loop == nullptr ? work_thread_->GetTaskLoop() : own_loop);

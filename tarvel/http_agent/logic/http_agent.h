@@ -34,7 +34,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
 
   // Builds and starts its parts, once. Always true.
   bool Init();
-  // Stops them. May be called again.
+  // Stops them: from its begin on no further URL is started. May be called again.
   void Uninit();
 
   // Whether a request has a chance, as far as the system itself can tell.
@@ -87,6 +87,8 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   void OnAddresses(const Outcome& outcome, const NamedUrls& named,
                    const HostCacheResult& addresses);
 
+  // Shared with the helpers, some of which outlive this.
+  const std::shared_ptr<std::atomic<bool>> stopped_ = std::make_shared<std::atomic<bool>>(false);
   std::once_flag init_flag_;
   std::shared_ptr<zo_base::TaskThread> work_thread_;
   std::shared_ptr<zo_net::DnsServer> dns_server_;

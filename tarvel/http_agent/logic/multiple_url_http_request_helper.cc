@@ -33,13 +33,14 @@ MultipleURLHttpRequestHelper::~MultipleURLHttpRequestHelper() {
   ZO_LOG << "[multiple]Request return,release request object";
 }
 
-std::shared_ptr<_EnvironmentConfig> MultipleURLHttpRequestHelper::ConfigUnlessExiting() {
+std::shared_ptr<_EnvironmentConfig> MultipleURLHttpRequestHelper::ConfigUnlessStopped() {
+  if (stop_flag_ != nullptr && stop_flag_->load()) return nullptr;
   auto config = GetEnvironmentConfig();
   return config != nullptr && !config->IsExiting() ? config : nullptr;
 }
 
 void MultipleURLHttpRequestHelper::SetRequest(const MultipleURLHttpRequest& request) {
-  const auto config = ConfigUnlessExiting();
+  const auto config = ConfigUnlessStopped();
   if (config == nullptr) return;
   request_ = request;
   ZO_LOG << "[multiple]Invoke send multiple_time_out:" << request_.multiple_time_out
@@ -81,11 +82,11 @@ void MultipleURLHttpRequestHelper::LogUrlList(const char* title) const {
 }
 
 void MultipleURLHttpRequestHelper::InvokeRequest() {
-  if (ConfigUnlessExiting() == nullptr) return;
+  if (ConfigUnlessStopped() == nullptr) return;
   if (request_.urls.empty()) {
     ZO_LOG << "[multiple] Request url list empty";
     // A log function of the client's may have exited, here and below.
-    if (ConfigUnlessExiting() == nullptr) return;
+    if (ConfigUnlessStopped() == nullptr) return;
     if (request_.result_callback) request_.result_callback(true, false, "", "");
     return;
   }
@@ -135,7 +136,7 @@ void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
 }
 
 void MultipleURLHttpRequestHelper::OnSubResponse(const SubResponse& response) {
-  if (ConfigUnlessExiting() == nullptr) return;
+  if (ConfigUnlessStopped() == nullptr) return;
   ZO_LOG << "[multiple][rsp]Index:" << response.index << " code :" << response.code;
   const bool all_requested = AllRequested();
   ZO_LOG << "[multiple][rsp]All url requested :" << TextOf(all_requested);

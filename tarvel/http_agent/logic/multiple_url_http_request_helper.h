@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <map>
@@ -28,7 +29,8 @@ inline const char* SIG_ALL_SUB_REQUEST_RETURN() { return "SIG_ALL_SUB_REQUEST_RE
 // back to it. No lock.
 // Ownership: nobody's while the request runs. The slot of SIG_ALL_SUB_REQUEST_RETURN takes it over
 // and destroys it, so nothing of it is touched after the emission; an answer that comes later finds
-// its weak closure dead. When the environment goes down first, it is never destroyed.
+// its weak closure dead. When the agent stops first, it does nothing any more and is never
+// destroyed.
 class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
                                      public zo_base::ZOObjectIMPL {
  public:
@@ -38,6 +40,10 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   // Where timers and answers come back to: the loop of the thread that calls InvokeRequest, for
   // those who can't rely on the thread's record of it.
   void SetTaskLoop(std::weak_ptr<zo_base::ITaskLoop> loop) { task_loop_ = std::move(loop); }
+
+  // Once the flag is true no URL is started, no answer judged and no signal emitted, on whatever
+  // thread an answer arrives: its own may have gone by then.
+  void SetStopFlag(std::shared_ptr<const std::atomic<bool>> flag) { stop_flag_ = std::move(flag); }
 
   // Takes a copy, and adjusts it to the settings of the environment.
   void SetRequest(const MultipleURLHttpRequest& request);
@@ -50,7 +56,8 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
  private:
   using Verdict = MultipleURLHttpRequest::CheckCallbackResult;
 
-  std::shared_ptr<_EnvironmentConfig> ConfigUnlessExiting();
+  // Null when the agent has stopped, too.
+  std::shared_ptr<_EnvironmentConfig> ConfigUnlessStopped();
   void PutIPLiteralsFirst();
   void AddTraceHeader();
   void LogUrlList(const char* title) const;
@@ -74,6 +81,7 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   void End(const Verdict& verdict, const SubResponse& response);
 
   std::weak_ptr<zo_base::ITaskLoop> task_loop_;
+  std::shared_ptr<const std::atomic<bool>> stop_flag_;  // Null for a helper without an agent.
   MultipleURLHttpRequest request_;
   // One for each URL that was started and has not answered. Its timer runs while the next URL waits
   // for it.

@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <optional>
 #include <utility>
 
@@ -15,14 +17,36 @@ namespace {
 
 using nlohmann::json;
 
-// More than the longest texts take that anybody keeps, with every character escaped.
-constexpr std::size_t kLongestFile = 64UL * 1024 * 1024;
+// How many bytes more a character takes in the file: those with a short form one, such as \n, other
+// control characters five.
+constexpr std::size_t EscapeLength(char c) {
+  if (c == '"' || c == '\\') return 1;
+  if (static_cast<unsigned char>(c) >= 0x20) return 0;
+  return c == '\b' || c == '\t' || c == '\n' || c == '\f' || c == '\r' ? 1 : 5;
+}
+
+std::size_t LengthInFile(const std::string& text) {
+  return std::accumulate(text.begin(), text.end(), text.size(),
+                         [](std::size_t length, char c) { return length + EscapeLength(c); });
+}
+
+// With four quotes, a colon and a comma.
+std::size_t LengthInFile(const std::string& key, const std::string& value) {
+  return LengthInFile(key) + LengthInFile(value) + 6;
+}
+
+// With two braces, and without the comma behind the last entry.
+std::size_t FileLength(std::size_t entry_bytes) {
+  return std::max<std::size_t>(entry_bytes + 1, 2);
+}
 
 // Takes a flat object of strings and refuses all else at once, so that a deep or long text of
 // another shape builds nothing.
 class FlatObjectReader final : public nlohmann::json_sax<json> {
  public:
   using Texts = std::unordered_map<std::string, std::string>;
+
+  explicit FlatObjectReader(const CachedKeyValueFile::Filter& filter) : filter_(filter) {}
 
   bool start_object(std::size_t) override { return std::exchange(in_object_, true) == false; }
   bool key(std::string& name) override {
@@ -31,7 +55,11 @@ class FlatObjectReader final : public nlohmann::json_sax<json> {
   }
   bool string(std::string& value) override {
     if (!in_object_) return false;
-    texts_[key_] = std::move(value);
+    if (filter_ && !filter_(key_, value)) {
+      all_kept_ = false;
+    } else {
+      texts_[key_] = std::move(value);
+    }
     return true;
   }
   bool end_object() override { return true; }
@@ -49,19 +77,20 @@ class FlatObjectReader final : public nlohmann::json_sax<json> {
   }
 
   Texts& texts() { return texts_; }
+  bool all_kept() const { return all_kept_; }
 
  private:
+  const CachedKeyValueFile::Filter& filter_;
   bool in_object_ = false;
+  bool all_kept_ = true;
   std::string key_;
   Texts texts_;
 };
 
-std::optional<FlatObjectReader::Texts> ParseFlatObject(const std::string& text) {
-  FlatObjectReader reader;
+// False when the text is no such object.
+bool ParseFlatObject(const std::string& text, FlatObjectReader& reader) {
   // The parser takes a NUL for the end, whatever stands behind it.
-  if (text.find('\0') != std::string::npos) return std::nullopt;
-  if (!json::sax_parse(text, &reader)) return std::nullopt;
-  return std::move(reader.texts());
+  return text.find('\0') == std::string::npos && json::sax_parse(text, &reader);
 }
 
 }  // namespace
@@ -80,15 +109,20 @@ void CachedKeyValueFile::Reload() {
     text = ReadWholeFile(path_, kLongestFile);
   }
   if (text && text->empty()) return;
-  auto texts = text ? ParseFlatObject(*text) : std::nullopt;
-  if (!texts) ZO_LOG << "[cached file] not usable:" << path_;
+  FlatObjectReader reader(filter_);
+  const bool usable = text && ParseFlatObject(*text, reader);
+  if (!usable) ZO_LOG << "[cached file] not usable:" << path_;
 
   EntryMap replaced;
   WriteLock lock(entries_lock_);
   replaced.swap(entries_);
-  unsaved_.store(!texts);
-  if (!texts) return;
-  for (auto& [key, value] : *texts) entries_[key] = {kStringEntry, std::move(value)};
+  entry_bytes_ = 0;
+  unsaved_.store(!usable || !reader.all_kept());
+  if (!usable) return;
+  for (auto& [key, value] : reader.texts()) {
+    entry_bytes_ += LengthInFile(key, value);
+    entries_[key] = {kStringEntry, std::move(value)};
+  }
 }
 
 bool CachedKeyValueFile::Save() {
@@ -102,19 +136,21 @@ bool CachedKeyValueFile::Save() {
 
 bool CachedKeyValueFile::Write() {
   try {
-    const std::string text = Dump();
+    const std::optional<std::string> text = Dump();
+    if (!text) ZO_LOG << "[cached file] too long:" << path_;
     WriteLock lock(file_lock_);
-    return ReplaceWholeFile(path_, text);
+    return text && ReplaceWholeFile(path_, *text);
   } catch (const json::exception& error) {
     ZO_LOG << "[cached file] not saved:" << path_ << " " << error.what();
     return false;
   }
 }
 
-std::string CachedKeyValueFile::Dump() const {
+std::optional<std::string> CachedKeyValueFile::Dump() const {
   json object = json::object();
   {
     ReadLock lock(entries_lock_);
+    if (FileLength(entry_bytes_) > kLongestFile) return std::nullopt;
     for (const auto& [key, entry] : entries_) object[key] = ZOAnyCast<std::string>(entry.value);
   }
   return object.dump();
@@ -122,10 +158,14 @@ std::string CachedKeyValueFile::Dump() const {
 
 void CachedKeyValueFile::Set(const std::string& key, const std::string& value, std::int32_t kind) {
   WriteLock lock(entries_lock_);
-  Entry& entry = entries_[key];
-  const bool is_same = entry.kind == kind && entry.value.type() == typeid(std::string) &&
-                       ZOAnyCast<std::string>(entry.value) == value;
-  if (is_same) return;
+  const auto [place, is_new] = entries_.try_emplace(key);
+  Entry& entry = place->second;
+  if (!is_new) {
+    const auto& known = ZOAnyCast<std::string>(entry.value);
+    if (entry.kind == kind && known == value) return;
+    entry_bytes_ -= LengthInFile(key, known);
+  }
+  entry_bytes_ += LengthInFile(key, value);
   entry = {kind, value};
   unsaved_.store(true);
 }
@@ -146,6 +186,11 @@ std::size_t CachedKeyValueFile::Size() const {
   return entries_.size();
 }
 
+std::size_t CachedKeyValueFile::FileSize() const {
+  ReadLock lock(entries_lock_);
+  return FileLength(entry_bytes_);
+}
+
 std::vector<std::pair<std::string, std::string>> CachedKeyValueFile::Entries() const {
   ReadLock lock(entries_lock_);
   std::vector<std::pair<std::string, std::string>> texts;
@@ -161,6 +206,7 @@ void CachedKeyValueFile::Clear(bool save) {
   {
     WriteLock lock(entries_lock_);
     dropped.swap(entries_);
+    entry_bytes_ = 0;
     unsaved_.store(true);
   }
   if (save) Save();

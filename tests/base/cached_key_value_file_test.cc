@@ -84,6 +84,33 @@ TEST_F(CachedKeyValueFileTest, TakesNoEntryOfAFileThatIsNoFlatObjectOfStrings) {
   }
 }
 
+TEST_F(CachedKeyValueFileTest, WritesNoFileThatItWouldNotRead) {
+  store_.Load(path_);
+  store_.Set("a", "old");
+  EXPECT_TRUE(store_.Save());
+  // Six bytes each, as it stands in the file.
+  store_.Set("b", std::string(CachedKeyValueFile::kLongestFile / 6, '\x01'));
+  EXPECT_GT(store_.FileSize(), CachedKeyValueFile::kLongestFile);
+  EXPECT_FALSE(store_.Save());
+  EXPECT_EQ(GetFromFile("a"), "old");
+  for (const char* value : {"", "\"\\/\b\f\n\r\t\x01\x1f\x7f\xc3\xa4"}) {
+    store_.Set("b", value);
+    EXPECT_TRUE(store_.Save());
+    EXPECT_EQ(store_.FileSize(), ReadFile(path_).size());
+  }
+}
+
+TEST_F(CachedKeyValueFileTest, TakesFromItsFileWhatTheFilterKeepsAndOfThatTheLast) {
+  CachedKeyValueFile filtered([](const std::string& key, const std::string& value) {
+    return key != "junk" && value != "bad";
+  });
+  WriteFile(path_, R"({"junk": "1", "a": "1", "b": "bad", "a": "2", "a": "bad"})");
+  filtered.Load(path_);
+  EXPECT_TRUE(filtered.Save());  // Without what was dropped.
+  EXPECT_EQ(ReadFile(path_), R"({"a":"2"})");
+  EXPECT_EQ(filtered.FileSize(), ReadFile(path_).size());
+}
+
 TEST_F(CachedKeyValueFileTest, ReadsAndReplacesNothingButARegularFile) {
   const std::string elsewhere = directory_ / "elsewhere";
   WriteFile(elsewhere, R"({"a": "1"})");

@@ -71,6 +71,19 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
   }
 }
 
+TEST(HttpDNSAnswerTest, OfHostsGivesTheMembersThatCanBeUsedThoseAskedForFirst) {
+  const std::string usable = R"(": {"ip": ["192.0.2.1"], "ttl": 1}, ")", longest(255, 'm');
+  std::string body = R"({"code": 200, "data": {")";
+  for (const std::string& host : {longest, longest + 'm', std::string("b\\\\b"), std::string("c c"),
+                                  std::string(), std::string("\xff"), std::string("k\\u0000k")}) {
+    body += host + usable;
+  }
+  body += "z" + usable + "a" + usable + R"(n": {"ip": ["evil.example"], "ttl": 1}}})";
+  Texts hosts;
+  for (const auto& update : ReadDResponse(body, {"z", "none"})) hosts.push_back(update.host);
+  EXPECT_THAT(hosts, testing::ElementsAre("z", "a", longest));
+}
+
 HttpDNSGrade GradeOfA(const HttpDNSHostCache& cache, std::int64_t age) {
   Texts found;
   EXPECT_EQ(cache.Check(kAddressFamilyIPv6, "a", kNow + age, found), kExpired);
@@ -132,7 +145,7 @@ TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
   for (const char* ttl : {"1e300", "2147483648", "100"}) {
     HttpDNSHostCache cache;
     for (const auto& update :
-         ReadDResponse(R"({"code": 200, "data": {"a": )" + entry + ttl + "}}}")) {
+         ReadDResponse(R"({"code": 200, "data": {"a": )" + entry + ttl + "}}}", {})) {
       cache.SetEntry(update, kNow, false);
     }
     Texts found;
@@ -142,7 +155,8 @@ TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
   HttpDNSHostCache cache;
   EXPECT_FALSE(cache.Load("a", R"({"ipv4": ["1.2.3.4/evil", "::1"], "ipv6": ["e.example"]})", 0));
   EXPECT_FALSE(cache.Load("a", "[", 0));
-  EXPECT_THAT(ReadDResponse(R"({"code": 1e300, "data": {"a": {"ip": ["192.0.2.1"]}}})"), IsEmpty());
+  EXPECT_THAT(ReadDResponse(R"({"code": 1e300, "data": {"a": {"ip": ["192.0.2.1"]}}})", {}),
+              IsEmpty());
 }
 
 TEST(HttpDNSHostCacheTest, KeepsWhatIsNewestOfVeryManyHosts) {

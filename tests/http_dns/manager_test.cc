@@ -221,7 +221,8 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
                             {"b", entry("192.0.2.2", kNow - 1)},
                             {"broken", "["},
                             {"evil", entry("evil.example", kNow + 3'600'000)}}));
-  Query({"a", "b", "c", "evil", "n&o=t", "d e"});  // The last two can't be asked for.
+  const std::string too_long(256, 'h');
+  Query({"a", "b", "c", "evil", "n&o=t", "d e", "f\\g", "\xff", too_long});  // From "n" on never.
   ASSERT_EQ(sent_.size(), 2U);
   EXPECT_THAT(results_, IsEmpty());
   const auto sync = sent_[0], async = sent_[1];
@@ -230,12 +231,8 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
   EXPECT_THAT(sync.headers, IsEmpty());
   EXPECT_EQ(sync.context.trace_id, "trace");
   EXPECT_FALSE(sync.use_http_dns_if_fail);
-  // With a name that is no text, which must not keep the others from being saved.
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
-      "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100},
-      ")"
-                           "\xff"
-                           R"(": {"ip": ["192.0.2.6"], "ttl": 9}}})";
+      "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
   EXPECT_TRUE(sync.check_callback(0, 200, "u", "", body, 0).success);
   EXPECT_FALSE(async.check_callback(0, 200, "u", "", body, 0).success);
   Answer(sync, true, body);
@@ -247,6 +244,7 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
   EXPECT_EQ(Saved("http_dns_cache.data", "c"),
             R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
             R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})");
+  EXPECT_EQ(Saved("http_dns_cache.data", "broken"), "");  // What is of no use is not kept.
   Answer(async, false, "");
   Query({"b"});       // Still stale: answered, and asked for again.
   Query({"d", "a"});  // Nobody will know the first.
@@ -254,6 +252,24 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
   EXPECT_EQ(sent_.size(), 4U);
   EXPECT_THAT(results_, ElementsAre(wanted, HostCacheResult{{"b", {"192.0.2.2"}}},
                                     HostCacheResult{{"a", {"192.0.2.1"}}}));
+}
+
+TEST_F(HttpDNSManagerTest, KeepsTheHostsJustAskedForWhateverElseAnAnswerHolds) {
+  Begin(ServerFile());
+  for (const std::string asked : {"a", "n", "z"}) {
+    std::string body = R"({"code": 200, "data": {)";
+    for (int i = 0; i < 12'000; ++i) {
+      body += '"' + asked + std::to_string(i) + R"(": {"ip": ["192.0.2.1"], "ttl": 100}, )";
+    }
+    Query({asked});
+    Answer(sent_.back(), true, body + '"' + asked + R"(": {"ip": ["192.0.2.2"], "ttl": 1}}})");
+    EXPECT_EQ(results_.back(), (HostCacheResult{{asked, {"192.0.2.2"}}}));
+    EXPECT_NE(Saved("http_dns_cache.data", asked), "");
+  }
+  // No more than the next start takes back.
+  std::string error;
+  const Json saved = Json::parse(ReadFile(files_ + "http_dns_cache.data"), error);
+  EXPECT_LE(saved.object_items().size(), HttpDNSHostCache::kMostHosts);
 }
 
 TEST_F(HttpDNSManagerTest, DoesNothingWhileItIsOff) {

@@ -6,12 +6,11 @@
 #include <algorithm>
 #include <string_view>
 
+#include "base/utf8.h"
 #include "network/ip_address.h"
 
 namespace zo_tarvel {
 namespace {
-
-constexpr std::size_t kLongestHost = 255;
 
 bool IsOfName(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
@@ -36,7 +35,7 @@ bool IsName(const std::string& text) {
 
 // Nothing that ends a host, a list or a parameter.
 bool IsOfQueryHost(char c) {
-  constexpr std::string_view kSeparators = "&=,;#%+?/\"";
+  constexpr std::string_view kSeparators = "&=,;#%+?/\\\"";
   return static_cast<unsigned char>(c) > ' ' && c != '\x7f' &&
          kSeparators.find(c) == std::string_view::npos;
 }
@@ -55,7 +54,8 @@ bool CanBeHost(const std::string& text) {
 }
 
 bool CanBeAskedFor(const std::string& host) {
-  return !host.empty() && std::all_of(host.begin(), host.end(), IsOfQueryHost);
+  return !host.empty() && host.size() <= kLongestHost &&
+         std::all_of(host.begin(), host.end(), IsOfQueryHost) && zo_base::IsUtf8(host);
 }
 
 std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,

@@ -10,12 +10,15 @@
 // one with a path, a port or a user in it would lead elsewhere.
 namespace zo_tarvel {
 
+// Of any host, in bytes: more than the DNS has names for.
+inline constexpr std::size_t kLongestHost = 255;
+
 // A host name, or an IP literal, IPv6 in brackets. IPv4 in the plain form of four decimal numbers
 // only, as all others mean different things to different readers.
 bool CanBeHost(const std::string& text);
 
-// Whether a URL's host can stand in a list of a query. Wider than CanBeHost: a host in another
-// script is one.
+// Whether a URL's host can stand in a list of a query, and in the cache. Wider than CanBeHost: a
+// host in another script is one. In JSON such a text takes no escapes.
 bool CanBeAskedFor(const std::string& host);
 
 // An IPv6 address as a URL has it, in brackets.

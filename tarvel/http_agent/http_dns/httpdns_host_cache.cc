@@ -1,11 +1,13 @@
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 
 #include <algorithm>
+#include <iterator>
+#include <set>
+#include <string_view>
 #include <utility>
 
 #include "base/json_texts.h"
 #include "base/saturated_cast.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {
 namespace {
@@ -28,6 +30,11 @@ std::int64_t Share(double share, std::int32_t ttl_ms) {
 
 void ReplaceUnlessEmpty(std::vector<std::string>& list, std::vector<std::string> replacement) {
   if (!replacement.empty()) list = std::move(replacement);
+}
+
+HttpDNSHostCache::Update UsableOf(const HttpDNSHostCache::Update& update) {
+  return {update.host, LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4),
+          LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6), update.ttl_ms};
 }
 
 std::string ToText(const HttpDNSCacheEntry& entry) {
@@ -77,32 +84,47 @@ std::optional<HttpDNSCacheEntry> HttpDNSHostCache::Find(const std::string& host)
 }
 
 void HttpDNSHostCache::SetEntry(const Update& update, std::int64_t now, bool no_good_period) {
-  auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4);
-  auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6);
+  Update usable = UsableOf(update);
   MutexLock hold(lock_);
-  if (entries_.size() >= kMostHosts && entries_.count(update.host) == 0) MakeRoom();
+  MakeRoomFor({&update, 1});
+  Set(std::move(usable), now, no_good_period);
+}
+
+void HttpDNSHostCache::SetEntries(const std::vector<Update>& updates, std::int64_t now) {
+  MutexLock hold(lock_);
+  MakeRoomFor(updates);
+  for (const Update& update : updates) Set(UsableOf(update), now, false);
+}
+
+void HttpDNSHostCache::Set(Update update, std::int64_t now, bool no_good_period) {
   HttpDNSCacheEntry& entry = entries_[update.host];
-  entry.host = update.host;
+  entry.host = std::move(update.host);
   entry.ttl_ms = update.ttl_ms;
   entry.updated_at = now;
   entry.expired_time = no_good_period ? now : now + Share(kGoodShare, update.ttl_ms);
   entry.cache_expired_time = now + Share(kUsableShare, update.ttl_ms);
-  ReplaceUnlessEmpty(entry.ipv4, std::move(ipv4));
-  ReplaceUnlessEmpty(entry.ipv6, std::move(ipv6));
+  ReplaceUnlessEmpty(entry.ipv4, std::move(update.ipv4));
+  ReplaceUnlessEmpty(entry.ipv6, std::move(update.ipv6));
 }
 
-void HttpDNSHostCache::MakeRoom() {
-  std::vector<std::int64_t> ends;
-  for (const auto& [host, entry] : entries_) ends.push_back(entry.cache_expired_time);
-  const auto middle = ends.begin() + static_cast<std::ptrdiff_t>(ends.size() / 2);
-  std::nth_element(ends.begin(), middle, ends.end());
-  // Of many with the same end only as many as that makes half.
-  std::size_t left = ends.size() / 2 + 1;
-  for (auto entry = entries_.begin(); entry != entries_.end() && left != 0;) {
-    const bool goes = entry->second.cache_expired_time <= *middle;
-    if (goes) --left;
-    entry = goes ? entries_.erase(entry) : std::next(entry);
+void HttpDNSHostCache::MakeRoomFor(std::span<const Update> updates) {
+  if (entries_.size() + updates.size() <= kMostHosts) return;
+  std::set<std::string_view> named;
+  std::size_t added = 0;
+  for (const Update& update : updates) {
+    if (named.insert(update.host).second) added += 1 - entries_.count(update.host);
   }
+  if (entries_.size() + added <= kMostHosts) return;
+  std::vector<Entries::iterator> others;
+  for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
+    if (named.count(entry->first) == 0) others.push_back(entry);
+  }
+  if (others.empty()) return;
+  const auto middle = others.begin() + static_cast<std::ptrdiff_t>(others.size() / 2);
+  std::nth_element(others.begin(), middle, others.end(), [](const auto& a, const auto& b) {
+    return a->second.cache_expired_time < b->second.cache_expired_time;
+  });
+  std::for_each(others.begin(), std::next(middle), [this](auto entry) { entries_.erase(entry); });
 }
 
 std::map<std::string, std::string> HttpDNSHostCache::Dump() const {
@@ -113,19 +135,25 @@ std::map<std::string, std::string> HttpDNSHostCache::Dump() const {
 }
 
 bool HttpDNSHostCache::Load(const std::string& host, const std::string& text, std::int64_t now) {
+  if (!CanBeAskedFor(host) || text.size() > kLongestText) return false;
   std::string error;
   const Json json = Json::parse(text, error);
-  Update update{host, TextsOf(json["ipv4"]), TextsOf(json["ipv6"]), 0};
-  if (LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4).empty() &&
-      LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6).empty()) {
-    return false;
-  }
+  Update update = UsableOf({host, TextsOf(json["ipv4"]), TextsOf(json["ipv6"]), 0});
+  if (update.ipv4.empty() && update.ipv6.empty()) return false;
   const double remaining = json["cache_expired_time"].number_value() - static_cast<double>(now);
   const auto limited = zo_base::SaturatedCast<std::int64_t>(remaining);
   update.ttl_ms =
       static_cast<std::int32_t>(std::clamp(limited, kShortestLoadedTtl, kLongestLoadedTtl));
-  SetEntry(update, now, limited < kShortestLoadedTtl);
+  MutexLock hold(lock_);
+  entries_.erase(host);
+  if (entries_.size() >= kMostHosts) return false;
+  Set(std::move(update), now, limited < kShortestLoadedTtl);
   return true;
+}
+
+void HttpDNSHostCache::Clear() {
+  MutexLock hold(lock_);
+  entries_.clear();
 }
 
 }  // namespace zo_tarvel

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "base/recursive_mutex.h"
+#include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {
 
@@ -39,11 +41,17 @@ struct HttpDNSCacheEntry {
 // until nine tenths, so that it is renewed before the name server's own answer ends. A clock that
 // is set back to before an entry makes that expired.
 //
-// Holds kMostHosts entries at most; of more, the half that would end first goes.
+// Holds kMostHosts entries at most; of more, the half that would end first goes, but none that the
+// answer at hand is about.
 // Threads: any.
 class HttpDNSHostCache {
  public:
   static constexpr std::size_t kMostHosts = 20'000;
+  // Of one answer: so many find room when half of the entries has gone.
+  static constexpr std::size_t kMostUpdates = kMostHosts / 2;
+  // Of an entry for a file: 19 bytes for each IPv4 address and 51 for each IPv6 one, with quotes,
+  // comma and blank, and less than 100 for the rest.
+  static constexpr std::size_t kLongestText = kMostAddresses * (19 + 51) + 100;
 
   // What a new answer says of one host. Texts that are no address of their family are left out, and
   // a list without any keeps the one that is known.
@@ -63,18 +71,26 @@ class HttpDNSHostCache {
 
   // With `no_good_period` the entry is stale at once.
   void SetEntry(const Update& update, std::int64_t now, bool no_good_period);
+  // All of one answer, kMostUpdates at most.
+  void SetEntries(const std::vector<Update>& updates, std::int64_t now);
 
   // Each entry as text for a file, by host.
   std::map<std::string, std::string> Dump() const;
   // Takes an entry back from a file, for a short time only: the file may be old, and the clock may
-  // have been set. False when the text holds no address.
+  // have been set. An entry of the same host is replaced. False when the entry can't be used or
+  // finds no room.
   bool Load(const std::string& host, const std::string& text, std::int64_t now);
+  void Clear();
 
  private:
-  void MakeRoom() ZO_REQUIRES(lock_);
+  void MakeRoomFor(std::span<const Update> updates) ZO_REQUIRES(lock_);
+  // Of an update whose lists hold nothing but addresses.
+  void Set(Update update, std::int64_t now, bool no_good_period) ZO_REQUIRES(lock_);
+
+  using Entries = std::map<std::string, HttpDNSCacheEntry>;
 
   mutable zo_base::_thread_recursive_mutex lock_;
-  std::map<std::string, HttpDNSCacheEntry> entries_ ZO_GUARDED_BY(lock_);
+  Entries entries_ ZO_GUARDED_BY(lock_);
 };
 
 }  // namespace zo_tarvel

@@ -1,10 +1,12 @@
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 
 #include <algorithm>
+#include <set>
+#include <string_view>
+#include <utility>
 
 #include "base/json_texts.h"
 #include "base/saturated_cast.h"
-#include "base/utf8.h"
 #include "network/text.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 
@@ -88,6 +90,17 @@ std::int32_t ToMilliseconds(const Json& ttl) {
   return zo_base::SaturatedCast<std::int32_t>(ttl.number_value() * kMillisecondsPerSecond);
 }
 
+// What a member of an answer of D says, if that can be used and there is room.
+void AddUpdate(const std::string& host, const Json& said,
+               std::vector<HttpDNSHostCache::Update>& updates) {
+  if (updates.size() == HttpDNSHostCache::kMostUpdates || !CanBeAskedFor(host)) return;
+  auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, TextsOf(said["ip"]));
+  auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, TextsOf(said["ipv6"]));
+  if (ipv4.empty() && ipv6.empty()) return;
+  const std::int32_t ttl = Has(said, "ttl") ? ToMilliseconds(said["ttl"]) : kDefaultHostTtl;
+  updates.push_back({host, std::move(ipv4), std::move(ipv6), ttl});
+}
+
 }  // namespace
 
 std::vector<UrlEntry> MakeSUrlEntries(const std::vector<HttpDNSServerInfo>& servers,
@@ -141,15 +154,20 @@ HttpDNSServiceAnswer ReadSResponse(const std::string& body) {
   return answer;
 }
 
-std::vector<HttpDNSHostCache::Update> ReadDResponse(const std::string& body) {
+std::vector<HttpDNSHostCache::Update> ReadDResponse(const std::string& body,
+                                                    const std::vector<std::string>& asked) {
   std::string error;
   const Json json = Json::parse(body, error);
   std::vector<HttpDNSHostCache::Update> updates;
   if (json["code"].int_value() != kGoodCode) return updates;
-  for (const auto& [host, said] : json["data"].object_items()) {
-    if (!zo_base::IsUtf8(host)) continue;  // It would keep the whole cache from being saved.
-    const std::int32_t ttl = Has(said, "ttl") ? ToMilliseconds(said["ttl"]) : kDefaultHostTtl;
-    updates.push_back({host, TextsOf(said["ip"]), TextsOf(said["ipv6"]), ttl});
+  const Json::object& members = json["data"].object_items();
+  const std::set<std::string_view> first(asked.begin(), asked.end());
+  for (const std::string_view host : first) {
+    const auto member = members.find(std::string(host));
+    if (member != members.end()) AddUpdate(member->first, member->second, updates);
+  }
+  for (const auto& [host, said] : members) {
+    if (first.count(host) == 0) AddUpdate(host, said, updates);
   }
   return updates;
 }

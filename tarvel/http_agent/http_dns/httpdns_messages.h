@@ -34,7 +34,9 @@ struct HttpDNSServiceAnswer {
 };
 HttpDNSServiceAnswer ReadSResponse(const std::string& body);
 
-// The hosts of a good answer of D; none of any other.
-std::vector<HttpDNSHostCache::Update> ReadDResponse(const std::string& body);
+// The hosts of a good answer of D, those that were asked for first; none of any other. Left out are
+// hosts that nobody can ask for, those without an address, and of very many the rest.
+std::vector<HttpDNSHostCache::Update> ReadDResponse(const std::string& body,
+                                                    const std::vector<std::string>& asked);
 
 }  // namespace zo_tarvel

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -32,6 +33,17 @@ constexpr char kIPv6[] = "ipv6";
 constexpr char kTtl[] = "ttl";
 constexpr char kUpdatedAt[] = "updated_at";
 constexpr char kExpiredTime[] = "expired_time";
+
+// A list of servers as text: 32 of them, which is all that are used, with the longest names and
+// room to spare.
+constexpr std::size_t kLongestList = 64UL * 1024;
+
+// Whether the server cache file has a use for the entry.
+bool CanBeUsed(const std::string& key, const std::string& value) {
+  const std::string_view keys[] = {kHost, kIPv4, kIPv6, kTtl, kUpdatedAt, kExpiredTime};
+  return std::find(std::begin(keys), std::end(keys), key) != std::end(keys) &&
+         value.size() <= kLongestList;
+}
 
 // When the list of servers is asked for, in milliseconds. A list that ends within the slack counts
 // as ended; one that lives for weeks is looked at every day all the same.
@@ -85,7 +97,13 @@ MultipleURLHttpRequest::CheckCallbackResult CheckS(std::int32_t index, std::int3
 }  // namespace
 
 HttpDNSManager::HttpDNSManager(zo_base::WallClock wall_clock)
-    : TaskThread("http dns manager"), wall_clock(wall_clock), timer(GetTaskLoop()) {}
+    : TaskThread("http dns manager"),
+      wall_clock(wall_clock),
+      server_cache_file(CanBeUsed),
+      host_cache_file([this](const std::string& host, const std::string& text) {
+        return host_cache.Load(host, text, this->wall_clock());
+      }),
+      timer(GetTaskLoop()) {}
 
 bool HttpDNSManager::Init() {
   try {
@@ -227,8 +245,8 @@ void HttpDNSManager::OnServers(const std::string& body) {
   const auto store_unless_empty = [this](const char* key, const Json& list) {
     const std::string text = list.dump();
     // Text that is no UTF-8 would keep the whole file from being saved.
-    if (ReadServers(list, false).empty() || !zo_base::IsUtf8(text)) return;
-    server_cache_file.Set(key, text);
+    const bool can_be_kept = zo_base::IsUtf8(text) && CanBeUsed(key, text);
+    if (can_be_kept && !ReadServers(list, false).empty()) server_cache_file.Set(key, text);
   };
   server_cache_file.Set(kHost, answer.host);
   server_cache_file.Set(kTtl, std::to_string(answer.ttl_ms));

@@ -101,7 +101,8 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
                    const MultipleURLHttpRequestContext& context);
   void SendDRequest(zo_net::AddressFamily family, const Hosts& hosts, const UpdateCallback& done,
                     const MultipleURLHttpRequestContext& context);
-  void OnHosts(bool success, const std::string& body, const UpdateCallback& done);
+  void OnHosts(bool success, const std::string& body, const Hosts& asked,
+               const UpdateCallback& done);
 
   // Empty when the configuration has gone.
   std::string Directory();

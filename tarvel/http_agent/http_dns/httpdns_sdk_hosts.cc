@@ -128,32 +128,46 @@ void HttpDNSManager::SendDRequest(zo_net::AddressFamily family, const Hosts& hos
     return verdict;
   };
   request.result_callback =
-      [weak = std::weak_ptr<HttpDNSManager>(shared_from_this<HttpDNSManager>()), done](
+      [weak = std::weak_ptr<HttpDNSManager>(shared_from_this<HttpDNSManager>()), hosts, done](
           bool, bool success, const std::string&, const std::string& body) {
-        if (const auto living = weak.lock()) living->OnHosts(success, body, done);
+        if (const auto living = weak.lock()) living->OnHosts(success, body, hosts, done);
       };
   ZO_LOG << "[http dns] Begin query hosts`s ips";
   InvokeHttpRequest(request, false);
 }
 
-void HttpDNSManager::OnHosts(bool success, const std::string& body, const UpdateCallback& done) {
+void HttpDNSManager::OnHosts(bool success, const std::string& body, const Hosts& asked,
+                             const UpdateCallback& done) {
   ZO_LOG << "[http dns] Query hosts`s ip success = " << TextOf(success)
          << "\r\n-----------------------\r\n"
          << body << "\r\n-----------------------";
   ZO_LOG << (success ? "[http dns] Query hosts`s ip success" : "[http dns] Query hosts`s ip fail");
   if (success) {
-    const std::int64_t now = wall_clock();
-    for (const auto& update : ReadDResponse(body)) host_cache.SetEntry(update, now, false);
+    host_cache.SetEntries(ReadDResponse(body, asked), wall_clock());
     SaveCache();
   }
   if (done) done(success);
 }
 
+// What is in memory always fits the file: a host takes its own length there, which needs no
+// escapes, and that of its text, with a backslash before each quote: 8 of the keys and 2 of each
+// address. To that come four quotes, a colon and a comma.
+static_assert(HttpDNSHostCache::kMostHosts *
+                  (kLongestHost + HttpDNSHostCache::kLongestText + 8 + 4 * kMostAddresses + 6) <
+              zo_base::CachedKeyValueFile::kLongestFile);
+
 void HttpDNSManager::SaveCache() {
   const auto texts = host_cache.Dump();
-  // The file keeps what memory has forgotten, but not for ever.
-  if (host_cache_file.Size() > 2 * HttpDNSHostCache::kMostHosts) host_cache_file.Clear(false);
-  for (const auto& [host, text] : texts) host_cache_file.Set(host, text);
+  const auto set_all = [&] {
+    for (const auto& [host, text] : texts) host_cache_file.Set(host, text);
+  };
+  set_all();
+  // The file keeps what memory has forgotten, as long as the next start can take all of it back.
+  if (host_cache_file.Size() > HttpDNSHostCache::kMostHosts ||
+      host_cache_file.FileSize() > zo_base::CachedKeyValueFile::kLongestFile) {
+    host_cache_file.Clear(false);
+    set_all();
+  }
   host_cache_file.Save();
 }
 
@@ -162,9 +176,9 @@ void HttpDNSManager::LoadCache() {
   if (directory.empty()) return;
   std::error_code ignored;
   zo_base::filesystem::create_directories(directory, ignored);
+  // The file keeps what the cache in memory takes, so each entry is read once.
   host_cache_file.Load(directory + "http_dns_cache.data");
-  const std::int64_t now = wall_clock();
-  for (const auto& [host, text] : host_cache_file.Entries()) host_cache.Load(host, text, now);
+  if (host_cache_file.Size() == 0) host_cache.Clear();  // Of a file that isn't usable as a whole.
 }
 
 }  // namespace zo_tarvel

@@ -171,6 +171,13 @@ TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
   Begin(ServerFile(), "", true);
   Reload();
   EXPECT_EQ(UrlsOf(sent_[0])[1], "svc.example https://dns.example/httpdns/v2/s");
+  const std::string list = R"([{"host": "192.0.2.77", "https": false}])";
+  Answer(sent_[0], true, R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
+  EXPECT_EQ(Saved("http_server_cache.data", "ipv4"), list);
+  Query({"a"});
+  EXPECT_THAT(UrlsOf(sent_.back()),
+              ElementsAre("new.example https://new.example/httpdns/v2/d?domain=a",
+                          "new.example https://[2001:db8::7]:8080/httpdns/v2/d?domain=a"));
 }
 
 TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {

@@ -17,6 +17,9 @@ using zo_base::json11::Json;
 
 constexpr char kSFormat[] = "%s://%s/httpdns/v2/s";
 constexpr char kDFormat[] = "%s://%s/httpdns/v2/d?%s";
+// Of this host. Named with the others, and used by nothing.
+[[maybe_unused]] constexpr char kLoopbackIPv4[] = "127.0.0.1";
+[[maybe_unused]] constexpr char kLoopbackIPv6[] = "::1/128";
 constexpr std::int32_t kGoodCode = 200;
 constexpr std::int32_t kMillisecondsPerSecond = 1'000;
 // A list that is said to live shorter would have its servers asked without a pause.

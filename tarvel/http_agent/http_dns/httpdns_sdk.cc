@@ -105,7 +105,20 @@ HttpDNSManager::HttpDNSManager(zo_base::WallClock wall_clock)
       }),
       timer(GetTaskLoop()) {}
 
+void HttpDNSManager::MakeRequestHeaders() {
+  request_headers.clear();
+  const auto config = GetEnvironmentConfig();
+  if (config == nullptr) return;
+  request_headers = {
+      "X-VELDRIN-BUSINESS:" + config->business_type(),
+      "X-VELDRIN-SDKVER:" + config->business_version() + "_" +
+          std::to_string(config->client_type()) + "_" + std::to_string(config->sv()),
+      "X-VELDRIN-APPKEY:" + config->GetBusinessToken(),
+  };
+}
+
 bool HttpDNSManager::Init() {
+  MakeRequestHeaders();
   try {
     Start();
   } catch (const std::system_error& error) {
@@ -201,7 +214,7 @@ MultipleURLHttpRequest HttpDNSManager::MakeSRequest(zo_net::AddressFamily family
   request.context.trace_id = config.GenerateTraceId();
   request.context.exception_category = GetExceptionCategory(kServiceCodeHttpDns);
   request.headers = MakeContextHeaders(request.context);
-  request.urls = MakeSUrlEntries(server_list.GetServers(family), server_list.GetHost());
+  request.urls = MakeSUrlEntries(GetServerList(family), server_list.GetHost());
   request.time_out = config.single_request_timeout();
   request.multiple_time_out = config.single_request_prefail_timeout();
   request.use_http_dns_if_fail = false;  // A lookup must not depend on itself.
@@ -241,7 +254,6 @@ void HttpDNSManager::RetryReload() {
 void HttpDNSManager::OnServers(const std::string& body) {
   timer.Stop();
   const HttpDNSServiceAnswer answer = ReadSResponse(body);
-  const bool only_https = OnlyHttps();
   const auto store_unless_empty = [this](const char* key, const Json& list) {
     const std::string text = list.dump();
     // Text that is no UTF-8 would keep the whole file from being saved.
@@ -254,8 +266,8 @@ void HttpDNSManager::OnServers(const std::string& body) {
   store_unless_empty(kIPv6, answer.ipv6);
   server_cache_file.Set(kExpiredTime, std::to_string(wall_clock() + answer.ttl_ms));
   server_cache_file.Save();
-  server_list.SetServers(answer.host, ReadServers(answer.ipv4, only_https),
-                         ReadServers(answer.ipv6, only_https));
+  server_list.SetServers(answer.host, ReadServers(answer.ipv4, false),
+                         ReadServers(answer.ipv6, false));
   ZO_LOG << "[http dns] Update success ttl : " << answer.ttl_ms << " ms";
   ReloadAfter(static_cast<std::int32_t>(std::min(answer.ttl_ms, kLongestDelay)),
               "[http dns] Update S (success)");

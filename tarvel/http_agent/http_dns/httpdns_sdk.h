@@ -54,8 +54,8 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
   void DoReload(zo_net::AddressFamily family);
 
   // The servers in the order of trying. Any thread.
-  std::vector<HttpDNSServerInfo> GetServerList(zo_net::AddressFamily family) const {
-    return server_list.GetServers(family);
+  std::vector<HttpDNSServerInfo> GetServerList(zo_net::AddressFamily family) {
+    return server_list.GetServers(family, OnlyHttps());
   }
 
  private:
@@ -80,6 +80,8 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
   auto Weakly(F f) {
     return zo_base::Weakly(shared_from_this<HttpDNSManager>(), std::move(f));
   }
+
+  void MakeRequestHeaders();
 
   // --- Servers ---
   void LoadServerCache();
@@ -111,6 +113,7 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
   const zo_base::WallClock wall_clock;
   zo_base::CachedKeyValueFile server_cache_file;
   zo_base::CachedKeyValueFile host_cache_file;
+  std::vector<std::string> request_headers;  // Who the client is. Kept, and read by nobody.
   HttpDNSServerList server_list;
   HttpDNSHostCache host_cache;
   zo_base::Timer timer;                           // For the next S.

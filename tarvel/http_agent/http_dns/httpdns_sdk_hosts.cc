@@ -113,7 +113,7 @@ void HttpDNSManager::SendDRequest(zo_net::AddressFamily family, const Hosts& hos
   const auto config = GetEnvironmentConfig();
   if (config == nullptr) return;
   MultipleURLHttpRequest request;
-  request.urls = MakeDUrlEntries(server_list.GetServers(family), server_list.GetHost(), hosts);
+  request.urls = MakeDUrlEntries(GetServerList(family), server_list.GetHost(), hosts);
   request.context = context;
   if (request.context.trace_id.empty()) request.context.trace_id = config->GenerateTraceId();
   request.time_out = config->single_request_timeout();

@@ -69,19 +69,21 @@ void HttpDNSServerList::SetServers(const std::string& host,
   if (!ipv6.empty()) ipv6_ = ipv6;
 }
 
-std::vector<HttpDNSServerInfo> HttpDNSServerList::GetServers(zo_net::AddressFamily family) const {
-  MutexLock hold(lock_);
-  std::vector<HttpDNSServerInfo> servers{{host_, kHttpsPort, true}};
-  switch (family) {
-    case zo_net::kAddressFamilyIPv4:
-      servers.insert(servers.end(), ipv4_.begin(), ipv4_.end());
-      break;
-    case zo_net::kAddressFamilyIPv6:
-      servers.insert(servers.end(), ipv6_.begin(), ipv6_.end());
-      break;
-    default:
-      AddByTurns(ipv4_, ipv6_, servers);
+std::vector<HttpDNSServerInfo> HttpDNSServerList::GetServers(zo_net::AddressFamily family,
+                                                             bool only_https) const {
+  std::vector<HttpDNSServerInfo> servers{{"", kHttpsPort, true}};
+  std::vector<HttpDNSServerInfo> ipv4;
+  std::vector<HttpDNSServerInfo> ipv6;
+  {
+    MutexLock hold(lock_);
+    servers.front().host = host_;
+    if (family != zo_net::kAddressFamilyIPv6) ipv4 = ipv4_;
+    if (family != zo_net::kAddressFamilyIPv4) ipv6 = ipv6_;
   }
+  const auto is_left_out = [only_https](const auto& server) { return only_https && !server.https; };
+  std::erase_if(ipv4, is_left_out);
+  std::erase_if(ipv6, is_left_out);
+  AddByTurns(ipv4, ipv6, servers);
   return servers;
 }
 

@@ -37,8 +37,9 @@ class HttpDNSServerList {
   void SetServers(const std::string& host, const std::vector<HttpDNSServerInfo>& ipv4,
                   const std::vector<HttpDNSServerInfo>& ipv6);
 
-  // In the order of trying. For any family, both kinds of addresses by turns.
-  std::vector<HttpDNSServerInfo> GetServers(zo_net::AddressFamily family) const;
+  // In the order of trying. For any family, both kinds of addresses by turns. With `only_https`
+  // without what isn't https; the service's name stays.
+  std::vector<HttpDNSServerInfo> GetServers(zo_net::AddressFamily family, bool only_https) const;
   // The service's name.
   std::string GetHost() const;
 

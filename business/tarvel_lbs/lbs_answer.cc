@@ -22,6 +22,10 @@ constexpr char kLBS[] = "lbs";
 constexpr std::int64_t kDefaultTtl = 43'200;
 constexpr std::int64_t kMillisecondsPerSecond = 1'000;
 
+// Of each list of an answer: more than a client tries. All could be a million, which every start
+// would read back, and every question for a family may have to walk along.
+constexpr std::size_t kMostLinks = 10'000;
+
 bool Has(const Json& object, const char* key) { return object.object_items().count(key) != 0; }
 
 bool CanBeUsed(const Json& link) { return CanBeLinkAddress(link.string_value()); }
@@ -29,6 +33,7 @@ bool CanBeUsed(const Json& link) { return CanBeLinkAddress(link.string_value());
 std::vector<std::string> ReadLinks(const Json& list) {
   std::vector<std::string> links;
   for (const Json& item : list.array_items()) {
+    if (links.size() == kMostLinks) break;
     if (CanBeUsed(item)) links.push_back(item.string_value());
   }
   return links;

@@ -17,7 +17,7 @@ inline constexpr char kGeneratedLocally[] = "generated locally";
 // What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. All that
 // is kept is UTF-8, and of an answer that fits the client's buffer each text does so as well.
 struct LBSAnswer {
-  std::vector<std::string> link;          // Without what can't be an address.
+  std::vector<std::string> link;          // Without what can't be an address; 10,000 at most.
   std::vector<std::string> default_link;  // Likewise.
   std::string lbs;
   std::vector<std::string> lbs_backup;

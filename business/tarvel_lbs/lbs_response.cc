@@ -1,6 +1,8 @@
 #include "business/tarvel_lbs/lbs_response.h"
 
+#include <algorithm>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 #include "base/filesystem.h"
@@ -39,7 +41,20 @@ std::string LocalAnswer(const LBSSettings& settings) {
   return Json(Json::object{{"common", common}}).dump();
 }
 
+// Whether the store has a use for an entry of the file.
+bool CanBeUsed(const std::string& key, const std::string& value) {
+  constexpr std::string_view kKeys[] = {
+      lbs_key::kRsp,        lbs_key::kRootAddr,    lbs_key::kIPVersion, lbs_key::kRuntimeLBS,
+      lbs_key::kBackupAddr, lbs_key::kDefLinkAddr, lbs_key::kZebDl,     lbs_key::kZebDlList,
+      lbs_key::kZebList,    lbs_key::kName,        lbs_key::kDesc,      lbs_key::kMsgStatInfo,
+      lbs_key::kExpireTime};
+  return std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys) &&
+         FitsLBSTextBuffer(value);
+}
+
 }  // namespace
+
+LBSResponse::LBSResponse() : store(CanBeUsed) {}
 
 bool LBSResponse::Init(const LBSSettings& settings) {
   std::string error;
@@ -55,8 +70,7 @@ bool LBSResponse::LoadCache(const LBSSettings&) {
   std::error_code ignored;  // A directory that can't be made shows in the file that isn't there.
   zo_base::filesystem::create_directories(directory, ignored);
   store.Load(directory + "lbs.data");
-  const std::string rsp = store.Get(lbs_key::kRsp);
-  return !rsp.empty() && FitsLBSTextBuffer(rsp) && !store.Get(lbs_key::kRootAddr).empty() &&
+  return !store.Get(lbs_key::kRsp).empty() && !store.Get(lbs_key::kRootAddr).empty() &&
          !store.Get(lbs_key::kRuntimeLBS).empty();
 }
 

@@ -33,6 +33,8 @@ inline constexpr char kExpireTime[] = "expire_time";     // Wall clock, millisec
 // Threads: Init comes first; afterwards any. Ownership: part of the service.
 class LBSResponse : public EnvironmentConfigGetterBase {
  public:
+  LBSResponse();
+
   // Loads the cached answer, or makes a local one. Always ends with a usable answer, and true.
   bool Init(const LBSSettings& settings);
 

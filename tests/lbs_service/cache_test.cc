@@ -137,6 +137,7 @@ TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
       {1, "", "lbs_rsp", R"({"common": {"link": ["a:1"], "name": "no good"}})"},
       {1, "", "lbs_rsp", std::string(100'000, '[')},
       {1, "", "lbs_rsp", Answer("long") + std::string(kLBSTextBufferSize, ' ')},
+      {1, "cached", "of no use", "x"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.family) + " " + row.key + " " + row.value.substr(0, 100));
@@ -144,6 +145,7 @@ TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
     StartWithCache(row.key, row.value);
     EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), row.name);
     EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc) == kGeneratedLocally, *row.name == '\0');
+    EXPECT_FALSE(nlohmann::json::parse(ReadFile(CachePath())).contains("of no use"));
   }
 }
 

@@ -14,6 +14,9 @@
 //
 // No function raises. Callbacks given to the library must not raise either: an exception that
 // leaves one ends the process.
+//
+// Records hold std::string and std::vector. A client is therefore compiled with the same C++
+// standard library as the library was; with another one this header does not compile.
 #ifndef TARVEL_TARVEL_H_
 #define TARVEL_TARVEL_H_
 
@@ -21,6 +24,30 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+// A client that has another std::string or std::vector would link without an error, and read
+// garbage.
+#if defined(__linux__) && defined(__GNUC__)
+#if defined(TARVEL_STDLIB_LIBCXX)
+#if !defined(_LIBCPP_VERSION)
+#error \
+    "tarvel: TARVEL_STDLIB_LIBCXX stands for a library built with libc++, but this is another \
+standard library. Add -stdlib=libc++ (clang++ only), or remove -DTARVEL_STDLIB_LIBCXX."
+#endif
+#elif defined(_LIBCPP_VERSION)
+#error \
+    "tarvel: the library was built with libstdc++, but this is libc++. Remove -stdlib=libc++, or \
+build both the library and its clients with -stdlib=libc++ -DTARVEL_STDLIB_LIBCXX."
+#elif defined(_GLIBCXX_USE_CXX11_ABI) && !_GLIBCXX_USE_CXX11_ABI
+#error \
+    "tarvel: the library was built with the new std::string of libstdc++, but this is the old one. \
+Remove -D_GLIBCXX_USE_CXX11_ABI=0."
+#elif defined(_GLIBCXX_DEBUG)
+#error \
+    "tarvel: the library was built without the debug mode of libstdc++, which has another \
+std::vector. Remove -D_GLIBCXX_DEBUG; -D_GLIBCXX_ASSERTIONS may be used instead."
+#endif
+#endif
 
 #if defined(__GNUC__)
 #define TARVEL_API __attribute__((visibility("default")))
@@ -357,6 +384,94 @@ TARVEL_API void SetExceptionDataReporter(const ExceptionDataReporter& reporter) 
 // The record as one JSON object, without `user_info` and `reserved_info`; empty when the library is
 // being unloaded. Works with and without an environment. Any thread.
 TARVEL_API std::string TarvelExceptionDataToJsonString(const TarvelExceptionData& data) noexcept;
+
+// --- Layout of the records ---
+//
+// Client and library are compiled apart, and each checks here that its records have the one layout.
+// Numbers are bytes, on 64- and on 32-bit targets. What no option of a compiler moves, such as a
+// char array behind another one, is left out.
+
+#define TARVEL_CHECK_LAYOUT(condition, what)                                                \
+  static_assert(condition, "tarvel: " what                                                  \
+                           " has another layout than in the library. Remove -fpack-struct " \
+                           "and whatever else packs or aligns records, such as #pragma pack.")
+#define TARVEL_CHECK_FIELD(record, field, offset, size)                                       \
+  TARVEL_CHECK_LAYOUT(offsetof(record, field) == (offset) && sizeof(record::field) == (size), \
+                      #record "::" #field)
+#define TARVEL_CHECK_SIZE(record, size) TARVEL_CHECK_LAYOUT(sizeof(record) == (size), #record)
+#if defined(__i386__)  // The one target on which options and old compilers disagree about it.
+#define TARVEL_INT64_ALIGNMENT 4
+#else
+#define TARVEL_INT64_ALIGNMENT alignof(std::int64_t)
+#endif
+#define TARVEL_INT64_ALIGNED(offset) \
+  (((offset) + TARVEL_INT64_ALIGNMENT - 1) / TARVEL_INT64_ALIGNMENT * TARVEL_INT64_ALIGNMENT)
+
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, enable_httpdns, 0, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, only_https_supported, 4, 1);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, business_type, 5, 32);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, sv, 296, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, pv, 300, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, client_type, 304, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, custom_log, 2352 + sizeof(void*), sizeof(void*));
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, try_http_request_on_netunav,
+                   2352 + 2 * sizeof(void*), 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, single_request_timeout, 2356 + 2 * sizeof(void*),
+                   4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, single_request_prefail_timeout,
+                   2360 + 2 * sizeof(void*), 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, http_request_ip_preferred,
+                   2364 + 2 * sizeof(void*), 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, enable_exception_data_reporting,
+                   2368 + 2 * sizeof(void*), 4);
+TARVEL_CHECK_SIZE(_ZOTarvelEnvironmentSettings, 2368 + 3 * sizeof(void*));
+
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, using_private, 0, 1);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, lbs_main_addr, 1, 512);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, addr_family, 4612, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, sreq_timeout_ms, 4616, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, sreq_pred_fail_time_ms, 4620, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, def_lbs_host, 4624, 512);
+TARVEL_CHECK_SIZE(_ZOTarvelLBSSettings, 5136);
+
+TARVEL_CHECK_FIELD(RequestErrorRecord, code, 0, 4);
+TARVEL_CHECK_FIELD(RequestErrorRecord, url, sizeof(void*), sizeof(void*));
+TARVEL_CHECK_FIELD(RequestErrorRecord, headers, 2 * sizeof(void*), sizeof(void*));
+TARVEL_CHECK_FIELD(RequestErrorRecord, body, 3 * sizeof(void*), sizeof(void*));
+TARVEL_CHECK_SIZE(RequestErrorRecord, 4 * sizeof(void*));
+
+TARVEL_CHECK_SIZE(_ZOTarvelMsgStatInfo, 1153);
+
+TARVEL_CHECK_FIELD(TarvelExceptionExtension, operation_type, 0, 4);
+TARVEL_CHECK_FIELD(TarvelExceptionExtension, target, sizeof(void*), sizeof(std::string));
+TARVEL_CHECK_FIELD(TarvelExceptionExtension, code, sizeof(void*) + sizeof(std::string), 4);
+TARVEL_CHECK_FIELD(TarvelExceptionExtension, description, 2 * sizeof(void*) + sizeof(std::string),
+                   sizeof(std::string));
+TARVEL_CHECK_FIELD(TarvelExceptionExtension, context, 2 * sizeof(void*) + 2 * sizeof(std::string),
+                   sizeof(std::string));
+TARVEL_CHECK_SIZE(TarvelExceptionExtension, 2 * sizeof(void*) + 3 * sizeof(std::string));
+
+TARVEL_CHECK_FIELD(TarvelExceptionData, user_info, 0, sizeof(std::string));
+TARVEL_CHECK_FIELD(TarvelExceptionData, reserved_info, sizeof(std::string), sizeof(std::string));
+TARVEL_CHECK_FIELD(TarvelExceptionData, process_id, 2 * sizeof(std::string), sizeof(std::string));
+TARVEL_CHECK_FIELD(TarvelExceptionData, action, 3 * sizeof(std::string), 4);
+TARVEL_CHECK_FIELD(TarvelExceptionData, duration, TARVEL_INT64_ALIGNED(3 * sizeof(std::string) + 4),
+                   8);
+TARVEL_CHECK_FIELD(TarvelExceptionData, start_time, offsetof(TarvelExceptionData, duration) + 8, 8);
+TARVEL_CHECK_FIELD(TarvelExceptionData, state, offsetof(TarvelExceptionData, duration) + 16, 4);
+TARVEL_CHECK_FIELD(TarvelExceptionData, exception_service,
+                   offsetof(TarvelExceptionData, duration) + 20, 4);
+TARVEL_CHECK_FIELD(TarvelExceptionData, extension, offsetof(TarvelExceptionData, duration) + 24,
+                   sizeof(std::vector<TarvelExceptionExtension>));
+TARVEL_CHECK_SIZE(TarvelExceptionData,
+                  TARVEL_INT64_ALIGNED(offsetof(TarvelExceptionData, duration) + 24 +
+                                       sizeof(TarvelExceptionData::extension)));
+
+#undef TARVEL_INT64_ALIGNED
+#undef TARVEL_INT64_ALIGNMENT
+#undef TARVEL_CHECK_SIZE
+#undef TARVEL_CHECK_FIELD
+#undef TARVEL_CHECK_LAYOUT
 
 }  // namespace zo_tarvel
 

@@ -388,8 +388,7 @@ TARVEL_API std::string TarvelExceptionDataToJsonString(const TarvelExceptionData
 // --- Layout of the records ---
 //
 // Client and library are compiled apart, and each checks here that its records have the one layout.
-// Numbers are bytes, on 64- and on 32-bit targets. What no option of a compiler moves, such as a
-// char array behind another one, is left out.
+// Offsets and sizes are in bytes; they hold on 64- and on 32-bit targets.
 
 #define TARVEL_CHECK_LAYOUT(condition, what)                                                \
   static_assert(condition, "tarvel: " what                                                  \
@@ -410,9 +409,13 @@ TARVEL_API std::string TarvelExceptionDataToJsonString(const TarvelExceptionData
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, enable_httpdns, 0, 4);
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, only_https_supported, 4, 1);
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, business_type, 5, 32);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, business_token, 37, 128);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, business_version, 165, 128);
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, sv, 296, 4);
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, pv, 300, 4);
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, client_type, 304, 4);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, appdata_path, 308, 1024);
+TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, log_path, 1332, 1024);
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, custom_log, 2352 + sizeof(void*), sizeof(void*));
 TARVEL_CHECK_FIELD(_ZOTarvelEnvironmentSettings, try_http_request_on_netunav,
                    2352 + 2 * sizeof(void*), 4);
@@ -428,6 +431,11 @@ TARVEL_CHECK_SIZE(_ZOTarvelEnvironmentSettings, 2368 + 3 * sizeof(void*));
 
 TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, using_private, 0, 1);
 TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, lbs_main_addr, 1, 512);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, lbs_backup_addrs, 513, 2560);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, default_link, 3073, 128);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, default_link_ipv6, 3201, 128);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, link_list, 3329, 640);
+TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, reserved, 3969, 640);
 TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, addr_family, 4612, 4);
 TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, sreq_timeout_ms, 4616, 4);
 TARVEL_CHECK_FIELD(_ZOTarvelLBSSettings, sreq_pred_fail_time_ms, 4620, 4);
@@ -440,6 +448,10 @@ TARVEL_CHECK_FIELD(RequestErrorRecord, headers, 2 * sizeof(void*), sizeof(void*)
 TARVEL_CHECK_FIELD(RequestErrorRecord, body, 3 * sizeof(void*), sizeof(void*));
 TARVEL_CHECK_SIZE(RequestErrorRecord, 4 * sizeof(void*));
 
+TARVEL_CHECK_FIELD(_ZOTarvelMsgStatInfo, enable, 0, 1);
+TARVEL_CHECK_FIELD(_ZOTarvelMsgStatInfo, host, 1, 512);
+TARVEL_CHECK_FIELD(_ZOTarvelMsgStatInfo, api, 513, 512);
+TARVEL_CHECK_FIELD(_ZOTarvelMsgStatInfo, desc, 1025, 128);
 TARVEL_CHECK_SIZE(_ZOTarvelMsgStatInfo, 1153);
 
 TARVEL_CHECK_FIELD(TarvelExceptionExtension, operation_type, 0, 4);

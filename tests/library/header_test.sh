@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The public header compiles alone, warnings as errors, with both compilers and all language levels
-# that they share. A client whose records would differ from the library's is told what to do.
+# The public header compiles alone, warnings as errors, with both compilers and all their language
+# levels. A client whose records would differ from the library's is told what to do.
 # Usage: header_test.sh INCLUDE_DIR
 set -euo pipefail
 include=$1
@@ -15,9 +15,7 @@ compile() {
 refuse() {  # FLAG TEXT...
   local errors text
   if errors=$(compile -std=c++17 "$1"); then echo "compiles"; return 1; fi
-  for text in "${@:2}"; do
-    grep -F -- "$text" <<<"$errors" >/dev/null || { echo "$errors"; return 1; }
-  done
+  for text in "${@:2}"; do grep -F -- "$text" <<<"$errors" || { echo "$errors"; return 1; }; done
 }
 
 for name in "g++" "clang++ -ferror-limit=0"; do

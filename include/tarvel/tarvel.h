@@ -263,12 +263,26 @@ struct _ZOTarvelMsgStatInfo {
   char desc[128] = {};  // Description, cut to 127 bytes.
 };
 
-// Told after every finished update that nothing has overtaken (a change of token, an exit): `code`
-// 200 for a fresh answer, 0 for a failure. `response` is the answer that is active now,
-// NUL-terminated, good during the call. On the service's thread.
+// Called at the end of an update: `code` is 200 for a fresh answer, 0 for a failure. `response` is
+// the answer that is active now, NUL-terminated and good during the call. On the service's thread.
+// After a failure the next update is due in an hour.
 //
-// Not told of an update that failed on all URLs when HTTPDNS, being on, knew no address for them:
-// the next one then begins with a change of the network or of the token, a used-up list, or Update.
+// Not called for an update
+// (a) that is cancelled by a change of the token. The change starts another update.
+// (b) that is cancelled by the exit or by ReleaseLBSService.
+// (c) that finds no way to the internet, with `try_http_request_on_netunav` -1.
+// (d) that failed on all URLs, when HTTPDNS, being on, was asked for their host names and found no
+//     address.
+// (e) that has no URL to ask. Neither an LBS URL of the active answer nor `lbs_main_addr` can be
+//     asked: each is no http or https URL, is an IP literal of another family than the update's, or
+//     is left out by `only_https_supported`.
+//
+// (c) and (d) set no timer for the next update. It is started by Update, by
+// IZOTarvelObject::NotifyNetworkChanged while a token is set, by a change of the token, by a
+// used-up list of link addresses, or by a timer that was set before and still runs. After (e) only
+// a forced update is started: by Update with `force`, by a change of the token, or by
+// NotifyNetworkChanged with another family than before while a token is set. Until then unforced
+// calls of Update, used-up lists and timers start none.
 using LBSCallback = void (*)(std::int32_t code, const char* response, void* user);
 
 // Writes the account id into `buffer`, kAccIDBufferSize zeroed bytes, the last of which stays zero.
@@ -307,8 +321,12 @@ class IZOTarvelLBSService {
   virtual void SetAccIDGetter(AccIDGetter getter, void* user) = 0;
   virtual void SetRequestErrorCollector(RequestErrorCollector collector, void* user) = 0;
 
-  // The active answer. With `no_wait` false the call first waits for an update under way, without a
-  // time limit; on one of the library's own threads it never waits. An exit ends the wait.
+  // The active answer. With `no_wait` false the call first waits for the update under way. The wait
+  // ends when that update's request has ended: with a fresh answer, which is active then, with a
+  // failure, or cancelled. Of several updates at a time, the first to end ends the wait. There is
+  // no time limit, but an exit ends the wait too. Not waited for are a call of Update that is still
+  // being gathered, an update that has no URL to ask (see LBSCallback), and the LBSCallback itself.
+  // On one of the library's own threads the call never waits.
   virtual void GetLBSResponse(bool no_wait, char* out) = 0;
 
   // The next address of the list for a connection try. In: `family` says which kind is wished for.

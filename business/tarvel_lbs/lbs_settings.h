@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/deployment.h"
 #include "tarvel/environment/environment_config.h"
 
 namespace zo_tarvel {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/deployment.h"
 
 namespace zo_tarvel {
 

@@ -10,7 +10,7 @@
 
 #include "base/object.h"
 #include "base/recursive_mutex.h"
-#include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/deployment.h"
 #include "tarvel/environment/request_timeouts.h"
 #include "tarvel/environment/trace_id_generator.h"
 

@@ -13,7 +13,7 @@
 #include "base/read_number.h"
 #include "base/text_of.h"
 #include "base/utf8.h"
-#include "tarvel/environment/deployment_defaults.h"
+#include "tarvel/environment/deployment.h"
 #include "tarvel/environment/exception_data.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"

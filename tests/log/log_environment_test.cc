@@ -1,36 +1,38 @@
 // The log as a client finds it. Whatever stands where its files should be, the environment comes
 // up, and nothing crashes, hangs or is written elsewhere.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <tarvel/tarvel.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
+#include "base/base_thread.h"
 #include "base/log.h"
 #include "base/log_file.h"
 #include "tests/support/child_process.h"
-#include "tests/support/temp_directory.h"
-
-#define IM_G1_DIGEST "d6f07bc61ae1384e48a8edaab463328b"  // As md5sum has it.
+#include "tests/support/test_settings.h"
 
 namespace zo_tarvel {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace test_support;
+using namespace ::testing;
 
-// Of a companion's length.
-const std::string kPrecious(zo_base::LogFile::kDefaultBufferSize, 'p');
-
-// The directory of the default business below `root`.
-std::string LogDirectory(const std::string& root) { return root + "/tarvel_comp/" IM_G1_DIGEST; }
+// The log below `root` of the default business, "IM_G1", whose digest is what md5sum says.
+std::string LogPath(const std::string& root) {
+  return root + "/tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/tarvel_comp.log";
+}
 
 // A whole life with log records that fill the buffer more than once.
 void LiveOnce(const std::string& root) {
@@ -44,76 +46,56 @@ void LiveOnce(const std::string& root) {
 
 TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
   const struct {
-    const char* name;
-    std::function<void(const std::string& log, const std::string& companion)> put;
+    std::string put;  // A command, in the log's directory.
     bool logs_all_the_same;
-  } rows[] = {{"nothing", [](auto&, auto&) {}, true},
-              {"companion is a FIFO", [](auto&, auto& file) { mkfifo(file.c_str(), 0600); }, false},
-              {"companion is a link elsewhere",
-               [](auto& log, auto& file) { fs::create_symlink(log + ".elsewhere", file); }, false},
-              {"companion is another file's second name",
-               [](auto& log, auto& file) { fs::create_hard_link(log + ".elsewhere", file); }, true},
-              {"companion is huge",
-               [](auto&, auto& file) {
-                 WriteFile(file, ""), fs::resize_file(file, std::uintmax_t{1} << 40);
-               },
-               true},
-              {"log is a directory", [](auto& log, auto&) { fs::create_directory(log); }, false},
-              {"log is a link elsewhere",
-               [](auto& log, auto&) { fs::create_symlink(log + ".elsewhere", log); }, false},
-              {"temporary file is a directory",
-               [](auto& log, auto&) {
-                 WriteFile(log, std::string(zo_base::LogFile::kDefaultMaxFileSize, 'y'));
-                 fs::create_directory(log + ".tmp");
-               },
-               true}};
+  } rows[] = {{"true", true},
+              {"mkfifo $companion", false},
+              {"ln -s elsewhere $companion", false},
+              {"ln elsewhere $companion", true},
+              {"truncate -s 1T $companion", true},
+              {"mkdir $log", false},
+              {"ln -s elsewhere $log", false},
+              {"truncate -s 8M $log && mkdir $log.tmp", true}};
+  const std::string precious(zo_base::LogFile::kDefaultBufferSize, 'p');
   for (const auto& row : rows) {
     const TempDirectory root;
-    fs::create_directories(LogDirectory(root.path()));
-    const std::string log = LogDirectory(root.path()) + "/tarvel_comp.log";
-    WriteFile(log + ".elsewhere", kPrecious);
-    row.put(log, log + ".kvr_mmap");
+    const std::string log = LogPath(root.path()), directory = fs::path(log).parent_path();
+    fs::create_directories(directory);
+    WriteFile(directory + "/elsewhere", precious);
+    const std::string put = "cd " + directory + "; log=tarvel_comp.log; companion=$log.kvr_mmap; ";
+    ASSERT_EQ(std::system((put + row.put).c_str()), 0) << row.put;
     LiveOnce(root.path());
     const std::string text = fs::is_regular_file(log) ? ReadFile(log) : "";
-    EXPECT_EQ(text.find("xxx\n") != std::string::npos, row.logs_all_the_same) << row.name;
-    EXPECT_EQ(text.ends_with("- exit -------------------\n"), row.logs_all_the_same) << row.name;
-    EXPECT_EQ(text.find("a dump"), std::string::npos) << row.name;
-    EXPECT_EQ(ReadFile(log + ".elsewhere"), kPrecious) << row.name;
+    EXPECT_EQ(text.find("xxx\n") != std::string::npos, row.logs_all_the_same) << row.put;
+    EXPECT_EQ(text.ends_with("- exit -------------------\n"), row.logs_all_the_same) << row.put;
+    EXPECT_EQ(text.find("a dump"), std::string::npos) << row.put;
+    EXPECT_EQ(ReadFile(directory + "/elsewhere"), precious) << row.put;
     // Nor when there is no way to the directory at all.
-    LiveOnce(log + ".elsewhere");
-    EXPECT_EQ(ReadFile(log + ".elsewhere"), kPrecious) << row.name;
+    LiveOnce(directory + "/elsewhere");
+    EXPECT_EQ(ReadFile(directory + "/elsewhere"), precious) << row.put;
   }
 }
 
-TEST(LogEnvironmentTest, AUserWithoutRightsToTheFilesLogsNothing) {
-  const TempDirectory root;
-  ASSERT_EQ(chmod(root.path().c_str(), 0755), 0);
-  const std::string log = LogDirectory(root.path()) + "/tarvel_comp.log";
-  fs::create_directories(LogDirectory(root.path()));
+TEST(LogEnvironmentTest, WithoutRightsToTheFilesOrToLockedPagesNothingIsLogged) {
+  const TempDirectory root, other;
+  ASSERT_EQ(chmod(root.path().c_str(), 0755) + chmod(other.path().c_str(), 0777), 0);
+  const std::string log = LogPath(root.path());
+  fs::create_directories(fs::path(log).parent_path());
   WriteFile(log, "");
   WriteFile(log + ".kvr_mmap", std::string(65536, '\0'));
   EXPECT_GOOD_CHILD([&] {
     if (setuid(65534) != 0) return kNotPermitted;  // Only root becomes nobody.
     LiveOnce(root.path());
-    return 0;
-  });
-  EXPECT_EQ(ReadFile(log), "");
-}
-
-TEST(LogEnvironmentTest, DropsRecordsWhosePagesCannotBeLocked) {
-  const TempDirectory root;
-  ASSERT_EQ(chmod(root.path().c_str(), 0777), 0);
-  EXPECT_GOOD_CHILD([&] {
     const rlimit none{};
-    if (setrlimit(RLIMIT_MEMLOCK, &none) != 0 || setuid(65534) != 0) return kNotPermitted;
-    zo_base::LogFile log;
-    EXPECT_EQ(log.Open(root / "a.log", 0, 0), zo_base::kLogPagesNotLocked);
-    EXPECT_EQ(log.Open(root / "a.log", 0, 0), zo_base::kLogNotMapped);
-    log.Write("dropped");
-    LiveOnce(root.path());
+    EXPECT_EQ(setrlimit(RLIMIT_MEMLOCK, &none), 0);
+    zo_base::LogFile file;
+    EXPECT_EQ(file.Open(other / "a.log", 0, 0), zo_base::kLogPagesNotLocked);
+    EXPECT_EQ(file.Open(other / "a.log", 0, 0), zo_base::kLogNotMapped);
+    file.Write("dropped");
+    LiveOnce(other.path());
     return 0;
   });
-  EXPECT_EQ(ReadFile(root / "a.log"), "");
+  EXPECT_EQ(ReadFile(log) + ReadFile(other / "a.log"), "");
 }
 
 // Small file systems of its own, which the rest of the log doesn't fit into. One copies on write.
@@ -126,17 +108,59 @@ TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
             " >/dev/null 2>&1 && mount -o loop " + disk + " " + root.path()}) {
     EXPECT_GOOD_CHILD([&] {
       if (unshare(CLONE_NEWNS) != 0) return kNotPermitted;
-      mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
-      if (std::system(make.c_str()) != 0) return kNotPermitted;
+      if (std::system(("mount --make-rprivate / && " + make).c_str()) != 0) return kNotPermitted;
       for (int life = 0; life < 3; ++life) {
         LiveOnce(root.path());
         // Then also without a companion, and with no room for one.
-        if (life == 1) fs::remove(LogDirectory(root.path()) + "/tarvel_comp.log.kvr_mmap");
+        if (life == 1) fs::remove(LogPath(root.path()) + ".kvr_mmap");
         WriteFile(root / "filler", std::string(40'000'000, 'f'));
       }
       return 0;
     });
   }
+}
+
+// In a child, since a custom log function stays for the life of the process.
+TEST(CustomLogTest, TakesAllRecordsInOneFormatAndStaysAcrossAnExit) {
+  const TempDirectory directory;
+  EXPECT_GOOD_CHILD([&] {
+    static std::mutex lock;
+    static std::vector<std::string> lines;
+    _ZOTarvelEnvironmentSettings settings = TestSettings();
+    std::strcpy(settings.log_path, directory.path().c_str());
+    settings.custom_log = [](const char* line) {
+      const std::lock_guard guard(lock);
+      lines.emplace_back(line);
+    };
+    StartTarvelEnvironment(settings);
+    for (int level = 0; level <= 6; ++level) ZO_LOG_AT(level) << "text" << level;
+    const auto thread = std::make_shared<zo_base::BaseThread>("a thread", [] { ZO_LOG << "text"; });
+    thread->Start();
+    thread->Stop();
+    ExitTarvelEnvironment(1);
+    EXPECT_THAT(lines.front(), EndsWith("[LV_APP][ZO_TARVEL][unknown] \r\n"
+                                        "------------------- start -------------------\n"));
+    EXPECT_THAT(lines.back(), EndsWith(" exit -------------------\n"));
+    EXPECT_THAT(lines, Contains(EndsWith("[LV_APP][ZO_TARVEL][a thread] text\n")));
+    const std::string begin = "[0-9]+-[0-9]+ [0-9]+:[0-9]+:[0-9]+[.][0-9]+ " +
+                              std::to_string(getpid()) + "-" + std::to_string(pthread_self());
+    const std::string levels[] = {"KER", "ASS", "ERR", "WAR", "INT", "APP", "PRO"};
+    for (std::size_t level = 0; level <= 6; ++level) {
+      const std::string place =
+          level <= 3 ? "\n @.location. log_environment_test:[0-9]+\n\n" : "\n";
+      EXPECT_THAT(lines, Contains(MatchesRegex(begin + " .LV_" + levels[level] +
+                                               "..ZO_TARVEL..unknown. text" +
+                                               std::to_string(level) + place)));
+    }
+    lines.clear();
+    settings.custom_log = nullptr;
+    StartTarvelEnvironment(settings);
+    ExitTarvelEnvironment(1);
+    EXPECT_THAT(lines, Contains(HasSubstr("zo_tarvel config:\r\n")));
+    return 0;
+  });
+  // The file of the second life is opened, and nothing is ever written to it.
+  EXPECT_FALSE(fs::exists(LogPath(directory.path())));
 }
 
 }  // namespace

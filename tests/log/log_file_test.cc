@@ -2,20 +2,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <latch>
-#include <map>
 #include <random>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,37 +24,26 @@
 #include "tests/support/child_process.h"
 #include "tests/support/temp_directory.h"
 
-// While one lives, a signal interrupts every other call of its thread to the functions below, which
-// stand in for those of the C library.
-static thread_local int calls = -1;
-struct Interruptions {
-  Interruptions() { calls = 0; }
-  ~Interruptions() { calls = -1; }
-};
+// Whether a signal interrupts every other call of each of these.
+static thread_local bool interrupts = false;
 
-static bool Interrupted() { return calls >= 0 && ++calls % 2 == 1 && (errno = EINTR) != 0; }
-extern "C" int open(const char* path, int flags, ...) {
-  return Interrupted() ? -1 : openat(AT_FDCWD, path, flags, 0600);
-}
-extern "C" ssize_t pread(int fd, void* out, std::size_t size, off_t at) {
-  return Interrupted() ? -1 : syscall(SYS_pread64, fd, out, size, at);
-}
-extern "C" ssize_t pwrite(int fd, const void* data, std::size_t size, off_t at) {
-  return Interrupted() ? -1 : syscall(SYS_pwrite64, fd, data, size, at);
-}
-extern "C" int flock(int fd, int operation) noexcept {
-  return Interrupted() ? -1 : static_cast<int>(syscall(SYS_flock, fd, operation));
-}
-extern "C" int ftruncate(int fd, off_t size) noexcept {
-  return Interrupted() ? -1 : static_cast<int>(syscall(SYS_ftruncate, fd, size));
-}
+#define INTERRUPTED(type, name, parameters, ...)                        \
+  extern "C" type name parameters {                                     \
+    static thread_local bool again = false;                             \
+    if (interrupts && (again = !again)) return errno = EINTR, type{-1}; \
+    return static_cast<type>(syscall(__VA_ARGS__));                     \
+  }
+INTERRUPTED(int, open, (const char* path, int flags, ...), SYS_openat, AT_FDCWD, path, flags, 0600)
+INTERRUPTED(int, flock, (int fd, int how) noexcept, SYS_flock, fd, how)
+INTERRUPTED(int, ftruncate, (int fd, off_t size) noexcept, SYS_ftruncate, fd, size)
+INTERRUPTED(ssize_t, pread, (int fd, void* to, size_t n, off_t at), SYS_pread64, fd, to, n, at)
+INTERRUPTED(ssize_t, pwrite, (int fd, const void* p, size_t n, off_t a), SYS_pwrite64, fd, p, n, a)
 
 namespace zo_base {
 namespace {
 
 namespace fs = std::filesystem;
 using test_support::ReadFile;
-using test_support::TempDirectory;
 using test_support::WriteFile;
 
 constexpr std::size_t kSize = 65536;
@@ -73,7 +62,24 @@ std::string CompanionOf(std::int32_t used, const std::string& text, std::size_t 
   return content;
 }
 
-TEST(FoundCompanionTest, IsSentToTheSinkAndMadeReady) {
+// Text whose every place can be told: the byte at n is that of n modulo a prime.
+std::string Pattern(std::size_t size) {
+  std::string text(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('!' + i % 89);
+  return text;
+}
+
+class LogFileTest : public ::testing::Test {
+ protected:
+  LogFileTest() { interrupts = true; }
+  ~LogFileTest() override { interrupts = false; }
+
+  const test_support::TempDirectory directory_;
+  const std::string path_ = directory_ / "test.log";
+  const std::string companion_ = path_ + ".kvr_mmap";
+};
+
+TEST_F(LogFileTest, SendsAFoundCompanionToTheSinkAndMakesItReady) {
   const std::string full(kSize - 4, 't');
   const struct {
     const char* name;
@@ -91,32 +97,23 @@ TEST(FoundCompanionTest, IsSentToTheSinkAndMadeReady) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    const TempDirectory directory;
-    const std::string companion = directory / "companion";
-    WriteFile(companion, row.found);
-    const Interruptions interruptions;
+    WriteFile(companion_, row.found);
     std::string log_text;
-    LogFileBuffer buffer([&](const std::string& text) {
-      log_text += text;
-      return true;
-    });
-    EXPECT_EQ(buffer.Init(companion, kSize), row.result);
+    LogFileBuffer buffer([&](const std::string& text) { return log_text += text, true; });
+    EXPECT_EQ(buffer.Init(companion_, kSize), row.result);
     EXPECT_EQ(log_text, row.log_text);
-    EXPECT_EQ(ReadFile(companion), std::string(kSize, '\0'));
+    EXPECT_EQ(ReadFile(companion_), std::string(kSize, '\0'));
     EXPECT_TRUE(buffer.ready());
   }
 }
 
-class LogFileBufferTest : public ::testing::Test {
+class LogFileBufferTest : public LogFileTest {
  protected:
   // Usable bytes of a small buffer: `kSmall` less the header, and less one that is never filled.
   static constexpr std::uint32_t kSmall = 32;
 
   LogFileBufferTest() { EXPECT_EQ(buffer_.Init(companion_, kSmall), kLogReady); }
 
-  const Interruptions interruptions_;
-  const TempDirectory directory_;
-  const std::string companion_ = directory_ / "companion";
   bool sink_cuts_ = false;
   std::vector<std::string> sunk_;
   LogFileBuffer buffer_{[this](const std::string& text) {
@@ -154,11 +151,7 @@ TEST_F(LogFileBufferTest, GoesOnAfterItsFileWasCutShort) {
 
 TEST_F(LogFileBufferTest, IsLeftAloneByItsForkedChildAndByASecondOne) {
   buffer_.Append("parent ");
-  EXPECT_GOOD_CHILD([this] {
-    buffer_.Append("child");
-    buffer_.Close();
-    return 0;
-  });
+  EXPECT_GOOD_CHILD([this] { return buffer_.Append("child"), buffer_.Close(), 0; });
   std::string second_log;
   LogFileBuffer second([&](const std::string& text) { return second_log += text, true; });
   EXPECT_EQ(second.Init(companion_, 4096), kLogReady);  // Another length is no reason to touch it.
@@ -170,20 +163,6 @@ TEST_F(LogFileBufferTest, IsLeftAloneByItsForkedChildAndByASecondOne) {
   buffer_.Close();
   EXPECT_EQ(sunk_, std::vector<std::string>{"parent goes on"});
 }
-
-// Text whose every place can be told: the byte at n is that of n modulo a prime.
-std::string Pattern(std::size_t size) {
-  std::string text(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('!' + i % 89);
-  return text;
-}
-
-class LogFileTest : public ::testing::Test {
- protected:
-  const Interruptions interruptions_;
-  const TempDirectory directory_;
-  const std::string path_ = directory_ / "test.log";
-};
 
 TEST_F(LogFileTest, CutsHalfOfTheLimitOffTheFrontWhenTheLimitIsReached) {
   const std::string elsewhere = path_ + ".elsewhere";
@@ -223,93 +202,68 @@ TEST_F(LogFileTest, TwoOfOnePathWriteWholeRecordsLoseNoneAndKeepThemPrivate) {
   std::thread other([&] { write('b'); });
   write('a');
   other.join();
-  std::map<std::string, int> count;
-  std::istringstream lines(ReadFile(path_));
-  for (std::string line; std::getline(lines, line);) ++count[line];
-  EXPECT_EQ(count.size(), 2U);
-  EXPECT_EQ(count[std::string(20, 'a')] + count[std::string(20, 'b')], 2 * kRecords);
-  for (const std::string& file : {path_, path_ + ".kvr_mmap"}) {
+  const std::string text = ReadFile(path_);
+  EXPECT_EQ(text.size(), 2 * kRecords * 21);
+  for (std::size_t at = 0; at < text.size(); at += 21) {
+    ASSERT_EQ(text.substr(at, 21), std::string(20, text[at]) + "\n");
+  }
+  for (const std::string& file : {path_, companion_}) {
     EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600)) << file;
   }
 }
 
-pid_t child_of_a_write = 0;
-
-void ForkAChildThatLivesOn(int) {
-  child_of_a_write = fork();
-  if (child_of_a_write != 0) return;
-  alarm(60);
-  while (true) pause();
-}
-
-TEST_F(LogFileTest, LeavesNoLockWithAChildThatWasForkedOffInTheMiddleOfAnAppend) {
-  {
-    LogFile log;
-    ASSERT_EQ(log.Open(path_, 0, 0), kLogReady);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit none{0, before.rlim_max};
-    signal(SIGXFSZ, ForkAChildThatLivesOn);
-    setrlimit(RLIMIT_FSIZE, &none);  // The signal comes within the write, under the lock.
-    log.AppendToFile("lost");
-    setrlimit(RLIMIT_FSIZE, &before);
-    signal(SIGXFSZ, SIG_DFL);
-  }
-  ASSERT_GT(child_of_a_write, 0);
+TEST_F(LogFileTest, LeavesNoLockWithAChildThatIsForkedOffInTheMiddleOfAnAppend) {
+  static pid_t child = 0;
   LogFile log;
-  EXPECT_EQ(log.Open(path_, 100, kSize), kLogReady);
-  log.Write("kept");
-  EXPECT_EQ(ReadFile(path_ + ".kvr_mmap"), CompanionOf(4, "kept", kSize));
+  ASSERT_EQ(log.Open(path_, 100, 32), kLogReady);
+  // Comes within the write, under the lock. The child lives on.
+  signal(SIGXFSZ, [](int) {
+    if ((child = fork()) == 0) alarm(60), pause();
+  });
+  rlimit before{};
+  const rlimit none{0, RLIM_INFINITY};
+  ASSERT_EQ(prlimit(0, RLIMIT_FSIZE, &none, &before), 0);
+  log.AppendToFile("lost");
+  prlimit(0, RLIMIT_FSIZE, &before, nullptr);
+  ASSERT_GT(child, 0);
   log.AppendToFile(Pattern(100));  // Only under the lock is the log cut.
   EXPECT_EQ(ReadFile(path_), Pattern(100).substr(50));
-  kill(child_of_a_write, SIGKILL);
-  EXPECT_EQ(waitpid(child_of_a_write, nullptr, 0), child_of_a_write);
+  log.Close();
+  EXPECT_EQ(log.Open(path_, 100, 32), kLogReady);
+  log.Write("kept");
+  EXPECT_EQ(ReadFile(companion_), CompanionOf(4, "kept", 32));
+  EXPECT_EQ(kill(child, SIGKILL), 0);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
 std::string RecordOf(std::uint32_t number) {
   return "record " + std::to_string(number) + " " + std::string(number % 50, '.') + " end\n";
 }
 
-// Writes records until it is killed, and tells through the pipe of each one whose call has
-// returned.
-[[noreturn]] void WriteForEver(const std::string& path, int returned) {
-  LogFile log;
-  log.Open(path, 0, 1024);
-  for (std::uint32_t number = 0;; ++number) {
-    log.Write(RecordOf(number));
-    if (write(returned, &number, sizeof number) != sizeof number) _exit(1);
-  }
-}
-
-TEST(LogCrashTest, NoRecordWhoseCallHasReturnedIsLostByAKilledProcess) {
+TEST_F(LogFileTest, LosesNoRecordWhoseCallHasReturnedWhenTheProcessIsKilled) {
   std::minstd_rand random(20260101);
   std::uint32_t total = 0;
+  // How many calls have returned, for the child to count and the parent to read.
+  auto& count = *static_cast<std::atomic<std::uint32_t>*>(
+      mmap(nullptr, 4, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   for (int round = 0; round < 300; ++round) {
-    const TempDirectory directory;
-    const std::string path = directory / "crash.log";
-    int returned[2];
-    ASSERT_EQ(pipe(returned), 0);
+    count = 0;
+    fs::remove(path_), fs::remove(companion_);
     const pid_t child = fork();
-    if (child == 0) WriteForEver(path, returned[1]);
-    close(returned[1]);
-    std::uint32_t number = 0, count = 0;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 8000);
-    while (std::chrono::steady_clock::now() < end) {
-      if (read(returned[0], &number, sizeof number) == sizeof number) count = number + 1;
+    if (child == 0) {
+      LogFile log;
+      log.Open(path_, 0, 1024);
+      while (true) log.Write(RecordOf(count)), ++count;
     }
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
     kill(child, SIGKILL);
-    while (read(returned[0], &number, sizeof number) == sizeof number) count = number + 1;
-    close(returned[0]);
     waitpid(child, nullptr, 0);
     total += count;
 
-    LogFile next_start;
-    ASSERT_EQ(next_start.Open(path, 0, 1024), kLogReady);
-    next_start.Close();
+    ASSERT_EQ(LogFile().Open(path_, 0, 1024), kLogReady);  // The next start.
     // What was on its way from the buffer to the log when the process died may be there twice.
-    const std::string text = ReadFile(path);
-    std::size_t at = 0;
-    for (number = 0; number < count; ++number) {
+    const std::string text = ReadFile(path_);
+    for (std::size_t number = 0, at = 0; number < count; ++number) {
       at = text.find(RecordOf(number), at);
       ASSERT_NE(at, std::string::npos) << "record " << number << " of " << count;
     }

@@ -69,44 +69,101 @@ std::int32_t NextPort(IZOTarvelLBSService& service) {
   return port;
 }
 
-// From nothing to the first link address, with what an earlier run has cached and no server to be
-// reached. The argument says whether the log goes to a file.
-void BM_WarmStart(benchmark::State& state) {
+// What a row measures, for all its iterations together.
+struct Cost {
+  double seconds = 0;
+  double cpu_us = 0;  // Of all threads.
+  bool good = true;   // There always was a link address.
+};
+
+using Measure = Cost (*)(const zo_tarvel::_ZOTarvelEnvironmentSettings&, std::int64_t iterations);
+
+// Each repetition of a row measures in a process of its own: a client's log function stays for the
+// rest of a process, so that the rows after it would have no log file. This process never calls the
+// library, so that its children may. The argument says whether the log goes to a file.
+void InOwnProcess(benchmark::State& state, Measure measure) {
   const test_support::TempDirectory directory;
   const auto settings = Settings(directory.path(), state.range(0) != 0);
+  int ends[2];
+  if (pipe(ends) != 0) std::abort();
+  const pid_t child = fork();
+  if (child == 0) {
+    const Cost cost = measure(settings, static_cast<std::int64_t>(state.max_iterations));
+    const bool written = write(ends[1], &cost, sizeof cost) == sizeof cost;
+    _exit(written ? 0 : 1);
+  }
+  close(ends[1]);
+  Cost cost;
+  if (read(ends[0], &cost, sizeof cost) != sizeof cost) cost.good = false;
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  const auto iterations = static_cast<double>(state.max_iterations);
+  for (auto _ : state) state.SetIterationTime(cost.seconds / iterations);
+  state.counters["cpu_us"] = cost.cpu_us / iterations;
+  if (!cost.good) state.SkipWithError("no link address");
+}
+
+// Adds what passes until its end to `cost`.
+class Stopwatch {
+ public:
+  explicit Stopwatch(Cost& cost) : cost_(cost) {}
+  ~Stopwatch() {
+    cost_.cpu_us += ProcessCpuMicroseconds() - cpu_before_;
+    cost_.seconds += std::chrono::duration<double>(Clock::now() - begin_).count();
+  }
+  Stopwatch(const Stopwatch&) = delete;
+  Stopwatch& operator=(const Stopwatch&) = delete;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  Cost& cost_;
+  const double cpu_before_ = ProcessCpuMicroseconds();
+  const Clock::time_point begin_ = Clock::now();
+};
+
+// From nothing to the first link address, with what an earlier run has cached and no server to be
+// reached.
+Cost WarmStart(const zo_tarvel::_ZOTarvelEnvironmentSettings& settings, std::int64_t iterations) {
   StartService(settings);  // Leaves the cache.
   zo_tarvel::ExitTarvelEnvironment(1);
-  bool good = true;
-  double cpu = 0;
-  for (auto _ : state) {
-    const double cpu_before = ProcessCpuMicroseconds();
-    IZOTarvelLBSService* const service = StartService(settings);
-    good = good && NextPort(*service) == 8080;
-    cpu += ProcessCpuMicroseconds() - cpu_before;
-    state.PauseTiming();
+  Cost cost;
+  for (std::int64_t i = 0; i < iterations; ++i) {
+    {
+      const Stopwatch watch(cost);
+      IZOTarvelLBSService* const service = StartService(settings);
+      cost.good = NextPort(*service) == 8080 && cost.good;
+    }
     zo_tarvel::ExitTarvelEnvironment(1);
-    state.ResumeTiming();
   }
-  if (!good) state.SkipWithError("no link address");
-  state.counters["cpu_us"] = benchmark::Counter(cpu, benchmark::Counter::kAvgIterations);
+  return cost;
 }
 
-// One link address, with the four records that it logs.
-void BM_GetLinkAddress(benchmark::State& state) {
-  const test_support::TempDirectory directory;
-  IZOTarvelLBSService* const service =
-      StartService(Settings(directory.path(), state.range(0) != 0));
-  bool good = true;
-  for (auto _ : state) good = NextPort(*service) == 8080 && good;
+// One link address, with the records that it logs.
+Cost GetLinkAddress(const zo_tarvel::_ZOTarvelEnvironmentSettings& settings,
+                    std::int64_t iterations) {
+  IZOTarvelLBSService* const service = StartService(settings);
+  Cost cost;
+  {
+    const Stopwatch watch(cost);
+    for (std::int64_t i = 0; i < iterations; ++i) {
+      cost.good = NextPort(*service) == 8080 && cost.good;
+    }
+  }
   zo_tarvel::ExitTarvelEnvironment(1);
-  if (!good) state.SkipWithError("no link address");
+  return cost;
 }
 
-// A client's log function stays for the rest of the process: so the log file comes first.
-BENCHMARK(BM_WarmStart)->ArgName("log_file")->Arg(1)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_GetLinkAddress)->ArgName("log_file")->Arg(1);
-BENCHMARK(BM_WarmStart)->ArgName("log_file")->Arg(0)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_GetLinkAddress)->ArgName("log_file")->Arg(0);
+void BM_WarmStart(benchmark::State& state) { InOwnProcess(state, WarmStart); }
+BENCHMARK(BM_WarmStart)
+    ->ArgName("log_file")
+    ->Arg(1)
+    ->Arg(0)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+void BM_GetLinkAddress(benchmark::State& state) { InOwnProcess(state, GetLinkAddress); }
+BENCHMARK(BM_GetLinkAddress)->ArgName("log_file")->Arg(1)->Arg(0)->UseManualTime();
 
 // --- The idle process ---
 

@@ -10,6 +10,6 @@ if(NOT EXISTS "${deployment_defaults}" OR IS_DIRECTORY "${deployment_defaults}")
   message(FATAL_ERROR "TARVEL_DEPLOYMENT_DEFAULTS names no file: ${deployment_defaults}")
 endif()
 configure_file("${deployment_defaults}"
-  "${PROJECT_BINARY_DIR}/deployment/tarvel_deployment_defaults.h" COPYONLY)
+  "${PROJECT_BINARY_DIR}/deployment/tarvel_deployment_defaults.h" COPYONLY NO_SOURCE_PERMISSIONS)
 add_library(tarvel_deployment INTERFACE)
 target_include_directories(tarvel_deployment INTERFACE "${PROJECT_BINARY_DIR}/deployment")

@@ -416,7 +416,7 @@ TARVEL_API std::string TarvelExceptionDataToJsonString(const TarvelExceptionData
   TARVEL_CHECK_LAYOUT(offsetof(record, field) == (offset) && sizeof(record::field) == (size), \
                       #record "::" #field)
 #define TARVEL_CHECK_SIZE(record, size) TARVEL_CHECK_LAYOUT(sizeof(record) == (size), #record)
-#if defined(__i386__)  // The one target on which options and old compilers disagree about it.
+#if defined(__i386__)  // Options and the age of the compiler change what alignof says here.
 #define TARVEL_INT64_ALIGNMENT 4
 #else
 #define TARVEL_INT64_ALIGNMENT alignof(std::int64_t)

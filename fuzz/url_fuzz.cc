@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "network/curl/web_address.h"
 #include "network/ip_address.h"
 #include "network/parsed_url.h"
 #include "network/text.h"
@@ -118,6 +119,37 @@ void CheckReplaceAll(std::string_view text, std::string_view from) {
   Require(ReplaceAll(text, from, "<>") == expected, "a plain search replaces the same");
 }
 
+std::string LowerWithoutDot(std::string host) {
+  ToLower(host);
+  if (host.size() > 1 && host.back() == '.') host.pop_back();
+  return host;
+}
+
+void CheckHost(const WebAddress& address, const std::string& expected) {
+  char* host = nullptr;
+  char* zone = nullptr;
+  Require(curl_url_get(address.parsed.get(), CURLUPART_HOST, &host, 0) == CURLUE_OK &&
+              address.host == host,
+          "libcurl goes to the host");
+  curl_free(host);
+  Require(curl_url_get(address.parsed.get(), CURLUPART_ZONEID, &zone, 0) == CURLUE_NO_ZONEID,
+          "and to no zone of it");
+  const bool is_ip = IsIPAddress(expected);
+  Require(IsIPAddress(address.host) == is_ip, "an address goes to an address");
+  Require(is_ip ? ParseIPAddress(address.host) == ParseIPAddress(expected)
+                : LowerWithoutDot(address.host) == LowerWithoutDot(expected),
+          "libcurl and we read the same host");
+}
+
+// A URL that libcurl is given goes where the layers above think that it goes.
+void CheckWebAddress(const std::string& text) {
+  std::string error;
+  if (const auto address = ParseWebAddress(text, error)) {
+    Require(GetScheme(text) == (address->https ? "https" : "http"), "the same scheme");
+    CheckHost(*address, GetHost(text, false));
+  }
+}
+
 }  // namespace
 
 // The first byte says how many of the last ones are the delimiters and what is to be replaced.
@@ -135,5 +167,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckAddress(url.host.In(all));
   CheckSplit(all, part);
   CheckReplaceAll(all, part);
+  CheckWebAddress(std::string(all));
   return 0;
 }

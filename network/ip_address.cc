@@ -1,5 +1,7 @@
 #include "network/ip_address.h"
 
+#include <arpa/inet.h>
+
 #include <cstddef>
 #include <limits>
 #include <optional>
@@ -127,6 +129,15 @@ bool GetIPFamily(std::string_view text, zo_net::AddressFamily& family) {
   if (bytes.empty()) return false;
   family = bytes.size() == kIPv4Size ? zo_net::kAddressFamilyIPv4 : zo_net::kAddressFamilyIPv6;
   return true;
+}
+
+std::string CanonicalHost(std::string_view host) {
+  const IPAddressBytes bytes = ParseIPAddress(host);
+  char text[INET6_ADDRSTRLEN] = "";
+  if (bytes.empty()) return std::string(host);
+  if (bytes.size() == kIPv4Size) return inet_ntop(AF_INET, bytes.data(), text, sizeof text);
+  inet_ntop(AF_INET6, bytes.data(), text, sizeof text);
+  return std::string("[").append(text).append("]");
 }
 
 }  // namespace WQBASE::network

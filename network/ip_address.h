@@ -3,6 +3,7 @@
 #include <tarvel/tarvel.h>
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,5 +26,9 @@ bool IsIPAddress(std::string_view text);
 // True if `text` is an IP literal; `family` is then kAddressFamilyIPv4 or kAddressFamilyIPv6, and
 // else left alone.
 bool GetIPFamily(std::string_view text, zo_net::AddressFamily& family);
+
+// A URL's host in its usual form: of an IP literal its plain text (127.0.0.1 for 127.1), that of
+// IPv6 in brackets. A host that is no IP literal is returned as it is.
+std::string CanonicalHost(std::string_view host);
 
 }  // namespace WQBASE::network

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "network/curl/header_list.h"
+#include "network/ip_address.h"
 #include "network/url.h"
 
 namespace WQBASE::network {
@@ -12,11 +13,6 @@ namespace {
 
 bool SendsBody(const HttpRequest& request) {
   return request.method != kMethodGet && !request.body.empty();
-}
-
-std::string Bracketed(const std::string& ip) {
-  const bool bare_ipv6 = ip.find(':') != std::string::npos && ip.front() != '[';
-  return bare_ipv6 ? "[" + ip + "]" : ip;
 }
 
 // The end of a port that begins at `at`, with its colon.
@@ -34,7 +30,7 @@ std::string UrlOnIP(const HttpRequest& request) {
   if (host.empty() || host != request.host) return url;
   const auto at = static_cast<std::size_t>(host.data() - url.data());
   const auto end = EndOfPort(url, at + host.size());
-  return url.replace(at, end - at, Bracketed(request.ip) + ':' + std::to_string(request.port));
+  return url.replace(at, end - at, CanonicalHost(request.ip) + ':' + std::to_string(request.port));
 }
 
 }  // namespace
@@ -52,7 +48,7 @@ std::optional<FirstHop> MakeFirstHop(const HttpRequest& request, std::string& er
   if (request.sni && !request.host.empty()) {
     headers.insert(headers.begin(), {"Host", request.host});
     if (address->https) {
-      auto named = WithHost(*address, Bracketed(request.host), error);
+      auto named = WithHost(*address, request.host, error);
       if (!named) return std::nullopt;
       first.pinned = PinnedServer{*named, address->host};
       address = std::move(named);

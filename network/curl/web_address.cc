@@ -2,9 +2,13 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <memory>
+#include <string_view>
 
+#include "network/ip_address.h"
 #include "network/text.h"
+#include "network/url.h"
 
 namespace WQBASE::network {
 namespace {
@@ -26,13 +30,24 @@ std::string Part(const UrlHandle& handle, CURLUPart part, unsigned flags = 0) {
   return text;
 }
 
-std::string Normalized(std::string host) {
-  ToLower(host);
-  if (host.ends_with('.')) host.pop_back();
-  return host;
+bool SameHost(std::string_view a, std::string_view b) {
+  const auto normalized = [](std::string_view text) {
+    std::string host = CanonicalHost(text);
+    ToLower(host);
+    if (host.size() > 1 && host.ends_with('.')) host.pop_back();  // "." is a host, "" is none.
+    return host;
+  };
+  return normalized(a) == normalized(b);
 }
 
-std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string& error) {
+bool IsAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// `own_reading` is the host by the reading of network/url.h.
+std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string_view own_reading,
+                                    std::string& error) {
   WebAddress address;
   const std::string scheme = Part(handle, CURLUPART_SCHEME);
   address.https = scheme == "https";
@@ -40,8 +55,21 @@ std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string& error)
     error = "Neither http nor https";
     return std::nullopt;
   }
+  const std::string host = Part(handle, CURLUPART_HOST);
+  // libcurl has decoded the host, and encodes a "%" that is left anew wherever it needs the URL.
+  if (!SameHost(own_reading, host) || host.find('%') != std::string::npos) {
+    error = "The host in the URL is ambiguous";
+    return std::nullopt;
+  }
+  if (!IsAscii(host)) {
+    error = "The host in the URL is not in ASCII";
+    return std::nullopt;
+  }
+  address.host = CanonicalHost(host);
+  if (address.host != host) {
+    curl_url_set(handle.get(), CURLUPART_HOST, address.host.c_str(), 0);
+  }
   address.url = Part(handle, CURLUPART_URL);
-  address.host = Part(handle, CURLUPART_HOST);
   address.port = Part(handle, CURLUPART_PORT, CURLU_DEFAULT_PORT);
   address.parsed = handle;
   return address;
@@ -50,7 +78,7 @@ std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string& error)
 }  // namespace
 
 bool WebAddress::SameServer(const WebAddress& other) const {
-  return https == other.https && port == other.port && Normalized(host) == Normalized(other.host);
+  return https == other.https && port == other.port && SameHost(host, other.host);
 }
 
 std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& error) {
@@ -62,7 +90,7 @@ std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& e
   if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), kParseFlags), error)) {
     return std::nullopt;
   }
-  return AddressOf(handle, error);
+  return AddressOf(handle, HostIn(url), error);
 }
 
 std::optional<WebAddress> WithHost(const WebAddress& address, const std::string& host,
@@ -73,10 +101,10 @@ std::optional<WebAddress> WithHost(const WebAddress& address, const std::string&
     return std::nullopt;
   }
   if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, address.url.c_str(), kParseFlags), error) ||
-      !Accept(curl_url_set(handle.get(), CURLUPART_HOST, host.c_str(), 0), error)) {
+      !Accept(curl_url_set(handle.get(), CURLUPART_HOST, CanonicalHost(host).c_str(), 0), error)) {
     return std::nullopt;
   }
-  return AddressOf(handle, error);
+  return AddressOf(handle, host, error);
 }
 
 }  // namespace WQBASE::network

@@ -8,11 +8,15 @@
 
 namespace WQBASE::network {
 
-// A URL as libcurl itself takes it apart, so that what is checked is what is fetched.
+// A URL as libcurl itself parses it, so that what is checked is what is fetched.
+//
+// The layers above decide by the reading of network/url.h whether a request goes to an IP address,
+// and with that whether its server is checked. So a URL whose host libcurl reads differently is
+// refused, and so is a host beyond ASCII, which libcurl would convert to another one.
 struct WebAddress {
   std::string url;  // Whole, with `host` as its host.
   bool https = false;
-  std::string host;  // An IPv6 literal is in brackets.
+  std::string host;  // An IP literal is in its usual form, IPv6 in brackets.
   std::string port;  // Also when the URL names none.
 
   std::shared_ptr<CURLU> parsed;  // The same, so that libcurl need not parse it again.
@@ -21,10 +25,12 @@ struct WebAddress {
   bool SameServer(const WebAddress& other) const;
 };
 
-// The parts of an http or https URL. Nothing for any other text; then `error` says why.
+// Each of these returns nothing unless the result is an http or https URL whose host has one
+// reading; then `error` says why.
+
 std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& error);
 
-// The same with another host.
+// `address` with another host.
 std::optional<WebAddress> WithHost(const WebAddress& address, const std::string& host,
                                    std::string& error);
 

@@ -115,11 +115,11 @@ TEST(PinnedHostTest, GoesToTheGivenIPFallsBackToItWithoutANameAndRefusesANameTha
   }
   const std::string line = "HTTP/1.1 a.example a.example a.example [0-9]+ GET /x\n";
   EXPECT_THAT(nginx.AccessLog(2), testing::MatchesRegex(line + line));
-  for (const std::string& host : {std::string(), ip}) {
+  for (const std::string host : {"", "127.0.0.1", "127.1", "0x7f.0x.1", "127.0.0.1."}) {
     for (const bool is_of_ip : {true, false}) {
-      const std::string url = nginx.url("/x", is_of_ip ? 1 : 0);
+      const std::string url = UrlOf("https", host.empty() ? ip : host, nginx.port(is_of_ip), "/x");
       EXPECT_TRUE(transport.Fetch(url)->success);  // Its connection was opened without a check.
-      const auto request = Pinned(url, nginx.port(is_of_ip ? 1 : 0));
+      const auto request = Pinned(url, nginx.port(is_of_ip));
       request->host = host;
       EXPECT_EQ(transport.Fetch(request)->success, is_of_ip) << host;
     }

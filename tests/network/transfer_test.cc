@@ -97,11 +97,14 @@ TEST_F(TransferTest, SendsHeadersInOrderAndDropsThoseThatWouldBreakTheMessage) {
 
 TEST_F(TransferTest, CompletesARequestThatItCannotSend) {
   EXPECT_FALSE(transport_.Fetch(std::shared_ptr<HttpRequest>())->success);
-  for (const std::string& url : {""s, "a.example"s, "http://"s, "file:///etc/hosts"s,
-                                 "http://127.0.0.1\0.example/"s, "http://127.0.0.1/\r\nX: 1"s}) {
+  const std::string port = ":" + std::to_string(server_.port());
+  for (const std::string& url :
+       {""s, "a.example"s, "http://"s, "file:///etc/hosts"s, "http://127.0.0.1\0.example/"s,
+        "http://127.0.0.1/\r\nX: 1"s, "http://127%2e0.0.1" + port, "http://[::1%25lo]" + port,
+        "http://x.example\\@127.0.0.1" + port, "http://\uff11\uff12\uff17.1" + port}) {
     const auto response = transport_.Fetch(url);
     EXPECT_EQ(response->status, 0) << url;
-    EXPECT_NE(response->error_text, "") << url;
+    EXPECT_THAT(response->error_text, HasSubstr(url.ends_with(port) ? "host in the URL" : " "));
   }
 }
 
@@ -122,6 +125,7 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
       {"put 302", 302, kMethodPut, "/end", "PUT text /end 127.0.0.1"},
       {"put 303", 303, kMethodPut, "/end", "GET  /end 127.0.0.1"},
       {"get 302 elsewhere", 302, kMethodGet, "{other}/end", "GET  /end 127.0.0.2"},
+      {"ambiguous", 302, kMethodGet, "http://x.example\\@" + server_.url("/").substr(7), ""},
       {"own url", 302, kMethodGet, "{server}/start", ""},
       {"no location", 302, kMethodGet, "", ""},
       {"not a redirect", 300, kMethodGet, "/end", ""},

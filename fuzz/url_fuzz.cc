@@ -148,6 +148,12 @@ void CheckWebAddress(const std::string& text) {
     Require(GetScheme(text) == (address->https ? "https" : "http"), "the same scheme");
     CheckHost(*address, GetHost(text, false));
   }
+  static const auto base = ParseWebAddress("https://base.example/a/b?c", error);
+  const std::string reference = text.c_str();  // A header has no NUL.
+  std::string host = base->host;
+  if (reference.starts_with("//")) host = GetHost("https:" + reference, false);
+  if (!GetScheme(reference).empty()) host = GetHost(reference, false);
+  if (const auto address = ResolveReference(*base, reference, error)) CheckHost(*address, host);
 }
 
 }  // namespace

@@ -5,15 +5,17 @@
 namespace WQBASE::network {
 namespace {
 
-// "HTTP/1.1 103 Early Hints"
-bool IsInterim(std::string_view status_line) {
-  const auto blank = status_line.find(' ');
-  return blank != std::string_view::npos && status_line.substr(blank + 1).starts_with('1');
+// Of the status that libcurl has read, so that both agree on where the next head begins.
+bool IsInterim(CURL* easy) {
+  long status = 0;
+  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+  return status / 100 == 1;
 }
 
 }  // namespace
 
 void AnswerCollector::Attach(CURL* easy) {
+  easy_ = easy;
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, OnHeader);
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, OnBody);
@@ -34,12 +36,11 @@ std::size_t AnswerCollector::OnHeader(char* data, std::size_t size, std::size_t 
   const std::string_view line(data, size * count);
   auto* const self = static_cast<AnswerCollector*>(collector);
   self->header_bytes += line.size();
+  self->TakeHeaderLine(line);
   if (self->header_bytes > kLongestHeaders) {
     self->error = "The answer's headers are longer than 262144 bytes";
-    return 0;
   }
-  self->TakeHeaderLine(line);
-  return line.size();
+  return self->error.empty() ? line.size() : 0;
 }
 
 std::size_t AnswerCollector::OnBody(char* data, std::size_t size, std::size_t count,
@@ -52,19 +53,24 @@ void AnswerCollector::TakeHeaderLine(std::string_view line) {
   switch (next_) {
     case Next::kStatusLine:
       headers.clear();
-      is_interim_ = IsInterim(line);
+      is_interim_ = IsInterim(easy_);
       next_ = Next::kHeader;
       break;
     case Next::kHeader:
-      if (line == "\r\n" || line == "\n") {
-        next_ = is_interim_ ? Next::kStatusLine : Next::kTrailer;
-      } else {
-        AppendHeaderLine(headers, line);
-      }
+      TakeHeader(line);
       break;
     case Next::kTrailer:
       break;
   }
+}
+
+// As in libcurl, a line that begins with a line end ends the head, whatever else is in it.
+void AnswerCollector::TakeHeader(std::string_view line) {
+  if (line.starts_with('\r') || line.starts_with('\n')) {
+    next_ = is_interim_ ? Next::kStatusLine : Next::kTrailer;
+    return;
+  }
+  AppendHeaderLine(headers, line);
 }
 
 bool AnswerCollector::TakeBody(std::string_view bytes) {

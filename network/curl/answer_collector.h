@@ -12,8 +12,8 @@
 
 namespace WQBASE::network {
 
-// What a server may send at most. More ends the transfer: an answer is a server's word, and memory
-// is the client's.
+// The limits of an answer. One that exceeds them ends the transfer: a hostile server must not
+// exhaust the client's memory.
 inline constexpr std::size_t kLongestBody = std::size_t{8} * 1024 * 1024;  // Decoded.
 inline constexpr std::size_t kLongestHeaders =
     std::size_t{256} * 1024;  // Of one hop, with interim answers.
@@ -27,10 +27,13 @@ class AnswerCollector {
   void Attach(CURL* easy);
   void Clear();
 
+  // Whether the head of the last answer has been received to its end.
+  bool has_whole_head() const { return next_ == Next::kTrailer; }
+
   HeaderList headers;  // Of the last answer, without trailers.
   std::vector<std::uint8_t> body;
   std::size_t header_bytes = 0;
-  std::string error;  // Set when the answer was too large.
+  std::string error;  // Set when the answer exceeded a limit.
 
  private:
   enum class Next { kStatusLine, kHeader, kTrailer };
@@ -38,8 +41,10 @@ class AnswerCollector {
   static std::size_t OnHeader(char* data, std::size_t size, std::size_t count, void* collector);
   static std::size_t OnBody(char* data, std::size_t size, std::size_t count, void* collector);
   void TakeHeaderLine(std::string_view line);
+  void TakeHeader(std::string_view line);
   bool TakeBody(std::string_view bytes);
 
+  CURL* easy_ = nullptr;
   Next next_ = Next::kStatusLine;
   bool is_interim_ = false;  // A better answer will follow.
 };

@@ -63,7 +63,7 @@ void RemoveHeader(HeaderList& headers, const std::string& name) {
 
 const std::string* FindHeader(const HeaderList& headers, const std::string& name) {
   for (const auto& header : headers) {
-    if (SameName(header.first, name)) return &header.second;
+    if (SameName(header.first, name) && !header.second.empty()) return &header.second;
   }
   return nullptr;
 }
@@ -85,15 +85,17 @@ HeaderList HeadersToSend(const HeaderList& headers) {
 }
 
 void AppendHeaderLine(HeaderList& headers, std::string_view line) {
-  const bool continues = !line.empty() && (line.front() == ' ' || line.front() == '\t');
-  if (continues) {
+  if (line.starts_with(' ') || line.starts_with('\t')) {
     if (headers.empty()) return;
-    headers.back().second.append(" ").append(Trim(line));
+    std::string& value = headers.back().second;
+    const std::string_view more = Trim(line);
+    value.append(value.empty() ? "" : " ").append(more);
     return;
   }
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return;
-  headers.emplace_back(line.substr(0, colon), Trim(line.substr(colon + 1)));
+  const std::string_view value = Trim(line.substr(colon + 1));
+  headers.emplace_back(line.substr(0, colon), value);
 }
 
 }  // namespace WQBASE::network

@@ -12,7 +12,7 @@ namespace WQBASE::network {
 // Replaces the first header of this name, or appends one.
 void SetHeader(HeaderList& headers, const std::string& name, const std::string& value);
 void RemoveHeader(HeaderList& headers, const std::string& name);
-// Null when there is none.
+// The value of the first header of this name that has one; null when there is none.
 const std::string* FindHeader(const HeaderList& headers, const std::string& name);
 
 // Those of `headers` that may go out, each name once, with its last value. Left out, with a log
@@ -20,7 +20,8 @@ const std::string* FindHeader(const HeaderList& headers, const std::string& name
 // or NUL, and the lengths, which are the transport's business.
 HeaderList HeadersToSend(const HeaderList& headers);
 
-// What a line of an answer's head adds to `headers`; a line that is no header adds nothing.
+// Adds a line of an answer's head to `headers`, or to the last of them when it continues that one.
+// A line that is no header adds nothing.
 void AppendHeaderLine(HeaderList& headers, std::string_view line);
 
 }  // namespace WQBASE::network

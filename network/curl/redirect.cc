@@ -11,9 +11,8 @@ bool IsRedirect(long status) {
   return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-bool NamesItself(const Hop& hop, const HeaderList& answer) {
-  const std::string* location = FindHeader(answer, "Location");
-  return location != nullptr && (*location == hop.asked_url || *location == hop.address.url);
+bool Names(const std::string& location, const Hop& hop) {
+  return location == hop.asked_url || location == hop.address.url;
 }
 
 // As browsers do.
@@ -25,11 +24,11 @@ bool BecomesGet(const Hop& hop, long status) {
 
 }  // namespace
 
-Redirect FollowRedirect(Hop& hop, long status, const HeaderList& answer, const std::string& target,
-                        std::string& error) {
-  if (!IsRedirect(status) || target.empty() || NamesItself(hop, answer)) return Redirect::kNone;
-  auto address = ParseWebAddress(target, error);
-  if (!address) return Redirect::kRefused;
+bool FollowRedirect(Hop& hop, long status, const HeaderList& answer, std::string& error) {
+  const std::string* const location = FindHeader(answer, "Location");
+  if (!IsRedirect(status) || location == nullptr || Names(*location, hop)) return false;
+  auto address = ResolveReference(hop.address, *location, error);
+  if (!address) return false;
 
   if (BecomesGet(hop, status)) {
     hop.verb = "GET";
@@ -41,9 +40,9 @@ Redirect FollowRedirect(Hop& hop, long status, const HeaderList& answer, const s
     RemoveHeader(hop.headers, "Cookie");
   }
   SetHeader(hop.headers, "Host", address->host);
-  hop.asked_url = target;
+  hop.asked_url = address->url;
   hop.address = std::move(*address);
-  return Redirect::kFollow;
+  return true;
 }
 
 }  // namespace WQBASE::network

@@ -144,14 +144,23 @@ void Transfer::PrepareTrust(CURL* easy) {
   if (file != nullptr || !ChecksPeer()) curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
 }
 
+// A redirect is complete with its head, so it is followed even when its body fails.
 void Transfer::FinishHop(CURL* easy, CURLcode result) {
-  if (result == CURLE_OK) {
-    Succeed(easy);
-  } else if (MayRepeat(easy, result)) {
+  if (result != CURLE_OK && MayRepeat(easy, result)) {
     repeated_ = true;
+    return;
+  }
+  long status = 0;
+  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+  const bool timed_out = result == CURLE_OPERATION_TIMEDOUT;
+  std::string error;
+  if (answer_.has_whole_head() && !timed_out && Follows(status, error)) {
+    repeated_ = false;
+  } else if (result == CURLE_OK) {
+    Succeed(status, error);
   } else {
-    connection_went_silent_ = result == CURLE_OPERATION_TIMEDOUT && WithoutAnswerOnOldOne(easy);
-    Break(easy, result);
+    connection_went_silent_ = timed_out && WithoutAnswerOnOldOne(easy);
+    Break(result, status);
   }
 }
 
@@ -169,29 +178,23 @@ bool Transfer::MayRepeat(CURL* easy, CURLcode result) const {
          IsIdempotent(hop_) && Clock::now() < deadline_;
 }
 
-void Transfer::Succeed(CURL* easy) {
-  long status = 0;
-  const char* target = nullptr;
-  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
-  curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &target);
-  std::string error;
-  if (status != kOk) error = "The requested URL returned error: " + std::to_string(status);
+// False when the transfer ends with this answer; then `error` may say why.
+bool Transfer::Follows(long status, std::string& error) {
+  if (!FollowRedirect(hop_, status, answer_.headers, error)) return false;
+  if (++redirects_ <= kMostRedirects) return true;
+  error = "Maximum (20) redirects followed";
+  return false;
+}
 
-  const auto redirect =
-      FollowRedirect(hop_, status, answer_.headers, target == nullptr ? "" : target, error);
-  if (redirect == Redirect::kFollow && ++redirects_ <= kMostRedirects) {
-    repeated_ = false;
-    return;
-  }
-  if (redirect == Redirect::kFollow) error = "Maximum (20) redirects followed";
+void Transfer::Succeed(long status, const std::string& error) {
   TakeAnswer();
-  EndWith(status, error);
+  const bool needs_text = status != kOk && error.empty();
+  EndWith(status,
+          needs_text ? "The requested URL returned error: " + std::to_string(status) : error);
 }
 
 // What came of an answer with another status than 200 is handed over all the same.
-void Transfer::Break(CURL* easy, CURLcode result) {
-  long status = 0;
-  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+void Transfer::Break(CURLcode result, long status) {
   const bool is_other = status > kOk;  // Below are interim answers.
   if (is_other) TakeAnswer();
   const char* text = error_[0] != '\0' ? error_ : curl_easy_strerror(result);

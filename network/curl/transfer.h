@@ -58,8 +58,9 @@ class Transfer {
   void PrepareTrust(CURL* easy);
   bool WithoutAnswerOnOldOne(CURL* easy) const;
   bool MayRepeat(CURL* easy, CURLcode result) const;
-  void Succeed(CURL* easy);
-  void Break(CURL* easy, CURLcode result);
+  bool Follows(long status, std::string& error);
+  void Succeed(long status, const std::string& error);
+  void Break(CURLcode result, long status);
   void TakeAnswer();
   void EndWith(long status, const std::string& error);
 

@@ -45,6 +45,12 @@ bool IsAscii(std::string_view text) {
                      [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
+// The host that a redirect to `reference` names; that of `base` when it names none.
+std::string HostNamedBy(const std::string& reference, const WebAddress& base) {
+  if (reference.starts_with("//")) return GetHost("https:" + reference, false);
+  return GetScheme(reference).empty() ? base.host : GetHost(reference, false);
+}
+
 // `own_reading` is the host by the reading of network/url.h.
 std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string_view own_reading,
                                     std::string& error) {
@@ -91,6 +97,16 @@ std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& e
     return std::nullopt;
   }
   return AddressOf(handle, HostIn(url), error);
+}
+
+std::optional<WebAddress> ResolveReference(const WebAddress& base, const std::string& reference,
+                                           std::string& error) {
+  const UrlHandle handle(curl_url_dup(base.parsed.get()), curl_url_cleanup);
+  constexpr unsigned kFlags = kParseFlags | CURLU_URLENCODE | CURLU_ALLOW_SPACE;
+  if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, reference.c_str(), kFlags), error)) {
+    return std::nullopt;
+  }
+  return AddressOf(handle, HostNamedBy(reference, base), error);
 }
 
 std::optional<WebAddress> WithHost(const WebAddress& address, const std::string& host,

@@ -30,6 +30,10 @@ struct WebAddress {
 
 std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& error);
 
+// Where `base` redirects to: `reference` may be relative and may have blanks, which are encoded.
+std::optional<WebAddress> ResolveReference(const WebAddress& base, const std::string& reference,
+                                           std::string& error);
+
 // `address` with another host.
 std::optional<WebAddress> WithHost(const WebAddress& address, const std::string& host,
                                    std::string& error);

@@ -1,7 +1,5 @@
 #include "tests/support/certificate_authority.h"
 
-#include <arpa/inet.h>
-
 #include <cstdlib>
 #include <stdexcept>
 
@@ -41,23 +39,6 @@ subjectKeyIdentifier = hash
 
 constexpr char kNewKey[] = " -config own.cnf -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes ";
 
-bool IsIPLiteral(const std::string& name) {
-  in6_addr address;
-  return inet_pton(AF_INET, name.c_str(), &address) == 1 ||
-         inet_pton(AF_INET6, name.c_str(), &address) == 1;
-}
-
-// The options that name a server and its key.
-std::string Named(const std::vector<std::string>& names, const std::string& server) {
-  std::string list;
-  for (const std::string& name : names) {
-    if (!list.empty()) list += ',';
-    list.append(IsIPLiteral(name) ? "IP:" : "DNS:").append(name);
-  }
-  return "-subj /CN=" + names.at(0) + " -addext subjectAltName=" + list + " -keyout " + server +
-         ".key ";
-}
-
 }  // namespace
 
 CertificateAuthority::CertificateAuthority() {
@@ -72,15 +53,17 @@ ServerCertificate CertificateAuthority::Issue(const std::vector<std::string>& na
                                               Validity validity) {
   const std::string server = "server" + std::to_string(++written_);
   const std::string end = validity == Validity::kValid ? "20491231" : "20200102";
-  Run("req -new " + Named(names, server) + "-out request" + kNewKey);
+  std::string list;
+  for (const std::string& name : names) {
+    if (!list.empty()) list += ',';
+    const bool is_ip =
+        name.find_first_not_of("0123456789.") == name.npos || name.find(':') != name.npos;
+    list.append(is_ip ? "IP:" : "DNS:").append(name);
+  }
+  Run("req -new -subj /CN=" + names.at(0) + " -addext subjectAltName=" + list + " -keyout " +
+      server + ".key -out request" + kNewKey);
   Run("ca -batch -notext -config own.cnf -in request -startdate 20200101000000Z -enddate " + end +
       "000000Z -out " + server + ".crt");
-  return {directory_ / (server + ".crt"), directory_ / (server + ".key")};
-}
-
-ServerCertificate CertificateAuthority::SelfMade(const std::vector<std::string>& names) {
-  const std::string server = "server" + std::to_string(++written_);
-  Run("req -x509 -extensions server " + Named(names, server) + "-out " + server + ".crt" + kNewKey);
   return {directory_ / (server + ".crt"), directory_ / (server + ".key")};
 }
 

@@ -29,9 +29,6 @@ class CertificateAuthority {
   ServerCertificate Issue(const std::vector<std::string>& names,
                           Validity validity = Validity::kValid);
 
-  // Signed by its own key: this authority does not vouch for it.
-  ServerCertificate SelfMade(const std::vector<std::string>& names);
-
  private:
   void Run(const std::string& command) const;
 

@@ -1,6 +1,9 @@
 #include "network/curl/answer_collector.h"
 
+#include <algorithm>
+
 #include "network/curl/header_list.h"
+#include "network/text.h"
 
 namespace WQBASE::network {
 namespace {
@@ -10,6 +13,19 @@ bool IsInterim(CURL* easy) {
   long status = 0;
   curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
   return status / 100 == 1;
+}
+
+bool ListsCodings(const std::string& name) {
+  return SameName(name, "Content-Encoding") || SameName(name, "Transfer-Encoding");
+}
+
+std::size_t CountCodings(std::string_view list) {
+  const auto pieces = Split(list, ",");
+  return static_cast<std::size_t>(
+      std::count_if(pieces.begin(), pieces.end(), [](const std::string& piece) {
+        const std::string_view coding = Trim(piece);
+        return !coding.empty() && !SameName(coding, "identity") && !SameName(coding, "chunked");
+      }));
 }
 
 }  // namespace
@@ -27,6 +43,7 @@ void AnswerCollector::Clear() {
   body.clear();
   header_bytes = 0;
   next_ = Next::kStatusLine;
+  codings_ = 0;
   error.clear();
 }
 
@@ -37,6 +54,7 @@ std::size_t AnswerCollector::OnHeader(char* data, std::size_t size, std::size_t 
   auto* const self = static_cast<AnswerCollector*>(collector);
   self->header_bytes += line.size();
   self->TakeHeaderLine(line);
+  if (self->codings_ > kMostCodings) self->error = "The answer has more than one content coding";
   if (self->header_bytes > kLongestHeaders) {
     self->error = "The answer's headers are longer than 262144 bytes";
   }
@@ -70,7 +88,8 @@ void AnswerCollector::TakeHeader(std::string_view line) {
     next_ = is_interim_ ? Next::kStatusLine : Next::kTrailer;
     return;
   }
-  AppendHeaderLine(headers, line);
+  const std::string_view value = AppendHeaderLine(headers, line);
+  if (!value.empty() && ListsCodings(headers.back().first)) codings_ += CountCodings(value);
 }
 
 bool AnswerCollector::TakeBody(std::string_view bytes) {

@@ -17,6 +17,10 @@ namespace WQBASE::network {
 inline constexpr std::size_t kLongestBody = std::size_t{8} * 1024 * 1024;  // Decoded.
 inline constexpr std::size_t kLongestHeaders =
     std::size_t{256} * 1024;  // Of one hop, with interim answers.
+// Beside "identity" and "chunked", of one hop, with interim answers, whose decoders libcurl keeps.
+// kLongestBody limits only what the last decoder writes: with two of them, a few kilobytes could
+// inflate to gigabytes inside one call of libcurl, while all other transfers wait.
+inline constexpr std::size_t kMostCodings = 1;
 
 // Takes in the answer of one hop.
 //
@@ -46,6 +50,7 @@ class AnswerCollector {
 
   CURL* easy_ = nullptr;
   Next next_ = Next::kStatusLine;
+  std::size_t codings_ = 0;
   bool is_interim_ = false;  // A better answer will follow.
 };
 

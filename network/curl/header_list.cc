@@ -12,10 +12,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-bool SameName(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
 auto Find(HeaderList& headers, const std::string& name) {
   return std::find_if(headers.begin(), headers.end(),
                       [&](const auto& header) { return SameName(header.first, name); });
@@ -38,13 +34,11 @@ bool EndsLine(const std::string& value) {
   return value.find_first_of("\r\n\0"sv) != std::string::npos;
 }
 
-std::string_view Trim(std::string_view text) {
-  const auto begin = text.find_first_not_of(" \t\r\n");
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
-}
-
 }  // namespace
+
+bool SameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
 
 void SetHeader(HeaderList& headers, const std::string& name, const std::string& value) {
   const auto header = Find(headers, name);
@@ -84,18 +78,25 @@ HeaderList HeadersToSend(const HeaderList& headers) {
   return result;
 }
 
-void AppendHeaderLine(HeaderList& headers, std::string_view line) {
+std::string_view AppendHeaderLine(HeaderList& headers, std::string_view line) {
   if (line.starts_with(' ') || line.starts_with('\t')) {
-    if (headers.empty()) return;
+    if (headers.empty()) return {};
     std::string& value = headers.back().second;
     const std::string_view more = Trim(line);
     value.append(value.empty() ? "" : " ").append(more);
-    return;
+    return more;
   }
   const auto colon = line.find(':');
-  if (colon == std::string_view::npos) return;
+  if (colon == std::string_view::npos) return {};
   const std::string_view value = Trim(line.substr(colon + 1));
   headers.emplace_back(line.substr(0, colon), value);
+  return value;
+}
+
+std::string_view Trim(std::string_view text) {
+  const auto begin = text.find_first_not_of(" \t\r\n");
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
 }
 
 }  // namespace WQBASE::network

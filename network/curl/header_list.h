@@ -9,6 +9,8 @@ namespace WQBASE::network {
 
 // Operations on the headers of one message. Names compare without regard to case.
 
+bool SameName(std::string_view a, std::string_view b);
+
 // Replaces the first header of this name, or appends one.
 void SetHeader(HeaderList& headers, const std::string& name, const std::string& value);
 void RemoveHeader(HeaderList& headers, const std::string& name);
@@ -21,7 +23,10 @@ const std::string* FindHeader(const HeaderList& headers, const std::string& name
 HeaderList HeadersToSend(const HeaderList& headers);
 
 // Adds a line of an answer's head to `headers`, or to the last of them when it continues that one.
-// A line that is no header adds nothing.
-void AppendHeaderLine(HeaderList& headers, std::string_view line);
+// Returns the value in the line; empty for a line that is no header and adds nothing.
+std::string_view AppendHeaderLine(HeaderList& headers, std::string_view line);
+
+// Without the blanks and line ends around it.
+std::string_view Trim(std::string_view text);
 
 }  // namespace WQBASE::network

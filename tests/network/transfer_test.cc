@@ -257,7 +257,7 @@ std::string AnswerOf(const std::string& headers, const std::string& body) {
   return HttpAnswer("200 OK", body, headers);
 }
 
-constexpr char kGzip[] = "Content-Encoding: gzip\r\n";
+constexpr char kGzip[] = "Content-Encoding: identity,, gzip\r\n";
 const std::string kGzippedGood =
     "\x1f\x8b\x08\0\0\0\0\0\x02\x03K\xcf\xcfO\x01\0\x92N\x84l\x04\0\0\0"s;
 // 64 MiB of zeros, by the brotli library's encoder at quality 9 with a window of 16 MiB.
@@ -282,7 +282,7 @@ RawServer::Handler Repeats(std::string begin, std::string block, int interval_ms
 TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoesUnlessAWholeHeadRedirects) {
   const std::string found = "302 Found\r\nLocation: " + server_.url("/");
   const std::string cut = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc";
-  const std::string long_body = "longer than 8388608";
+  const std::string long_body = "longer than 8388608", stacked = "more than one content coding";
   const struct {
     std::string name, answer, error;
     bool whole_head;
@@ -300,6 +300,11 @@ TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoesUnlessAWholeHeadRedir
       {"a bomb", AnswerOf("Content-Encoding: br\r\n", kBomb), long_body, true},
       {"NUL in a header", "HTTP/1.1 200 OK\r\nA: b\0c\r\n\r\n"s, "Nul", false},
       {"unknown coding", AnswerOf("Content-Encoding: x\r\n", "x"), "ncoding", true},
+      {"two codings", AnswerOf("Content-Encoding: gzip, br\r\n", "x"), stacked, false},
+      {"on two lines", AnswerOf("content-encoding:br\r\n"s + kGzip, "x"), stacked, false},
+      {"folded", AnswerOf("Content-Encoding: br,\r\n gzip\r\n", "x"), stacked, false},
+      {"both headers", AnswerOf("Transfer-Encoding: br, chunked\r\n"s + kGzip, ""), stacked, false},
+      {"interim", "HTTP/1.1  103 A\r\n"s + kGzip + "\r\n" + AnswerOf(kGzip, ""), stacked, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "network/curl/no_proxy.h"
 #include "network/curl/redirect.h"
 
 namespace WQBASE::network {
@@ -125,6 +126,8 @@ void Transfer::PrepareServer(CURL* easy) {
   if (!pinned_ || !hop_.address.SameServer(pinned_->name)) return;
   Append(connect_to_, "::" + pinned_->literal + ':' + hop_.address.port);  // Whatever the host.
   curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connect_to_.get());
+  // libcurl compares no_proxy with the host of the URL, which is the name.
+  if (NoProxyLists(pinned_->literal)) curl_easy_setopt(easy, CURLOPT_NOPROXY, "*");
 }
 
 bool Transfer::ChecksPeer() const { return request_->sni || trust_.verify_always; }

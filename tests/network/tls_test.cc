@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "tests/network/transport.h"
+#include "tests/support/child_process.h"
 #include "tests/support/nginx_server.h"
 
 namespace {
@@ -103,6 +104,34 @@ TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Http, TlsTest, testing::Bool());
+
+TEST(PinnedHostTest, IsReachedWithoutTheProxyWhenNoProxyListsItsIP) {
+  EXPECT_GOOD_CHILD([] {
+    const ServerCertificate own = Authority().Issue({"a.example"});
+    NginxServer nginx({.listeners = {{"127.0.0.1", own}, {"::1", own}}, .files = {{"x", ""}}});
+    RawServer proxy(AnswerWith(HttpAnswer("403 Forbidden", "")));
+    setenv("https_proxy", proxy.url("").c_str(), 1);
+    const struct {
+      const char *lower, *upper;
+      bool direct[2];  // On IPv4 and on IPv6.
+    } rows[] = {{"", "", {false, false}},
+                {"127.0.0.2,127.0.0.1/33 ::2/127,127.0.0.1.example", "", {false, false}},
+                {"", "a.test, 127.0.0.1,[::1]", {true, true}},
+                {"::/127", "*", {false, true}},
+                {"127.0.0.3/30\t::3/0", "", {true, false}}};
+    for (const auto& row : rows) {
+      setenv("no_proxy", row.lower, 1);
+      setenv("NO_PROXY", row.upper, 1);
+      for (const int v6 : {0, 1}) {
+        const auto request = Pinned(nginx.url("/x", v6), 0);
+        EXPECT_EQ(Transport(Authority().trust_store()).Fetch(request)->success, row.direct[v6])
+            << row.lower << row.upper;
+      }
+    }
+    EXPECT_EQ(proxy.connections(), 6);
+    return 0;
+  });
+}
 
 TEST(PinnedHostTest, GoesToTheGivenIPFallsBackToItWithoutANameAndRefusesANameThatIsNone) {
   const std::string ip = "127.0.0.1";

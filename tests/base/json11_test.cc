@@ -75,10 +75,9 @@ TEST(Json11Test, OrdersByKindAndThenByValueInLinearTime) {
   const std::string ascending =
       R"([null, -1e999, -1, 0.5, false, true, "", "a", [], [null, [3]], [1], [1, [0, 2]], [1, [1]], )" +
       deep + R"(, {}, {"k": 1}, {"k": 1, "l": [0, 2]}, {"k": 1, "l": [1]}, {"k": 2}, {"l": 0}])";
-  const Json::array ones = Parsed(ascending).array_items(),
-                    others = Parsed(ascending).array_items();
-  for (std::size_t i = 0; i < ones.size(); ++i) {
-    for (std::size_t j = 0; j < others.size(); ++j) {
+  const Json ones = Parsed(ascending), others = Parsed(ascending);
+  for (std::size_t i = 0; i < ones.array_items().size(); ++i) {
+    for (std::size_t j = 0; j < ones.array_items().size(); ++j) {
       EXPECT_EQ(ones[i] < others[j], i < j) << ones[i].dump() << " < " << others[j].dump();
     }
   }

@@ -101,7 +101,7 @@ TEST(LogEnvironmentTest, WithoutRightsToTheFilesOrToLockedPagesNothingIsLogged) 
 // Small file systems of its own, which the rest of the log doesn't fit into. One copies on write.
 TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
   const TempDirectory root, image;
-  const std::string disk = image / "disk";
+  const std::string disk = image / "disk", log = LogPath(root.path());
   for (const std::string& make :
        {"mount -t tmpfs -o size=100k none " + root.path(),
         "truncate -s 32M " + disk + " && PATH=$PATH:/sbin mkfs.btrfs -qM " + disk +
@@ -109,10 +109,12 @@ TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
     EXPECT_GOOD_CHILD([&] {
       if (unshare(CLONE_NEWNS) != 0) return kNotPermitted;
       if (std::system(("mount --make-rprivate / && " + make).c_str()) != 0) return kNotPermitted;
+      // Found as it is, this one is copied on write. Then without one, and with no room for one.
+      fs::create_directories(fs::path(log).parent_path());
+      WriteFile(log + ".kvr_mmap", std::string(65536, '\0'));
       for (int life = 0; life < 3; ++life) {
         LiveOnce(root.path());
-        // Then also without a companion, and with no room for one.
-        if (life == 1) fs::remove(LogPath(root.path()) + ".kvr_mmap");
+        if (life == 1) fs::remove(log + ".kvr_mmap");
         WriteFile(root / "filler", std::string(40'000'000, 'f'));
       }
       return 0;

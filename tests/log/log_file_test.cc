@@ -259,7 +259,6 @@ TEST_F(LogFileTest, LosesNoRecordWhoseCallHasReturnedWhenTheProcessIsKilled) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     total += count;
-
     ASSERT_EQ(LogFile().Open(path_, 0, 1024), kLogReady);  // The next start.
     // What was on its way from the buffer to the log when the process died may be there twice.
     const std::string text = ReadFile(path_);

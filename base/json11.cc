@@ -211,6 +211,19 @@ const Json::object& JsonValue::object_items() const {
   return *empty;
 }
 
+// All are made while the image is loaded: a child that is forked off while another thread makes one
+// would wait for that for ever.
+[[maybe_unused]] const bool made = [] {
+  const JsonNull null;
+  JsonPayloads::Null();
+  JsonPayloads::Boolean(true);
+  JsonPayloads::NullJson();
+  null.string_value();
+  null.array_items();
+  null.object_items();
+  return true;
+}();
+
 const Json& JsonValue::operator[](std::size_t) const { return JsonPayloads::NullJson(); }
 const Json& JsonValue::operator[](const std::string&) const { return JsonPayloads::NullJson(); }
 

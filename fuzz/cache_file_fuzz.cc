@@ -85,10 +85,21 @@ void CheckStore(const std::string& text) {
   }
   store.Set(kNew, "");
   Require(store.Save(), "what came from a file goes to a file");
+  Require(store.FileSize() == std::filesystem::file_size(Path()), "its length is known before");
   std::ifstream in(Path(), std::ios::binary);
   Texts all = expected;
   all[kNew] = "";
   Require(ReadByDom({std::istreambuf_iterator<char>(in), {}}) == all, "the file has the entries");
+}
+
+void CheckFilter(const std::string& text) {
+  const auto is_kept = [](const std::string& key, const std::string&) { return key.size() < 2; };
+  Texts kept = ReadByDom(text);
+  std::erase_if(kept, [&](const auto& entry) { return !is_kept(entry.first, entry.second); });
+  zo_base::CachedKeyValueFile store(is_kept);
+  store.Load(Path());
+  const auto entries = store.Entries();
+  Require(Texts(entries.begin(), entries.end()) == kept, "the entries that are of use");
 }
 
 void CheckStart() {
@@ -119,6 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     text = file.dump(-1, ' ', false, json::error_handler_t::replace);
   }
   Write(text);
+  CheckFilter(text);
   CheckStore(text);
   Write(text);
   CheckStart();

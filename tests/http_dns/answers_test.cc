@@ -159,15 +159,19 @@ TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
               IsEmpty());
 }
 
-TEST(HttpDNSHostCacheTest, KeepsWhatIsNewestOfVeryManyHosts) {
-  HttpDNSHostCache cache;
-  Texts found;
-  for (int i = 0; i < 50'000; ++i) {
-    cache.SetEntry({"h" + std::to_string(i), {"192.0.2.1"}, {}, 100'000}, kNow + i, false);
+TEST(HttpDNSHostCacheTest, TakesTheLongestEntryThatItDumpsBack) {
+  HttpDNSHostCache cache, next;
+  HttpDNSHostCache::Update update{std::string(255, 'h'), {}, {}, INT32_MAX};
+  for (int i = 100; i < 132; ++i) {
+    update.ipv4.push_back("255.255.255." + std::to_string(i));
+    update.ipv6.push_back("[0000:0000:0000:0000:0000:ffff:" + update.ipv4.back() + "]");
   }
-  EXPECT_LE(cache.Dump().size(), HttpDNSHostCache::kMostHosts);
-  EXPECT_EQ(cache.Check(kAddressFamilyAny, "h49999", kNow + 49'999, found), kGood);
-  EXPECT_EQ(cache.Check(kAddressFamilyAny, "h45000", kNow + 49'999, found), kGood);
+  cache.SetEntry(update, INT64_MAX - INT32_MAX, false);
+  const std::string text = cache.Dump().at(update.host);
+  EXPECT_GT(text.size(), HttpDNSHostCache::kLongestText - 100);
+  EXPECT_TRUE(next.Load(update.host, text, kNow));
+  EXPECT_EQ(next.Find(update.host)->ipv4, update.ipv4);
+  EXPECT_EQ(next.Find(update.host)->ipv6, update.ipv6);
 }
 
 }  // namespace

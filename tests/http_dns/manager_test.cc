@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -204,6 +205,11 @@ TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
   EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
   Reload();
   EXPECT_EQ(UrlsOf(sent_.back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
+  const std::string too_long(65'536, ' ');
+  Answer(
+      sent_.back(), true,
+      R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" + too_long + "\"}]}");
+  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
 }
 
 TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
@@ -261,22 +267,28 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
                                     HostCacheResult{{"a", {"192.0.2.1"}}}));
 }
 
-TEST_F(HttpDNSManagerTest, KeepsTheHostsJustAskedForWhateverElseAnAnswerHolds) {
-  Begin(ServerFile());
-  for (const std::string asked : {"a", "n", "z"}) {
-    std::string body = R"({"code": 200, "data": {)";
-    for (int i = 0; i < 12'000; ++i) {
-      body += '"' + asked + std::to_string(i) + R"(": {"ip": ["192.0.2.1"], "ttl": 100}, )";
-    }
-    Query({asked});
-    Answer(sent_.back(), true, body + '"' + asked + R"(": {"ip": ["192.0.2.2"], "ttl": 1}}})");
-    EXPECT_EQ(results_.back(), (HostCacheResult{{asked, {"192.0.2.2"}}}));
-    EXPECT_NE(Saved("http_dns_cache.data", asked), "");
-  }
-  // No more than the next start takes back.
-  std::string error;
+TEST_F(HttpDNSManagerTest, KeepsOfVeryManyHostsThoseJustAskedForAndThoseThatEndLast) {
+  const auto many = [](std::string text, int count, const std::function<std::string(int)>& member) {
+    for (int i = 0; i < count; ++i) text += '"' + std::to_string(i) + member(i) + ", ";
+    return text;
+  };
+  const auto entry = [](int i) {
+    return R"(": "{\"ipv4\": [\"192.0.2.1\"], \"cache_expired_time\": )" +
+           std::to_string(kNow + (i <= 10'000 ? 0 : 3'600'000)) + "}\"";
+  };
+  Begin(ServerFile(), many("{", 20'100, entry) + R"("junk": ""})");
+  Query({"a"});
+  const auto member = [](int) { return R"(.b": {"ip": ["192.0.2.1"], "ttl": 600})"; };
+  Answer(sent_.back(), true,
+         many(R"({"code": 200, "data": {)", 12'000, member) +
+             R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
+  EXPECT_EQ(results_.back(), (HostCacheResult{{"a", {"192.0.2.2"}}}));
+  const auto known = manager_->GetHostCache().Dump();
+  EXPECT_EQ(known.count("1") + known.count("19999") + known.count("1.b"), 2U);
+  std::string error;  // The file has no more than the next start takes back.
   const Json saved = Json::parse(ReadFile(files_ + "http_dns_cache.data"), error);
   EXPECT_LE(saved.object_items().size(), HttpDNSHostCache::kMostHosts);
+  EXPECT_EQ(saved.object_items().count("a"), 1U);
 }
 
 TEST_F(HttpDNSManagerTest, DoesNothingWhileItIsOff) {

@@ -32,11 +32,6 @@ void ReplaceUnlessEmpty(std::vector<std::string>& list, std::vector<std::string>
   if (!replacement.empty()) list = std::move(replacement);
 }
 
-HttpDNSHostCache::Update UsableOf(const HttpDNSHostCache::Update& update) {
-  return {update.host, LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4),
-          LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6), update.ttl_ms};
-}
-
 std::string ToText(const HttpDNSCacheEntry& entry) {
   return Json(Json::object{
                   {"ttl", entry.ttl_ms},
@@ -84,30 +79,26 @@ std::optional<HttpDNSCacheEntry> HttpDNSHostCache::Find(const std::string& host)
 }
 
 void HttpDNSHostCache::SetEntry(const Update& update, std::int64_t now, bool no_good_period) {
-  Update usable = UsableOf(update);
+  auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4);
+  auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6);
   MutexLock hold(lock_);
-  MakeRoomFor({&update, 1});
-  Set(std::move(usable), now, no_good_period);
+  HttpDNSCacheEntry& entry = entries_[update.host];
+  entry.host = update.host;
+  entry.ttl_ms = update.ttl_ms;
+  entry.updated_at = now;
+  entry.expired_time = no_good_period ? now : now + Share(kGoodShare, update.ttl_ms);
+  entry.cache_expired_time = now + Share(kUsableShare, update.ttl_ms);
+  ReplaceUnlessEmpty(entry.ipv4, std::move(ipv4));
+  ReplaceUnlessEmpty(entry.ipv6, std::move(ipv6));
 }
 
 void HttpDNSHostCache::SetEntries(const std::vector<Update>& updates, std::int64_t now) {
   MutexLock hold(lock_);
   MakeRoomFor(updates);
-  for (const Update& update : updates) Set(UsableOf(update), now, false);
+  for (const Update& update : updates) SetEntry(update, now, false);
 }
 
-void HttpDNSHostCache::Set(Update update, std::int64_t now, bool no_good_period) {
-  HttpDNSCacheEntry& entry = entries_[update.host];
-  entry.host = std::move(update.host);
-  entry.ttl_ms = update.ttl_ms;
-  entry.updated_at = now;
-  entry.expired_time = no_good_period ? now : now + Share(kGoodShare, update.ttl_ms);
-  entry.cache_expired_time = now + Share(kUsableShare, update.ttl_ms);
-  ReplaceUnlessEmpty(entry.ipv4, std::move(update.ipv4));
-  ReplaceUnlessEmpty(entry.ipv6, std::move(update.ipv6));
-}
-
-void HttpDNSHostCache::MakeRoomFor(std::span<const Update> updates) {
+void HttpDNSHostCache::MakeRoomFor(const std::vector<Update>& updates) {
   if (entries_.size() + updates.size() <= kMostHosts) return;
   std::set<std::string_view> named;
   std::size_t added = 0;
@@ -119,7 +110,6 @@ void HttpDNSHostCache::MakeRoomFor(std::span<const Update> updates) {
   for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
     if (named.count(entry->first) == 0) others.push_back(entry);
   }
-  if (others.empty()) return;
   const auto middle = others.begin() + static_cast<std::ptrdiff_t>(others.size() / 2);
   std::nth_element(others.begin(), middle, others.end(), [](const auto& a, const auto& b) {
     return a->second.cache_expired_time < b->second.cache_expired_time;
@@ -136,18 +126,19 @@ std::map<std::string, std::string> HttpDNSHostCache::Dump() const {
 
 bool HttpDNSHostCache::Load(const std::string& host, const std::string& text, std::int64_t now) {
   if (!CanBeAskedFor(host) || text.size() > kLongestText) return false;
+  MutexLock hold(lock_);
+  if (entries_.size() >= kMostHosts && entries_.count(host) == 0) return false;
   std::string error;
   const Json json = Json::parse(text, error);
-  Update update = UsableOf({host, TextsOf(json["ipv4"]), TextsOf(json["ipv6"]), 0});
+  Update update{host, LiteralsOf(zo_net::kAddressFamilyIPv4, TextsOf(json["ipv4"])),
+                LiteralsOf(zo_net::kAddressFamilyIPv6, TextsOf(json["ipv6"])), 0};
   if (update.ipv4.empty() && update.ipv6.empty()) return false;
   const double remaining = json["cache_expired_time"].number_value() - static_cast<double>(now);
   const auto limited = zo_base::SaturatedCast<std::int64_t>(remaining);
   update.ttl_ms =
       static_cast<std::int32_t>(std::clamp(limited, kShortestLoadedTtl, kLongestLoadedTtl));
-  MutexLock hold(lock_);
-  entries_.erase(host);
-  if (entries_.size() >= kMostHosts) return false;
-  Set(std::move(update), now, limited < kShortestLoadedTtl);
+  entries_.erase(host);  // Of a host that is there twice nothing is put together.
+  SetEntry(update, now, limited < kShortestLoadedTtl);
   return true;
 }
 

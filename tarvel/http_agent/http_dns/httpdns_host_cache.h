@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -69,9 +68,9 @@ class HttpDNSHostCache {
   // What is kept of a host, also when its time is over.
   std::optional<HttpDNSCacheEntry> Find(const std::string& host) const;
 
-  // With `no_good_period` the entry is stale at once.
+  // With `no_good_period` the entry is stale at once. Makes no room for a new one.
   void SetEntry(const Update& update, std::int64_t now, bool no_good_period);
-  // All of one answer, kMostUpdates at most.
+  // All of one answer, kMostUpdates at most, and room for them.
   void SetEntries(const std::vector<Update>& updates, std::int64_t now);
 
   // Each entry as text for a file, by host.
@@ -83,9 +82,7 @@ class HttpDNSHostCache {
   void Clear();
 
  private:
-  void MakeRoomFor(std::span<const Update> updates) ZO_REQUIRES(lock_);
-  // Of an update whose lists hold nothing but addresses.
-  void Set(Update update, std::int64_t now, bool no_good_period) ZO_REQUIRES(lock_);
+  void MakeRoomFor(const std::vector<Update>& updates) ZO_REQUIRES(lock_);
 
   using Entries = std::map<std::string, HttpDNSCacheEntry>;
 

@@ -181,7 +181,7 @@ void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
 }
 
 void HttpAgent::Deliver(const Outcome& outcome, bool stop) {
-  if (GetEnvironmentConfig() == nullptr) return;  // A log function of the client's may have exited.
+  if (GetEnvironmentConfig() == nullptr) return;
   const auto& callback = outcome.request.result_callback;
   if (callback) callback(stop, outcome.success, outcome.headers, outcome.body);
 }

@@ -85,8 +85,6 @@ void MultipleURLHttpRequestHelper::InvokeRequest() {
   if (ConfigUnlessStopped() == nullptr) return;
   if (request_.urls.empty()) {
     ZO_LOG << "[multiple] Request url list empty";
-    // A log function of the client's may have exited, here and below.
-    if (ConfigUnlessStopped() == nullptr) return;
     if (request_.result_callback) request_.result_callback(true, false, "", "");
     return;
   }

@@ -9,16 +9,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/thread_info.h"
@@ -30,6 +27,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/event.h"
 #include "tests/support/http_server.h"
+#include "tests/support/mailbox.h"
 #include "tests/support/private_network.h"
 #include "tests/support/raw_server.h"
 #include "tests/support/scoped_task_thread.h"
@@ -40,7 +38,6 @@ namespace {
 
 using namespace std::string_literals;
 using namespace test_support;
-using testing::ElementsAre;
 
 constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
 
@@ -178,94 +175,67 @@ TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
   }
 }
 
-// Exits while a request is under way.
-class ExitTest : public testing::Test {
- protected:
-  // Exits, while a callback that runs waits for that.
-  void ExitPromptly() {
-    EXPECT_LT(MillisecondsOf([this] { environment_->Exit(); }), 5'000);
-    EXPECT_EQ(GetTarvelObject(1), nullptr);
-  }
-  void Send(const std::vector<std::string>& urls) {
-    request_.urls.clear();
-    for (const auto& url : urls) request_.urls.push_back({"", url});
-    environment_->InvokeHttpRequest(request_, true);
-  }
-  // Nothing comes after the exit, also in a new life in which a request is answered.
-  void ExpectResults(int count) {
-    Results results;
-    AgentEnvironment environment;
-    environment.InvokeHttpRequest(Request({good_.url("/")}, results), true);
-    EXPECT_TRUE(results.first.Await() && results.success);
-    EXPECT_EQ(results_.count, count);
-  }
-  // Has `act` done in the next result callback, or the next check.
-  void In(bool result, std::function<void()> act) {
-    checks_ = results_.count = 0;
-    request_ = Request({}, results_);
-    if (result) {
-      request_.result_callback = [act, then = request_.result_callback](auto&&... outcome) {
-        act();
-        then(outcome...);
-      };
-    }
-    request_.check_callback = [this, result, act](std::int32_t, std::int32_t code, auto&&...) {
-      if (checks_++ == 0 && !result) act();
-      return MultipleURLHttpRequest::CheckCallbackResult{code == 200, true, false, ""};
-    };
-  }
-
-  RawServer silent_{NeverAnswers()};
-  HttpServer good_;
-  Results results_;
-  std::atomic<int> checks_{0};
-  MultipleURLHttpRequest request_ = Request({}, results_);
-  std::optional<AgentEnvironment> environment_{std::in_place};
-};
-
-TEST_F(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
+TEST(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
+  RawServer silent(NeverAnswers());
+  HttpServer good;
   for (const bool in_callback : {true, false}) {
     for (const std::string where : {"check of a good answer", "check of a bad one", "result"}) {
       SCOPED_TRACE(where + (in_callback ? " exits" : " runs meanwhile"));
+      Results results, later;
+      std::atomic<int> checks{0};
       Event entered;
-      In(where == "result", [&] {
+      AgentEnvironment environment;
+      const auto act = [&] {
         if (in_callback) {
           ExitTarvelEnvironment(1);
-          environment_->WasExited();
+          environment.WasExited();
         }
         entered.Set();
         // Beside it, the exit waits for the callback.
         EXPECT_TRUE(in_callback || RecordedLog::Await("stop http agent begin"));
-      });
-      for (int i = 0; i < 20; ++i) {  // All but one wait behind the callback.
-        Send({where == "check of a bad one" ? kRefused : good_.url("/"), silent_.url("/")});
-      }
+      };
+      auto request = Request(
+          {where == "check of a bad one" ? kRefused : good.url("/"), silent.url("/")}, results);
+      request.check_callback = [&](std::int32_t, std::int32_t code, auto&&...) {
+        if (checks++ == 0 && where != "result") act();
+        return MultipleURLHttpRequest::CheckCallbackResult{code == 200, true, false, ""};
+      };
+      request.result_callback = [&, then = request.result_callback](auto&&... outcome) {
+        if (where == "result") act();
+        then(outcome...);
+      };
+      // All but one wait behind the callback.
+      for (int i = 0; i < 20; ++i) environment.InvokeHttpRequest(request, true);
       EXPECT_TRUE(entered.Await());
-      ExitPromptly();
-      const int checks = checks_;
-      ExpectResults(results_.count);
-      EXPECT_EQ(checks_, checks);
-      EXPECT_TRUE(!in_callback || results_.count == (where == "result" ? 1 : 0));
-      environment_.emplace();
+      EXPECT_LT(MillisecondsOf([&] { environment.Exit(); }), 5'000);
+      EXPECT_EQ(GetTarvelObject(1), nullptr);
+      const int checked = checks;
+      const int count = in_callback ? (where == "result" ? 1 : 0) : results.count.load();
+      // Nothing comes after the exit, also in a new life in which a request is answered.
+      AgentEnvironment next;
+      next.InvokeHttpRequest(Request({good.url("/")}, later), true);
+      EXPECT_TRUE(later.first.Await() && later.success);
+      next.Exit();
+      EXPECT_EQ(results.count, count);
+      EXPECT_EQ(checks, checked);
     }
   }
 }
 
-TEST_F(ExitTest, AtAnyMomentEndsCleanly) {
-  environment_->Exit();
-  HttpServer bad;
-  bad.Answer("/", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+TEST(ExitTest, AtAnyMomentEndsCleanly) {
+  RawServer silent(NeverAnswers());
+  HttpServer server;
+  server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
   for (int round = 0; round < 100; ++round) {
     AgentEnvironment environment;
     std::vector<Results> results(20);
     for (Results& one : results) {
-      auto request = Request({silent_.url("/"), kRefused, bad.url("/"), good_.url("/")}, one);
+      auto request =
+          Request({silent.url("/"), kRefused, server.url("/bad"), server.url("/good")}, one);
       request.multiple_time_out = 1;
       environment.InvokeHttpRequest(request, true);
     }
-    if (round % 2 == 1) {
-      EXPECT_TRUE(results[round % 20].first.Await());
-    }
+    EXPECT_TRUE(round % 2 == 0 || results[round % 20].first.Await());
     EXPECT_LT(MillisecondsOf([&] { environment.Exit(); }), 5'000);
     for (const Results& one : results) EXPECT_LE(one.count, 1);
   }
@@ -329,33 +299,23 @@ TEST(HttpAgentNetworkTest, APostedRequestGoesOutOnlyOnAWayOutOfThisHostUnlessNon
   });
 }
 
-// What the functions below were given: "function:process_id".
-struct Records {
-  void Add(const std::string& function, const TarvelExceptionData& data) {
-    EXPECT_EQ(zo_base::GetCurrentThreadInfo()->name, "http_agent_work");
-    const std::lock_guard lock(mutex);
-    texts.push_back(function + ":" + data.process_id);
-    last = data;
-    changed.notify_all();
-  }
-  [[nodiscard]] bool Await(std::size_t count) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, std::chrono::seconds(20), [&] { return texts.size() >= count; });
-  }
+// What the functions below were given, each with the name of the function.
+Mailbox<std::pair<std::string, TarvelExceptionData>> records;
 
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<std::string> texts;
-  TarvelExceptionData last;
-};
-
-std::unique_ptr<Records> records;
-
-void First(const TarvelExceptionData& data) { records->Add("first", data); }
-void Second(const TarvelExceptionData& data) { records->Add("second", data); }
+void Take(const std::string& function, const TarvelExceptionData& data) {
+  EXPECT_EQ(zo_base::GetCurrentThreadInfo()->name, "http_agent_work");
+  records.Put({function, data});
+}
+void First(const TarvelExceptionData& data) { Take("first", data); }
+void Second(const TarvelExceptionData& data) { Take("second", data); }
 void Exits(const TarvelExceptionData& data) {
   ExitTarvelEnvironment(1);
-  records->Add("exits", data);
+  Take("exits", data);
+}
+
+std::string TakeRecord() {
+  const auto [function, data] = records.Take();
+  return function + ":" + data.process_id;
 }
 
 void Report(const std::string& process_id, std::vector<ExceptionDataExtension> extension = {{}}) {
@@ -365,30 +325,13 @@ void Report(const std::string& process_id, std::vector<ExceptionDataExtension> e
   GetConfig()->GetExceptionReporter()->ReportException(details);
 }
 
-TEST(ExceptionRecordsTest, GoInOrderToTheFirstFunctionOnTheAgentsThread) {
-  records = std::make_unique<Records>();
-  AgentEnvironment environment;
-  Report("1");
-  Report("without a failure", {});
-  SetExceptionDataReporter(nullptr);
-  SetExceptionDataReporter(First);
-  std::thread([] { Report("2"); }).join();
-  SetExceptionDataReporter(Second);
-  Report("3");
-  ASSERT_TRUE(records->Await(3));
-  environment.Exit();
-  EXPECT_THAT(records->texts, ElementsAre("first:1", "first:2", "first:3"));
-}
-
 TEST(ExceptionRecordsTest, CarryAllFields) {
-  records = std::make_unique<Records>();
   AgentEnvironment environment;
   SetExceptionDataReporter(First);
   const auto details = CreateExceptionDataDetails(1);
   *details = {"a\"b", 2, 1LL << 40, 1LL << 41, 3, 4, {{5, "target", 6, "what", "more"}, {}}};
   environment.GetEnvironmentConfig()->GetExceptionReporter()->ReportException(details);
-  ASSERT_TRUE(records->Await(1));
-  const TarvelExceptionData data = records->last;
+  const TarvelExceptionData data = records.Take().second;
   EXPECT_EQ(data.user_info + data.reserved_info, "");  // Else left out all the same.
   EXPECT_EQ(TarvelExceptionDataToJsonString(data),
             R"({"action": 2, "duration": 1099511627776, "exception_service": 4, )"
@@ -399,26 +342,25 @@ TEST(ExceptionRecordsTest, CarryAllFields) {
 }
 
 TEST(ExceptionRecordsTest, AndTheirFunctionEndWithTheirLifeAlsoWhenTheFunctionExits) {
-  records = std::make_unique<Records>();
   SetExceptionDataReporter(First);  // Before the start: not remembered.
   {
     AgentEnvironment environment;
     for (const char* id : {"1", "2", "3"}) Report(id);
     SetExceptionDataReporter(Exits);
-    ASSERT_TRUE(records->Await(1));
+    EXPECT_EQ(TakeRecord(), "exits:1");
     environment.WasExited();
   }
   AgentEnvironment environment;
   Report("4");
   SetExceptionDataReporter(Second);
-  ASSERT_TRUE(records->Await(2));
-  EXPECT_THAT(records->texts, ElementsAre("exits:1", "second:4"));
+  EXPECT_EQ(TakeRecord(), "second:4");
 }
 
-TEST(ExceptionRecordsTest, AreEachDeliveredOnceWhateverThreadSetsTheFunction) {
+TEST(ExceptionRecordsTest, GoOnceAndInOrderToTheFirstFunctionWhateverThreadSetsIt) {
   constexpr std::size_t kThreads = 8, kEach = 200;
-  records = std::make_unique<Records>();
   AgentEnvironment environment;
+  Report("without a failure", {});
+  SetExceptionDataReporter(nullptr);
   std::vector<std::jthread> threads;
   for (std::size_t t = 0; t < kThreads; ++t) {
     threads.emplace_back([t] {
@@ -429,14 +371,17 @@ TEST(ExceptionRecordsTest, AreEachDeliveredOnceWhateverThreadSetsTheFunction) {
     });
   }
   threads.clear();
-  ASSERT_TRUE(records->Await(kThreads * kEach));
-  environment.Exit();
+  SetExceptionDataReporter(Second);
+  Report("8-0");
   std::map<std::string, int> next;  // Those of one thread keep their order.
-  for (const std::string& text : records->texts) {
-    const auto dash = text.find('-');
-    EXPECT_EQ(text.substr(dash + 1), std::to_string(next[text.substr(0, dash)]++));
+  for (std::size_t i = 0; i < kThreads * kEach + 1; ++i) {
+    const std::string record = TakeRecord();
+    const auto dash = record.find('-');
+    EXPECT_TRUE(record.starts_with("first:"));
+    EXPECT_EQ(record.substr(dash + 1), std::to_string(next[record.substr(0, dash)]++));
   }
-  EXPECT_EQ(records->texts.size(), kThreads * kEach);
+  environment.Exit();
+  EXPECT_TRUE(records.TakeAll().empty());
 }
 
 TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {

@@ -412,9 +412,10 @@ TARVEL_API std::string TarvelExceptionDataToJsonString(const TarvelExceptionData
   static_assert(condition, "tarvel: " what                                                  \
                            " has another layout than in the library. Remove -fpack-struct " \
                            "and whatever else packs or aligns records, such as #pragma pack.")
-#define TARVEL_CHECK_FIELD(record, field, offset, size)                                       \
-  TARVEL_CHECK_LAYOUT(offsetof(record, field) == (offset) && sizeof(record::field) == (size), \
-                      #record "::" #field)
+#define TARVEL_CHECK_FIELD(record, field, offset, size)                                 \
+  TARVEL_CHECK_LAYOUT(                                                                  \
+      offsetof(record, field) == (offset) && sizeof(decltype(record::field)) == (size), \
+      #record "::" #field)
 #define TARVEL_CHECK_SIZE(record, size) TARVEL_CHECK_LAYOUT(sizeof(record) == (size), #record)
 #if defined(__i386__)  // Options and the age of the compiler change what alignof says here.
 #define TARVEL_INT64_ALIGNMENT 4
@@ -495,7 +496,7 @@ TARVEL_CHECK_FIELD(TarvelExceptionData, extension, offsetof(TarvelExceptionData,
                    sizeof(std::vector<TarvelExceptionExtension>));
 TARVEL_CHECK_SIZE(TarvelExceptionData,
                   TARVEL_INT64_ALIGNED(offsetof(TarvelExceptionData, duration) + 24 +
-                                       sizeof(TarvelExceptionData::extension)));
+                                       sizeof(std::vector<TarvelExceptionExtension>)));
 
 #undef TARVEL_INT64_ALIGNED
 #undef TARVEL_INT64_ALIGNMENT

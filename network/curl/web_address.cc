@@ -45,18 +45,6 @@ bool IsAscii(std::string_view text) {
                      [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-// libcurl converts a host beyond ASCII when it connects. Digits and dots of other scripts make an
-// IP address that our reading doesn't see.
-bool MayBecomeIPAddress([[maybe_unused]] const UrlHandle& handle, std::string_view host) {
-  if (IsAscii(host)) return false;
-#ifdef CURLU_PUNYCODE
-  const std::string converted = Part(handle, CURLUPART_HOST, CURLU_PUNYCODE);
-  return converted.empty() || IsIPAddress(converted);
-#else
-  return true;
-#endif
-}
-
 // The host that a redirect to `reference` names; that of `base` when it names none.
 std::string HostNamedBy(const std::string& reference, const WebAddress& base) {
   if (reference.starts_with("//")) return GetHost("https:" + reference, false);
@@ -75,9 +63,12 @@ std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string_view ow
   }
   const std::string host = Part(handle, CURLUPART_HOST);
   // libcurl has decoded the host, and encodes a "%" that is left anew wherever it needs the URL.
-  if (!SameHost(own_reading, host) || host.find('%') != std::string::npos ||
-      MayBecomeIPAddress(handle, host)) {
+  if (!SameHost(own_reading, host) || host.find('%') != std::string::npos) {
     error = "The host in the URL is ambiguous";
+    return std::nullopt;
+  }
+  if (!IsAscii(host)) {
+    error = "The host in the URL is not in ASCII";
     return std::nullopt;
   }
   address.host = CanonicalHost(host);

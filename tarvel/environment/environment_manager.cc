@@ -1,6 +1,7 @@
 #include "tarvel/environment/environment_manager.h"
 
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "base/at_exit_manager.h"
+#include "base/filesystem.h"
 #include "base/forked_child.h"
 #include "base/log.h"
 #include "base/native_thread.h"
@@ -37,8 +39,21 @@ std::shared_ptr<AtExitManager>& HeldAtExitManager() {
   return *held;
 }
 
+// Whether the client has another thread, once all of the library's have been joined. One that was
+// joined may be seen a little longer.
+bool OtherThreadsRun() {
+  constexpr int kLooks = 20;
+  for (int look = 0; look < kLooks; ++look) {
+    std::error_code failed;
+    const zo_base::filesystem::directory_iterator threads("/proc/self/task", failed);
+    if (!failed && std::distance(begin(threads), end(threads)) == 1) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
 // What the client's threads may be in the middle of, or call, until the process has really ended.
-// Stopped, but never freed.
+// Stopped, but never freed. Without such threads nothing is kept: the image may be unloaded.
 struct KeptToTheEnd {
   std::vector<std::shared_ptr<IZOTarvelObject>> objects;
   std::vector<std::shared_ptr<IZOTarvelLBSService>> services;
@@ -276,10 +291,7 @@ void EnvironmentManager::CarryOutQueuedExits() {
 void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
   if (!storage_.started) return;
   const ExitInProgress in_progress(storage_.exit_in_progress);
-  if (request.ends_process) {
-    storage_.start_count = 1;
-    storage_.objects.ForEach(KeepToTheEnd);
-  }
+  if (request.ends_process) storage_.start_count = 1;
   RemoveObject(request.id);
   if (--storage_.start_count >= 1) return;
   if (const auto by_process_exit = GetGoalkeeper().Dismiss()) {
@@ -287,6 +299,7 @@ void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
     ZO_LOG << "do stop by goalkeeper " << (by_handler ? "true" : "false");
   }
   Stop();
+  if (request.ends_process && OtherThreadsRun()) storage_.objects.ForEach(KeepToTheEnd);
   Exit();
 }
 

@@ -3,9 +3,11 @@
 #include <chrono>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/at_exit_manager.h"
@@ -53,18 +55,21 @@ bool OtherThreadsRun() {
 }
 
 // What the client's threads may be in the middle of, or call, until the process has really ended.
-// Stopped, but never freed. Without such threads nothing is kept: the image may be unloaded.
-struct KeptToTheEnd {
-  std::vector<std::shared_ptr<IZOTarvelObject>> objects;
-  std::vector<std::shared_ptr<IZOTarvelLBSService>> services;
-};
+// Stopped, but then never freed. Without such threads nothing is kept: the image may be unloaded.
+class KeptToTheEnd {
+ public:
+  explicit KeptToTheEnd(TarvelObjectTable& objects) {
+    objects.ForEach([this](std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
+      objects_.push_back(object);
+      const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object);
+      if (impl) services_.push_back(impl->LBSService());
+    });
+  }
 
-void KeepToTheEnd(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
-  static zo_base::NoDestructor<KeptToTheEnd> kept;
-  kept->objects.push_back(object);
-  const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object);
-  if (impl) kept->services.push_back(impl->LBSService());
-}
+ private:
+  std::vector<std::shared_ptr<IZOTarvelObject>> objects_;
+  std::vector<std::shared_ptr<IZOTarvelLBSService>> services_;
+};
 
 // A moment of the exit, on both clocks.
 struct ExitMoment {
@@ -299,8 +304,14 @@ void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
     ZO_LOG << "do stop by goalkeeper " << (by_handler ? "true" : "false");
   }
   Stop();
-  if (request.ends_process && OtherThreadsRun()) storage_.objects.ForEach(KeepToTheEnd);
+  std::optional<KeptToTheEnd> kept;
+  if (request.ends_process) kept.emplace(storage_.objects);
   Exit();
+  // Only now have all threads of this library's own ended.
+  if (kept && OtherThreadsRun()) {
+    static zo_base::NoDestructor<std::vector<KeptToTheEnd>> forever;
+    forever->push_back(*std::move(kept));
+  }
 }
 
 void EnvironmentManager::Stop() {

@@ -29,11 +29,6 @@ CURL* OpenEasyHandle() {
   return easy;
 }
 
-void ResetEasyHandle(CURL* easy) {
-  curl_easy_reset(easy);
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-}
-
 // A multi handle has an easy handle of its own, which closes its connections. That one has no
 // options but those that it takes over from the easy handle that was added last.
 CURLM* OpenMultiHandle() {

@@ -16,8 +16,6 @@ bool InitCurlLibrary();
 
 // Null when memory is short.
 CURL* OpenEasyHandle();
-// curl_easy_reset, which would forget the option.
-void ResetEasyHandle(CURL* easy);
 // Null when memory or descriptors are short.
 CURLM* OpenMultiHandle();
 

@@ -17,9 +17,7 @@ namespace {
 using zo_base::MutexLock;
 using Clock = ConnectionPool::Clock;
 
-constexpr std::uint64_t kWakeSource = 0;  // Pools have ids from 1.
-constexpr std::size_t kMostFreeHandles = 32;
-constexpr int kEventsAtOnce = 64;
+constexpr std::uint64_t kWakeSource = 0;  constexpr int kEventsAtOnce = 64;
 
 }  // namespace
 
@@ -95,14 +93,16 @@ void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
   ended_.push_back(std::move(transfer));
 }
 
-// Takes the transfer when it succeeds.
+// Takes the transfer when it succeeds. Each hop has a handle of its own: libcurl 7.88 keeps a pointer
+// into the last answer's header lines when it resets one, and would follow it when the next answer
+// begins with a folded line.
 bool TransportThread::TryHop(std::unique_ptr<Transfer>& transfer) {
-  CURL* const easy = TakeEasyHandle();
+  CURL* const easy = OpenEasyHandle();
   if (easy == nullptr) return false;
   transfer->Prepare(easy);
   ConnectionPool* const pool = pools_.back().get();
   if (!pool->Add(easy)) {
-    GiveBack(easy);
+    curl_easy_cleanup(easy);
     return false;
   }
   in_flight_[easy] = {std::move(transfer), pool};
@@ -130,7 +130,7 @@ void TransportThread::FinishTransfers() {
 void TransportThread::OnHopFinished(CURL* easy, CURLcode result) {
   auto [transfer, pool] = std::move(in_flight_.extract(easy).mapped());
   transfer->FinishHop(easy, result);
-  GiveBack(easy);
+  curl_easy_cleanup(easy);
   if (transfer->connection_went_silent() && pool == pools_.back().get()) ReplacePool();
   StartHop(std::move(transfer));
 }
@@ -174,25 +174,7 @@ void TransportThread::DropAll() {
     curl_easy_cleanup(easy);
   }
   in_flight_.clear();
-  std::for_each(free_handles_.begin(), free_handles_.end(), curl_easy_cleanup);
-  free_handles_.clear();
   pools_.clear();
-}
-
-CURL* TransportThread::TakeEasyHandle() {
-  if (free_handles_.empty()) return OpenEasyHandle();
-  CURL* const easy = free_handles_.back();
-  free_handles_.pop_back();
-  return easy;
-}
-
-void TransportThread::GiveBack(CURL* easy) {
-  if (free_handles_.size() == kMostFreeHandles) {
-    curl_easy_cleanup(easy);
-    return;
-  }
-  ResetEasyHandle(easy);
-  free_handles_.push_back(easy);
 }
 
 }  // namespace WQBASE::network

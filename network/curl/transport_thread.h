@@ -54,8 +54,6 @@ class TransportThread : public zo_base::BaseThread {
   void CompleteEnded();
   void DropDrainedPools();
   void DropAll();
-  CURL* TakeEasyHandle();
-  void GiveBack(CURL* easy);
 
   const FileDescriptor epoll_;
   const FileDescriptor wake_;  // An eventfd.
@@ -72,7 +70,6 @@ class TransportThread : public zo_base::BaseThread {
   std::vector<std::unique_ptr<ConnectionPool>> pools_;  // New transfers go to the last one.
   std::unordered_map<CURL*, InFlight> in_flight_;
   std::vector<std::unique_ptr<Transfer>> ended_;  // To be completed.
-  std::vector<CURL*> free_handles_;
 };
 
 }  // namespace WQBASE::network

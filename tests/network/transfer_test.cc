@@ -295,6 +295,18 @@ TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoesUnlessAWholeHeadRedir
   }
 }
 
+// Only the second answer's first line is folded: there is nothing before it to be joined with.
+TEST_F(TransferTest, JoinsAFoldedLineWithNothingOfTheAnswerBefore) {
+  RawServer server([](RawConnection& connection) {
+    connection.ReadRequest();
+    connection.Send(HttpAnswer("302 Found", "", "Location: /2\r\n"));
+    connection.ReadRequest();
+    connection.Send("HTTP/1.1 200 OK\r\n folded: line\r\nContent-Length: 0\r\n\r\n");
+  });
+  EXPECT_FALSE(transport_.Fetch(server.url("/"))->success);
+  EXPECT_TRUE(transport_.Fetch(server_.url("/"))->success);
+}
+
 // Those that hang, drip and flood at once.
 TEST_F(TransferTest, HoldsUpNoOtherTransfer) {
   RawServer silent(NeverAnswers());

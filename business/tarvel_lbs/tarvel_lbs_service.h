@@ -37,9 +37,9 @@ namespace zo_tarvel {
 // Ownership: the hosting object owns it and stops its thread. All that crosses a thread holds it
 // weakly.
 //
-// Order of locks: `answer_lock`, `lock`, then a chooser's or the configuration's token lock, and
-// `values_lock` last of all. A slot of the token's signal runs under the token lock, and so must
-// never post a delayed task to this thread, whose delayed tasks ask for the token.
+// Locks: `lock`, `values_lock` and a chooser's are held for a look or a change only, never over a log
+// line or another lock: the client's log function may ask for links out of any line, while another
+// thread does the same. `answer_lock` comes before all of them.
 class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
                                      public IBusinessService,
                                      public virtual zo_base::TaskThread {
@@ -147,7 +147,7 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   // --- Interface ---
   bool IsInitd(const char* operation) const;
   void CopyText(const char* operation, const char* key, char* out) const;
-  std::shared_ptr<HostChooser> LinkChooser() const ZO_REQUIRES(lock);
+  std::shared_ptr<HostChooser> LinkChooser() const ZO_EXCLUDES(lock);
   zo_net::AddressFamily AddressFamily() const {
     return static_cast<zo_net::AddressFamily>(addr_family.load());
   }

@@ -39,20 +39,21 @@ bool ZOTarvelLBSServiceImpl::ParseLBSResponse(const std::string& rsp, const std:
 
 std::string ZOTarvelLBSServiceImpl::ResetLinkHosts(const LBSAnswer& answer) {
   const std::int32_t family = addr_family;
-  MutexLock hold(lock);
-  link_hosts.clear();
+  std::map<std::int32_t, std::shared_ptr<HostChooser>> choosers;
   for (const std::int32_t id : {kLinkChooser, kDefaultLinkChooser}) {
-    link_hosts[id] = std::make_shared<HostChooser>(settings.default_link,
+    choosers[id] = std::make_shared<HostChooser>(settings.default_link,
                                                    settings.default_link_ipv6, kNextChooser[id]);
   }
-  HostChooser& links = *link_hosts[kLinkChooser];
-  HostChooser& default_links = *link_hosts[kDefaultLinkChooser];
+  HostChooser& links = *choosers[kLinkChooser];
+  HostChooser& default_links = *choosers[kDefaultLinkChooser];
   links.ResetHosts(answer.link);
   default_links.ResetHosts(answer.default_link);
   // The fallback of a used-up list is an address of "link.default" that suits the network.
   std::string def_link;
   default_links.GetHost(family, def_link);
   if (!def_link.empty()) links.SetDefaultHost(family, def_link);
+  MutexLock hold(lock);
+  link_hosts.swap(choosers);
   return def_link;
 }
 

@@ -34,6 +34,7 @@ void LogAddress(const LinkAddress& address, bool has_buffer) {
 }  // namespace
 
 std::shared_ptr<HostChooser> ZOTarvelLBSServiceImpl::LinkChooser() const {
+  MutexLock hold(lock);
   const auto chooser = link_hosts.find(kLinkChooser);
   return chooser == link_hosts.end() ? nullptr : chooser->second;
 }
@@ -42,7 +43,6 @@ bool ZOTarvelLBSServiceImpl::GetLinkAddress(char* addr, std::int32_t* port,
                                             EMAddressFamily* family) {
   const LibraryCall call;
   if (!IsInitd("get link address")) return false;
-  MutexLock hold(lock);
   const std::int32_t wish = family == nullptr ? kEMAddressFamilyAny : *family;
   ZO_LOG << "[lbs] Get link address addr_family = " << wish;
   std::string text;
@@ -63,7 +63,6 @@ bool ZOTarvelLBSServiceImpl::GetCurrentLinkAddress(char* addr, std::int32_t* por
                                                    EMAddressFamily* family) {
   const LibraryCall call;
   if (!IsInitd("get current link address")) return false;
-  MutexLock hold(lock);
   const auto chooser = LinkChooser();
   const std::string text = chooser == nullptr ? std::string() : chooser->GetCurrentHost();
   if (text.empty()) return false;
@@ -74,7 +73,6 @@ bool ZOTarvelLBSServiceImpl::GetCurrentLinkAddress(char* addr, std::int32_t* por
 void ZOTarvelLBSServiceImpl::OnCurrentLinkConnectSucceed(const char* host, std::int32_t port) {
   const LibraryCall call;
   if (!IsInitd("OnCurrentLinkConnectSucceed")) return;
-  MutexLock hold(lock);
   const auto chooser = LinkChooser();
   if (chooser) chooser->OnHostConnectSucceed(host == nullptr ? "" : host, port);
 }
@@ -82,7 +80,6 @@ void ZOTarvelLBSServiceImpl::OnCurrentLinkConnectSucceed(const char* host, std::
 std::int32_t ZOTarvelLBSServiceImpl::GetLinkCount() {
   const LibraryCall call;
   if (!IsInitd("GetLinkCount")) return -1;
-  MutexLock hold(lock);
   const auto chooser = LinkChooser();
   return chooser == nullptr ? 0 : chooser->GetHostCount();
 }

@@ -76,9 +76,12 @@ std::string _EnvironmentConfig::GetBusinessToken() const {
 }
 
 void _EnvironmentConfig::SetBusinessToken(const std::string& token) {
-  MutexLock lock(token_lock_);
-  if (token == business_token_) return;
-  business_token_ = token;
+  MutexLock change(token_change_lock_);
+  {
+    MutexLock lock(token_lock_);
+    if (token == business_token_) return;
+    business_token_ = token;
+  }
   Emit<const std::string>(SIG_BusinessTokenChanged, token);
 }
 

@@ -69,7 +69,7 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   std::string log_path() const { return log_path_; }
 
   std::string GetBusinessToken() const;
-  // Emits SIG_BusinessTokenChanged, under the token's lock, when the text differs.
+  // Emits SIG_BusinessTokenChanged, one change at a time, when the text differs.
   void SetBusinessToken(const std::string& token);
 
   zo_net::AddressFamily address_family() const { return address_family_.load(); }
@@ -114,6 +114,9 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   bool enable_httpdns_ = true;
   bool only_https_supported_ = false;
   std::atomic<bool> exit_flag_{false};
+  // Held by a change of the token until its slots have run: they see the changes in order. Readers
+  // don't take it: a slot logs, and the client's log function may ask what waits for a reader.
+  zo_base::_thread_recursive_mutex token_change_lock_;
   mutable zo_base::_thread_recursive_mutex token_lock_;
   std::string business_type_ = "im_g1";
   std::string business_token_ ZO_GUARDED_BY(token_lock_);

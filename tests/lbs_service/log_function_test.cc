@@ -85,11 +85,20 @@ class LogFunctionTest : public LBSServiceTest {
   std::deque<Life> lives_;  // A thread that ended its own environment may still log.
 };
 
-TEST_F(LogFunctionTest, MayExitReleaseAndStartOutOfEveryLine) {
+TEST_F(LogFunctionTest, MayExitReleaseStartAndWaitForReadersOutOfEveryLine) {
   const struct {
     const char* name;
     std::function<void()> act;
   } rows[] = {{"exits", [] { ExitTarvelEnvironment(1); }},
+              {"waits for another thread that asks for links", [] {
+                 IZOTarvelObject* const object = GetTarvelObject(1);
+                 if (object == nullptr) return;
+                 std::thread([service = object->GetLBSService()] {
+                   if (service == nullptr) return;
+                   service->GetLinkCount();
+                   service->GetCurrentLinkAddress(nullptr, nullptr, nullptr);
+                 }).join();
+               }},
               {"does all else", [this] {
                  EXPECT_EQ(StartTarvelEnvironment(environment_settings_), 0);
                  IZOTarvelObject* const object = GetTarvelObject(1);

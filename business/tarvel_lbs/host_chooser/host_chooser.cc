@@ -27,8 +27,8 @@ bool Suits(const std::string& address, std::int32_t family) {
 }  // namespace
 
 bool HostChooser::GetHost(std::int32_t family, std::string& out) {
-  MutexLock hold(lock);
   LogHosts("GetHost Hosts");
+  MutexLock hold(lock);
   if (TakeNextOf(family, out)) return false;
   out = DefaultOf(family);
   current_index = 0;
@@ -71,9 +71,11 @@ void HostChooser::SetDefaultHost(std::int32_t family, const std::string& host) {
 }
 
 void HostChooser::ResetHosts(const std::vector<std::string>& list) {
-  MutexLock hold(lock);
-  hosts = list;
-  current_index = 0;
+  {
+    MutexLock hold(lock);
+    hosts = list;
+    current_index = 0;
+  }
   LogHosts("Reset Hosts");
 }
 
@@ -81,11 +83,17 @@ void HostChooser::OnHostConnectSucceed(const std::string&, std::int32_t) { Mutex
 
 void HostChooser::LogHosts(const char* operation) const {
   if (zo_base::GetLogWriterFor(zo_base::kLogApp) == nullptr) return;
-  const std::size_t shown = std::min(hosts.size(), kMostLoggedHosts);
+  std::size_t size = 0, index = 0;
   std::string list;
-  for (std::size_t i = 0; i < shown; ++i) list.append(hosts[i]).append("\r\n");
-  if (shown < hosts.size()) list += "...\r\n";
-  ZO_LOG << operation << " size:" << hosts.size() << " current index :" << current_index << "\r\n"
+  {
+    MutexLock hold(lock);
+    size = hosts.size();
+    index = current_index;
+    const std::size_t shown = std::min(size, kMostLoggedHosts);
+    for (std::size_t i = 0; i < shown; ++i) list.append(hosts[i]).append("\r\n");
+    if (shown < size) list += "...\r\n";
+  }
+  ZO_LOG << operation << " size:" << size << " current index :" << index << "\r\n"
          << list << "----------------------------------";
 }
 

@@ -15,7 +15,7 @@ namespace zo_tarvel {
 // has been through.
 //
 // An address is "host:port". Families are those of EMAddressFamily.
-// Threads: any.
+// Threads: any. The lock is never held over a log line.
 class HostChooser {
  public:
   // `next_chooser` is the id of the chooser that follows this one; carried only.
@@ -40,7 +40,7 @@ class HostChooser {
  private:
   bool TakeNextOf(std::int32_t family, std::string& out) ZO_REQUIRES(lock);
   const std::string& DefaultOf(std::int32_t family) const ZO_REQUIRES(lock);
-  void LogHosts(const char* operation) const ZO_REQUIRES(lock);
+  void LogHosts(const char* operation) const ZO_EXCLUDES(lock);
 
   mutable zo_base::_thread_recursive_mutex lock;
   std::vector<std::string> hosts ZO_GUARDED_BY(lock);

@@ -135,6 +135,12 @@ bool Transfer::ChecksPeer() const { return request_->sni || trust_.verify_always
 // Without a check no authorities are loaded. With one, they come from one file where there is one,
 // since libcurl keeps only that in memory for the next connection.
 void Transfer::PrepareTrust(CURL* easy) {
+  // Without key exchange over a prime of the server's choice: a large one holds the thread up for
+  // seconds. Other libraries than OpenSSL spell their list in another way, and limit the prime.
+  const char* const tls = curl_version_info(CURLVERSION_NOW)->ssl_version;
+  if (tls != nullptr && std::string_view(tls).starts_with("OpenSSL")) {
+    curl_easy_setopt(easy, CURLOPT_SSL_CIPHER_LIST, "DEFAULT:!kDHE");
+  }
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, ChecksPeer() ? 1L : 0L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, ChecksPeer() ? 2L : 0L);
   if (!ChecksPeer()) {

@@ -4,12 +4,14 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/forked_child.h"
 #include "base/log.h"
 #include "base/thread_info.h"
 
 namespace zo_tarvel {
 namespace {
 
+using zo_base::InForkedChild;
 using zo_base::LibraryCall;
 using zo_base::MutexLock;
 
@@ -107,22 +109,27 @@ void ZOTarvelLBSServiceImpl::Stop() {
 void ZOTarvelLBSServiceImpl::AwaitAnswerUnderWay() { MutexLock hold(answer_lock); }
 
 void ZOTarvelLBSServiceImpl::SetLBSCallback(LBSCallback callback, void* user) {
+  if (InForkedChild()) return;
   lbs_callback.Set(callback, user);
 }
 
 void ZOTarvelLBSServiceImpl::SetAccIDGetter(AccIDGetter getter, void* user) {
   const LibraryCall call;
+  if (InForkedChild()) return;
   acc_id_getter.Set(getter, user);
   ZO_LOG << "[lbs]SetAccIDGetter";
 }
 
 void ZOTarvelLBSServiceImpl::SetRequestErrorCollector(RequestErrorCollector collector, void* user) {
   const LibraryCall call;
+  if (InForkedChild()) return;
   request_error_collector.Set(collector, user);
   ZO_LOG << "[lbs]SetRequestErrorCollector";
 }
 
+// False in a dead forked child too, where the locks of the operations may be held for good.
 bool ZOTarvelLBSServiceImpl::IsInitd(const char* operation) const {
+  if (InForkedChild()) return false;
   if (!initd) ZO_LOG << "[lbs] Call " << operation << " but initd = false";
   return initd;
 }
@@ -156,12 +163,12 @@ void ZOTarvelLBSServiceImpl::GetLBSResponse(bool no_wait, char* out) {
   const LibraryCall call;
   // An exit during the wait lets go of this object.
   const auto self = shared_from_this<ZOTarvelLBSServiceImpl>();
-  if (initd && out != nullptr && !no_wait) AwaitUpdate();
+  if (initd && out != nullptr && !no_wait && !InForkedChild()) AwaitUpdate();
   CopyText("get lbs response", lbs_key::kRsp, out);
 }
 
 void ZOTarvelLBSServiceImpl::GetMsgStatInfo(_ZOTarvelMsgStatInfo* info) {
-  if (info == nullptr) return;
+  if (info == nullptr || InForkedChild()) return;
   MutexLock hold(values_lock);
   msg_stat_info.FillRecord(*info);
 }

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/forked_child.h"
 #include "base/library_call.h"
 #include "base/recursive_mutex.h"
 #include "base/signal_slot.h"
@@ -100,9 +101,11 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
     return zo_base::Weakly(shared_from_this<ZOTarvelLBSServiceImpl>(), std::move(f));
   }
 
-  // In the client's log function: has `f(ZOTarvelLBSServiceImpl&)` run later, and returns true.
+  // In the client's log function: has `f(ZOTarvelLBSServiceImpl&)` run later, and returns true. In a
+  // dead forked child true as well.
   template <class F>
   bool IsPutOff(F f) {
+    if (zo_base::InForkedChild()) return true;
     if (!zo_base::InLogFunction()) return false;
     zo_base::RunAfterLibraryCall(Weakly(std::move(f)));
     return true;

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "base/forked_child.h"
 #include "base/library_call.h"
 #include "base/thread_interface.h"
 #include "base/weakly.h"
@@ -27,6 +28,7 @@ void EndService(const std::shared_ptr<IZOTarvelLBSService>& service) {
 
 template <class F>
 bool ZOTarvelObjectImpl::IsPutOff(F f) {
+  if (zo_base::InForkedChild()) return true;
   if (!zo_base::InLogFunction()) return false;
   zo_base::RunAfterLibraryCall(zo_base::Weakly(weak_from_this().lock(), std::move(f)));
   return true;
@@ -47,7 +49,7 @@ void ZOTarvelObjectImpl::SetBusinessToken(const char* token) {
 
 IZOTarvelLBSService* ZOTarvelObjectImpl::GetLBSService() {
   const LibraryCall call;
-  if (GetLBSServiceFactory() == nullptr) return nullptr;
+  if (zo_base::InForkedChild() || GetLBSServiceFactory() == nullptr) return nullptr;
   lbs_service_once_.Call([this] { CreateLBSService(); });
   return LBSService().get();
 }

@@ -41,7 +41,8 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject,
  private:
   void CreateLBSService();
   std::shared_ptr<IZOTarvelLBSService> TakeLBSService();
-  // In the client's log function: has `f(ZOTarvelObjectImpl&)` run later, and returns true.
+  // In the client's log function: has `f(ZOTarvelObjectImpl&)` run later, and returns true. In a
+  // dead forked child true as well.
   template <class F>
   bool IsPutOff(F f);
 

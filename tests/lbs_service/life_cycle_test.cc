@@ -1,3 +1,6 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -116,6 +119,47 @@ TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {
   EXPECT_FALSE(AnybodyIsConnected());
   Init();
   EXPECT_EQ(Update(), "200 " + Answer("fresh"));
+}
+
+// Forked off beside all of them, with an update under way that nobody will end.
+TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
+  Init();
+  BeginUpdate();
+  IZOTarvelObject* const object = this->object();
+  IZOTarvelLBSService* const service = this->service();
+  const auto use = [this, object, service] {
+    service->SetLBSCallback(nullptr, nullptr);
+    service->SetAccIDGetter(nullptr, nullptr);
+    service->SetRequestErrorCollector(nullptr, nullptr);
+    EXPECT_TRUE(service->Init(settings_));
+    service->Update(kEMAddressFamilyAny, false);
+    service->GetLinkAddress(nullptr, nullptr, nullptr);
+    service->GetCurrentLinkAddress(nullptr, nullptr, nullptr);
+    service->GetLinkCount();
+    _ZOTarvelMsgStatInfo info;
+    service->GetMsgStatInfo(&info);
+    object->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
+    object->GetLBSService();
+  };
+  std::atomic<bool> is_over{false};
+  std::jthread busy([&] {
+    while (!is_over) use();
+  });
+  for (int i = 0; i < 20; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(10);
+      use();
+      TextOf([service](char* out) { service->GetLBSResponse(false, out); });
+      object->ReleaseLBSService();
+      _exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  is_over = true;
+  may_answer_.Set();
 }
 
 TEST_F(LBSLifeCycleTest, ServesManyThreadsWhileAnswersComeIn) {

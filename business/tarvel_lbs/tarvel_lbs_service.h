@@ -38,9 +38,9 @@ namespace zo_tarvel {
 // Ownership: the hosting object owns it and stops its thread. All that crosses a thread holds it
 // weakly.
 //
-// Locks: `lock`, `values_lock` and a chooser's are held for a look or a change only, never over a log
-// line or another lock: the client's log function may ask for links out of any line, while another
-// thread does the same. `answer_lock` comes before all of them.
+// Locks: `lock`, `values_lock` and a chooser's are held for a look or a change only, never over a
+// log line or another lock: the client's log function may ask for links out of any line, while
+// another thread does the same. `answer_lock` comes before all of them.
 class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
                                      public IBusinessService,
                                      public virtual zo_base::TaskThread {
@@ -101,8 +101,8 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
     return zo_base::Weakly(shared_from_this<ZOTarvelLBSServiceImpl>(), std::move(f));
   }
 
-  // In the client's log function: has `f(ZOTarvelLBSServiceImpl&)` run later, and returns true. In a
-  // dead forked child true as well.
+  // In the client's log function: has `f(ZOTarvelLBSServiceImpl&)` run later, and returns true. In
+  // a dead forked child true as well.
   template <class F>
   bool IsPutOff(F f) {
     if (zo_base::InForkedChild()) return true;

@@ -41,8 +41,8 @@ std::string ZOTarvelLBSServiceImpl::ResetLinkHosts(const LBSAnswer& answer) {
   const std::int32_t family = addr_family;
   std::map<std::int32_t, std::shared_ptr<HostChooser>> choosers;
   for (const std::int32_t id : {kLinkChooser, kDefaultLinkChooser}) {
-    choosers[id] = std::make_shared<HostChooser>(settings.default_link,
-                                                   settings.default_link_ipv6, kNextChooser[id]);
+    choosers[id] = std::make_shared<HostChooser>(settings.default_link, settings.default_link_ipv6,
+                                                 kNextChooser[id]);
   }
   HostChooser& links = *choosers[kLinkChooser];
   HostChooser& default_links = *choosers[kDefaultLinkChooser];

@@ -17,7 +17,8 @@ namespace {
 using zo_base::MutexLock;
 using Clock = ConnectionPool::Clock;
 
-constexpr std::uint64_t kWakeSource = 0;  constexpr int kEventsAtOnce = 64;
+constexpr std::uint64_t kWakeSource = 0;
+constexpr int kEventsAtOnce = 64;
 
 }  // namespace
 
@@ -93,9 +94,9 @@ void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
   ended_.push_back(std::move(transfer));
 }
 
-// Takes the transfer when it succeeds. Each hop has a handle of its own: libcurl 7.88 keeps a pointer
-// into the last answer's header lines when it resets one, and would follow it when the next answer
-// begins with a folded line.
+// Takes the transfer when it succeeds. Each hop has a handle of its own: libcurl 7.88 keeps a
+// pointer into the last answer's header lines when it resets one, and would follow it when the next
+// answer begins with a folded line.
 bool TransportThread::TryHop(std::unique_ptr<Transfer>& transfer) {
   CURL* const easy = OpenEasyHandle();
   if (easy == nullptr) return false;

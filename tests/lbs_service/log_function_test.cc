@@ -90,7 +90,8 @@ TEST_F(LogFunctionTest, MayExitReleaseStartAndWaitForReadersOutOfEveryLine) {
     const char* name;
     std::function<void()> act;
   } rows[] = {{"exits", [] { ExitTarvelEnvironment(1); }},
-              {"waits for another thread that asks for links", [] {
+              {"waits for another thread that asks for links",
+               [] {
                  IZOTarvelObject* const object = GetTarvelObject(1);
                  if (object == nullptr) return;
                  std::thread([service = object->GetLBSService()] {

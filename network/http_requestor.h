@@ -27,8 +27,8 @@ class IHttpRequestor {
   virtual void RetireConnections() = 0;
 };
 
-// The engine of this platform; null when the system denies it what it needs. Called on the client's
-// thread.
+// The engine of this platform. While the system denies it what it needs, requests fail. Called on
+// the client's thread.
 std::shared_ptr<IHttpRequestor> CreateHttpRequestor(HttpClientEx& client);
 
 }  // namespace WQBASE::network

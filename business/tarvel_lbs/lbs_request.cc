@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "network/curl/web_address.h"
 #include "network/ip_address.h"
 #include "network/text.h"
 #include "network/url.h"
@@ -47,6 +48,12 @@ std::optional<std::string> AsHttps(const std::string& url) {
   return https;
 }
 
+// Whether the transport takes the URL at all.
+bool CanBeFetched(const std::string& url) {
+  std::string error;
+  return network::ParseWebAddress(url, error).has_value();
+}
+
 std::string WithQuery(const std::string& url, const std::string& query) {
   const char* const joint = url.find('?') == std::string::npos ? "?" : "&";
   return url + joint + query;
@@ -72,7 +79,7 @@ std::vector<UrlEntry> MakeLBSUrlEntries(const LBSAddresses& addresses, const std
     const std::string host = network::GetHost(address, false);
     if (IsOfOtherFamily(host, addresses.family)) continue;
     const auto url = addresses.only_https ? AsHttps(address) : address;
-    if (!url) continue;
+    if (!url || !CanBeFetched(*url)) continue;
     entries.push_back({network::IsIPAddress(host) ? fallback_host : host, WithQuery(*url, query)});
   }
   return entries;

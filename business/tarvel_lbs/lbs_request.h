@@ -25,7 +25,7 @@ struct LBSQuery {
 // Where the LBS server can be asked, and what narrows the choice.
 struct LBSAddresses {
   std::vector<std::string>
-      urls;                  // In the order of trying; what is no http or https URL is left out.
+      urls;  // In the order of trying; what can't be fetched over http or https is left out.
   std::string def_lbs_host;  // Name for IP literals when the first URL has no name.
   std::int32_t family = kEMAddressFamilyAny;  // IP literals of the other one are left out.
   bool only_https = false;

@@ -214,8 +214,7 @@ void EnvironmentManager::SetUpLogging(zo_base::TarvelCustomLog::Function custom_
   }
 }
 
-// Without a thread the environment comes up all the same, and its requests end nowhere, as those of
-// a client without a requestor do.
+// Without a thread the environment comes up all the same, without a client, and its requests fail.
 void EnvironmentManager::StartHttpClient() {
   const auto client = std::make_shared<HttpClientEx>();
   client->Connect<>(zo_base::SIG_InternalBegin, [raw = client.get()] { raw->init(); });
@@ -228,6 +227,7 @@ void EnvironmentManager::StartHttpClient() {
     client->Start();
   } catch (const std::system_error& error) {
     ZO_LOG << "http client thread failed:" << error.what();
+    ReplaceHttpClient(storage_, nullptr);
   }
 }
 

@@ -78,6 +78,9 @@ TEST(HttpDNSAnswerTest, OfHostsGivesTheMembersThatCanBeUsedThoseAskedForFirst) {
                                   std::string(), std::string("\xff"), std::string("k\\u0000k")}) {
     body += host + usable;
   }
+  for (const char* const ttl : {"0", "-5", "1e-9", "null", R"("1")"}) {
+    body += std::to_string(body.size()) + R"(": {"ip": ["192.0.2.1"], "ttl": )" + ttl + R"(}, ")";
+  }
   body += "z" + usable + "a" + usable + R"(n": {"ip": ["evil.example"], "ttl": 1}}})";
   Texts hosts;
   for (const auto& update : ReadDResponse(body, {"z", "none"})) hosts.push_back(update.host);

@@ -1,8 +1,11 @@
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,6 +14,7 @@
 
 #include "tarvel/http_agent/logic/multiple_url_http_request.h"
 #include "tests/lbs_service/lbs_client.h"
+#include "tests/support/child_process.h"
 #include "tests/support/event.h"
 
 // Releases, exits, and many threads at once.
@@ -160,6 +164,36 @@ TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
   }
   is_over = true;
   may_answer_.Set();
+}
+
+// An environment that starts with 0 to 5 threads, as that many does the system give. Later it gives
+// all.
+TEST(LBSThreadsTest, NobodyWaitsForWhatNoThreadIsThereFor) {
+  const TempDirectory directory;
+  std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
+  for (rlim_t threads = 1; threads <= 6; ++threads) {  // The main one is the first.
+    EXPECT_GOOD_CHILD([&] {
+      _ZOTarvelEnvironmentSettings environment = TestSettings();
+      std::strcpy(environment.appdata_path, directory.path().c_str());
+      std::strcpy(environment.business_token, "token");
+      _ZOTarvelLBSSettings settings;
+      std::strcpy(settings.lbs_main_addr, kDeadUrl);
+      constexpr rlim_t kAll = 100;
+      constexpr uid_t kNobodyElse = 54'321;  // The system limits no root.
+      const rlimit few{threads, kAll}, all{kAll, kAll};
+      if (setrlimit(RLIMIT_NPROC, &few) != 0 || setuid(kNobodyElse) != 0) return kNotPermitted;
+      const int id = StartTarvelEnvironment(environment);
+      EXPECT_EQ(setrlimit(RLIMIT_NPROC, &all), 0);
+      IZOTarvelLBSService* const service = GetTarvelObject(id)->GetLBSService();
+      service->Init(settings);
+      service->Update(kEMAddressFamilyAny, true);
+      std::vector<char> out(kLBSTextBufferSize);
+      service->GetLBSResponse(false, out.data());
+      EXPECT_THAT(out.data(), testing::HasSubstr("generated locally"));
+      ExitTarvelEnvironment(id);
+      return 0;
+    });
+  }
 }
 
 TEST_F(LBSLifeCycleTest, ServesManyThreadsWhileAnswersComeIn) {

@@ -101,6 +101,7 @@ void AddUpdate(const std::string& host, const Json& said,
   auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, TextsOf(said["ipv6"]));
   if (ipv4.empty() && ipv6.empty()) return;
   const std::int32_t ttl = Has(said, "ttl") ? ToMilliseconds(said["ttl"]) : kDefaultHostTtl;
+  if (ttl <= 0) return;  // It would end a good entry that nobody has asked about.
   updates.push_back({host, std::move(ipv4), std::move(ipv6), ttl});
 }
 

@@ -155,7 +155,13 @@ void HttpTool::PostRequest(const HttpRequest& request,
       Deliver(callback, *response);
     }
   };
-  if (const auto client = Client()) client->send(client_request);
+  if (const auto client = Client()) {
+    client->send(client_request);
+  } else {
+    const auto failure = std::make_shared<HttpResponseUser>();
+    failure->error_text = "No HTTP client";
+    client_request->callback(failure, 0);
+  }
 }
 
 void SetHttpClientGetter(HttpClientGetter getter) {

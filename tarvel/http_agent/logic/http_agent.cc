@@ -40,11 +40,13 @@ constexpr int kMostLookups = 16;
 
 // Without its thread a part does nothing; the environment comes up all the same.
 template <class Part>
-void StartOrLog(Part& part, const char* name) {
+bool StartOrLog(Part& part, const char* name) {
   try {
     part.Start();
+    return true;
   } catch (const std::system_error& error) {
     ZO_LOG << name << " thread failed:" << error.what();
+    return false;
   }
 }
 
@@ -80,7 +82,7 @@ void HttpAgent::InitOnce() {
   http_dns_service_->SetEnvironmentConfig(GetEnvironmentConfig());
   http_dns_service_->Init();
   SetTaskPosterOfReporter(work_thread_->GetTaskLoop());
-  StartOrLog(*work_thread_, "http agent");
+  has_work_thread_ = StartOrLog(*work_thread_, "http agent");
 }
 
 void HttpAgent::Uninit() {
@@ -106,6 +108,10 @@ bool HttpAgent::IsInternetConnected() {
 
 void HttpAgent::OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread) {
   if (GetEnvironmentConfig() == nullptr) return;
+  if (!has_work_thread_) {
+    if (request.result_callback) request.result_callback(false, false, "", "");
+    return;
+  }
   if (!IsInternetConnected()) {
     LogCancelled(request);
     if (!request.result_callback) return;

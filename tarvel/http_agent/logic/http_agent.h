@@ -91,6 +91,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   const std::shared_ptr<std::atomic<bool>> stopped_ = std::make_shared<std::atomic<bool>>(false);
   std::once_flag init_flag_;
   std::shared_ptr<zo_base::TaskThread> work_thread_;
+  std::atomic<bool> has_work_thread_{true};  // Without it requests fail on the caller's thread.
   std::shared_ptr<zo_net::DnsServer> dns_server_;
   std::shared_ptr<HttpDNSService> http_dns_service_;
   std::atomic<int> lookups_under_way_{0};  // Of reports.

@@ -141,6 +141,11 @@ void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::funct
 }
 
 bool NativeThread::Join() {
+  if (InForkedChild()) {
+    // A fork in the middle of an exit. The thread isn't here, nor can its handle be given back.
+    if (thread_.joinable()) static_cast<void>(new std::thread(std::move(thread_)));
+    return true;
+  }
   const Wait wait(*this);
   if (!wait.allowed()) return false;
   const std::lock_guard<std::mutex> lock(lock_);

@@ -125,6 +125,23 @@ TEST_F(LogFunctionTest, MayExitReleaseStartAndWaitForReadersOutOfEveryLine) {
   life = nullptr;
 }
 
+// Out of a line of an exit, whose rest both carry out.
+TEST(ProcessEndTest, ComesInAChildThatIsForkedOffInTheMiddleOfAnExit) {
+  EXPECT_GOOD_CHILD([] {
+    static pid_t child = -1;
+    auto settings = TestSettings();
+    settings.custom_log = [](const char* line) {
+      if (std::strstr(line, "stop environmen begin") != nullptr) child = fork();
+      if (child == 0) alarm(10);
+    };
+    ExitTarvelEnvironment(StartTarvelEnvironment(settings));
+    int status = 0;
+    if (child == 0) _exit(0);
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+  });
+}
+
 // Another thread of the client is in an operation, and goes on with it when all is down.
 TEST(ProcessEndTest, LeavesWhatTheClientsThreadsAreInTheMiddleOf) {
   EXPECT_GOOD_CHILD([] {

@@ -114,7 +114,7 @@ void HttpDNSHostCache::MakeRoomFor(const std::vector<Update>& updates) {
   std::nth_element(others.begin(), middle, others.end(), [](const auto& a, const auto& b) {
     return a->second.cache_expired_time < b->second.cache_expired_time;
   });
-  std::for_each(others.begin(), std::next(middle), [this](auto entry) { entries_.erase(entry); });
+  for (auto oldest = others.begin(); oldest <= middle; ++oldest) entries_.erase(*oldest);
 }
 
 std::map<std::string, std::string> HttpDNSHostCache::Dump() const {

@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kCopyChunk = 8192;
 // What is kept of a log that has grown far past its limit, as one that couldn't be cut for long.
 // All who log wait for the copy, and the disk must take it. Leaves every usual cut as it is.
-constexpr off_t kLongestCopy = 32 * 1024 * 1024;
+constexpr off_t kLongestCopy = off_t{32} * 1024 * 1024;
 // Another process may be writing or cutting the same log. It takes a few milliseconds, unless that
 // process is stopped: then this one goes on without waiting for it.
 constexpr int kLockTries = 50;

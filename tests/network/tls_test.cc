@@ -6,6 +6,7 @@
 #include "tests/network/transport.h"
 #include "tests/support/child_process.h"
 #include "tests/support/nginx_server.h"
+#include "tests/support/program.h"
 
 namespace {
 
@@ -104,6 +105,25 @@ TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Http, TlsTest, testing::Bool());
+
+// A prime of 10,000 bits takes a second of the transport's thread.
+TEST(HandshakeTest, OffersNoKeyExchangeOverAPrimeOfTheServers) {
+  const TempDirectory directory;
+  const std::string prime = directory.path() + "prime", certificate = directory.path() + "cert";
+  const std::string key = directory.path() + "key";  // Of RSA, as these exchanges want one.
+  Program({"/bin/sh", "-c",
+           "openssl genpkey -genparam -algorithm DH -pkeyopt group:ffdhe2048 -out " + prime +
+               " && openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=a -keyout " + key +
+               " -out " + certificate})
+      .Wait();
+  for (const std::string exchange : {"kDHE", "kDHE:kECDHE"}) {
+    NginxServer nginx({.listeners = {{"127.0.0.1", ServerCertificate{certificate, key}}},
+                       .files = {{"x", ""}},
+                       .server_text = "ssl_protocols TLSv1.2; ssl_dhparam " + prime +
+                                      "; ssl_ciphers " + exchange + ";"});
+    EXPECT_EQ(Transport().Fetch(nginx.url("/x"))->success, exchange != "kDHE");
+  }
+}
 
 TEST(PinnedHostTest, IsReachedWithoutTheProxyWhenNoProxyListsItsIP) {
   EXPECT_GOOD_CHILD([] {

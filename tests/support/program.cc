@@ -23,7 +23,7 @@ Program::Program(const std::vector<std::string>& arguments) {
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   process_ = fork();
   if (process_ == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     dup2(ends[1], STDOUT_FILENO);
     dup2(ends[1], STDERR_FILENO);
     execv(pointers[0], pointers.data());

@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-// A program that runs beside the test. It is killed at the end of the scope, and with the thread
-// that has started it.
+// A program that runs beside the test. It is killed at the end of the scope, and told to end when
+// the thread ends that has started it.
 class Program {
  public:
   // `arguments` begins with the path of the program. Throws when there is no process to be had.

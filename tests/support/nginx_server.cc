@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <deque>
 #include <filesystem>
 #include <iostream>
 #include <thread>
@@ -14,7 +15,7 @@
 namespace test_support {
 
 NginxServer::NginxServer(NginxOptions options) : options_(std::move(options)) {
-  std::vector<ListeningSocket> sockets;
+  std::deque<ListeningSocket> sockets;
   std::string inherited = "NGINX=";  // What nginx takes over instead of opening it: "3;4;".
   for (const NginxListener& listener : options_.listeners) {
     const ListeningSocket& socket = sockets.emplace_back(listener.address);

@@ -36,14 +36,8 @@ Program::Program(const std::vector<std::string>& arguments) {
 
 Program::~Program() {
   Kill();
-  if (pipe_ >= 0) close(pipe_);
+  close(pipe_);
 }
-
-Program::Program(Program&& other) noexcept
-    : process_(std::exchange(other.process_, -1)),
-      pipe_(std::exchange(other.pipe_, -1)),
-      output_(std::move(other.output_)),
-      awaited_(other.awaited_) {}
 
 bool Program::Read() {
   std::array<char, 4096> bytes;

@@ -15,8 +15,8 @@ class Program {
   // `arguments` begins with the path of the program. Throws when there is no process to be had.
   explicit Program(const std::vector<std::string>& arguments);
   ~Program();
-  Program(Program&& other) noexcept;
-  Program& operator=(Program&&) = delete;
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
 
   // Waits until the program has written `text` to standard output or standard error, behind what
   // the last call waited for. Throws, with what was written, when it ends before.

@@ -52,21 +52,13 @@ std::size_t BodySizeOf(const std::string& head) {
 }  // namespace
 
 ListeningSocket::ListeningSocket(const std::string& address) : fd_(BoundSocket(address)) {
-  if (fd_ < 0 || listen(fd_, SOMAXCONN) != 0) {
-    if (fd_ >= 0) close(fd_);
-    throw std::runtime_error("cannot listen on " + address);
-  }
+  if (listen(fd_, SOMAXCONN) != 0) throw std::runtime_error("cannot listen on " + address);
   port_ = PortOf(fd_);
   const int on = 1;  // Accepted connections inherit it: small answers leave at once.
   setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-ListeningSocket::~ListeningSocket() {
-  if (fd_ >= 0) close(fd_);
-}
-
-ListeningSocket::ListeningSocket(ListeningSocket&& other) noexcept
-    : fd_(std::exchange(other.fd_, -1)), port_(other.port_) {}
+ListeningSocket::~ListeningSocket() { close(fd_); }
 
 std::string UrlOf(std::string_view scheme, const std::string& address, int port,
                   std::string_view path) {

@@ -17,8 +17,8 @@ class ListeningSocket {
  public:
   explicit ListeningSocket(const std::string& address);
   ~ListeningSocket();
-  ListeningSocket(ListeningSocket&& other) noexcept;
-  ListeningSocket& operator=(ListeningSocket&&) = delete;
+  ListeningSocket(const ListeningSocket&) = delete;
+  ListeningSocket& operator=(const ListeningSocket&) = delete;
 
   int fd() const { return fd_; }
   int port() const { return port_; }

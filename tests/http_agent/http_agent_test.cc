@@ -12,7 +12,6 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -382,15 +381,6 @@ TEST(ExceptionRecordsTest, GoOnceAndInOrderToTheFirstFunctionWhateverThreadSetsI
   }
   environment.Exit();
   EXPECT_TRUE(records.TakeAll().empty());
-}
-
-TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {
-  AgentEnvironment environment;
-  std::set<std::string> random_parts;
-  for (int i = 0; i < 10'000; ++i) random_parts.insert(GetConfig()->GenerateTraceId().substr(16));
-  EXPECT_EQ(random_parts.size(), 10'000U);
-  EXPECT_THAT(GetConfig()->GenerateTraceId(),
-              testing::MatchesRegex("[0-9a-f]{16}-[0-9a-f]{8}(-[0-9a-f]{4}){2}-[0-9a-f]{12}"));
 }
 
 }  // namespace

@@ -58,10 +58,6 @@ int KilledClient(const std::string& directory, const std::string& url,
   return std::stoi(client.output().substr(client.output().rfind(' ')));
 }
 
-std::ptrdiff_t FilesIn(const std::filesystem::path& directory) {
-  return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
 TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsKilled) {
   constexpr std::size_t kPadding = 100'000;  // Long answers, which take a while to store.
   const std::string padding = R"("zebdl":")" + std::string(kPadding, 'x') + R"(",)";
@@ -84,7 +80,8 @@ TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsK
     Init();
     EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), name);
     EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
-    EXPECT_LE(FilesIn(directory), 2);  // What a killed one leaves behind doesn't add up.
+    // What a killed one leaves behind doesn't add up.
+    EXPECT_LE(std::distance(std::filesystem::directory_iterator(directory), {}), 2);
   }
 }
 

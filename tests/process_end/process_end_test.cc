@@ -7,21 +7,17 @@
 #include "tests/support/program.h"
 #include "tests/support/temp_directory.h"
 
-#define IM_G1_DIGEST "d6f07bc61ae1384e48a8edaab463328b"  // As md5sum has it.
-
 namespace {
 
 using test_support::Program;
+
+// The business is the default one; its digest is that of md5sum.
+constexpr char kLog[] = "/tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/tarvel_comp.log";
 
 // Where children log.
 const std::string& LogPath() {
   static const test_support::TempDirectory directory;
   return directory.path();
-}
-
-// The log of the children, whose business is the default one.
-std::string ReadLog() {
-  return test_support::ReadFile(LogPath() + "/tarvel_comp/" IM_G1_DIGEST "/tarvel_comp.log");
 }
 
 // What a child has written until its end, which must be a regular one. A hung one is killed after
@@ -32,8 +28,6 @@ std::string OutputOf(const std::string& command) {
   EXPECT_EQ(child.Wait(), 0) << child.output();
   return child.output();
 }
-
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
 constexpr char kRegular[] = "do stop by goalkeeper false";
 constexpr char kByHandler[] = "do stop by goalkeeper true";
@@ -65,25 +59,21 @@ TEST(ProcessEndTest, StopsTheEnvironmentAndEndsRegularly) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.ending);
-    std::filesystem::remove_all(LogPath() + "/tarvel_comp");
-    EXPECT_EQ(OutputOf(CLIENT " " + Quoted(row.ending)), row.steps);
+    std::filesystem::remove(LogPath() + kLog);
+    EXPECT_EQ(OutputOf(CLIENT " '" + std::string(row.ending) + "'"), row.steps);
     if (row.logged == nullptr) continue;
-    EXPECT_THAT(ReadLog(), testing::HasSubstr(row.logged));
-    EXPECT_THAT(ReadLog(), testing::EndsWith("------------------- exit -------------------\n"));
+    const std::string log = test_support::ReadFile(LogPath() + kLog);
+    EXPECT_THAT(log, testing::HasSubstr(row.logged));
+    EXPECT_THAT(log, testing::EndsWith("------------------- exit -------------------\n"));
   }
 }
 
-TEST(UnloadTest, StopsAnEnvironmentThatIsStillUp) {
+TEST(UnloadTest, StopsAnEnvironmentThatIsStillUpAndLeavesNothingBehindHoweverOftenItComes) {
   const std::string round = "started\nclient returns\nthread ended\n";
   EXPECT_EQ(OutputOf(LOADER " '" MODULE "' 2 return"), round + round + "unloaded\n");
-}
-
-TEST(UnloadTest, WaitsForAThreadThatEndedItsOwnEnvironment) {
+  // It waits for a thread that ended its own environment.
   EXPECT_THAT(OutputOf(LOADER " '" MODULE "' 20 'environment exit in a callback'"),
               testing::EndsWith("unloaded\n"));
-}
-
-TEST(UnloadTest, LeavesNothingOfTheLibraryBehindHoweverOftenItIsLoaded) {
   EXPECT_EQ(OutputOf(LOADER " '" LIBRARY "' 20"), "unloaded\n");
 }
 

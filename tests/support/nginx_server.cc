@@ -73,22 +73,19 @@ scgi_temp_path scgi;
 default_type text/plain;
 ssl_protocols TLSv1.2 TLSv1.3;
 )";
-  for (std::size_t i = 0; i < options_.listeners.size(); ++i) text += ServerBlock(i);
-  return text + "}\n";
-}
-
-std::string NginxServer::ServerBlock(std::size_t listener) const {
-  const NginxListener& own = options_.listeners[listener];
-  std::string text = "server {\nroot files;\nlisten ";
-  text += UrlOf("", own.address, ports_[listener], "").substr(3);
-  if (own.certificate) text += " ssl";
-  if (own.http2) text += " http2";
-  text += ";\n";
-  if (own.certificate) {
-    text += "ssl_certificate " + own.certificate->certificate_file + ";\n";
-    text += "ssl_certificate_key " + own.certificate->key_file + ";\n";
+  for (std::size_t i = 0; i < options_.listeners.size(); ++i) {
+    const NginxListener& own = options_.listeners[i];
+    text += "server {\nroot files;\nlisten " + UrlOf("", own.address, ports_[i], "").substr(3);
+    if (own.certificate) text += " ssl";
+    if (own.http2) text += " http2";
+    text += ";\n";
+    if (own.certificate) {
+      text += "ssl_certificate " + own.certificate->certificate_file + ";\n";
+      text += "ssl_certificate_key " + own.certificate->key_file + ";\n";
+    }
+    text += options_.server_text + "\n}\n";
   }
-  return text + options_.server_text + "\n}\n";
+  return text + "}\n";
 }
 
 }  // namespace test_support

@@ -49,7 +49,6 @@ class NginxServer {
 
  private:
   std::string Configuration() const;
-  std::string ServerBlock(std::size_t listener) const;
 
   const TempDirectory directory_;
   const NginxOptions options_;

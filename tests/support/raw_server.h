@@ -24,7 +24,7 @@ class ListeningSocket {
   int port() const { return port_; }
 
  private:
-  int fd_;
+  int fd_ = -1;
   int port_ = 0;
 };
 

@@ -11,7 +11,6 @@
 #include <atomic>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <string>
 #include <thread>
 #include <utility>

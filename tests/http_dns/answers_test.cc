@@ -89,13 +89,9 @@ TEST(HttpDNSAnswerTest, OfHostsGivesTheMembersThatCanBeUsedThoseAskedForFirst) {
 
 // What is known of "a" is good and then stale for so long, and of nothing else is there anything.
 void ExpectGrades(const HttpDNSHostCache& cache, std::int64_t good, std::int64_t stale) {
-  const std::pair<std::int64_t, HttpDNSGrade> rows[] = {{-1, kExpired},
-                                                        {0, good > 0 ? kGood : kStale},
-                                                        {good - 1, good > 0 ? kGood : kExpired},
-                                                        {good, kStale},
-                                                        {stale - 1, kStale},
-                                                        {stale, kExpired}};
-  for (const auto& [age, grade] : rows) {
+  for (const std::int64_t age :
+       {std::int64_t{-1}, std::int64_t{0}, good - 1, good, stale - 1, stale}) {
+    const HttpDNSGrade grade = age < 0 || age >= stale ? kExpired : age < good ? kGood : kStale;
     Texts found;
     EXPECT_EQ(cache.Check(kAddressFamilyIPv6, "a", kNow + age, found), kExpired);
     EXPECT_EQ(cache.Check(kAddressFamilyAny, "b", kNow + age, found), kExpired);

@@ -15,7 +15,7 @@
 #include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
 #include "network/text.h"
-#include "tests/lbs/captured_log.h"
+#include "tests/http_agent/agent_environment.h"
 
 // The values that the LBS service works with: what it is told, what it asks, and what it hands out.
 namespace zo_tarvel {

@@ -6,11 +6,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/log.h"
 #include "base/steady_time.h"
 #include "tarvel/environment/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
@@ -78,6 +80,20 @@ class RecordedLog {
     static auto* const state = new State;  // The library may log to the very end.
     return *state;
   }
+};
+
+// Sends to RecordedLog what the library logs while this lives, without an environment. Make it
+// before the threads that log, and let it go after they have ended.
+class CapturedLog {
+ public:
+  CapturedLog() {
+    RecordedLog::Clear();
+    zo_base::SetCustomLogGetter([]() -> std::shared_ptr<zo_base::ITQlogWriter> {
+      static const auto writer = std::make_shared<zo_base::TarvelCustomLog>(RecordedLog::Take);
+      return writer;
+    });
+  }
+  ~CapturedLog() { zo_base::SetCustomLogGetter(nullptr); }
 };
 
 inline zo_tarvel::_ZOTarvelEnvironmentSettings AgentSettings() {

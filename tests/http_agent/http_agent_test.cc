@@ -11,8 +11,6 @@
 #include <atomic>
 #include <cstring>
 #include <map>
-#include <memory>
-#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -244,16 +242,14 @@ TEST(ExitTest, AtAnyMomentEndsCleanly) {
 // The way to everywhere leads through the loopback interface, which has an address of this host
 // only, or also one that for the system is of elsewhere.
 bool AddWayOut(bool with_address) {
-  sockaddr_in address{AF_INET, 0, {INADDR_ANY}, {}};
-  rtentry route{};
-  std::memcpy(&route.rt_dst, &address, sizeof address);
-  std::memcpy(&route.rt_genmask, &address, sizeof address);
-  route.rt_flags = RTF_UP;
   ifreq alias{};
   std::strcpy(alias.ifr_name, with_address ? "lo:1" : "lo");
-  route.rt_dev = alias.ifr_name;
-  address.sin_addr.s_addr = inet_addr("10.1.2.3");
+  const sockaddr_in address{AF_INET, 0, {inet_addr("10.1.2.3")}, {}};
   std::memcpy(&alias.ifr_addr, &address, sizeof address);
+  rtentry route{};
+  route.rt_dst.sa_family = route.rt_genmask.sa_family = AF_INET;
+  route.rt_flags = RTF_UP;
+  route.rt_dev = alias.ifr_name;
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const int result = with_address ? ioctl(fd, SIOCSIFADDR, &alias) : ioctl(fd, SIOCADDRT, &route);
   close(fd);
@@ -382,15 +378,6 @@ TEST(ExceptionRecordsTest, GoOnceAndInOrderToTheFirstFunctionWhateverThreadSetsI
   }
   environment.Exit();
   EXPECT_TRUE(records.TakeAll().empty());
-}
-
-TEST(TraceIdTest, IsWellFormedAndNeverTheSame) {
-  AgentEnvironment environment;
-  std::set<std::string> random_parts;
-  for (int i = 0; i < 10'000; ++i) random_parts.insert(GetConfig()->GenerateTraceId().substr(16));
-  EXPECT_EQ(random_parts.size(), 10'000U);
-  EXPECT_THAT(GetConfig()->GenerateTraceId(),
-              testing::MatchesRegex("[0-9a-f]{16}-[0-9a-f]{8}(-[0-9a-f]{4}){2}-[0-9a-f]{12}"));
 }
 
 }  // namespace

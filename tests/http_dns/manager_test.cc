@@ -10,7 +10,7 @@
 
 #include "base/json11.h"
 #include "tarvel/http_agent/logic/httpdns_service.h"
-#include "tests/lbs/captured_log.h"
+#include "tests/http_agent/agent_environment.h"
 #include "tests/support/event.h"
 #include "tests/support/temp_directory.h"
 

@@ -69,7 +69,8 @@ Outcome Send(const Texts& urls, std::size_t reports,
   MultipleURLHttpRequest request;
   for (const auto& url : urls) request.urls.push_back({"", url});
   request.context.trace_id = "trace";
-  request.headers = {"X-One:1"};
+  request.context.exception_category = 5;
+  request.headers = {"X-One:0:1"};
   request.multiple_time_out = 7'000;
   request.check_callback = [&](std::int32_t, std::int32_t code, const std::string& url, auto&&...) {
     outcome.tried.push_back(url);
@@ -198,6 +199,7 @@ TEST(StatisticsTest, TellOfEachFailedUrlAndWhatSavedTheRequest) {
       const TarvelExceptionData& record = outcome.reports[i];
       EXPECT_EQ(record.process_id, "trace");
       EXPECT_EQ(record.state, 1);
+      EXPECT_EQ(record.exception_service, 5);
       EXPECT_EQ(record.extension.size(), 1U);
       EXPECT_EQ(record.extension.at(0).target, urls[i]);
       EXPECT_EQ(record.extension[0].code, i == 1 ? 500 : 0);

@@ -15,7 +15,7 @@
 #include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
 #include "network/text.h"
-#include "tests/lbs/captured_log.h"
+#include "tests/http_agent/agent_environment.h"
 
 // The values that the LBS service works with: what it is told, what it asks, and what it hands out.
 namespace zo_tarvel {
@@ -47,10 +47,8 @@ TEST(LBSAnswerTest, IsCheckedInOrder) {
       {"/**/" + good, "json parse error"},
       {std::string(100'000, '['), "json parse error"},
       {"{}", "json common not find or not object"},
-      {R"([{"common": {}}])", "json common not find or not object"},
       {R"({"common": []})", "json common not find or not object"},
       {Common(""), "json common link error"},
-      {AnswerWith(R"("a:1")", a), "json common link error"},
       {AnswerWith(R"(["", 1, null, ["a:1"]])", a), "json common link error"},
       {AnswerWith(too_long, fits), "json common link error"},
       {AnswerWith(a, R"([""])"), "json common default link error"},
@@ -234,7 +232,6 @@ TEST(LinkAddressTest, SplitsAText) {
                                                       {"[2001:db8::1]:2", "[2001:db8::1] 2 2"},
                                                       {"name", "name 0 0"},
                                                       {"name:65536", "name 0 0"},
-                                                      {"name:-1", "name 0 0"},
                                                       {"name:99999999999999999999", "name 0 0"},
                                                       {"[::1", "[::1 0 0"},
                                                       {"", " 0 0"}};

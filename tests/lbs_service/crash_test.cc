@@ -1,4 +1,3 @@
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,12 +10,12 @@
 #include <iterator>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
 
 #include "tests/lbs_service/lbs_client.h"
+#include "tests/support/program.h"
 
 // A client's process is killed while it stores answers. This program is that client, too.
 namespace zo_tarvel {
@@ -24,11 +23,8 @@ namespace {
 
 using namespace test_support;
 
-// Asks anew, by force, whenever it is told of an answer. Prints the number of this process, and
-// then the name of each answer. For ever.
+// Asks anew, by force, whenever it is told of an answer. Prints the name of each. For ever.
 int StoreAnswers(const char* directory, const char* url) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  dprintf(STDOUT_FILENO, "%d\n", getpid());
   _ZOTarvelEnvironmentSettings environment;
   std::strcpy(environment.appdata_path, directory);
   _ZOTarvelLBSSettings settings;
@@ -40,7 +36,7 @@ int StoreAnswers(const char* directory, const char* url) {
       [](std::int32_t code, const char* response, void* user) {
         const std::string_view text = response;
         const auto* const number = &text[text.rfind("name") + 7];  // `"name":"1"}}` is its end.
-        if (code != 200 || dprintf(STDOUT_FILENO, "%d\n", std::atoi(number)) < 0) _exit(1);
+        if (code != 200 || dprintf(STDOUT_FILENO, " %d", std::atoi(number)) < 0) _exit(1);
         static_cast<IZOTarvelLBSService*>(user)->Update(kEMAddressFamilyAny, true);
       },
       service);
@@ -52,21 +48,14 @@ int StoreAnswers(const char* directory, const char* url) {
 
 // Runs StoreAnswers in a process, and kills it `after` it has told of its first answer. Answers the
 // number of the last one that it told of.
-int KilledClient(const std::string& arguments, std::chrono::microseconds after) {
-  const std::string program = std::filesystem::read_symlink("/proc/self/exe");
-  FILE* const client = popen(("exec " + program + " " + arguments).c_str(), "re");
-  int process = 0;
-  int told = 0;
-  if (std::fscanf(client, "%d %d", &process, &told) != 2) throw std::runtime_error("no client");
+int KilledClient(const std::string& directory, const std::string& url,
+                 std::chrono::microseconds after) {
+  Program client({"/proc/self/exe", directory, url});
+  client.AwaitOutput(" ");
   std::this_thread::sleep_for(after);
-  kill(process, SIGKILL);
-  while (std::fscanf(client, "%d", &told) == 1) continue;
-  pclose(client);
-  return told;
-}
-
-std::ptrdiff_t FilesIn(const std::filesystem::path& directory) {
-  return std::distance(std::filesystem::directory_iterator(directory), {});
+  client.Signal(SIGKILL);
+  EXPECT_EQ(client.Wait(), SIGKILL);
+  return std::stoi(client.output().substr(client.output().rfind(' ')));
 }
 
 TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsKilled) {
@@ -80,7 +69,7 @@ TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsK
   std::mt19937 random(1);
   for (int i = 0; i < 100; ++i) {
     const int told =
-        KilledClient(directory_.path() + " " + url_, std::chrono::microseconds(random() % 20'000));
+        KilledClient(directory_.path(), url_, std::chrono::microseconds(random() % 20'000));
     const std::filesystem::path directory = std::filesystem::path(CachePath()).parent_path();
     const std::string name = Cached("name");
     EXPECT_GE(std::stoi(name), told);
@@ -91,7 +80,8 @@ TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsK
     Init();
     EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), name);
     EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
-    EXPECT_LE(FilesIn(directory), 2);  // What a killed one leaves behind doesn't add up.
+    // What a killed one leaves behind doesn't add up.
+    EXPECT_LE(std::distance(std::filesystem::directory_iterator(directory), {}), 2);
   }
 }
 

@@ -79,6 +79,7 @@ TEST_F(LBSLifeCycleTest, AnExitDuringAnUpdateIsItsEndAndTheNextLifeWorks) {
 TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
   Init();
   BeginUpdate();
+  RunAllPosted();  // Who asked is no owner any more.
   IZOTarvelLBSService* const waited_for = service();
   const std::weak_ptr<zo_base::BaseThread> owners =
       dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();

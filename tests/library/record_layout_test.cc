@@ -37,13 +37,10 @@ void ExpectSlotsInOrder(Operations... operations) {
   for (std::size_t i = 0; i < slots.size(); ++i) EXPECT_EQ(slots[i], i) << "operation " << i;
 }
 
-TEST(InterfaceSlotTest, OfTheObject) {
-  using I = IZOTarvelObject;
-  ExpectSlotsInOrder(&I::NotifyNetworkChanged, &I::GetLBSService, &I::ReleaseLBSService,
-                     &I::SetBusinessToken);
-}
-
-TEST(InterfaceSlotTest, OfTheLBSService) {
+TEST(InterfaceSlotTest, OfTheObjectAndTheLBSServiceAreInOrder) {
+  using Object = IZOTarvelObject;
+  ExpectSlotsInOrder(&Object::NotifyNetworkChanged, &Object::GetLBSService,
+                     &Object::ReleaseLBSService, &Object::SetBusinessToken);
   using I = IZOTarvelLBSService;
   ExpectSlotsInOrder(&I::Init, &I::Update, &I::SetLBSCallback, &I::SetAccIDGetter,
                      &I::SetRequestErrorCollector, &I::GetLBSResponse, &I::GetLinkAddress,

@@ -76,20 +76,19 @@ void EndInTheLogFunction() {
     if (armed.exchange(false)) std::exit(0);
   };
   zo_tarvel::StartTarvelEnvironment(settings);
-  auto* const service =
-      dynamic_cast<zo_tarvel::FakeLBSService*>(zo_tarvel::GetTarvelObject(1)->GetLBSService());
-  service->Init({});
+  auto* const service = zo_tarvel::FakeLBSService::StartOne();
+  const auto wait_and_log = [service](const std::string&) {
+    std::atomic<bool> waits{false};
+    service->PostTask([&waits] {
+      waits = true;
+      zo_tarvel::GetConfig()->GetBusinessToken();
+    });
+    while (!waits) std::this_thread::yield();
+    armed = true;
+    ZO_LOG << "the last line";
+  };
   zo_tarvel::GetConfig()->Connect<const std::string>(zo_tarvel::SIG_BusinessTokenChanged,
-                                                     [service](const std::string&) {
-                                                       std::atomic<bool> waits{false};
-                                                       service->PostTask([&waits] {
-                                                         waits = true;
-                                                         zo_tarvel::GetConfig()->GetBusinessToken();
-                                                       });
-                                                       while (!waits) std::this_thread::yield();
-                                                       armed = true;
-                                                       ZO_LOG << "the last line";
-                                                     });
+                                                     wait_and_log);
   zo_tarvel::GetTarvelObject(1)->SetBusinessToken("token");
 }
 

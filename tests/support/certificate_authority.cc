@@ -7,25 +7,9 @@ namespace test_support {
 
 namespace {
 
-// Random serial numbers: clients take two certificates of one issuer and number for a forgery.
 constexpr char kConfiguration[] = R"([req]
 distinguished_name = none
 [none]
-[ca]
-default_ca = own
-[own]
-certificate = authority.crt
-private_key = authority.key
-database = issued
-new_certs_dir = .
-rand_serial = yes
-unique_subject = no
-default_md = sha256
-policy = subject
-copy_extensions = copy
-x509_extensions = server
-[subject]
-commonName = supplied
 [authority]
 basicConstraints = critical,CA:TRUE
 keyUsage = critical,keyCertSign,cRLSign
@@ -43,7 +27,6 @@ constexpr char kNewKey[] = " -config own.cnf -newkey ec -pkeyopt ec_paramgen_cur
 
 CertificateAuthority::CertificateAuthority() {
   WriteFile(directory_ / "own.cnf", kConfiguration);
-  WriteFile(directory_ / "issued", "");
   Run("req -x509 -subj /CN=Authority -extensions authority -keyout authority.key"
       " -out authority.crt" +
       std::string(kNewKey));
@@ -52,7 +35,7 @@ CertificateAuthority::CertificateAuthority() {
 ServerCertificate CertificateAuthority::Issue(const std::vector<std::string>& names,
                                               Validity validity) {
   const std::string server = "server" + std::to_string(++written_);
-  const std::string end = validity == Validity::kValid ? "20491231" : "20200102";
+  const std::string days = validity == Validity::kValid ? "30" : "-1";
   std::string list;
   for (const std::string& name : names) {
     if (!list.empty()) list += ',';
@@ -62,8 +45,9 @@ ServerCertificate CertificateAuthority::Issue(const std::vector<std::string>& na
   }
   Run("req -new -subj /CN=" + names.at(0) + " -addext subjectAltName=" + list + " -keyout " +
       server + ".key -out request" + kNewKey);
-  Run("ca -batch -notext -config own.cnf -in request -startdate 20200101000000Z -enddate " + end +
-      "000000Z -out " + server + ".crt");
+  Run("x509 -req -in request -CA authority.crt -CAkey authority.key -copy_extensions copy"
+      " -extfile own.cnf -extensions server -days " +
+      days + " -out " + server + ".crt");
   return {directory_ / (server + ".crt"), directory_ / (server + ".key")};
 }
 

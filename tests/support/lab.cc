@@ -36,13 +36,13 @@ Lab::Lab(const std::string& backend) : backend_(backend) {
   for (const Host host : {kFirst, kSecond, kHttpDns}) {
     WriteAnswers(host, "");
     const std::string certificate = directory_ / (std::string(kNames[host]) + ".pem");
-    hosts_.push_back(StartBackend(kNames[host], kAddresses[host],
-                                  {"--name", kNames[host], "--write-certificate", certificate}));
+    StartBackend(kNames[host], kAddresses[host],
+                 {"--name", kNames[host], "--write-certificate", certificate});
     trusted += ReadFile(certificate);
   }
   WriteFile(trust_store(), trusted);
   WriteFile(AnswersFileOf("foreign"), "{}");
-  hosts_.push_back(StartBackend("foreign", kForeignAddress, {}));
+  StartBackend("foreign", kForeignAddress, {});
   WriteFile(httpdns_servers(), R"({"host": "httpdns.lab", "expired_time": "4000000000000",
       "ipv4": "[{\"host\": \"127.0.0.4\", \"port\": 443, \"https\": true}]"})");
   name_server_.emplace(Records(kAddresses));
@@ -54,14 +54,12 @@ std::string Lab::UrlOf(Host host) {
 
 std::string Lab::AddressOf(Host host) { return kAddresses[host]; }
 
-Program Lab::StartBackend(const std::string& name, const std::string& address,
-                          const std::vector<std::string>& options) const {
+void Lab::StartBackend(const std::string& name, const std::string& address,
+                       const std::vector<std::string>& options) {
   std::vector<std::string> arguments{backend_, AnswersFileOf(name), "--tls-listen",
                                      address + ":443"};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  Program program(arguments);
-  program.AwaitOutput("listening");
-  return program;
+  hosts_.emplace_back(arguments).AwaitOutput("listening");
 }
 
 void Lab::WriteAnswers(Host host, const std::string& faults) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -42,14 +43,14 @@ class Lab {
 
  private:
   std::string AnswersFileOf(const std::string& name) const { return directory_ / (name + ".json"); }
-  Program StartBackend(const std::string& name, const std::string& address,
-                       const std::vector<std::string>& options) const;
+  void StartBackend(const std::string& name, const std::string& address,
+                    const std::vector<std::string>& options);
   void WriteAnswers(Host host, const std::string& faults) const;
 
   const TempDirectory directory_;
   const std::string backend_;
   std::optional<NameServer> name_server_;
-  std::vector<Program> hosts_;  // By Host; then the one where poisoned names lead.
+  std::deque<Program> hosts_;  // By Host; then the one where poisoned names lead.
 };
 
 }  // namespace test_support

@@ -8,13 +8,11 @@ namespace {
 
 constexpr char kProgram[] = "/usr/sbin/dnsmasq";
 
-std::vector<std::string> Arguments(const std::vector<std::string>& options) {
-  std::vector<std::string> arguments{
-      kProgram,           "--no-daemon", "--conf-file=/dev/null",
-      "--no-resolv",      "--no-hosts",  "--listen-address=127.0.0.1",
-      "--bind-interfaces"};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  return arguments;
+std::vector<std::string> Arguments(std::vector<std::string> options) {
+  options.insert(options.begin(),
+                 {kProgram, "--no-daemon", "--conf-file=/dev/null", "--no-resolv", "--no-hosts",
+                  "--listen-address=127.0.0.1", "--bind-interfaces"});
+  return options;
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -10,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/certificate_authority.h"
+#include "tests/support/program.h"
 #include "tests/support/raw_server.h"
 #include "tests/support/temp_directory.h"
 
@@ -50,12 +49,11 @@ class NginxServer {
 
  private:
   std::string Configuration() const;
-  std::string ServerBlock(std::size_t listener) const;
 
   const TempDirectory directory_;
   const NginxOptions options_;
   std::vector<int> ports_;  // Of the listeners.
-  pid_t process_ = -1;
+  std::optional<Program> process_;
 };
 
 }  // namespace test_support

@@ -1,6 +1,5 @@
 #include "tests/support/private_network.h"
 
-#include <fcntl.h>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -12,7 +11,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "tests/support/temp_directory.h"
 
@@ -22,25 +20,14 @@ namespace {
 
 constexpr int kNamespaces = CLONE_NEWNET | CLONE_NEWNS;
 
-// One write: the kernel takes an id map whole or not at all.
-bool WriteToKernel(const char* path, std::string_view text) {
-  const int fd = open(path, O_WRONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  close(fd);
-  return written;
-}
-
-std::string MapToRoot(unsigned id) { return "0 " + std::to_string(id) + " 1\n"; }
-
 // The way of those who are not root.
 bool EnterAsRootOfUserNamespace() {
-  const uid_t user = geteuid();
-  const gid_t group = getegid();
-  return unshare(kNamespaces | CLONE_NEWUSER) == 0 &&
-         WriteToKernel("/proc/self/setgroups", "deny") &&
-         WriteToKernel("/proc/self/uid_map", MapToRoot(user)) &&
-         WriteToKernel("/proc/self/gid_map", MapToRoot(group));
+  const auto user = std::to_string(geteuid()), group = std::to_string(getegid());
+  if (unshare(kNamespaces | CLONE_NEWUSER) != 0) return false;
+  WriteFile("/proc/self/setgroups", "deny");
+  WriteFile("/proc/self/uid_map", "0 " + user + " 1\n");
+  WriteFile("/proc/self/gid_map", "0 " + group + " 1\n");
+  return geteuid() == 0 && getegid() == 0;
 }
 
 bool BringLoopbackUp() {

@@ -23,7 +23,7 @@ Program::Program(const std::vector<std::string>& arguments) {
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   process_ = fork();
   if (process_ == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
     dup2(ends[1], STDOUT_FILENO);
     dup2(ends[1], STDERR_FILENO);
     execv(pointers[0], pointers.data());
@@ -36,14 +36,8 @@ Program::Program(const std::vector<std::string>& arguments) {
 
 Program::~Program() {
   Kill();
-  if (pipe_ >= 0) close(pipe_);
+  close(pipe_);
 }
-
-Program::Program(Program&& other) noexcept
-    : process_(std::exchange(other.process_, -1)),
-      pipe_(std::exchange(other.pipe_, -1)),
-      output_(std::move(other.output_)),
-      awaited_(other.awaited_) {}
 
 bool Program::Read() {
   std::array<char, 4096> bytes;

@@ -8,15 +8,15 @@
 
 namespace test_support {
 
-// A program that runs beside the test. It is killed at the end of the scope, and with the thread
-// that has started it.
+// A program that runs beside the test. It is killed at the end of the scope, and told to end when
+// the thread ends that has started it.
 class Program {
  public:
   // `arguments` begins with the path of the program. Throws when there is no process to be had.
   explicit Program(const std::vector<std::string>& arguments);
   ~Program();
-  Program(Program&& other) noexcept;
-  Program& operator=(Program&&) = delete;
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
 
   // Waits until the program has written `text` to standard output or standard error, behind what
   // the last call waited for. Throws, with what was written, when it ends before.

@@ -1,6 +1,7 @@
 #include "tests/support/raw_server.h"
 
 #include <netdb.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -9,7 +10,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -21,28 +21,11 @@ namespace {
 
 constexpr std::string_view kHeadEnd = "\r\n\r\n";
 
-int BoundSocket(const std::string& address) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_PASSIVE;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (getaddrinfo(address.c_str(), "0", &hints, &found) != 0) return -1;
-  const int fd = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const bool bound = fd >= 0 && bind(fd, found->ai_addr, found->ai_addrlen) == 0;
-  freeaddrinfo(found);
-  if (bound) return fd;
-  if (fd >= 0) close(fd);
-  return -1;
-}
-
 int PortOf(int fd) {
-  sockaddr_storage own{};
+  sockaddr_in own{};  // A longer address of IPv6, cut off, has its port at the same place.
   socklen_t size = sizeof own;
-  std::array<char, 8> port{};
   getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size);
-  getnameinfo(reinterpret_cast<sockaddr*>(&own), size, nullptr, 0, port.data(), port.size(),
-              NI_NUMERICSERV);
-  return std::atoi(port.data());
+  return ntohs(own.sin_port);
 }
 
 std::size_t BodySizeOf(const std::string& head) {
@@ -53,22 +36,22 @@ std::size_t BodySizeOf(const std::string& head) {
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(const std::string& address) : fd_(BoundSocket(address)) {
-  if (fd_ < 0 || listen(fd_, SOMAXCONN) != 0) {
-    if (fd_ >= 0) close(fd_);
-    throw std::runtime_error("cannot listen on " + address);
-  }
+ListeningSocket::ListeningSocket(const std::string& address) {
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST | AI_PASSIVE;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(address.c_str(), "0", &hints, &found) != 0) throw std::runtime_error(address);
+  fd_ = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const bool bound = bind(fd_, found->ai_addr, found->ai_addrlen) == 0;
+  freeaddrinfo(found);
+  if (!bound || listen(fd_, SOMAXCONN) != 0) throw std::runtime_error("not to be had: " + address);
   port_ = PortOf(fd_);
   const int on = 1;  // Accepted connections inherit it: small answers leave at once.
   setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-ListeningSocket::~ListeningSocket() {
-  if (fd_ >= 0) close(fd_);
-}
-
-ListeningSocket::ListeningSocket(ListeningSocket&& other) noexcept
-    : fd_(std::exchange(other.fd_, -1)), port_(other.port_) {}
+ListeningSocket::~ListeningSocket() { close(fd_); }
 
 std::string UrlOf(std::string_view scheme, const std::string& address, int port,
                   std::string_view path) {

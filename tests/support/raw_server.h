@@ -17,14 +17,14 @@ class ListeningSocket {
  public:
   explicit ListeningSocket(const std::string& address);
   ~ListeningSocket();
-  ListeningSocket(ListeningSocket&& other) noexcept;
-  ListeningSocket& operator=(ListeningSocket&&) = delete;
+  ListeningSocket(const ListeningSocket&) = delete;
+  ListeningSocket& operator=(const ListeningSocket&) = delete;
 
   int fd() const { return fd_; }
   int port() const { return port_; }
 
  private:
-  int fd_;
+  int fd_ = -1;
   int port_ = 0;
 };
 

@@ -1,6 +1,6 @@
 #include "base/connectable.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
@@ -37,9 +37,7 @@ struct Scene {
   zo_sigslot::connection c = Connect('c');
 };
 
-class ConnectAbleTest : public ::testing::Test, protected Scene {};
-
-TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
+TEST(ConnectAbleTest, ASlotsChangesTakeEffectFromTheNextEmission) {
   const struct {
     const char* what_b_does;
     std::function<void(Scene&)> action;
@@ -63,13 +61,14 @@ TEST(ConnectAbleReentryTest, ASlotsChangesTakeEffectFromTheNextEmission) {
   }
 }
 
-TEST_F(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {
-  std::thread other([this] {
-    for (int i = 0; i < 2'000; ++i) emitter->Connect<>(SIG_Main, [] {}).disconnect();
+TEST(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {
+  Scene scene;
+  std::thread other([&] {
+    for (int i = 0; i < 2'000; ++i) scene.emitter->Connect<>(SIG_Main, [] {}).disconnect();
   });
-  for (int i = 0; i < 2'000; ++i) emitter->Emit<>(SIG_Main);
+  for (int i = 0; i < 2'000; ++i) scene.emitter->Emit<>(SIG_Main);
   other.join();
-  EXPECT_EQ(calls.size(), 3 * 2'000u);
+  EXPECT_EQ(scene.calls.size(), 3 * 2'000u);
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "base/native_thread.h"
@@ -53,66 +52,53 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
                                "later delayed", "normal", "idle"));
 }
 
-TEST(TaskThreadRepetitionTest, RunsAsOftenAsAsked) {
+TEST(TimerTest, RunsAsOftenAsAskedLikeATaskInALoop) {
   // The times, and the run that posts, with the same delay, a task that looks at the count.
   const struct {
     std::int32_t times;
     int asks_in;
   } rows[] = {{0, 1}, {1, 1}, {3, 3}, {INT32_MIN, 5}};
   for (const auto& row : rows) {
-    int runs = 0, runs_seen = 0;
-    Event seen;
-    ScopedTaskThread thread;
-    const auto repeated = [&] {
-      if (++runs == row.asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
-    };
-    thread->PostLoopTask(1, repeated, row.times);
-    thread->Start();
-    EXPECT_TRUE(seen.Await());
-    EXPECT_EQ(runs_seen, row.asks_in + (row.times < 0 ? 1 : 0)) << "with times " << row.times;
+    for (const bool by_timer : {false, true}) {
+      int runs = 0, runs_seen = 0;
+      Event seen;
+      ScopedTaskThread thread;
+      Timer timer(thread->GetTaskLoop());
+      const auto repeated = [&] {
+        if (++runs == row.asks_in)
+          thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
+      };
+      thread->Start();  // A timer's task from before it would be lost.
+      if (by_timer) timer.Start(1, repeated, row.times);
+      if (!by_timer) thread->PostLoopTask(1, repeated, row.times);
+      EXPECT_TRUE(seen.Await());
+      EXPECT_EQ(runs_seen, row.asks_in + (row.times < 0 ? 1 : 0)) << "with times " << row.times;
+    }
   }
 }
 
-class TimerTest : public ::testing::Test {
- protected:
-  // Runs `use` on the thread, where a timer belongs, and waits until it has finished.
-  void OnThread(Task use) {
-    thread_->PostTask(std::move(use));
-    thread_->Start();
-    EXPECT_TRUE(finished_.Await());
-    thread_->Stop();
-  }
-  // Finishes once all has run that is due in 5 ms.
-  void Finish() {
-    thread_->PostDelayedTask(5, [this] { finished_.Set(); });
-  }
-
-  std::string ran_;
-  Event finished_;
-  ScopedTaskThread thread_;
-  std::optional<Timer> timer_{thread_->GetTaskLoop()};
-};
-
-TEST_F(TimerTest, StartedAgainRunsOnlyTheLastTaskAsOftenAsAsked) {
-  const auto cancelled = [this] { ran_ += "cancelled "; };
-  const auto last = [this] {
-    if ((ran_ += "last ") == "last last ") Finish();
+TEST(TimerTest, StartedAgainRunsOnlyTheLastTaskAndDestroyedByItNeverRunsItAgain) {
+  std::string ran;
+  Event finished;
+  ScopedTaskThread thread;
+  std::optional<Timer> timer(thread->GetTaskLoop());
+  const auto cancelled = [&] { ran += "cancelled "; };
+  const auto last = [&, text = std::make_shared<std::string>("x")] {
+    if (ran == "xx") {
+      timer.reset();
+      thread->PostDelayedTask(5, [&] { finished.Set(); });  // All has run by then.
+    }
+    ran += *text;  // The task still owns what it captured.
   };
-  OnThread([&] {
-    timer_->Start(1, cancelled, 0);
-    timer_->Start(1, cancelled, -1);
-    timer_->Start(2, last, 2);
+  thread->PostTask([&] {
+    timer->Start(1, cancelled, 0);
+    timer->Start(1, cancelled, -1);
+    timer->Start(2, last, -1);
   });
-  EXPECT_EQ(ran_, "last last ");
-}
-
-TEST_F(TimerTest, DestroyedByItsOwnRepeatedTaskNeverRunsItAgain) {
-  const auto repeated = [this, text = std::make_shared<std::string>("x")] {
-    if (ran_ == "xx") timer_.reset(), Finish();
-    ran_ += *text;  // The task still owns what it captured.
-  };
-  OnThread([&] { timer_->Start(1, repeated, -1); });
-  EXPECT_EQ(ran_, "xxx");
+  thread->Start();
+  EXPECT_TRUE(finished.Await());
+  thread->Stop();
+  EXPECT_EQ(ran, "xxx");
 }
 
 const std::string kKinds[] = {"priority", "delayed", "normal", "idle", "loop"};

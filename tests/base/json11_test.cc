@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -81,17 +80,6 @@ TEST(Json11Test, OrdersByKindAndThenByValueInLinearTime) {
   for (const Json& number : {Json(NAN), Json(-1), Json(1LL), Json(INFINITY)}) {
     EXPECT_LT(Json(Json::array{number, 1}), Json(Json::array{NAN, 2}));
     EXPECT_LT(Json(Json::array{NAN, 1}), Json(Json::array{number, 2}));
-  }
-}
-
-TEST(Json11Test, APartMayBeReadOnOneThreadWhileTheWholeDiesOnAnother) {
-  for (int round = 0; round < 200; ++round) {
-    Json whole = Parsed(R"({"part": [[1, 2], ["text"]]})");
-    std::jthread reader([part = whole["part"]]() mutable {
-      EXPECT_EQ(part.dump(), R"([[1, 2], ["text"]])");
-      part = Json();
-    });
-    whole = Json();
   }
 }
 

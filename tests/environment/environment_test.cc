@@ -100,27 +100,25 @@ TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
 }
 
 TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
-  const struct {
-    const char* name;
-    std::function<void()> act;
-  } rows[] = {{"releases its service",
-               [] {
-                 if (IZOTarvelObject* object = GetTarvelObject(1)) object->ReleaseLBSService();
-               }},
-              {"exits", [] { ExitTarvelEnvironment(1); }},
-              {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
-  for (const auto& row : rows) {
+  const auto release = [] {
+    if (IZOTarvelObject* object = GetTarvelObject(1)) object->ReleaseLBSService();
+  };
+  const std::pair<const char*, std::function<void()>> rows[] = {
+      {"releases its service", release},
+      {"exits", [] { ExitTarvelEnvironment(1); }},
+      {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
+  for (const auto& [name, act] : rows) {
     std::promise<void> entered, acted;
-    RunOnServiceThread([&] {
+    RunOnServiceThread([&, &act = act] {
       entered.set_value();
       while (!storage_->exit_in_progress) std::this_thread::yield();
-      row.act();
+      act();
       acted.set_value();
     });
     entered.get_future().wait();
     ExitTarvelEnvironment(0);  // The object stays in the table while it is stopped.
     EXPECT_EQ(acted.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready)
-        << row.name;
+        << name;
     EXPECT_FALSE(storage_->started);
   }
 }

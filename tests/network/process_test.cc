@@ -36,9 +36,7 @@ using namespace test_support;
 std::future<std::int64_t> Send(const std::string& url, int time_out_ms = 30'000) {
   const auto status = std::make_shared<std::promise<std::int64_t>>();
   const auto request = std::make_shared<WQBASE::network::HttpRequestUser>();
-  request->url = url;
-  request->method = WQBASE::network::kMethodGet;
-  request->time_out = time_out_ms;
+  static_cast<HttpRequest&>(*request) = *Get(url, time_out_ms);
   request->callback = [status](const auto& response, std::int32_t) {
     status->set_value(response->status);
   };

@@ -43,8 +43,7 @@ class EnvironmentTest : public ::testing::Test {
   const std::shared_ptr<EnvironmentManagerStorage> storage_ = GetStorage();
 };
 
-TEST_F(EnvironmentTest,
-       CountsStartsAndExitsAndIgnoresFurtherSettingsAndTrapsAStartWithoutAnObject) {
+TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsAStartAfterTheObjectWasGivenUp) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   ExitTarvelEnvironment(1);  // Without a start: not counted.
   for (int life = 0; life < 2; ++life) {
@@ -211,11 +210,8 @@ TEST(EnvironmentConfigTest, CleansTheTimeouts) {
 
 TEST(EnvironmentConfigTest, DerivesADirectoryPerBusinessFromTextsThatMayFillTheirArrays) {
   const struct {
-    const char* business_type;
-    const char* appdata_path;
-    const char* log_path;
-    const char* appdata_directory;
-    const char* log_directory;
+    const char *business_type, *appdata_path, *log_path;
+    const char *appdata_directory, *log_directory;
   } rows[] = {{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
               {"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
               {"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},

@@ -91,8 +91,7 @@ class LogFileTest : public ::testing::Test {
 TEST_F(LogFileTest, SendsAFoundCompanionToTheSinkAndMakesItReady) {
   const std::string full(kSize - 4, 't');
   const struct {
-    const char* name;
-    std::string found;
+    std::string name, found;
     std::string log_text;  // What reaches the sink.
     std::int32_t result;
   } rows[] = {

@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -110,18 +109,6 @@ TEST_F(CachedKeyValueFileTest, ReadsAndReplacesNothingButARegularFile) {
   EXPECT_EQ(GetFromFile("a"), "missing");
 }
 
-// Runs `act` while no file may grow beyond so many bytes, as on a full disk.
-void WithFileSizeLimit(rlim_t bytes, const std::function<void()>& act) {
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit before{};
-  getrlimit(RLIMIT_FSIZE, &before);
-  const rlimit limit{bytes, before.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &limit);
-  act();
-  setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, handler);
-}
-
 TEST_F(CachedKeyValueFileTest, LeavesTheOldFileUntilTheNewOneIsWritten) {
   store_.Load(path_);
   store_.Set("a", "1");
@@ -132,10 +119,15 @@ TEST_F(CachedKeyValueFileTest, LeavesTheOldFileUntilTheNewOneIsWritten) {
     EXPECT_FALSE(store_.Save());
     EXPECT_EQ(GetFromFile("a"), "1");
   }
-  // Both less and more than what the stream buffers.
-  for (const std::size_t size : {std::size_t{100}, std::size_t{1'000'000}}) {
+  // As on a full disk, for both less and more than what the stream buffers.
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const rlim_t size : {100, 1'000'000}) {
     store_.Set("a", std::string(size, 'x'));
-    WithFileSizeLimit(size / 2, [this] { EXPECT_FALSE(store_.Save()); });
+    const rlimit limit{size / 2, RLIM_INFINITY};
+    rlimit before{};
+    ASSERT_EQ(prlimit(0, RLIMIT_FSIZE, &limit, &before), 0);
+    EXPECT_FALSE(store_.Save());
+    prlimit(0, RLIMIT_FSIZE, &before, nullptr);
     EXPECT_EQ(GetFromFile("a"), "1");
     EXPECT_THAT(FilesInDirectory(), testing::ElementsAre("a.data"));
   }

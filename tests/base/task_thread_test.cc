@@ -131,11 +131,11 @@ TEST(TaskThreadTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
       thread->Stop();
       EXPECT_FALSE(thread->IsReady());  // It waits for the end.
     };
-    std::thread stopper(stop), second_stopper(stop);
-    while (!thread->IsStopping()) std::this_thread::yield();
-    thread.Release();
-    stopper.join();
-    second_stopper.join();
+    {
+      const std::jthread stopper(stop), second_stopper(stop);
+      while (!thread->IsStopping()) std::this_thread::yield();
+      thread.Release();
+    }
     Post(kind, *thread.get(), fail);
     EXPECT_EQ(token.use_count(), 4);
     thread.Destroy();

@@ -157,8 +157,7 @@ TEST_F(EnvironmentTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfte
 // Each with tasks and a repeated timer in flight at the exit.
 TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
   const auto threads = [] {
-    namespace fs = std::filesystem;
-    return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
   };
   const auto live = [] {
     StartTarvelEnvironment(TestSettings());

@@ -154,7 +154,7 @@ TEST_F(EnvironmentTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfte
   EXPECT_EQ(storage_->start_count, 1);
 }
 
-// Each with tasks and a repeated timer in flight at the exit.
+// Each with tasks in flight at the exit, one of them in a loop.
 TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
   const auto threads = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});

@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "base/task_thread.h"
-#include "base/timer.h"
 #include "tarvel/environment/business_service.h"
 #include "tarvel/environment/lbs_service_factory.h"
 
@@ -18,7 +17,7 @@ class FakeLBSService final : public IZOTarvelLBSService,
                              public IBusinessService,
                              public virtual zo_base::TaskThread {
  public:
-  FakeLBSService() : TaskThread("lbs service"), timer_(GetTaskLoop()) {}
+  FakeLBSService() : TaskThread("lbs service") {}
 
   // Makes every object host this kind of service.
   static void Install() {
@@ -34,12 +33,8 @@ class FakeLBSService final : public IZOTarvelLBSService,
   }
 
   bool Init(const _ZOTarvelLBSSettings&) override {
-    // A timer in flight whenever the thread is stopped.
-    const auto start_timer = [this] {
-      timer_.Start(
-          1, [] {}, -1);
-    };
-    Connect<>(zo_base::SIG_ThreadBegin, ToWeakClosure(start_timer));
+    const auto nothing = [] {};
+    PostLoopTask(1, nothing, -1);  // In flight whenever the thread is stopped.
     Start();
     return true;
   }
@@ -59,9 +54,6 @@ class FakeLBSService final : public IZOTarvelLBSService,
   bool GetCurrentLinkAddress(char*, std::int32_t*, EMAddressFamily*) override { return false; }
   void OnCurrentLinkConnectSucceed(const char*, std::int32_t) override {}
   void GetMsgStatInfo(_ZOTarvelMsgStatInfo*) override {}
-
- private:
-  zo_base::Timer timer_;
 };
 
 }  // namespace zo_tarvel

@@ -56,26 +56,22 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
 }
 
 TEST(TimerTest, RunsAsOftenAsAskedLikeATaskInALoop) {
-  // The times, and the run that posts, with the same delay, a task that looks at the count.
-  const struct {
-    std::int32_t times;
-    int asks_in;
-  } rows[] = {{0, 1}, {1, 1}, {3, 3}, {INT32_MIN, 5}};
-  for (const auto& row : rows) {
+  for (const std::int32_t times : {0, 1, 3, INT32_MIN}) {
+    // The run that posts, with the same delay, a task that looks at the count.
+    const int asks_in = times > 0 ? times : times < 0 ? 5 : 1;
     for (const bool by_timer : {false, true}) {
       int runs = 0, runs_seen = 0;
       Event seen;
       ScopedTaskThread thread;
       Timer timer(thread->GetTaskLoop());
       const auto repeated = [&] {
-        if (++runs == row.asks_in)
-          thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
+        if (++runs == asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
       };
       thread->Start();  // A timer's task from before it would be lost.
-      if (by_timer) timer.Start(1, repeated, row.times);
-      if (!by_timer) thread->PostLoopTask(1, repeated, row.times);
+      if (by_timer) timer.Start(1, repeated, times);
+      if (!by_timer) thread->PostLoopTask(1, repeated, times);
       EXPECT_TRUE(seen.Await());
-      EXPECT_EQ(runs_seen, row.asks_in + (row.times < 0 ? 1 : 0)) << "with times " << row.times;
+      EXPECT_EQ(runs_seen, asks_in + (times < 0 ? 1 : 0)) << "with times " << times;
     }
   }
 }

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <functional>
 #include <latch>
 #include <memory>
 #include <optional>
@@ -12,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/connectable.h"
 #include "base/native_thread.h"
 #include "base/steady_time.h"
 #include "base/timer.h"
@@ -53,66 +55,49 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
                                "later delayed", "normal", "idle"));
 }
 
-TEST(TaskThreadRepetitionTest, RunsAsOftenAsAsked) {
-  // The times, and the run that posts, with the same delay, a task that looks at the count.
-  const struct {
-    std::int32_t times;
-    int asks_in;
-  } rows[] = {{0, 1}, {1, 1}, {3, 3}, {INT32_MIN, 5}};
-  for (const auto& row : rows) {
-    int runs = 0, runs_seen = 0;
-    Event seen;
-    ScopedTaskThread thread;
-    const auto repeated = [&] {
-      if (++runs == row.asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
-    };
-    thread->PostLoopTask(1, repeated, row.times);
-    thread->Start();
-    EXPECT_TRUE(seen.Await());
-    EXPECT_EQ(runs_seen, row.asks_in + (row.times < 0 ? 1 : 0)) << "with times " << row.times;
+TEST(TimerTest, RunsAsOftenAsAskedLikeATaskInALoop) {
+  for (const std::int32_t times : {0, 1, 3, INT32_MIN}) {
+    // The run that posts, with the same delay, a task that looks at the count.
+    const int asks_in = times > 0 ? times : times < 0 ? 5 : 1;
+    for (const bool by_timer : {false, true}) {
+      int runs = 0, runs_seen = 0;
+      Event seen;
+      ScopedTaskThread thread;
+      Timer timer(thread->GetTaskLoop());
+      const auto repeated = [&] {
+        if (++runs == asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
+      };
+      thread->Start();  // A timer's task from before it would be lost.
+      if (by_timer) timer.Start(1, repeated, times);
+      if (!by_timer) thread->PostLoopTask(1, repeated, times);
+      EXPECT_TRUE(seen.Await());
+      EXPECT_EQ(runs_seen, asks_in + (times < 0 ? 1 : 0)) << "with times " << times;
+    }
   }
 }
 
-class TimerTest : public ::testing::Test {
- protected:
-  // Runs `use` on the thread, where a timer belongs, and waits until it has finished.
-  void OnThread(Task use) {
-    thread_->PostTask(std::move(use));
-    thread_->Start();
-    EXPECT_TRUE(finished_.Await());
-    thread_->Stop();
-  }
-  // Finishes once all has run that is due in 5 ms.
-  void Finish() {
-    thread_->PostDelayedTask(5, [this] { finished_.Set(); });
-  }
-
-  std::string ran_;
-  Event finished_;
-  ScopedTaskThread thread_;
-  std::optional<Timer> timer_{thread_->GetTaskLoop()};
-};
-
-TEST_F(TimerTest, StartedAgainRunsOnlyTheLastTaskAsOftenAsAsked) {
-  const auto cancelled = [this] { ran_ += "cancelled "; };
-  const auto last = [this] {
-    if ((ran_ += "last ") == "last last ") Finish();
+TEST(TimerTest, StartedAgainRunsOnlyTheLastTaskAndDestroyedByItNeverRunsItAgain) {
+  std::string ran;
+  Event finished;
+  ScopedTaskThread thread;
+  std::optional<Timer> timer(thread->GetTaskLoop());
+  const auto cancelled = [&] { ran += "cancelled "; };
+  const auto last = [&, text = std::make_shared<std::string>("x")] {
+    if (ran == "xx") {
+      timer.reset();
+      thread->PostDelayedTask(5, [&] { finished.Set(); });  // All has run by then.
+    }
+    ran += *text;  // The task still owns what it captured.
   };
-  OnThread([&] {
-    timer_->Start(1, cancelled, 0);
-    timer_->Start(1, cancelled, -1);
-    timer_->Start(2, last, 2);
+  thread->PostTask([&] {
+    timer->Start(1, cancelled, 0);
+    timer->Start(1, cancelled, -1);
+    timer->Start(2, last, -1);
   });
-  EXPECT_EQ(ran_, "last last ");
-}
-
-TEST_F(TimerTest, DestroyedByItsOwnRepeatedTaskNeverRunsItAgain) {
-  const auto repeated = [this, text = std::make_shared<std::string>("x")] {
-    if (ran_ == "xx") timer_.reset(), Finish();
-    ran_ += *text;  // The task still owns what it captured.
-  };
-  OnThread([&] { timer_->Start(1, repeated, -1); });
-  EXPECT_EQ(ran_, "xxx");
+  thread->Start();
+  EXPECT_TRUE(finished.Await());
+  thread->Stop();
+  EXPECT_EQ(ran, "xxx");
 }
 
 const std::string kKinds[] = {"priority", "delayed", "normal", "idle", "loop"};
@@ -142,11 +127,11 @@ TEST(TaskThreadTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
       thread->Stop();
       EXPECT_FALSE(thread->IsReady());  // It waits for the end.
     };
-    std::thread stopper(stop), second_stopper(stop);
-    while (!thread->IsStopping()) std::this_thread::yield();
-    thread.Release();
-    stopper.join();
-    second_stopper.join();
+    {
+      const std::jthread stopper(stop), second_stopper(stop);
+      while (!thread->IsStopping()) std::this_thread::yield();
+      thread.Release();
+    }
     Post(kind, *thread.get(), fail);
     EXPECT_EQ(token.use_count(), 4);
     thread.Destroy();
@@ -238,6 +223,66 @@ TEST(TaskThreadTest, TwoThatStopEachOtherBothEnd) {
     second->Stop();
     EXPECT_FALSE(first->IsRunning() || second->IsRunning());
   }
+}
+
+const char* SIG_Main() { return "SIG_Main"; }
+
+// An emitter with the slots a, b and c, in that order, that note their calls.
+struct Scene {
+  zo_sigslot::connection Connect(char name, std::function<void()> then = nullptr) {
+    return emitter->Connect<>(SIG_Main, [this, name, then] {
+      calls += name;
+      if (then) then();
+    });
+  }
+  std::string CallsOfOneEmission() {
+    calls.clear();
+    if (emitter) emitter->Emit<>(SIG_Main);
+    return calls;
+  }
+
+  std::string calls;
+  std::function<void()> next_call_of_b_does;
+  std::unique_ptr<ConnectAble> emitter = std::make_unique<ConnectAble>();
+  zo_sigslot::connection a = Connect('a');
+  zo_sigslot::connection b = Connect('b', [this] {
+    if (const auto action = std::exchange(next_call_of_b_does, nullptr)) action();
+  });
+  zo_sigslot::connection c = Connect('c');
+};
+
+TEST(ConnectAbleTest, ASlotsChangesTakeEffectFromTheNextEmission) {
+  const struct {
+    const char* what_b_does;
+    std::function<void(Scene&)> action;
+    const char* this_emission;
+    const char* next_emission;
+  } cases[] = {
+      {"connect", [](Scene& my) { my.Connect('d'); }, "abc", "abcd"},
+      {"disconnect itself", [](Scene& my) { my.b.disconnect(); }, "abc", "ac"},
+      {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
+      {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
+      {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},
+      {"destroy the emitter, then disconnect a later slot",
+       [](Scene& my) { my.emitter.reset(), my.c.disconnect(); }, "abc", ""},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.what_b_does);
+    Scene scene;
+    scene.next_call_of_b_does = [&] { row.action(scene); };
+    EXPECT_EQ(scene.CallsOfOneEmission(), row.this_emission);
+    EXPECT_EQ(scene.CallsOfOneEmission(), row.next_emission);
+  }
+}
+
+TEST(ConnectAbleTest, EmitsToLastingSlotsWhileAnotherThreadConnectsAndDisconnects) {
+  Scene scene;
+  std::thread other([&] {
+    for (int i = 0; i < 2'000; ++i) scene.emitter->Connect<>(SIG_Main, [] {}).disconnect();
+  });
+  for (int i = 0; i < 2'000; ++i) scene.emitter->Emit<>(SIG_Main);
+  other.join();
+  EXPECT_EQ(scene.calls.size(), 3 * 2'000u);
 }
 
 }  // namespace

@@ -3,12 +3,11 @@
 #include <tarvel/tarvel.h>
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 #include "base/task_thread.h"
-#include "base/timer.h"
 #include "tarvel/environment/business_service.h"
+#include "tarvel/environment/lbs_service_factory.h"
 
 namespace zo_tarvel {
 
@@ -18,14 +17,27 @@ class FakeLBSService final : public IZOTarvelLBSService,
                              public IBusinessService,
                              public virtual zo_base::TaskThread {
  public:
-  FakeLBSService();
+  FakeLBSService() : TaskThread("lbs service") {}
 
   // Makes every object host this kind of service.
-  static void Install();
+  static void Install() {
+    SetLBSServiceFactory([]() -> std::shared_ptr<IZOTarvelLBSService> {
+      return std::make_shared<FakeLBSService>();
+    });
+  }
   // The service of the object of id 1, started.
-  static FakeLBSService* StartOne();
+  static FakeLBSService* StartOne() {
+    auto* service = dynamic_cast<FakeLBSService*>(GetTarvelObject(1)->GetLBSService());
+    if (service) service->Init({});
+    return service;
+  }
 
-  bool Init(const _ZOTarvelLBSSettings&) override;
+  bool Init(const _ZOTarvelLBSSettings&) override {
+    const auto nothing = [] {};
+    PostLoopTask(1, nothing, -1);  // In flight whenever the thread is stopped.
+    Start();
+    return true;
+  }
   void Update(EMAddressFamily, bool) override {}
   void SetLBSCallback(LBSCallback, void*) override {}
   void SetAccIDGetter(AccIDGetter, void*) override {}
@@ -42,9 +54,6 @@ class FakeLBSService final : public IZOTarvelLBSService,
   bool GetCurrentLinkAddress(char*, std::int32_t*, EMAddressFamily*) override { return false; }
   void OnCurrentLinkConnectSucceed(const char*, std::int32_t) override {}
   void GetMsgStatInfo(_ZOTarvelMsgStatInfo*) override {}
-
- private:
-  zo_base::Timer timer_;
 };
 
 }  // namespace zo_tarvel

@@ -29,13 +29,6 @@ inline std::vector<std::uint8_t> Bytes(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
-inline std::shared_ptr<HttpRequest> Post(const std::string& url, const std::string& body) {
-  auto request = Get(url);
-  request->method = WQBASE::network::kMethodPost;
-  request->body = Bytes(body);
-  return request;
-}
-
 // The real engine, which a test asks and waits for.
 class Transport {
  public:

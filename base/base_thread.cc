@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/forked_child.h"
 #include "base/library_call.h"
 
 namespace zo_base {
@@ -65,6 +66,17 @@ void BaseThread::Start() {
   while (!IsReady() && !ended.load(std::memory_order_acquire)) sched_yield();
 }
 
+std::string BaseThread::StartIfPossible() {
+  if (stopping_requested() || started.exchange(true)) return {};
+  try {
+    Start();
+    return {};
+  } catch (const std::system_error& error) {
+    started = false;
+    return error.what();
+  }
+}
+
 void BaseThread::StartOnCurrentThread(const std::string& new_name) {
   const LibraryThreadScope scope;
   BindProc();
@@ -104,7 +116,7 @@ void BaseThread::Stop() { StopAndJoin(); }
 
 void BaseThread::StopAndJoin() {
   stopping.store(true, std::memory_order_release);
-  CallStopClosure();
+  if (!InForkedChild()) CallStopClosure();  // There it may wait for a lock of the thread's.
   if (const auto native = CurrentNativeThread()) {
     if (!native->Join()) JoinWhenFinished(native);
   }

@@ -41,6 +41,9 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   // shared_ptr owns this object, and std::system_error "thread constructor failed" when the system
   // gives no thread.
   void Start() override;
+  // Starts the thread, once. Empty, or why the system gives none: then a later call tries again.
+  // Does nothing after a Stop. Several may call at once, but none beside Start.
+  std::string StartIfPossible();
 
   // Tells the body to end and waits for it. On the thread itself, and on a thread that it waits
   // for, it only tells; a later Stop from another thread waits.
@@ -78,6 +81,7 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   void CallStopClosure() ZO_EXCLUDES(stop_closure_lock);
 
   std::function<void()> proc;
+  std::atomic<bool> started{false};   // By StartIfPossible, or just being started by it.
   std::atomic<bool> stopping{false};  // Never cleared.
   std::atomic<bool> running{false};
   std::atomic<bool> ended{false};  // The thread main has returned.

@@ -103,14 +103,17 @@ bool CachedKeyValueFile::Load(const std::string& path) {
 }
 
 void CachedKeyValueFile::Reload() {
-  std::optional<std::string> text;
+  std::string text;
+  FileRead read = FileRead::kFailed;
   {
     WriteLock lock(file_lock_);
-    text = ReadWholeFile(path_, kLongestFile);
+    read = ReadWholeFile(path_, kLongestFile, text);
   }
-  if (text && text->empty()) return;
+  was_read_ = read != FileRead::kFailed;
+  if (!was_read_) ZO_LOG << "[cached file] not read:" << path_;
+  if (read != FileRead::kTooLong && text.empty()) return;
   FlatObjectReader reader(filter_);
-  const bool usable = text && ParseFlatObject(*text, reader);
+  const bool usable = read == FileRead::kDone && ParseFlatObject(text, reader);
   if (!usable) ZO_LOG << "[cached file] not usable:" << path_;
 
   EntryMap replaced;

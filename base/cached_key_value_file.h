@@ -43,6 +43,9 @@ class CachedKeyValueFile {
   bool Load(const std::string& path);
   // Replaces the entries by those of the file. Keeps them when there is no file or an empty one.
   void Reload();
+  // Whether the last Load or Reload has met what was there. Else the file may hold what is better
+  // than what the owner would make up for it.
+  bool was_read() const { return was_read_; }
   // Writes the file, unless it has these entries already. What can't be written is dropped: a text
   // that is no UTF-8, a file that would be too long, or one that the system refuses. True when the
   // file has these entries.
@@ -77,7 +80,8 @@ class CachedKeyValueFile {
   std::size_t entry_bytes_ ZO_GUARDED_BY(entries_lock_) = 0;  // Of all entries, in the file.
   SpinRWLock file_lock_;               // Held while the file is read or written.
   _thread_recursive_mutex save_lock_;  // So that the last Save writes last.
-  std::atomic<bool> unsaved_{true};    // The entries may differ from the file's.
+  std::atomic<bool> was_read_{true};
+  std::atomic<bool> unsaved_{true};  // The entries may differ from the file's.
 };
 
 }  // namespace zo_base

@@ -129,6 +129,7 @@ const JoinAtExit join_at_exit;
 }  // namespace
 
 void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body) {
+  if (InForkedChild()) throw std::system_error(EAGAIN, std::generic_category());
   const std::lock_guard<std::mutex> lock(thread->lock_);
   const SignalsBlocked blocked;
   thread->thread_ = std::thread([thread, body = std::move(body)]() mutable {

@@ -20,7 +20,7 @@ class NativeThread {
 
   // Runs `body` on a new thread and destroys it there. The calling thread passes its own reference.
   // The new thread blocks all signals but those that its own instructions raise.
-  // Raises std::system_error when the system gives no thread.
+  // Raises std::system_error when the system gives no thread, and in a dead forked child.
   static void Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body);
 
   // Waits for the end; true at once when it never started or was joined before. False, without

@@ -57,6 +57,11 @@ bool IsLeftover(std::string_view name, std::string_view file) {
   return owner == getpid() ? !name.starts_with(ProcessStamp()) : !IsAlive(owner);
 }
 
+// Errors of an open that tell of the process or the system, and not of the file.
+bool IsShortOfSomething(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR || error == EIO;
+}
+
 bool WriteToDisk(std::FILE* file, const std::string& text) {
   return fchmod(fileno(file), S_IRUSR | S_IWUSR) == 0 &&
          std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0 &&
@@ -65,22 +70,23 @@ bool WriteToDisk(std::FILE* file, const std::string& text) {
 
 }  // namespace
 
-std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t longest) {
+FileRead ReadWholeFile(const std::string& path, std::size_t longest, std::string& text) {
+  text.clear();
   // Without O_NONBLOCK the open of a FIFO would wait for its writer.
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd < 0) return std::string();
+  if (fd < 0) return IsShortOfSomething(errno) ? FileRead::kFailed : FileRead::kDone;
   const OpenFile file(fdopen(fd, "rb"));
   if (file == nullptr) {
     close(fd);
-    return std::string();
+    return FileRead::kFailed;
   }
   struct stat status {};
-  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return std::string();
+  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return FileRead::kDone;
   const auto size = static_cast<std::uint64_t>(status.st_size);
-  if (size > longest) return std::nullopt;
-  std::string text(static_cast<std::size_t>(size), '\0');
+  if (size > longest) return FileRead::kTooLong;
+  text.resize(static_cast<std::size_t>(size));
   text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-  return text;
+  return std::ferror(file.get()) == 0 ? FileRead::kDone : FileRead::kFailed;
 }
 
 bool ReplaceWholeFile(const std::string& path, const std::string& text) {

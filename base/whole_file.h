@@ -1,15 +1,20 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
 
 // Small files that are read and replaced as a whole.
 namespace zo_base {
 
-// The bytes of a regular file; empty text when there is none, when it can't be read, and when a
-// link leads to it. Nothing when it is longer than `longest`.
-std::optional<std::string> ReadWholeFile(const std::string& path, std::size_t longest);
+enum class FileRead {
+  kDone,
+  kTooLong,
+  kFailed,  // Something may be there; another time it can perhaps be read.
+};
+
+// Reads a regular file into `text`. What else may stand there, such as a link, and a missing file
+// read as an empty one.
+FileRead ReadWholeFile(const std::string& path, std::size_t longest, std::string& text);
 
 // Replaces the file by `text`. At any moment, also after a crash, the file has the old bytes or
 // the new ones: the text goes to a sibling, is flushed to the disk, and takes the file's name. Any

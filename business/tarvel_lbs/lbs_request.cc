@@ -1,6 +1,7 @@
 #include "business/tarvel_lbs/lbs_request.h"
 
 #include <optional>
+#include <utility>
 
 #include "network/curl/web_address.h"
 #include "network/ip_address.h"
@@ -27,10 +28,16 @@ bool HasPort(const std::string& url) {
   return network::GetHost(url, true) != network::GetHost(url, false);
 }
 
+// Whether the transport takes the URL at all.
+bool CanBeFetched(const std::string& url) {
+  std::string error;
+  return network::ParseWebAddress(url, error).has_value();
+}
+
 std::string FallbackHost(const LBSAddresses& addresses) {
   const std::string first = addresses.urls.empty() ? std::string() : addresses.urls.front();
   const std::string host = network::GetHost(first, false);
-  const bool is_name = IsWebUrl(first) && !host.empty() && !network::IsIPAddress(host);
+  const bool is_name = CanBeFetched(first) && !network::IsIPAddress(host);
   return is_name ? host : addresses.def_lbs_host;
 }
 
@@ -46,12 +53,6 @@ std::optional<std::string> AsHttps(const std::string& url) {
   std::string https = network::ReplaceAll(url, "http://", "https://");
   if (!network::IsHttps(https)) return std::nullopt;  // The scheme is written in capitals.
   return https;
-}
-
-// Whether the transport takes the URL at all.
-bool CanBeFetched(const std::string& url) {
-  std::string error;
-  return network::ParseWebAddress(url, error).has_value();
 }
 
 std::string WithQuery(const std::string& url, const std::string& query) {
@@ -79,8 +80,10 @@ std::vector<UrlEntry> MakeLBSUrlEntries(const LBSAddresses& addresses, const std
     const std::string host = network::GetHost(address, false);
     if (IsOfOtherFamily(host, addresses.family)) continue;
     const auto url = addresses.only_https ? AsHttps(address) : address;
-    if (!url || !CanBeFetched(*url)) continue;
-    entries.push_back({network::IsIPAddress(host) ? fallback_host : host, WithQuery(*url, query)});
+    if (!url) continue;
+    std::string whole = WithQuery(*url, query);
+    if (!CanBeFetched(whole)) continue;
+    entries.push_back({network::IsIPAddress(host) ? fallback_host : host, std::move(whole)});
   }
   return entries;
 }

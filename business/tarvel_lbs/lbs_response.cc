@@ -60,7 +60,8 @@ bool LBSResponse::Init(const LBSSettings& settings) {
   std::string error;
   const bool usable =
       LoadCache(settings) && CheckCache(settings) && CheckResponse(store.Get(lbs_key::kRsp), error);
-  return usable || GenerateLocalResponse(settings, true);
+  // What can't be read just now may be a good answer, for the next start.
+  return usable || GenerateLocalResponse(settings, store.was_read());
 }
 
 bool LBSResponse::LoadCache(const LBSSettings&) {

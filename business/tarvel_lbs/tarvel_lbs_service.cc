@@ -39,16 +39,18 @@ bool ZOTarvelLBSServiceImpl::Init(const _ZOTarvelLBSSettings& record) {
   const LibraryCall call;
   if (IsPutOff([record](auto& self) { self.Init(record); })) return true;
   MutexLock hold(init_lock);
-  if (initd) return true;
+  if (initd) return StartThread();
   PrepInit(record);
   Connect<>(zo_base::SIG_ThreadBegin, Weakly([](auto& self) { self.OnOwnThreadBegin(); }));
   // Before the thread begins: its first update comes to nothing as long as this isn't set.
   initd = true;
-  try {
-    Start();
-  } catch (const std::system_error& error) {
-    ZO_LOG << "lbs service thread failed:" << error.what();
-  }
+  return StartThread();
+}
+
+// The service is there without its thread too, and each update asks for that again.
+bool ZOTarvelLBSServiceImpl::StartThread() {
+  const std::string failure = StartIfPossible();
+  if (!failure.empty()) ZO_LOG << "lbs service thread failed:" << failure;
   return true;
 }
 
@@ -106,7 +108,10 @@ void ZOTarvelLBSServiceImpl::Stop() {
   if (!zo_base::OnLibraryThread()) AwaitAnswerUnderWay();
 }
 
-void ZOTarvelLBSServiceImpl::AwaitAnswerUnderWay() { MutexLock hold(answer_lock); }
+void ZOTarvelLBSServiceImpl::AwaitAnswerUnderWay() {
+  if (InForkedChild()) return;  // It isn't under way here.
+  MutexLock hold(answer_lock);
+}
 
 void ZOTarvelLBSServiceImpl::SetLBSCallback(LBSCallback callback, void* user) {
   if (InForkedChild()) return;

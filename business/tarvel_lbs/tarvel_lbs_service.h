@@ -113,6 +113,7 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
 
   // --- Start ---
   void PrepInit(const _ZOTarvelLBSSettings& record);
+  bool StartThread();  // Unless it runs. Always true, as Init is.
   void ConnectToConfig(_EnvironmentConfig& config);
   void OnOwnThreadBegin();
 

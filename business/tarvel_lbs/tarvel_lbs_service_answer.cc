@@ -32,7 +32,7 @@ bool ZOTarvelLBSServiceImpl::ParseLBSResponse(const std::string& rsp, const std:
   StoreTexts(*answer, def_link);
   StoreMsgStatInfo(*answer);
   StoreExpireTime(*answer, origin);
-  response.store.Save();
+  if (origin == AnswerOrigin::kFetched || response.store.was_read()) response.store.Save();
   if (const auto config = GetEnvironmentConfig()) config->SetStatisticSettings(answer->report);
   return true;
 }

@@ -78,6 +78,13 @@ struct ExitMoment {
 };
 
 // Marks an exit as under way for the length of a scope.
+// False in a child that was forked off out of this line. There the rest of the exit could wait for
+// locks that other threads held.
+bool LogOfExit(const char* line) {
+  ZO_LOG << line;
+  return !zo_base::InForkedChild();
+}
+
 class ExitInProgress {
  public:
   explicit ExitInProgress(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
@@ -157,7 +164,7 @@ int StartEnvironment(const _ZOTarvelEnvironmentSettings& settings) {
   const int id = IdOfLivingObject(*storage);
   storage->start_lock.unlock();
   CarryOutQueuedExits(*storage);
-  return id;
+  return zo_base::InForkedChild() ? 0 : id;  // It may have been forked off out of a log line.
 }
 
 IZOTarvelObject* FindObject(std::int32_t id) {
@@ -214,7 +221,7 @@ void EnvironmentManager::SetUpLogging(zo_base::TarvelCustomLog::Function custom_
   }
 }
 
-// Without a thread the environment comes up all the same, without a client, and its requests fail.
+// Without a thread the environment comes up all the same. Each request asks for the thread again.
 void EnvironmentManager::StartHttpClient() {
   const auto client = std::make_shared<HttpClientEx>();
   client->Connect<>(zo_base::SIG_InternalBegin, [raw = client.get()] { raw->init(); });
@@ -223,16 +230,12 @@ void EnvironmentManager::StartHttpClient() {
         if (const auto living = weak.lock()) living->RetireConnections();
       });
   ReplaceHttpClient(storage_, client);
-  try {
-    client->Start();
-  } catch (const std::system_error& error) {
-    ZO_LOG << "http client thread failed:" << error.what();
-    ReplaceHttpClient(storage_, nullptr);
-  }
+  const std::string failure = client->StartIfPossible();
+  if (!failure.empty()) ZO_LOG << "http client thread failed:" << failure;
 }
 
 void EnvironmentManager::ReleaseHttpClient() {
-  ZO_LOG << "http client release begin";
+  if (!LogOfExit("http client release begin")) return;
   if (const auto client = ReplaceHttpClient(storage_, nullptr)) {
     client->Stop();
     client->ReleaseRequestor();
@@ -248,7 +251,7 @@ void EnvironmentManager::StartHttpAgent() {
 }
 
 void EnvironmentManager::ReleaseHttpAgent() {
-  ZO_LOG << "http agent release begin";
+  if (!LogOfExit("http agent release begin")) return;
   if (storage_.http_agent) {
     storage_.http_agent->Uninit();
     storage_.http_agent.reset();
@@ -290,6 +293,7 @@ void EnvironmentManager::CarryOutExit(const ExitRequest& request) {
 }
 
 void EnvironmentManager::CarryOutQueuedExits() {
+  if (zo_base::InForkedChild()) return;
   while (const auto request = storage_.exits.Pop()) ExitEnvironment(*request);
 }
 
@@ -304,6 +308,7 @@ void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
     ZO_LOG << "do stop by goalkeeper " << (by_handler ? "true" : "false");
   }
   Stop();
+  if (zo_base::InForkedChild()) return;
   std::optional<KeptToTheEnd> kept;
   if (request.ends_process) kept.emplace(storage_.objects);
   Exit();
@@ -316,15 +321,15 @@ void EnvironmentManager::ExitEnvironment(const ExitRequest& request) {
 
 void EnvironmentManager::Stop() {
   ZO_LOG << "stop environmen begin";
-  ZO_LOG << "stop all tarvel obj begin";
+  if (!LogOfExit("stop all tarvel obj begin")) return;
   storage_.objects.ForEach(StopObject);
   ZO_LOG << "stop all tarvel obj end";
-  ZO_LOG << "stop http agent begin";
+  if (!LogOfExit("stop http agent begin")) return;
   if (storage_.http_agent) {
     storage_.http_agent->Uninit();
     ZO_LOG << "stop http agent end";
   }
-  ZO_LOG << "stop http client begin";
+  if (!LogOfExit("stop http client begin")) return;
   if (const auto client = GetHttpClient()) client->Stop();
   ZO_LOG << "stop http client end";
   ZO_LOG << "stop environmen end";
@@ -333,15 +338,16 @@ void EnvironmentManager::Stop() {
 void EnvironmentManager::Exit() {
   if (storage_.config) storage_.config->SetExitFlag(true);
   const ExitMoment begin;
-  ZO_LOG << "all tarvel_object release begin";
+  if (!LogOfExit("all tarvel_object release begin")) return;
   storage_.objects.ForEach(ReleaseObject);
   storage_.objects.Clear();
   ZO_LOG << "all tarvel_object release end";
   ReleaseHttpAgent();
-  ZO_LOG << "environment release begin";
+  if (!LogOfExit("environment release begin")) return;
   storage_.config.reset();
   ZO_LOG << "environment release end";
   ReleaseHttpClient();
+  if (zo_base::InForkedChild()) return;
   const ExitMoment end;
   ZO_LOG << "exit time spent:" << end.steady_ms - begin.steady_ms << "ms from " << begin.wall_clock
          << " to " << end.wall_clock;

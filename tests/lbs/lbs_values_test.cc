@@ -203,6 +203,7 @@ TEST(LBSRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
       {{"http://a/p", "https://a:1/p?x=y"}, 0, false, {"a http://a/p?q", "a https://a:1/p?x=y&q"}},
       {{"ftp://a/", "a/p", "", "a:80", "HTTP://a/"}, 0, false, {"a HTTP://a/?q"}},
       {{"http://a b/", "http://a:99999/", "http://[::1/", "http://127%2e0.0.1/"}, 0, false, {}},
+      {{"https://bad%20host/", "https://1.2.3.4/4"}, 0, false, {v4}},
       {literals, 0, false, {v4, v6, name}},
       {literals, 1, false, {v4, name}},
       {literals, 2, false, {v6, name}},

@@ -167,30 +167,41 @@ TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
   may_answer_.Set();
 }
 
-// An environment that starts with 0 to 5 threads, as that many does the system give. Later it gives
-// all.
-TEST(LBSThreadsTest, NobodyWaitsForWhatNoThreadIsThereFor) {
-  const TempDirectory directory;
-  std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
+// A life that begins with 0 to 5 threads, as that many does the system give. Later it gives all.
+TEST(LBSThreadsTest, NobodyWaitsForWhatNoThreadIsThereForAndAllWorksOnceThereAreThreads) {
+  HttpServer server;
+  server.Answer(kPath, [](auto&&) {
+    return ServerAnswer{
+        200,
+        {},
+        R"({"common":{"link":["a:1"],"link.default":["a:1"],"lbs":"http://a/","desc":"fresh"}})"};
+  });
   for (rlim_t threads = 1; threads <= 6; ++threads) {  // The main one is the first.
+    const TempDirectory directory;
+    std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
     EXPECT_GOOD_CHILD([&] {
       _ZOTarvelEnvironmentSettings environment = TestSettings();
       std::strcpy(environment.appdata_path, directory.path().c_str());
       std::strcpy(environment.business_token, "token");
       _ZOTarvelLBSSettings settings;
-      std::strcpy(settings.lbs_main_addr, kDeadUrl);
+      std::strcpy(settings.lbs_main_addr, server.url(kPath).c_str());
       constexpr rlim_t kAll = 100;
       constexpr uid_t kNobodyElse = 54'321;  // The system limits no root.
       const rlimit few{threads, kAll}, all{kAll, kAll};
       if (setrlimit(RLIMIT_NPROC, &few) != 0 || setuid(kNobodyElse) != 0) return kNotPermitted;
       const int id = StartTarvelEnvironment(environment);
-      EXPECT_EQ(setrlimit(RLIMIT_NPROC, &all), 0);
       IZOTarvelLBSService* const service = GetTarvelObject(id)->GetLBSService();
       service->Init(settings);
-      service->Update(kEMAddressFamilyAny, true);
-      std::vector<char> out(kLBSTextBufferSize);
-      service->GetLBSResponse(false, out.data());
-      EXPECT_THAT(out.data(), testing::HasSubstr("generated locally"));
+      std::string desc;
+      for (const bool has_all : {false, true}) {
+        if (has_all && setrlimit(RLIMIT_NPROC, &all) != 0) return 1;
+        service->Update(kEMAddressFamilyAny, true);
+        std::vector<char> out(kLBSTextBufferSize);
+        service->GetLBSResponse(false, out.data());
+        desc = nlohmann::json::parse(out.data()).at("common").at("desc");
+        EXPECT_TRUE(threads > 1 || has_all || desc == "generated locally") << desc;
+      }
+      EXPECT_EQ(desc, "fresh");
       ExitTarvelEnvironment(id);
       return 0;
     });

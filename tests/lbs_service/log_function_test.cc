@@ -125,21 +125,28 @@ TEST_F(LogFunctionTest, MayExitReleaseStartAndWaitForReadersOutOfEveryLine) {
   life = nullptr;
 }
 
-// Out of a line of an exit, whose rest both carry out.
-TEST(ProcessEndTest, ComesInAChildThatIsForkedOffInTheMiddleOfAnExit) {
-  EXPECT_GOOD_CHILD([] {
-    static pid_t child = -1;
-    auto settings = TestSettings();
-    settings.custom_log = [](const char* line) {
-      if (std::strstr(line, "stop environmen begin") != nullptr) child = fork();
-      if (child == 0) alarm(10);
-    };
-    ExitTarvelEnvironment(StartTarvelEnvironment(settings));
-    int status = 0;
-    if (child == 0) _exit(0);
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return status;
-  });
+// Out of a line of a start or an exit, whose rest both carry out as far as they can.
+TEST(ProcessEndTest, ComesInAChildThatIsForkedOffInTheMiddleOfAStartOrAnExit) {
+  for (const char* const line : {"- start -", "stop all tarvel obj begin", "- exit -"}) {
+    SCOPED_TRACE(line);
+    EXPECT_GOOD_CHILD([line] {
+      static const char* fork_at;
+      static pid_t child = -1;
+      fork_at = line;
+      auto settings = TestSettings();
+      settings.custom_log = [](const char* text) {
+        if (child == -1 && std::strstr(text, fork_at) != nullptr) child = fork();
+        if (child == 0) alarm(10);
+      };
+      const int id = StartTarvelEnvironment(settings);
+      if (child == 0) _exit(id);
+      ExitTarvelEnvironment(id);
+      int status = 0;
+      if (child == 0) _exit(0);
+      EXPECT_EQ(waitpid(child, &status, 0), child);
+      return status;
+    });
+  }
 }
 
 // Another thread of the client is in an operation, and goes on with it when all is down.

@@ -155,11 +155,13 @@ void HttpTool::PostRequest(const HttpRequest& request,
       Deliver(callback, *response);
     }
   };
-  if (const auto client = Client()) {
+  const auto client = Client();
+  const std::string fault = client == nullptr ? "No HTTP client" : client->StartIfPossible();
+  if (fault.empty()) {
     client->send(client_request);
   } else {
     const auto failure = std::make_shared<HttpResponseUser>();
-    failure->error_text = "No HTTP client";
+    failure->error_text = fault;
     client_request->callback(failure, 0);
   }
 }

@@ -36,7 +36,7 @@ class HttpTool {
  public:
   // Hands the request over and returns. The callback is called once, if the client delivers: on the
   // calling thread if that is a task thread and still alive then, else on the client's thread.
-  // Without a client the request fails.
+  // Without a client, or a thread for it, the request fails.
   static void PostRequest(const HttpRequest& request);
   // The same, with the callback on the thread of another loop than the caller's.
   static void PostRequest(const HttpRequest& request,

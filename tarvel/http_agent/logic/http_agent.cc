@@ -38,15 +38,12 @@ void LogCancelled(const MultipleURLHttpRequest& request) {
 // More of them at a time go out without addresses.
 constexpr int kMostLookups = 16;
 
-// Without its thread a part does nothing; the environment comes up all the same.
-template <class Part>
-bool StartOrLog(Part& part, const char* name) {
+// Without its thread it does nothing; the environment comes up all the same.
+void StartOrLog(zo_net::DnsServer& server) {
   try {
-    part.Start();
-    return true;
+    server.Start();
   } catch (const std::system_error& error) {
-    ZO_LOG << name << " thread failed:" << error.what();
-    return false;
+    ZO_LOG << "dns server thread failed:" << error.what();
   }
 }
 
@@ -77,12 +74,18 @@ void HttpAgent::InitOnce() {
           if (const auto agent = weak.lock()) agent->OnHttpRequest(request, post_to_work_thread);
         });
   }
-  StartOrLog(*dns_server_, "dns server");
+  StartOrLog(*dns_server_);
   http_dns_service_ = std::make_shared<HttpDNSService>();
   http_dns_service_->SetEnvironmentConfig(GetEnvironmentConfig());
   http_dns_service_->Init();
   SetTaskPosterOfReporter(work_thread_->GetTaskLoop());
-  has_work_thread_ = StartOrLog(*work_thread_, "http agent");
+  HasWorkThread();
+}
+
+bool HttpAgent::HasWorkThread() {
+  const std::string failure = work_thread_->StartIfPossible();
+  if (!failure.empty()) ZO_LOG << "http agent thread failed:" << failure;
+  return failure.empty();
 }
 
 void HttpAgent::Uninit() {
@@ -108,7 +111,7 @@ bool HttpAgent::IsInternetConnected() {
 
 void HttpAgent::OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread) {
   if (GetEnvironmentConfig() == nullptr) return;
-  if (!has_work_thread_) {
+  if (!HasWorkThread()) {
     if (request.result_callback) request.result_callback(false, false, "", "");
     return;
   }

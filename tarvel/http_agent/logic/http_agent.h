@@ -63,6 +63,8 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   using SharedItems = std::shared_ptr<std::list<_StatisticItem>>;
 
   void InitOnce();
+  // Starts the work thread if it doesn't run yet. Without it requests fail on the caller's thread.
+  bool HasWorkThread();
   void OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread);
   void SetTaskPosterOfReporter(std::shared_ptr<zo_base::ITaskPostor> poster);
   // Has `task(HttpAgent&)` run there, unless this has gone by then.
@@ -91,7 +93,6 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   const std::shared_ptr<std::atomic<bool>> stopped_ = std::make_shared<std::atomic<bool>>(false);
   std::once_flag init_flag_;
   std::shared_ptr<zo_base::TaskThread> work_thread_;
-  std::atomic<bool> has_work_thread_{true};  // Without it requests fail on the caller's thread.
   std::shared_ptr<zo_net::DnsServer> dns_server_;
   std::shared_ptr<HttpDNSService> http_dns_service_;
   std::atomic<int> lookups_under_way_{0};  // Of reports.

@@ -24,6 +24,7 @@ using testing::IsEmpty;
 using zo_base::json11::Json;
 using Texts = std::vector<std::string>;
 
+constexpr char kFile[] = "http_server_cache.data";
 constexpr std::int64_t kNow = 1'700'000'000'000;
 
 std::string File(const std::map<std::string, std::string>& entries) {
@@ -116,7 +117,6 @@ class HttpDNSManagerTest : public testing::Test {
 
 TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
   Begin("");
-  constexpr char kFile[] = "http_server_cache.data";
   EXPECT_EQ(Saved(kFile, "host"), "httpdns.tarvel.invalid");
   EXPECT_EQ(Saved(kFile, "ttl"), "3600");
   EXPECT_EQ(Saved(kFile, "updated_at"), std::to_string(kNow));
@@ -174,7 +174,7 @@ TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
   EXPECT_EQ(UrlsOf(sent_[0])[1], "svc.example https://dns.example/httpdns/v2/s");
   const std::string list = R"([{"host": "192.0.2.77", "https": false}])";
   Answer(sent_[0], true, R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
-  EXPECT_EQ(Saved("http_server_cache.data", "ipv4"), list);
+  EXPECT_EQ(Saved(kFile, "ipv4"), list);
   Query({"a"});
   EXPECT_THAT(UrlsOf(sent_.back()),
               ElementsAre("new.example https://new.example/httpdns/v2/d?domain=a",
@@ -182,7 +182,6 @@ TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
 }
 
 TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
-  constexpr char kFile[] = "http_server_cache.data";
   Begin(ServerFile());
   Reload();
   Answer(sent_[0], true,

@@ -33,8 +33,9 @@ class LBSLifeCycleTest : public LBSServiceTest {
  protected:
   LBSLifeCycleTest() { GetConfig()->Disconnect(SIG_NetworkChanged); }  // That of others.
 
-  // Has the server hold an update that is under way.
+  // Starts the service, and has the server hold an update that is under way.
   void BeginUpdate() {
+    Init();
     ServeHeld(Answer("late"));
     service()->Update(kEMAddressFamilyAny, true);
     EXPECT_TRUE(asked_.Await());
@@ -57,7 +58,6 @@ class LBSLifeCycleTest : public LBSServiceTest {
 };
 
 TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobodyAndTheNextServiceWorks) {
-  Init();
   BeginUpdate();
   EXPECT_TRUE(AnybodyIsConnected());
   object()->ReleaseLBSService();
@@ -67,28 +67,21 @@ TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobodyAndTheNextServiceWo
   ExpectThatTheNextServiceWorks();
 }
 
-TEST_F(LBSLifeCycleTest, AnExitDuringAnUpdateIsItsEndAndTheNextLifeWorks) {
-  Init();
-  BeginUpdate();
-  environment_->Exit();
-  may_answer_.Set();
-  Restart();
-  ExpectThatTheNextServiceWorks();
-}
-
-TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
-  Init();
+TEST_F(LBSLifeCycleTest, AnExitEndsAnUpdateAndTheWaitForItAndTheNextLifeWorks) {
   BeginUpdate();
   RunAllPosted();  // Who asked is no owner any more.
   IZOTarvelLBSService* const waited_for = service();
   const std::weak_ptr<zo_base::BaseThread> owners =
       dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();
   const auto owners_before = owners.use_count();
-  std::jthread waiting(
+  std::thread waiting(
       [waited_for] { TextOf([&](char* out) { waited_for->GetLBSResponse(false, out); }); });
   while (owners.use_count() <= owners_before) std::this_thread::yield();  // It isn't in there yet.
   environment_->Exit();
+  waiting.join();
   may_answer_.Set();
+  Restart();
+  ExpectThatTheNextServiceWorks();
 }
 
 TEST_F(LBSLifeCycleTest, AReleaseWaitsForAFunctionOfTheClientThatIsUnderWay) {
@@ -128,7 +121,6 @@ TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {
 
 // Forked off beside all of them, with an update under way that nobody will end.
 TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
-  Init();
   BeginUpdate();
   IZOTarvelObject* const object = this->object();
   IZOTarvelLBSService* const service = this->service();
@@ -170,12 +162,8 @@ TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
 // A life that begins with 0 to 5 threads, as that many does the system give. Later it gives all.
 TEST(LBSThreadsTest, NobodyWaitsForWhatNoThreadIsThereForAndAllWorksOnceThereAreThreads) {
   HttpServer server;
-  server.Answer(kPath, [](auto&&) {
-    return ServerAnswer{
-        200,
-        {},
-        R"({"common":{"link":["a:1"],"link.default":["a:1"],"lbs":"http://a/","desc":"fresh"}})"};
-  });
+  const std::string fresh = R"({"common":{"link":["a:1"],"link.default":["a:1"],"lbs":"ftp:"}})";
+  server.Answer(kPath, [&](auto&&) { return LBSServiceTest::GoodAnswer(fresh); });
   for (rlim_t threads = 1; threads <= 6; ++threads) {  // The main one is the first.
     const TempDirectory directory;
     std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
@@ -185,24 +173,21 @@ TEST(LBSThreadsTest, NobodyWaitsForWhatNoThreadIsThereForAndAllWorksOnceThereAre
       std::strcpy(environment.business_token, "token");
       _ZOTarvelLBSSettings settings;
       std::strcpy(settings.lbs_main_addr, server.url(kPath).c_str());
-      constexpr rlim_t kAll = 100;
-      constexpr uid_t kNobodyElse = 54'321;  // The system limits no root.
-      const rlimit few{threads, kAll}, all{kAll, kAll};
-      if (setrlimit(RLIMIT_NPROC, &few) != 0 || setuid(kNobodyElse) != 0) return kNotPermitted;
-      const int id = StartTarvelEnvironment(environment);
-      IZOTarvelLBSService* const service = GetTarvelObject(id)->GetLBSService();
+      rlimit limit{threads, 100};  // Of a user that nobody else is, nor root.
+      if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setuid(54'321) != 0) return kNotPermitted;
+      StartTarvelEnvironment(environment);
+      IZOTarvelLBSService* const service = GetTarvelObject(1)->GetLBSService();
       service->Init(settings);
-      std::string desc;
-      for (const bool has_all : {false, true}) {
-        if (has_all && setrlimit(RLIMIT_NPROC, &all) != 0) return 1;
+      const auto updated = [service] {
         service->Update(kEMAddressFamilyAny, true);
-        std::vector<char> out(kLBSTextBufferSize);
-        service->GetLBSResponse(false, out.data());
-        desc = nlohmann::json::parse(out.data()).at("common").at("desc");
-        EXPECT_TRUE(threads > 1 || has_all || desc == "generated locally") << desc;
-      }
-      EXPECT_EQ(desc, "fresh");
-      ExitTarvelEnvironment(id);
+        return LBSServiceTest::TextOf([&](char* out) { service->GetLBSResponse(false, out); });
+      };
+      const std::string before = updated();
+      EXPECT_TRUE(threads > 1 || before != fresh);
+      limit.rlim_cur = limit.rlim_max;
+      EXPECT_EQ(setrlimit(RLIMIT_NPROC, &limit), 0);
+      EXPECT_EQ(updated(), fresh);
+      ExitTarvelEnvironment(1);
       return 0;
     });
   }

@@ -22,20 +22,6 @@ std::string LocalhostUrl(const HttpServer& server) {
   return "http://localhost:" + std::to_string(server.port()) + kPath;
 }
 
-TEST_F(LBSServiceTest, AsksNobodyBeforeItHasAToken) {
-  Serve({Answer("fresh")});
-  Init();
-  object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
-  object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
-  RunAllPosted();
-  EXPECT_THAT(RecordedLog::Texts("[lbs][lbs cache]"), IsEmpty());
-  EXPECT_THAT(RecordedLog::Texts("[lbs]UpdateLBS"), IsEmpty());
-  object()->SetBusinessToken("t");
-  TakeTold();
-  EXPECT_THAT(server_->requests().at(0).target, HasSubstr("?k=t&"));
-  EXPECT_EQ(server_->requests().size(), 1U);
-}
-
 TEST_F(LBSServiceTest, AnAnswerToTheOldTokenDoesNotCount) {
   ServeHeld(Answer("old"), "k=old");
   Init();
@@ -54,9 +40,14 @@ TEST_F(LBSServiceTest, AnAnswerToTheOldTokenDoesNotCount) {
   EXPECT_EQ(Cached("lbs_rsp"), Answer("others"));
 }
 
-TEST_F(LBSServiceTest, AnAnswerDoesNotCountWhenTheTokenChangesWhileItIsTold) {
+TEST_F(LBSServiceTest, AsksNobodyWithoutATokenAndNoAnswerCountsWhenThatChangesWhileItIsTold) {
   Serve({Answer("old"), Answer("new")});
   Init();
+  object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
+  object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+  RunAllPosted();
+  EXPECT_THAT(RecordedLog::Texts("[lbs][lbs cache]"), IsEmpty());
+  EXPECT_THAT(RecordedLog::Texts("[lbs]UpdateLBS"), IsEmpty());
   service()->SetRequestErrorCollector(
       [](void* user, auto*) { static_cast<IZOTarvelObject*>(user)->SetBusinessToken("new"); },
       object());
@@ -259,20 +250,6 @@ TEST_F(LBSServiceTest, KeepsTheOldAnswerForAnHourWhenAllUrlsFail) {
 
 // --- GetLBSResponse that waits ---
 
-TEST_F(LBSServiceTest, WaitsForTheUpdateUnderWayWhenTheClientWantsItsAnswer) {
-  ServeHeld(Answer("fresh"));
-  Init();
-  service()->Update(kEMAddressFamilyAny, true);
-  EXPECT_TRUE(asked_.Await());
-  service()->Update(kEMAddressFamilyIPv6, true);  // Ends without a request.
-  EXPECT_TRUE(RecordedLog::Await("[lbs] LBS addr url list empty!"));
-  auto waiting = std::async(std::launch::async, [this] { return Response(); });
-  EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-  EXPECT_THAT(Response(true), HasSubstr("generated locally"));
-  may_answer_.Set();
-  EXPECT_EQ(waiting.get(), Answer("fresh"));
-}
-
 TEST_F(LBSServiceTest, NeverWaitsForTheUpdateThatItIsPartOf) {
   static const auto ask = [](void* user) {
     auto& test = *static_cast<LBSServiceTest*>(user);
@@ -289,18 +266,24 @@ TEST_F(LBSServiceTest, NeverWaitsForTheUpdateThatItIsPartOf) {
   EXPECT_EQ(told_.Take(), Answer("fresh"));
 }
 
-TEST_F(LBSServiceTest, WaitsForNothingWhenThereIsNoUrlToAskAndTheNextForcedUpdateGoesOut) {
-  Serve({Answer("fresh")});
+TEST_F(LBSServiceTest, WaitsForTheUpdateUnderWayAndForNoneThatHasNoUrlToAsk) {
+  ServeHeld(Answer("fresh"));
   Init();
   service()->Update(kEMAddressFamilyIPv6, true);  // The one URL has an IPv4 literal.
   EXPECT_TRUE(RecordedLog::Await("[lbs] LBS addr url list empty!"));
   Response();
-  for (const std::size_t carried_out : {0, 0, 1}) {  // Three are one.
-    service()->Update(kEMAddressFamilyIPv4, false);
-    EXPECT_EQ(RecordedLog::Records("[lbs]UpdateLBS updatting_lbs_ = true,return").size(),
-              carried_out);
-  }
-  EXPECT_EQ(Update(), "200 " + Answer("fresh"));
+  for (int i = 0; i < 3; ++i) service()->Update(kEMAddressFamilyIPv4, false);
+  EXPECT_TRUE(RecordedLog::Await("[lbs]UpdateLBS updatting_lbs_ = true,return"));
+  service()->Update(kEMAddressFamilyAny, true);
+  EXPECT_TRUE(asked_.Await());
+  RecordedLog::Clear();
+  service()->Update(kEMAddressFamilyIPv6, true);
+  EXPECT_TRUE(RecordedLog::Await("[lbs] LBS addr url list empty!"));
+  auto waiting = std::async(std::launch::async, [this] { return Response(); });
+  EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  EXPECT_THAT(Response(true), HasSubstr("generated locally"));
+  may_answer_.Set();
+  EXPECT_EQ(waiting.get(), Answer("fresh"));
   EXPECT_EQ(server_->requests().size(), 1U);
 }
 

@@ -13,10 +13,10 @@
 
 #include "bench/http_ways.h"
 #include "bench/relay.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/logic/http_agent.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tests/support/test_settings.h"
 
 // The agent among the ways to get one URL over and over, see http_ways.h.

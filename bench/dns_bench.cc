@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "base/json11.h"
-#include "base/log.h"
+#include "base/json/json11.h"
+#include "base/log/log.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 #include "tests/support/temp_directory.h"
 

@@ -23,10 +23,10 @@
 #include <thread>
 #include <vector>
 
-#include "network/curl_requestor.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "network/curl/curl_requestor.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tests/support/lab.h"
 #include "tests/support/private_network.h"
 

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "bench/relay.h"
-#include "network/http_client.h"
-#include "network/http_request.h"
-#include "network/http_response.h"
+#include "network/http/http_client.h"
+#include "network/http/http_request.h"
+#include "network/http/http_response.h"
 
 // The ways to get one URL over and over that the benchmarks compare. Each is set up as somebody who
 // knows the library well would do it, and none checks the server's certificate.

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 
 namespace tarvel_bench {
 namespace {

@@ -14,8 +14,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/log.h"
-#include "base/log_file.h"
+#include "base/log/log.h"
+#include "base/log/log_file.h"
 
 namespace tarvel_bench {
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/connectable.h"
-#include "base/task_thread.h"
+#include "base/object/connectable.h"
+#include "base/thread/task_thread.h"
 
 namespace tarvel_bench {
 namespace {

@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "base/task_thread.h"
+#include "base/thread/task_thread.h"
 
 // The ways to run closures on one other thread that the benchmarks compare. Each worker starts its
 // thread when made and joins it when destroyed; `Post` may be called from any thread. Each is set

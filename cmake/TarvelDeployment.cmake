@@ -3,7 +3,7 @@
 # has changed.
 set(deployment_defaults "${TARVEL_DEPLOYMENT_DEFAULTS}")
 if(deployment_defaults STREQUAL "")
-  set(deployment_defaults "${PROJECT_SOURCE_DIR}/tarvel/environment/deployment_defaults.h")
+  set(deployment_defaults "${PROJECT_SOURCE_DIR}/tarvel/environment/configuration/deployment_defaults.h")
 endif()
 cmake_path(ABSOLUTE_PATH deployment_defaults BASE_DIRECTORY "${CMAKE_SOURCE_DIR}")
 if(NOT EXISTS "${deployment_defaults}" OR IS_DIRECTORY "${deployment_defaults}")

@@ -14,7 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "base/cached_key_value_file.h"
+#include "base/file/cached_key_value_file.h"
 #include "business/tarvel_lbs/lbs_response.h"
 
 namespace {

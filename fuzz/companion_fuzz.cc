@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string>
 
-#include "base/log_file_buffer.h"
+#include "base/log/log_file_buffer.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "base/utf8.h"
-#include "network/ip_address.h"
-#include "network/url.h"
+#include "base/text/utf8.h"
+#include "network/url/ip_address.h"
+#include "network/url/url.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 

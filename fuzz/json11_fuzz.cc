@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 
 using zo_base::json11::Json;
 using zo_base::json11::JsonParse;

@@ -12,7 +12,7 @@
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/link_address.h"
-#include "network/ip_address.h"
+#include "network/url/ip_address.h"
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <string_view>
 
 #include "network/curl/web_address.h"
-#include "network/ip_address.h"
-#include "network/parsed_url.h"
-#include "network/text.h"
-#include "network/url.h"
+#include "network/url/ip_address.h"
+#include "network/url/parsed_url.h"
+#include "network/url/text.h"
+#include "network/url/url.h"
 
 namespace {
 

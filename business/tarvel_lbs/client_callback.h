@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/recursive_mutex.h"
+#include "base/lock/recursive_mutex.h"
 
 namespace zo_tarvel {
 

@@ -1,7 +1,7 @@
 #include "business/tarvel_lbs/count_timer_invoker.h"
 
-#include "base/log.h"
-#include "base/text_of.h"
+#include "base/log/log.h"
+#include "base/text/text_of.h"
 
 namespace zo_tarvel {
 

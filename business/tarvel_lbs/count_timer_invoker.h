@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/recursive_mutex.h"
-#include "base/task_thread.h"
-#include "base/timer.h"
+#include "base/lock/recursive_mutex.h"
+#include "base/thread/task_thread.h"
+#include "base/thread/timer.h"
 
 namespace zo_tarvel {
 

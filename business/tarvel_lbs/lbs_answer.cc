@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 #include "business/tarvel_lbs/link_address.h"
-#include "network/url.h"
+#include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {

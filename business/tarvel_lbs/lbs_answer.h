@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "base/json11.h"
-#include "tarvel/environment/environment_config.h"
+#include "base/json/json11.h"
+#include "tarvel/environment/configuration/environment_config.h"
 
 namespace zo_tarvel {
 

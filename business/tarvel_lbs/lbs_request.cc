@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "network/curl/web_address.h"
-#include "network/ip_address.h"
-#include "network/text.h"
-#include "network/url.h"
+#include "network/url/ip_address.h"
+#include "network/url/text.h"
+#include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 namespace zo_tarvel {
 

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <system_error>
 
-#include "base/filesystem.h"
-#include "base/json_texts.h"
-#include "base/log.h"
-#include "base/read_number.h"
+#include "base/json/json_texts.h"
+#include "base/log/log.h"
+#include "base/process/filesystem.h"
+#include "base/text/read_number.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 
 namespace zo_tarvel {

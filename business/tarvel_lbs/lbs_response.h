@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "base/cached_key_value_file.h"
+#include "base/file/cached_key_value_file.h"
 #include "business/tarvel_lbs/lbs_settings.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 
 namespace zo_tarvel {
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "base/text_of.h"
+#include "base/text/text_of.h"
 
 namespace zo_tarvel {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tarvel/environment/deployment.h"
-#include "tarvel/environment/environment_config.h"
+#include "tarvel/environment/configuration/deployment.h"
+#include "tarvel/environment/configuration/environment_config.h"
 
 namespace zo_tarvel {
 

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <string_view>
 
-#include "network/ip_address.h"
-#include "network/url.h"
+#include "network/url/ip_address.h"
+#include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "base/json11.h"
-#include "base/text_of.h"
+#include "base/json/json11.h"
+#include "base/text/text_of.h"
 
 namespace zo_tarvel {
 namespace {

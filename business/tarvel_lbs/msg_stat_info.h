@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tarvel/environment/deployment.h"
+#include "tarvel/environment/configuration/deployment.h"
 
 namespace zo_tarvel {
 

@@ -4,9 +4,9 @@
 #include <string_view>
 #include <system_error>
 
-#include "base/forked_child.h"
-#include "base/log.h"
-#include "base/thread_info.h"
+#include "base/log/log.h"
+#include "base/process/forked_child.h"
+#include "base/thread/thread_info.h"
 
 namespace zo_tarvel {
 namespace {

@@ -10,14 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "base/forked_child.h"
-#include "base/library_call.h"
-#include "base/recursive_mutex.h"
-#include "base/signal_slot.h"
-#include "base/task_thread.h"
-#include "base/timer.h"
-#include "base/wall_clock.h"
-#include "base/weakly.h"
+#include "base/lock/recursive_mutex.h"
+#include "base/object/signal_slot.h"
+#include "base/object/weakly.h"
+#include "base/process/forked_child.h"
+#include "base/process/wall_clock.h"
+#include "base/thread/library_call.h"
+#include "base/thread/task_thread.h"
+#include "base/thread/timer.h"
 #include "business/tarvel_lbs/client_callback.h"
 #include "business/tarvel_lbs/count_timer_invoker.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
@@ -26,7 +26,7 @@
 #include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
 #include "tarvel/environment/business_service.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 namespace zo_tarvel {
 

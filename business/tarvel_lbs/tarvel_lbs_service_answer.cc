@@ -1,6 +1,6 @@
 // Makes an answer of the LBS server, or a kept one, the active one.
 
-#include "base/log.h"
+#include "base/log/log.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 
 namespace zo_tarvel {

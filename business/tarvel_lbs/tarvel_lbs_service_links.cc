@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "base/log.h"
-#include "base/text_of.h"
+#include "base/log/log.h"
+#include "base/text/text_of.h"
 #include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 

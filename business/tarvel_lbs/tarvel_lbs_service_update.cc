@@ -5,12 +5,12 @@
 #include <thread>
 #include <utility>
 
-#include "base/log.h"
-#include "base/text_of.h"
-#include "base/thread_info.h"
+#include "base/log/log.h"
+#include "base/text/text_of.h"
+#include "base/thread/thread_info.h"
 #include "business/tarvel_lbs/lbs_request.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
-#include "tarvel/environment/exception_data.h"
+#include "tarvel/environment/configuration/exception_data.h"
 
 namespace zo_tarvel {
 namespace {

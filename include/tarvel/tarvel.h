@@ -20,6 +20,8 @@
 #ifndef TARVEL_TARVEL_H_
 #define TARVEL_TARVEL_H_
 
+#include <tarvel/address_family.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -55,20 +57,9 @@ std::vector. Remove -D_GLIBCXX_DEBUG; -D_GLIBCXX_ASSERTIONS may be used instead.
 #define TARVEL_API
 #endif
 
-namespace zo_net {
-
-// Which IP addresses the network at hand can reach.
-enum AddressFamily : std::int32_t {
-  kAddressFamilyAny = 0,   // Both, or not known.
-  kAddressFamilyIPv4 = 1,  // IPv4 only.
-  kAddressFamilyIPv6 = 2,  // IPv6 only.
-};
-
-}  // namespace zo_net
-
 namespace zo_tarvel {
 
-// The same three values at the interface of the LBS service.
+// The values of zo_net::AddressFamily at the interface of the LBS service.
 enum EMAddressFamily : std::int32_t {
   kEMAddressFamilyAny = 0,
   kEMAddressFamilyIPv4 = 1,

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "network/curl/header_list.h"
-#include "network/text.h"
+#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {

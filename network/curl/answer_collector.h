@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "network/http_request.h"
+#include "network/http/http_request.h"
 
 namespace WQBASE::network {
 

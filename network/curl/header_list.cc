@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/log.h"
+#include "base/log/log.h"
 
 namespace WQBASE::network {
 namespace {

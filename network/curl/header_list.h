@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "network/http_request.h"
+#include "network/http/http_request.h"
 
 namespace WQBASE::network {
 

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "network/curl/header_list.h"
-#include "network/ip_address.h"
-#include "network/url.h"
+#include "network/url/ip_address.h"
+#include "network/url/url.h"
 
 namespace WQBASE::network {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "network/curl/web_address.h"
-#include "network/http_request.h"
+#include "network/http/http_request.h"
 
 namespace WQBASE::network {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "network/ip_address.h"
-#include "network/text.h"
+#include "network/url/ip_address.h"
+#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {

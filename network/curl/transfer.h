@@ -9,7 +9,7 @@
 
 #include "network/curl/answer_collector.h"
 #include "network/curl/hop.h"
-#include "network/http_requestor.h"
+#include "network/http/http_requestor.h"
 
 namespace WQBASE::network {
 

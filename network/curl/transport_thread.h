@@ -7,9 +7,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "base/base_thread.h"
+#include "base/file/file_descriptor.h"
+#include "base/thread/base_thread.h"
 #include "network/curl/connection_pool.h"
-#include "network/curl/file_descriptor.h"
 #include "network/curl/transfer.h"
 
 namespace WQBASE::network {
@@ -55,8 +55,8 @@ class TransportThread : public zo_base::BaseThread {
   void DropDrainedPools();
   void DropAll();
 
-  const FileDescriptor epoll_;
-  const FileDescriptor wake_;  // An eventfd.
+  const zo_base::FileDescriptor epoll_;
+  const zo_base::FileDescriptor wake_;  // An eventfd.
   bool watches_wake_ = false;
   const std::shared_ptr<std::function<void()>> wake_up_;
 

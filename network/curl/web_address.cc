@@ -6,9 +6,9 @@
 #include <memory>
 #include <string_view>
 
-#include "network/ip_address.h"
-#include "network/text.h"
-#include "network/url.h"
+#include "network/url/ip_address.h"
+#include "network/url/text.h"
+#include "network/url/url.h"
 
 namespace WQBASE::network {
 namespace {
@@ -51,7 +51,7 @@ std::string HostNamedBy(const std::string& reference, const WebAddress& base) {
   return GetScheme(reference).empty() ? base.host : GetHost(reference, false);
 }
 
-// `own_reading` is the host by the reading of network/url.h.
+// `own_reading` is the host by the reading of network/url/url.h.
 std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string_view own_reading,
                                     std::string& error) {
   WebAddress address;

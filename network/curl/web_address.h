@@ -10,9 +10,10 @@ namespace WQBASE::network {
 
 // A URL as libcurl itself parses it, so that what is checked is what is fetched.
 //
-// The layers above decide by the reading of network/url.h whether a request goes to an IP address,
-// and with that whether its server is checked. So a URL whose host libcurl reads differently is
-// refused, and so is a host beyond ASCII, which libcurl would convert to another one.
+// The layers above decide by the reading of network/url/url.h whether a request goes to an IP
+// address, and with that whether its server is checked. So a URL whose host libcurl reads
+// differently is refused, and so is a host beyond ASCII, which libcurl would convert to another
+// one.
 struct WebAddress {
   std::string url;  // Whole, with `host` as its host.
   bool https = false;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/object.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "base/object/object.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 
 namespace zo_tarvel {
 

@@ -10,14 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "base/at_exit_manager.h"
-#include "base/filesystem.h"
-#include "base/forked_child.h"
-#include "base/log.h"
-#include "base/native_thread.h"
-#include "base/no_destructor.h"
-#include "base/steady_time.h"
-#include "base/thread_info.h"
+#include "base/log/log.h"
+#include "base/process/at_exit_manager.h"
+#include "base/process/filesystem.h"
+#include "base/process/forked_child.h"
+#include "base/process/no_destructor.h"
+#include "base/process/steady_time.h"
+#include "base/thread/native_thread.h"
+#include "base/thread/thread_info.h"
 #include "tarvel/environment/goalkeeper.h"
 #include "tarvel/environment/tarvel_object_impl.h"
 

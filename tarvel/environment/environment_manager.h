@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "base/log_writer.h"
+#include "base/log/log_writer.h"
 #include "tarvel/environment/environment_manager_storage.h"
 
 namespace zo_tarvel {

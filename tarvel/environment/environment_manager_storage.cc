@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "base/forked_child.h"
-#include "base/log.h"
-#include "base/no_destructor.h"
+#include "base/log/log.h"
+#include "base/process/forked_child.h"
+#include "base/process/no_destructor.h"
 #include "tarvel/http_agent/http_tools/http_tool.h"
 
 namespace zo_tarvel {

@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/log_writer.h"
-#include "base/recursive_mutex.h"
-#include "base/resettable_once.h"
-#include "network/http_client.h"
-#include "tarvel/environment/environment_config.h"
+#include "base/lock/recursive_mutex.h"
+#include "base/lock/resettable_once.h"
+#include "base/log/log_writer.h"
+#include "network/http/http_client.h"
+#include "tarvel/environment/configuration/environment_config.h"
 #include "tarvel/environment/exit_queue.h"
 #include "tarvel/environment/tarvel_object_table.h"
 #include "tarvel/http_agent/logic/http_agent.h"

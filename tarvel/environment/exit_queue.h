@@ -4,7 +4,7 @@
 #include <deque>
 #include <optional>
 
-#include "base/recursive_mutex.h"
+#include "base/lock/recursive_mutex.h"
 
 namespace zo_tarvel {
 

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "base/library_call.h"
+#include "base/thread/library_call.h"
+#include "tarvel/environment/configuration/exception_data_reporter.h"
 #include "tarvel/environment/environment_manager.h"
-#include "tarvel/environment/exception_data_reporter.h"
 
 namespace zo_tarvel {
 

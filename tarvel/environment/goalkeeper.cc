@@ -1,8 +1,8 @@
 #include "tarvel/environment/goalkeeper.h"
 
-#include "base/forked_child.h"
-#include "base/library_call.h"
-#include "base/process_exit.h"
+#include "base/process/forked_child.h"
+#include "base/process/process_exit.h"
+#include "base/thread/library_call.h"
 #include "tarvel/environment/environment_manager.h"
 
 namespace zo_tarvel {

@@ -3,10 +3,10 @@
 #include <string>
 #include <utility>
 
-#include "base/forked_child.h"
-#include "base/library_call.h"
-#include "base/thread_interface.h"
-#include "base/weakly.h"
+#include "base/object/weakly.h"
+#include "base/process/forked_child.h"
+#include "base/thread/library_call.h"
+#include "base/thread/thread_interface.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/lbs_service_factory.h"
 

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/recursive_mutex.h"
-#include "base/resettable_once.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "base/lock/recursive_mutex.h"
+#include "base/lock/resettable_once.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 
 namespace zo_tarvel {
 

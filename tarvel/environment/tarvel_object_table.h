@@ -7,7 +7,7 @@
 #include <map>
 #include <memory>
 
-#include "base/recursive_mutex.h"
+#include "base/lock/recursive_mutex.h"
 
 namespace zo_tarvel {
 

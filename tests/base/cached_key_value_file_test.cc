@@ -1,4 +1,4 @@
-#include "base/cached_key_value_file.h"
+#include "base/file/cached_key_value_file.h"
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/spin_rw_lock.h"
+#include "base/lock/spin_rw_lock.h"
 #include "tests/support/temp_directory.h"
 
 namespace zo_base {

@@ -1,4 +1,4 @@
-#include "base/json11.h"
+#include "base/json/json11.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "base/task_thread.h"
+#include "base/thread/task_thread.h"
 
 #include <gmock/gmock.h>
 #include <pthread.h>
@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "base/connectable.h"
-#include "base/native_thread.h"
-#include "base/steady_time.h"
-#include "base/timer.h"
+#include "base/object/connectable.h"
+#include "base/process/steady_time.h"
+#include "base/thread/native_thread.h"
+#include "base/thread/timer.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_base {

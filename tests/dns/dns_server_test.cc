@@ -1,4 +1,4 @@
-#include "network/dns_server.h"
+#include "network/dns/dns_server.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "tarvel/environment/environment_config.h"
+#include "tarvel/environment/configuration/environment_config.h"
 #include "tarvel/environment/environment_manager.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/lbs_service_factory.h"

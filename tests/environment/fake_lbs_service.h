@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "base/task_thread.h"
+#include "base/thread/task_thread.h"
 #include "tarvel/environment/business_service.h"
 #include "tarvel/environment/lbs_service_factory.h"
 

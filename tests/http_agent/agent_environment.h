@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "base/log.h"
-#include "base/steady_time.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "base/log/log.h"
+#include "base/process/steady_time.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/support/test_settings.h"
 

@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
-#include "base/thread_info.h"
-#include "tarvel/environment/exception_data.h"
-#include "tarvel/environment/exception_reporter_interface.h"
+#include "base/thread/thread_info.h"
+#include "tarvel/environment/configuration/exception_data.h"
+#include "tarvel/environment/configuration/exception_reporter_interface.h"
 #include "tarvel/http_agent/logic/internet_reachability.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/network/transport.h"

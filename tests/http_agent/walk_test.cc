@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "network/text.h"
+#include "network/url/text.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/event.h"

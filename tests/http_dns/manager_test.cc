@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 #include "tarvel/http_agent/logic/httpdns_service.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/event.h"

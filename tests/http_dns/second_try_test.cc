@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "base/json11.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "base/json/json11.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/child_process.h"
 #include "tests/support/event.h"

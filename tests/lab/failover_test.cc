@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 #include "tests/support/child_process.h"
 #include "tests/support/lab.h"
 #include "tests/support/private_network.h"

@@ -7,14 +7,14 @@
 #include <utility>
 #include <vector>
 
-#include "base/json_texts.h"
+#include "base/json/json_texts.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/lbs_request.h"
 #include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
-#include "network/text.h"
+#include "network/url/text.h"
 #include "tests/http_agent/agent_environment.h"
 
 // The values that the LBS service works with: what it is told, what it asks, and what it hands out.

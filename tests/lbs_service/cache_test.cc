@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "base/whole_file.h"
+#include "base/file/whole_file.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 #include "tarvel/environment/lbs_service_factory.h"

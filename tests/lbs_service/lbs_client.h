@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "base/task_thread.h"
-#include "base/thread_info.h"
+#include "base/thread/task_thread.h"
+#include "base/thread/thread_info.h"
 #include "tests/http_agent/agent_environment.h"
 #include "tests/support/event.h"
 #include "tests/support/http_server.h"

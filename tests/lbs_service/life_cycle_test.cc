@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tests/lbs_service/lbs_client.h"
 #include "tests/support/child_process.h"
 #include "tests/support/event.h"

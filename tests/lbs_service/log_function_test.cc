@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "base/library_call.h"
+#include "base/thread/library_call.h"
 #include "tests/lbs_service/lbs_client.h"
 #include "tests/support/child_process.h"
 

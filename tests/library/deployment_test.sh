@@ -2,14 +2,14 @@
 # The library has the values of the file that CMake is told, and refuses those that can't work.
 # Usage: deployment_test.sh SOURCE_DIR COMPILER
 set -euo pipefail
-source=$1 compiler=$2 placeholders=$1/tarvel/environment/deployment_defaults.h
+source=$1 compiler=$2 placeholders=$1/tarvel/environment/configuration/deployment_defaults.h
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 compile() {  # SED_SCRIPT, applied to the placeholders
   echo "$1" >&2
   sed -E "$1" "$placeholders" >"$work/tarvel_deployment_defaults.h"
-  echo '#include "tarvel/environment/deployment.h"' |
+  echo '#include "tarvel/environment/configuration/deployment.h"' |
     "$compiler" -std=c++20 -I"$source" -I"$work" -fsyntax-only -x c++ - 2>&1
 }
 refuse() {  # SED_SCRIPT TEXT...

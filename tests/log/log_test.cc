@@ -1,4 +1,4 @@
-#include "base/log_file.h"
+#include "base/log/log_file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -28,9 +28,9 @@
 #include <thread>
 #include <vector>
 
-#include "base/base_thread.h"
-#include "base/log.h"
-#include "base/log_file_buffer.h"
+#include "base/log/log.h"
+#include "base/log/log_file_buffer.h"
+#include "base/thread/base_thread.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_settings.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "network/curl/answer_collector.h"
-#include "network/text.h"
+#include "network/url/text.h"
 #include "tests/network/transport.h"
 #include "tests/support/child_process.h"
 #include "tests/support/http_server.h"

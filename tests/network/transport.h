@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/steady_time.h"
-#include "network/curl_requestor.h"
+#include "base/process/steady_time.h"
+#include "network/curl/curl_requestor.h"
 
 namespace test_support {
 

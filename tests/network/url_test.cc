@@ -1,4 +1,4 @@
-#include "network/url.h"
+#include "network/url/url.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "network/ip_address.h"
-#include "network/text.h"
+#include "network/url/ip_address.h"
+#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "base/log.h"
+#include "base/log/log.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/environment/fake_lbs_service.h"
 

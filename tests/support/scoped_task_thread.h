@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "base/task_thread.h"
+#include "base/thread/task_thread.h"
 #include "tests/support/event.h"
 
 namespace test_support {

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 
 namespace tarvel_cli {
 

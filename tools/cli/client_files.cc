@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "base/whole_file.h"
-#include "network/curl_requestor.h"
-#include "tarvel/environment/environment_config.h"
+#include "base/file/whole_file.h"
+#include "network/curl/curl_requestor.h"
+#include "tarvel/environment/configuration/environment_config.h"
 
 namespace tarvel_cli {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "network/url.h"
+#include "network/url/url.h"
 #include "tools/cli/commands.h"
 
 namespace tarvel_cli {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "base/utf8.h"
+#include "base/text/utf8.h"
 
 namespace tarvel_cli {
 

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <string>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 
 namespace tarvel_cli {
 

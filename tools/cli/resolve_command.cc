@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "network/text.h"
+#include "network/url/text.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 #include "tools/cli/command_scope.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/log.h"
+#include "base/log/log.h"
 #include "business/tarvel_lbs/link_address.h"
 
 namespace zo_tarvel {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/recursive_mutex.h"
+#include "base/lock/recursive_mutex.h"
 
 namespace zo_tarvel {
 

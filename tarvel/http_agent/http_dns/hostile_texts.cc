@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/utf8.h"
-#include "network/ip_address.h"
+#include "base/text/utf8.h"
+#include "network/url/ip_address.h"
 
 namespace zo_tarvel {
 namespace {

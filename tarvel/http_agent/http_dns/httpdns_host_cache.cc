@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "base/json_texts.h"
-#include "base/saturated_cast.h"
+#include "base/json/json_texts.h"
+#include "base/text/saturated_cast.h"
 
 namespace zo_tarvel {
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "base/recursive_mutex.h"
+#include "base/lock/recursive_mutex.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {

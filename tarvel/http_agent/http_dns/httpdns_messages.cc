@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
-#include "base/json_texts.h"
-#include "base/saturated_cast.h"
-#include "network/text.h"
+#include "base/json/json_texts.h"
+#include "base/text/saturated_cast.h"
+#include "network/url/text.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "base/json11.h"
+#include "base/json/json11.h"
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_list.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 // What HTTPDNS servers are asked, and what their answers mean. Function S tells of the servers
 // themselves, function D of hosts. Answers are hostile: each is checked before it is read.

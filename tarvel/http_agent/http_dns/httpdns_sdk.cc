@@ -7,14 +7,14 @@
 #include <system_error>
 #include <utility>
 
-#include "base/filesystem.h"
-#include "base/json11.h"
-#include "base/log.h"
-#include "base/read_number.h"
-#include "base/text_of.h"
-#include "base/utf8.h"
-#include "tarvel/environment/deployment.h"
-#include "tarvel/environment/exception_data.h"
+#include "base/json/json11.h"
+#include "base/log/log.h"
+#include "base/process/filesystem.h"
+#include "base/text/read_number.h"
+#include "base/text/text_of.h"
+#include "base/text/utf8.h"
+#include "tarvel/environment/configuration/deployment.h"
+#include "tarvel/environment/configuration/exception_data.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 

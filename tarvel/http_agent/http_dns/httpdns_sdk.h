@@ -9,15 +9,15 @@
 #include <string>
 #include <vector>
 
-#include "base/cached_key_value_file.h"
-#include "base/task_thread.h"
-#include "base/timer.h"
-#include "base/wall_clock.h"
-#include "base/weakly.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "base/file/cached_key_value_file.h"
+#include "base/object/weakly.h"
+#include "base/process/wall_clock.h"
+#include "base/thread/task_thread.h"
+#include "base/thread/timer.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_list.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 namespace zo_tarvel {
 

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "base/filesystem.h"
-#include "base/log.h"
-#include "base/text_of.h"
-#include "network/text.h"
+#include "base/log/log.h"
+#include "base/process/filesystem.h"
+#include "base/text/text_of.h"
+#include "network/url/text.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "network/ip_address.h"
+#include "network/url/ip_address.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {

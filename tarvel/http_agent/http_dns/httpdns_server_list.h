@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "base/json11.h"
-#include "base/recursive_mutex.h"
+#include "base/json/json11.h"
+#include "base/lock/recursive_mutex.h"
 
 namespace zo_tarvel {
 

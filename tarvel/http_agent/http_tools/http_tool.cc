@@ -4,12 +4,12 @@
 #include <atomic>
 #include <utility>
 
-#include "base/log.h"
-#include "base/text_of.h"
-#include "base/thread_info.h"
-#include "network/ip_address.h"
-#include "network/text.h"
-#include "network/url.h"
+#include "base/log/log.h"
+#include "base/text/text_of.h"
+#include "base/thread/thread_info.h"
+#include "network/url/ip_address.h"
+#include "network/url/text.h"
+#include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {

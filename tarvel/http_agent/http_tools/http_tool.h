@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "base/task_loop.h"
-#include "network/http_client.h"
+#include "base/thread/task_loop.h"
+#include "network/http/http_client.h"
 
 namespace zo_tarvel {
 

@@ -6,12 +6,12 @@
 #include <system_error>
 #include <utility>
 
-#include "base/log.h"
-#include "base/text_of.h"
-#include "base/thread_info.h"
-#include "network/ip_address.h"
-#include "network/url.h"
-#include "tarvel/environment/exception_reporter_interface.h"
+#include "base/log/log.h"
+#include "base/text/text_of.h"
+#include "base/thread/thread_info.h"
+#include "network/url/ip_address.h"
+#include "network/url/url.h"
+#include "tarvel/environment/configuration/exception_reporter_interface.h"
 #include "tarvel/http_agent/logic/internet_reachability.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
 #include "tarvel/http_agent/logic/statistic_report.h"

@@ -8,12 +8,12 @@
 #include <mutex>
 #include <string>
 
-#include "base/object.h"
-#include "base/task_thread.h"
-#include "network/dns_server.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "base/object/object.h"
+#include "base/thread/task_thread.h"
+#include "network/dns/dns_server.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/logic/httpdns_service.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
 
 namespace zo_tarvel {

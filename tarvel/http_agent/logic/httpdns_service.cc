@@ -1,6 +1,6 @@
 #include "tarvel/http_agent/logic/httpdns_service.h"
 
-#include "base/log.h"
+#include "base/log/log.h"
 
 namespace zo_tarvel {
 

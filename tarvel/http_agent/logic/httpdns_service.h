@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "base/object.h"
-#include "tarvel/environment/environment_config_getter.h"
+#include "base/object/object.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 
 namespace zo_tarvel {

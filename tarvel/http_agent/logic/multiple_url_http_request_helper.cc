@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/log.h"
-#include "base/text_of.h"
-#include "base/thread_info.h"
-#include "base/wall_clock.h"
-#include "network/ip_address.h"
-#include "network/url.h"
+#include "base/log/log.h"
+#include "base/process/wall_clock.h"
+#include "base/text/text_of.h"
+#include "base/thread/thread_info.h"
+#include "network/url/ip_address.h"
+#include "network/url/url.h"
 #include "tarvel/http_agent/http_tools/http_tool.h"
 
 namespace zo_tarvel {

@@ -8,10 +8,10 @@
 #include <string>
 #include <utility>
 
-#include "base/object.h"
-#include "base/timer.h"
-#include "tarvel/environment/environment_config_getter.h"
-#include "tarvel/http_agent/logic/multiple_url_http_request.h"
+#include "base/object/object.h"
+#include "base/thread/timer.h"
+#include "tarvel/environment/configuration/environment_config_getter.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
 #include "tarvel/http_agent/logic/walk.h"
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "network/ip_address.h"
-#include "network/text.h"
-#include "network/url.h"
+#include "network/url/ip_address.h"
+#include "network/url/text.h"
+#include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {

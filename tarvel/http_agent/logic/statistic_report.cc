@@ -3,9 +3,9 @@
 #include <memory>
 #include <utility>
 
-#include "base/json_texts.h"
-#include "base/log.h"
-#include "tarvel/environment/exception_data.h"
+#include "base/json/json_texts.h"
+#include "base/log/log.h"
+#include "tarvel/environment/configuration/exception_data.h"
 
 namespace zo_tarvel {
 namespace {

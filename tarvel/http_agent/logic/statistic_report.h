@@ -3,7 +3,7 @@
 #include <list>
 #include <string>
 
-#include "tarvel/environment/exception_reporter_interface.h"
+#include "tarvel/environment/configuration/exception_reporter_interface.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
 
 namespace zo_tarvel {

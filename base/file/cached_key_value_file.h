@@ -1,0 +1,87 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "base/lock/recursive_mutex.h"
+#include "base/lock/spin_rw_lock.h"
+#include "base/object/any.h"
+
+namespace zo_base {
+
+// The kind of all entries: a string.
+inline constexpr std::int32_t kStringEntry = 9;
+
+// A map of texts in memory that can be kept in a file, as one flat JSON object.
+//
+// Memory leads: nothing but Save and Clear touches the file after Load. The file is replaced as a
+// whole, see ReplaceWholeFile. A file that isn't such an object, or is longer than kLongestFile,
+// counts as having no entries. What can't be read, such as a directory in its place, counts as no
+// file.
+//
+// Threads: any, but for Load, which comes first.
+class CachedKeyValueFile {
+ public:
+  // In bytes. A longer file is neither read nor written.
+  static constexpr std::size_t kLongestFile = 64UL * 1024 * 1024;
+
+  // Whether the owner has a use for an entry of the file. All others are dropped while the file is
+  // read, so that they cost no memory. Of a key that is there twice, the last usable entry counts.
+  using Filter = std::function<bool(const std::string& key, const std::string& value)>;
+
+  // Without a filter all entries are kept. It is called by Load and Reload, with no lock held.
+  explicit CachedKeyValueFile(Filter filter = nullptr) : filter_(std::move(filter)) {}
+
+  // Where the file is; empty for memory only. Takes over the entries of the file. Always true.
+  bool Load(const std::string& path);
+  // Replaces the entries by those of the file. Keeps them when there is no file or an empty one.
+  void Reload();
+  // Whether the last Load or Reload has met what was there. Else the file may hold what is better
+  // than what the owner would make up for it.
+  bool was_read() const { return was_read_; }
+  // Writes the file, unless it has these entries already. What can't be written is dropped: a text
+  // that is no UTF-8, a file that would be too long, or one that the system refuses. True when the
+  // file has these entries.
+  bool Save();
+
+  void Set(const std::string& key, const std::string& value, std::int32_t kind = kStringEntry);
+  std::string Get(const std::string& key, const std::string& fallback = std::string()) const;
+  bool Has(const std::string& key) const;
+  std::size_t Size() const;
+  // How many bytes the file takes with these entries.
+  std::size_t FileSize() const;
+  // All keys with their texts, in no order.
+  std::vector<std::pair<std::string, std::string>> Entries() const;
+  // Forgets all entries; with `save`, also in the file.
+  void Clear(bool save);
+
+ private:
+  struct Entry {
+    std::int32_t kind = kStringEntry;
+    ZOAny value;
+  };
+  using EntryMap = std::unordered_map<std::string, Entry>;
+
+  // Nothing when the file would be too long.
+  std::optional<std::string> Dump() const ZO_EXCLUDES(entries_lock_);
+  bool Write() ZO_EXCLUDES(entries_lock_, file_lock_);
+
+  const Filter filter_;
+  std::string path_;
+  mutable SpinRWLock entries_lock_;
+  EntryMap entries_ ZO_GUARDED_BY(entries_lock_);
+  std::size_t entry_bytes_ ZO_GUARDED_BY(entries_lock_) = 0;  // Of all entries, in the file.
+  SpinRWLock file_lock_;               // Held while the file is read or written.
+  _thread_recursive_mutex save_lock_;  // So that the last Save writes last.
+  std::atomic<bool> was_read_{true};
+  std::atomic<bool> unsaved_{true};  // The entries may differ from the file's.
+};
+
+}  // namespace zo_base

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+
+#include "base/lock/thread_annotations.h"
+
+namespace zo_base {
+
+// The lock used throughout: recursive, and it remembers who took it last.
+//
+// Threads: any. Destroying it while another thread holds it is safe for the destroying thread: the
+// native mutex is abandoned, never destroyed while held.
+class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
+ public:
+  _thread_recursive_mutex() noexcept;
+  ~_thread_recursive_mutex();
+  _thread_recursive_mutex(const _thread_recursive_mutex&) = delete;
+  _thread_recursive_mutex& operator=(const _thread_recursive_mutex&) = delete;
+
+  void lock() noexcept ZO_ACQUIRE() {
+    if (pthread_mutex_trylock(&mutex_) != 0) pthread_mutex_lock(&mutex_);
+    owner_.store(pthread_self(), std::memory_order_relaxed);
+  }
+  bool try_lock() noexcept ZO_TRY_ACQUIRE(true) {
+    if (pthread_mutex_trylock(&mutex_) != 0) return false;
+    owner_.store(pthread_self(), std::memory_order_relaxed);
+    return true;
+  }
+  void unlock() noexcept ZO_RELEASE() { pthread_mutex_unlock(&mutex_); }
+
+  // The last thread that took the lock. Not cleared on unlock; zero before the first lock.
+  pthread_t owner() const noexcept { return owner_.load(std::memory_order_relaxed); }
+
+ private:
+  friend class Condition;
+
+  std::atomic<pthread_t> owner_{};
+  pthread_mutex_t mutex_;
+};
+
+// Holds the lock for the length of a scope.
+class ZO_SCOPED_CAPABILITY MutexLock {
+ public:
+  explicit MutexLock(_thread_recursive_mutex& mutex) ZO_ACQUIRE(mutex) : mutex_(mutex) {
+    mutex_.lock();
+  }
+  ~MutexLock() ZO_RELEASE() { mutex_.unlock(); }
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+ private:
+  _thread_recursive_mutex& mutex_;
+};
+
+}  // namespace zo_base

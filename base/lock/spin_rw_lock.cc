@@ -1,0 +1,49 @@
+#include "base/lock/spin_rw_lock.h"
+
+#include <chrono>
+
+namespace zo_base {
+
+// Reader and writer each announce themselves before they look at the other side. Both steps are
+// sequentially consistent, so at least one of two that meet sees the other.
+
+void SpinRWLock::LockRead() {
+  while (true) {
+    readers_.fetch_add(1);
+    if (!writer_flag_.load()) return;
+    readers_.fetch_sub(1);
+    while (writer_flag_.load()) Pause();
+  }
+}
+
+void SpinRWLock::UnlockRead() { readers_.fetch_sub(1); }
+
+void SpinRWLock::LockWrite() {
+  const auto self = std::this_thread::get_id();
+  if (writer_.load() != self) {
+    bool expected = false;
+    while (!writer_flag_.compare_exchange_weak(expected, true)) {
+      expected = false;
+      Pause();
+    }
+    while (readers_.load() != 0) Pause();
+    writer_.store(self);
+  }
+  ++writer_depth_;
+}
+
+void SpinRWLock::UnlockWrite() {
+  if (--writer_depth_ != 0) return;
+  writer_.store({});
+  writer_flag_.store(false);
+}
+
+void SpinRWLock::Pause() const {
+  if (mode_ == kSleep) {
+    std::this_thread::sleep_for(std::chrono::microseconds(sleep_us_));
+  } else {
+    std::this_thread::yield();
+  }
+}
+
+}  // namespace zo_base

@@ -1,0 +1,180 @@
+#include "base/log/log_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <system_error>
+#include <thread>
+
+#include "base/process/filesystem.h"
+
+namespace zo_base {
+namespace {
+
+constexpr std::size_t kCopyChunk = 8192;
+// What is kept of a log that has grown far past its limit, as one that couldn't be cut for long.
+// All who log wait for the copy, and the disk must take it. Leaves every usual cut as it is.
+constexpr off_t kLongestCopy = off_t{32} * 1024 * 1024;
+// Another process may be writing or cutting the same log. It takes a few milliseconds, unless that
+// process is stopped: then this one goes on without waiting for it.
+constexpr int kLockTries = 50;
+constexpr std::chrono::milliseconds kLockPause{2};
+
+// An open file, closed and unlocked at the end of the scope.
+class OpenFile {
+ public:
+  // Regular files only, and none that a link leads to; made private, since logs hold the token.
+  OpenFile(const std::string& path, int flags)
+      : fd_(static_cast<int>(TEMP_FAILURE_RETRY(
+            open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR)))) {
+    if (fd_ >= 0 && (fstat(fd_, &status_) != 0 || !S_ISREG(status_.st_mode))) Close();
+  }
+  ~OpenFile() { Close(); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  explicit operator bool() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
+  off_t size() const { return status_.st_size; }
+
+  bool LockAgainstOtherProcesses() const {
+    for (int tries = 0; tries < kLockTries; ++tries) {
+      // Where files can't be locked there is nobody to wait for.
+      const long locked = TEMP_FAILURE_RETRY(flock(fd_, LOCK_EX | LOCK_NB));
+      if (locked == 0 || errno != EWOULDBLOCK) return true;
+      std::this_thread::sleep_for(kLockPause);
+    }
+    return false;
+  }
+
+  bool IsAt(const std::string& path) const {
+    struct stat named {};
+    return lstat(path.c_str(), &named) == 0 && named.st_ino == status_.st_ino &&
+           named.st_dev == status_.st_dev;
+  }
+
+ private:
+  void Close() {
+    if (fd_ >= 0) UnlockAndClose(fd_);
+    fd_ = -1;
+  }
+
+  int fd_;
+  struct stat status_ {};
+};
+
+bool WriteAll(int fd, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = TEMP_FAILURE_RETRY(write(fd, data, size));
+    if (written < 0) return false;
+    data += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+bool CopyFrom(int from, off_t offset, int to) {
+  std::array<char, kCopyChunk> chunk;
+  while (true) {
+    const ssize_t read = TEMP_FAILURE_RETRY(pread(from, chunk.data(), chunk.size(), offset));
+    if (read == 0) return true;
+    if (read < 0 || !WriteAll(to, chunk.data(), static_cast<std::size_t>(read))) return false;
+    offset += read;
+  }
+}
+
+}  // namespace
+
+std::int32_t LogFile::Open(const std::string& path, std::uint32_t max_file_size,
+                           std::uint32_t buffer_size) {
+  MutexLock lock(lock_);
+  path_ = path;
+  max_file_size_ = max_file_size != 0 ? max_file_size : kDefaultMaxFileSize;
+  if (buffer_ == nullptr) {
+    buffer_ = std::make_unique<LogFileBuffer>(
+        [this](const std::string& text) { return AppendToFile(text); });
+    const std::int32_t result =
+        buffer_->Init(path + ".kvr_mmap", buffer_size != 0 ? buffer_size : kDefaultBufferSize);
+    if (result != kLogReady) return result;
+  }
+  const std::int32_t result = buffer_->Load();
+  return result == kLogPagesNotLocked ? kLogNotMapped : result;
+}
+
+bool LogFile::IsReady() const {
+  MutexLock lock(lock_);
+  return buffer_ && buffer_->ready();
+}
+
+void LogFile::Write(std::string_view text) {
+  MutexLock lock(lock_);
+  if (buffer_) buffer_->Append(text);
+}
+
+bool LogFile::Flush() {
+  MutexLock lock(lock_);
+  return buffer_ && buffer_->Flush();
+}
+
+std::string LogFile::path() const {
+  MutexLock lock(lock_);
+  return path_;
+}
+
+void LogFile::Close() {
+  MutexLock lock(lock_);
+  if (buffer_) buffer_->Close();
+  buffer_.reset();
+}
+
+void MakeDirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return;
+  std::error_code failed;
+  filesystem::create_directories(path.substr(0, slash), failed);
+}
+
+bool LogFile::AppendToFile(const std::string& text) {
+  MutexLock lock(lock_);
+  Append(text);
+  Shrink();
+  return true;
+}
+
+void LogFile::Append(const std::string& text) {
+  // A second round when another process has cut the log in between: this file is the old one then.
+  for (int round = 0; round < 2; ++round) {
+    const OpenFile log(path_, O_WRONLY | O_APPEND | O_CREAT);
+    if (!log) return;
+    log.LockAgainstOtherProcesses();
+    if (round == 0 && !log.IsAt(path_)) continue;
+    WriteAll(log.fd(), text.data(), text.size());
+    return;
+  }
+}
+
+void LogFile::Shrink() {
+  const OpenFile log(path_, O_RDONLY);
+  const off_t limit = max_file_size_;
+  if (!log || limit > log.size()) return;
+  if (!log.LockAgainstOtherProcesses() || !log.IsAt(path_)) return;
+  const std::string temporary_path = path_ + ".tmp";
+  unlink(temporary_path.c_str());  // One that was left behind, or planted.
+  const OpenFile temporary(temporary_path, O_WRONLY | O_CREAT | O_EXCL);
+  if (!temporary) return;
+  // A copy that is not whole, on a full disk, must not take the log's place.
+  const off_t cut = std::max(limit / 2, log.size() - std::max(limit, kLongestCopy));
+  if (!CopyFrom(log.fd(), cut, temporary.fd()) ||
+      std::rename(temporary_path.c_str(), path_.c_str()) != 0) {
+    unlink(temporary_path.c_str());
+  }
+}
+
+}  // namespace zo_base

@@ -1,0 +1,218 @@
+#include "base/log/log_file_buffer.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+namespace zo_base {
+namespace {
+
+// Past the C library: an instrumented process takes its mlock away, and with it the look at whether
+// the file still has all its pages.
+bool LockInMemory(char* base, std::size_t size) { return syscall(SYS_mlock, base, size) == 0; }
+bool ReserveBlocks(int fd, off_t size) {
+  int failed = EINTR;
+  while (failed == EINTR) failed = posix_fallocate(fd, 0, size);
+  return failed == 0;
+}
+
+bool UnlockInMemory(char* base, std::size_t size) { return syscall(SYS_munlock, base, size) == 0; }
+
+// Whether the file system is sure to overwrite a file's blocks in place. Most do, and reject the
+// flag that asks for it. btrfs accepts the flag, but ignores it on a file with content, and a
+// snapshot undoes it.
+bool OverwritesInPlace(int fd) {
+  int flags = 0;
+  if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return true;
+  flags |= FS_NOCOW_FL;
+  return ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0 && errno == EOPNOTSUPP;
+}
+
+bool WriteAt(int fd, off_t offset, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t written = TEMP_FAILURE_RETRY(pwrite(fd, data.data(), data.size(), offset));
+    if (written < 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(written));
+    offset += written;
+  }
+  return true;
+}
+
+}  // namespace
+
+// Keeps the pages in memory for the length of a scope.
+class LogFileBuffer::LockedPages {
+ public:
+  LockedPages(char* base, std::int32_t size, bool locked)
+      : base_(base), size_(static_cast<std::size_t>(size)), locked_(locked) {}
+  ~LockedPages() { Unlock(); }
+  LockedPages(const LockedPages&) = delete;
+  LockedPages& operator=(const LockedPages&) = delete;
+
+  explicit operator bool() const { return locked_; }
+  bool Unlock() { return std::exchange(locked_, false) && UnlockInMemory(base_, size_); }
+
+ private:
+  char* const base_;
+  const std::size_t size_;
+  bool locked_;
+};
+
+std::int32_t LogFileBuffer::Init(const std::string& path, std::uint32_t size) {
+  MutexLock lock(lock_);
+  if (ready()) return kLogReady;
+  const auto wanted =
+      static_cast<std::int32_t>(std::clamp(size, kSmallestCompanion, kLargestCompanion));
+  const Companion companion = OpenCompanion(path, wanted, sink_);
+  if (companion.result != kLogReady) return companion.result;
+  if (!Map(companion)) return kLogNotMapped;
+  return Load();
+}
+
+bool LogFileBuffer::Map(const Companion& companion) {
+  fd_ = companion.fd;
+  size_ = companion.size;
+  owner_ = getpid();
+  const auto length = static_cast<std::size_t>(size_);
+  in_place_ = fd_ < 0 || OverwritesInPlace(fd_);
+  // A full disk shows itself here and not as a signal later.
+  if (fd_ >= 0 && !ReserveBlocks(fd_, size_)) return false;
+  const int flags = fd_ >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS;
+  void* mapping = mmap(nullptr, length, PROT_READ | PROT_WRITE, flags, fd_, 0);
+  if (mapping == MAP_FAILED) return false;
+  base_ = static_cast<char*>(mapping);
+  return true;
+}
+
+std::int32_t LogFileBuffer::Load() {
+  MutexLock lock(lock_);
+  if (ready()) return kLogReady;
+  if (IsForkedChild()) return kLogPagesNotLocked;
+  LockedPages pages(base_, size_, LockPages());
+  if (!pages) return kLogPagesNotLocked;
+
+  std::int32_t result = kLogReady;
+  std::memcpy(&used_, base_, sizeof used_);
+  if (used_ < 0 || used_ > size_ - kCompanionHeaderSize) {
+    Clear();
+    result = kLogDamaged;
+  } else if (used_ != 0) {
+    sink_(WithLoadBanners(Text()));
+    Clear();
+  }
+  if (!pages.Unlock()) return kLogPagesNotLocked;
+  ready_.store(true, std::memory_order_release);
+  return result;
+}
+
+bool LogFileBuffer::LockPages() {
+  if (base_ == nullptr) return false;
+  const auto length = static_cast<std::size_t>(size_);
+  if (fd_ >= 0 && !HasAllBytes() && !RestoreBlocks()) return false;
+  return LockInMemory(base_, length);
+}
+
+// A cut inside the last page leaves all pages there, but what is written behind it doesn't last.
+bool LogFileBuffer::HasAllBytes() const {
+  struct stat status {};
+  return fstat(fd_, &status) == 0 && status.st_size >= size_;
+}
+
+// After somebody has cut the file short: gives it its length back, empty.
+bool LogFileBuffer::RestoreBlocks() {
+  if (TEMP_FAILURE_RETRY(ftruncate(fd_, 0)) != 0 || !ReserveBlocks(fd_, size_)) return false;
+  used_ = 0;
+  return true;
+}
+
+std::string_view LogFileBuffer::Text() const {
+  return {base_ + kCompanionHeaderSize, static_cast<std::size_t>(used_)};
+}
+
+bool LogFileBuffer::Store(std::int32_t offset, std::string_view data) {
+  if (!in_place_) return WriteAt(fd_, offset, data);
+  std::memcpy(base_ + offset, data.data(), data.size());
+  return true;
+}
+
+// The count says what of the text is whole, so it must be written after the text.
+bool LogFileBuffer::StoreUsed(std::int32_t used) {
+  if (in_place_) {
+    std::atomic_ref<std::int32_t>(*reinterpret_cast<std::int32_t*>(base_))
+        .store(used, std::memory_order_release);
+  } else if (!WriteAt(fd_, 0, {reinterpret_cast<const char*>(&used), sizeof used})) {
+    return false;
+  }
+  used_ = used;
+  return true;
+}
+
+// The count first: a process that dies in between must not leave a text of zeros.
+void LogFileBuffer::Clear() {
+  // The sink took its time, and somebody may have cut the file meanwhile.
+  if (LockPages() && StoreUsed(0)) {
+    Store(0, std::string(static_cast<std::size_t>(size_), '\0'));
+    if (fd_ >= 0) TEMP_FAILURE_RETRY(fsync(fd_));
+    return;
+  }
+  // The text is in the log: a count that stays would belong to the records to come.
+  used_ = 0;
+  if (fd_ >= 0) TEMP_FAILURE_RETRY(ftruncate(fd_, 0));
+}
+
+bool LogFileBuffer::IsForkedChild() const { return owner_ != getpid(); }
+
+void LogFileBuffer::Append(std::string_view text) {
+  if (!ready()) return;
+  MutexLock lock(lock_);
+  if (base_ == nullptr || IsForkedChild()) return;
+  const LockedPages pages(base_, size_, LockPages());
+  if (pages) AppendLocked(text);
+}
+
+void LogFileBuffer::AppendLocked(std::string_view text) {
+  const std::size_t needed = static_cast<std::size_t>(used_) + text.size() + kCompanionHeaderSize;
+  if (needed < static_cast<std::size_t>(size_)) {
+    if (!Store(kCompanionHeaderSize + used_, text)) return;
+    StoreUsed(used_ + static_cast<std::int32_t>(text.size()));
+    return;
+  }
+  sink_(std::string(Text()).append(text));
+  Clear();
+}
+
+bool LogFileBuffer::Flush() {
+  if (!ready()) return Load() != kLogReady;
+  MutexLock lock(lock_);
+  if (used_ == 0 || base_ == nullptr || IsForkedChild()) return true;
+  const LockedPages pages(base_, size_, LockPages());
+  if (pages && used_ > 0 && sink_(std::string(Text()))) Clear();
+  return true;
+}
+
+void LogFileBuffer::Close() {
+  MutexLock lock(lock_);
+  if (base_ != nullptr) {
+    if (!IsForkedChild()) Flush();
+    munmap(std::exchange(base_, nullptr), static_cast<std::size_t>(size_));
+  }
+  if (fd_ < 0) return;
+  const int fd = std::exchange(fd_, -1);
+  // A child shares its parent's lock and must not give it back.
+  if (IsForkedChild()) {
+    close(fd);
+  } else {
+    UnlockAndClose(fd);
+  }
+}
+
+}  // namespace zo_base

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "base/lock/recursive_mutex.h"
+#include "base/log/log_companion.h"
+
+namespace zo_base {
+
+// Log records on their way to the log file, in a companion file mapped into memory: a record costs
+// a memory copy and survives a crash of the process. What a dead process left goes to the sink at
+// the next start.
+//
+// Two processes never share a companion. The one that comes second, while the first lives, keeps
+// its records in memory of its own: they reach the log like all others but don't survive a crash. A
+// child that is forked off leaves the companion alone; its records are dropped.
+//
+// A mapped file that somebody cuts short turns an access into a signal. So the blocks are reserved
+// when the file is opened, and each access first looks at the file's length and locks its pages.
+// Only a cut in the middle of an access is left. Where the file system doesn't overwrite blocks in
+// place, a full disk turns a store into a signal: there the stores are writes to the file.
+//
+// Threads: any. The sink runs on the thread whose record fills the buffer, under the lock.
+class LogFileBuffer {
+ public:
+  explicit LogFileBuffer(LogSink sink) : sink_(std::move(sink)) {}
+  ~LogFileBuffer() { Close(); }
+  LogFileBuffer(const LogFileBuffer&) = delete;
+  LogFileBuffer& operator=(const LogFileBuffer&) = delete;
+
+  // Opens and maps the companion, `size` bytes long (16 bytes to 64 MiB, else the nearer end), and
+  // sends what it holds to the sink. A LogOpenResult; when ready, kLogReady at once.
+  std::int32_t Init(const std::string& companion, std::uint32_t size);
+  // The last step of Init, to be tried again when it has failed.
+  std::int32_t Load();
+  bool ready() const { return ready_.load(std::memory_order_acquire); }
+
+  // Adds a record, or sends it to the sink with all before it when it doesn't fit. When not ready,
+  // or when the pages can't be locked, the record is dropped.
+  void Append(std::string_view text);
+  // Sends everything to the sink. When not ready, runs Load and answers whether that failed.
+  bool Flush();
+  // Flushes and gives the file back.
+  void Close();
+
+ private:
+  class LockedPages;
+
+  bool Map(const Companion& companion) ZO_REQUIRES(lock_);
+  bool LockPages() ZO_REQUIRES(lock_);
+  bool HasAllBytes() const ZO_REQUIRES(lock_);
+  bool RestoreBlocks() ZO_REQUIRES(lock_);
+  void AppendLocked(std::string_view text) ZO_REQUIRES(lock_);
+  std::string_view Text() const ZO_REQUIRES(lock_);
+  bool Store(std::int32_t offset, std::string_view data) ZO_REQUIRES(lock_);
+  bool StoreUsed(std::int32_t used) ZO_REQUIRES(lock_);
+  void Clear() ZO_REQUIRES(lock_);
+  bool IsForkedChild() const ZO_REQUIRES(lock_);
+
+  const LogSink sink_;
+  _thread_recursive_mutex lock_;
+  std::atomic<bool> ready_{false};              // The mapping was taken and validated.
+  std::int32_t used_ ZO_GUARDED_BY(lock_) = 0;  // Text bytes held, as in the file's first field.
+  char* base_ ZO_GUARDED_BY(lock_) = nullptr;   // Start of the mapping; null when unmapped.
+  std::int32_t size_ ZO_GUARDED_BY(lock_) = 0;  // Length of the mapping.
+  int fd_ ZO_GUARDED_BY(lock_) = -1;            // -1 also for memory of our own.
+  bool in_place_ ZO_GUARDED_BY(lock_) = true;   // Whether stores go through the mapping.
+  pid_t owner_ ZO_GUARDED_BY(lock_) = 0;        // The process that mapped it.
+};
+
+}  // namespace zo_base

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include "base/lock/recursive_mutex.h"
+#include "base/object/any.h"
+#include "base/object/signal_slot.h"
+
+namespace zo_base {
+
+using zo_sigslot::SignalId;
+
+// Base of objects that emit signals.
+//
+// Slots run on the emitter's thread, in order of connection, with no lock held, so they may
+// connect, disconnect and emit freely; a change has effect from the next emission. A signal's
+// argument types are those of its first connection: other types raise BadZOAnyCast. Exceptions of a
+// slot pass through Emit.
+//
+// Threads: any. Ownership: the object owns its connections and their slots.
+class ConnectAble {
+ public:
+  ConnectAble() = default;
+  virtual ~ConnectAble() { Disconnect(nullptr); }
+  ConnectAble(const ConnectAble&) = delete;
+  ConnectAble& operator=(const ConnectAble&) = delete;
+
+  // `callable` is copied. Wrap one that refers to an object by ToWeakClosure, unless the emitter is
+  // sure to go first.
+  template <class... Args, class F>
+  zo_sigslot::connection Connect(SignalId signal, F&& callable);
+
+  template <class... Args>
+  void Emit(SignalId signal, const std::type_identity_t<Args>&... args);
+
+  // Drops all connections of one signal; of all signals when null.
+  void Disconnect(SignalId signal);
+
+  // Whether anybody is connected to `signal`.
+  bool HasConnections(SignalId signal) const;
+
+ private:
+  template <class... Args>
+  using Connection = zo_sigslot::signal_singl_base<_thread_recursive_mutex, Args...>;
+  template <class... Args>
+  using ConnectionTable = std::map<std::uint64_t, std::shared_ptr<Connection<Args...>>>;
+  // What a ZOAny of `signals` holds. A published table never changes, so an emission takes a
+  // reference instead of a copy, and a change makes a new table.
+  template <class... Args>
+  using PublishedTable = std::shared_ptr<const ConnectionTable<Args...>>;
+
+  // Shared with the connections, whose handles may outlive this object.
+  struct Signals {
+    mutable _thread_recursive_mutex lock;
+    std::map<SignalId, ZOAny> signals ZO_GUARDED_BY(lock);
+  };
+
+  template <class... Args>
+  static void Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id);
+
+  const std::shared_ptr<Signals> signals = std::make_shared<Signals>();
+  std::atomic<std::uint64_t> next_connection_id{0};
+};
+
+template <class... Args, class F>
+zo_sigslot::connection ConnectAble::Connect(SignalId signal, F&& callable) {
+  const std::uint64_t id = ++next_connection_id;
+  auto take_out = [table = std::weak_ptr<Signals>(signals)](SignalId from, std::uint64_t which) {
+    if (const auto living = table.lock()) Disconnect<Args...>(*living, from, which);
+  };
+  auto added = std::make_shared<Connection<Args...>>(signal, id, std::move(take_out));
+  added->slot = std::make_shared<zo_sigslot::detail::slot<std::decay_t<F>, Args...>>(
+      added.get(), std::forward<F>(callable));
+
+  PublishedTable<Args...> replaced = std::make_shared<const ConnectionTable<Args...>>();
+  MutexLock lock(signals->lock);  // Released before `replaced` dies.
+  const auto entry = signals->signals.try_emplace(signal, replaced).first;
+  auto& published = ZOAnyCast<PublishedTable<Args...>>(entry->second);
+  auto changed = std::make_shared<ConnectionTable<Args...>>(*published);
+  changed->emplace(id, added);
+  replaced = std::exchange(published, std::move(changed));
+  return zo_sigslot::connection(added);
+}
+
+template <class... Args>
+void ConnectAble::Emit(SignalId signal, const std::type_identity_t<Args>&... args) {
+  PublishedTable<Args...> table;
+  {
+    MutexLock lock(signals->lock);
+    const auto entry = signals->signals.find(signal);
+    if (entry == signals->signals.end()) return;
+    table = ZOAnyCast<PublishedTable<Args...>>(entry->second);
+  }
+  for (const auto& [id, connection] : *table) {
+    auto& slot = *connection->slot;
+    if (slot.connected() && !slot.blocked()) slot.call_slot(args...);
+  }
+}
+
+template <class... Args>
+void ConnectAble::Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id) {
+  PublishedTable<Args...> replaced;  // Slots die after the lock is released.
+  MutexLock lock(table.lock);
+  const auto entry = table.signals.find(signal);
+  // After a disconnect of all, the signal may have been connected anew with other types.
+  if (entry == table.signals.end()) return;
+  if (entry->second.type() != typeid(PublishedTable<Args...>)) return;
+  auto& published = ZOAnyCast<PublishedTable<Args...>>(entry->second);
+  auto changed = std::make_shared<ConnectionTable<Args...>>(*published);
+  changed->erase(connection_id);
+  const bool was_last = changed->empty();
+  replaced = std::exchange(published, std::move(changed));
+  if (was_last) table.signals.erase(entry);
+}
+
+}  // namespace zo_base

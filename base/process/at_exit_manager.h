@@ -1,0 +1,107 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "base/lock/recursive_mutex.h"
+#include "base/process/forked_child.h"
+#include "base/process/no_destructor.h"
+#include "base/process/process_exit.h"
+
+namespace zo_base {
+
+// Names this library's own at-exit world, apart from any other user of the same templates in the
+// client's process. Never defined.
+class TarvelObject;
+
+template <class Tag>
+class IAtExitManager {
+ public:
+  virtual ~IAtExitManager() = default;
+  virtual void RegisterCallback(std::function<void(void*)> function, void* parameter) = 0;
+  virtual void RegisterTask(std::function<void()> task) = 0;
+};
+
+// Gives process-level objects a life that ends with the environment instead of the process: its
+// tasks run, last one first, when the last holder lets go of it.
+//
+// Threads: any. Tasks run on the releasing thread, under the manager's lock; a task may register
+// another, which runs next.
+template <class Tag>
+class _AtExitManager final : public IAtExitManager<Tag> {
+ public:
+  _AtExitManager() = default;
+  ~_AtExitManager() override { RunTasks(); }
+
+  void RegisterCallback(std::function<void(void*)> function, void* parameter) override {
+    RegisterTask([function = std::move(function), parameter] { function(parameter); });
+  }
+
+  void RegisterTask(std::function<void()> task) override {
+    MutexLock held(lock);
+    tasks.push_back(std::move(task));
+  }
+
+  // The living manager, or a new one, and whether this call has created it. A new manager that
+  // nobody keeps dies at once.
+  static std::pair<std::shared_ptr<_AtExitManager>, bool> GetAtExitManager() {
+    Reference& reference = LivingReference();
+    MutexLock lock(reference.lock);
+    if (auto living = reference.manager.lock()) return {std::move(living), false};
+    auto created = std::make_shared<_AtExitManager>();
+    reference.manager = created;
+    return {std::move(created), true};
+  }
+
+  // The living manager, or null. First called while the image is loaded.
+  static std::shared_ptr<_AtExitManager> LivingManager() {
+    Reference& reference = LivingReference();
+    MutexLock lock(reference.lock);
+    return reference.manager.lock();
+  }
+
+ private:
+  struct Reference {
+    _thread_recursive_mutex lock;
+    std::weak_ptr<_AtExitManager> manager ZO_GUARDED_BY(lock);
+  };
+
+  // Lives as long as the image, for threads that still log while the process ends. What it refers
+  // to is given back at exit.
+  static Reference& LivingReference() {
+    static NoDestructor<Reference> reference;
+    static const bool registered = [] {
+      OnForkedChild([] { reference.Renew(); });
+      OnProcessExitOrUnload([] {
+        if (InForkedChild()) return;
+        MutexLock lock(reference->lock);
+        reference->manager.reset();
+      });
+      return true;
+    }();
+    static_cast<void>(registered);
+    return *reference;
+  }
+
+  void RunTasks() {
+    MutexLock held(lock);
+    while (!tasks.empty()) {
+      const std::function<void()> task = std::move(tasks.back());
+      tasks.pop_back();
+      if (task) task();
+    }
+  }
+
+  _thread_recursive_mutex lock;
+  std::deque<std::function<void()>> tasks ZO_GUARDED_BY(lock);
+};
+
+// The manager of `Tag` and whether this call has created it.
+template <class Tag>
+std::pair<std::shared_ptr<_AtExitManager<Tag>>, bool> GetAtExitManager() {
+  return _AtExitManager<Tag>::GetAtExitManager();
+}
+
+}  // namespace zo_base

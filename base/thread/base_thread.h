@@ -1,0 +1,98 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "base/lock/recursive_mutex.h"
+#include "base/object/object.h"
+#include "base/thread/native_thread.h"
+#include "base/thread/thread_interface.h"
+
+namespace zo_base {
+
+// Signals of a thread, without arguments, emitted on the thread itself. "Internal" ones enclose the
+// others: they are for the thread's own set-up.
+inline const char* SIG_InternalBegin() { return "SIG_InternalBegin"; }
+inline const char* SIG_ThreadBegin() { return "SIG_ThreadBegin"; }
+inline const char* SIG_ThreadEnd() { return "SIG_ThreadEnd"; }
+inline const char* SIG_InternalEnd() { return "SIG_InternalEnd"; }
+
+// A named operating-system thread. The body is a function given at construction, or `Run`.
+//
+// Ownership: must be owned by a shared_ptr. While the native thread runs it holds a strong
+// reference to this object, so the object never goes under its own running body, also when a client
+// lets go of it from a callback on this thread. An owner therefore calls Stop before letting go.
+// Threads: operations may be called from any thread. Start and StartOnCurrentThread are called once
+// at most; a stopped thread is never started again.
+class BaseThread : public IThread, public virtual ZOObjectIMPL {
+ public:
+  explicit BaseThread(std::string name, std::function<void()> proc = nullptr);
+  ~BaseThread() override;
+
+  std::string GetName() override;    // The whole name; the system shows its first 15 characters.
+  pthread_t GetThreadId() override;  // Zero until the thread has begun.
+  std::uint64_t GetNumericThreadId() override;
+  bool IsRunning() override;
+  bool IsStopping() override;  // Stop was called and the thread hasn't ended.
+
+  // Returns when the thread is ready (or has already ended). Raises std::bad_weak_ptr when no
+  // shared_ptr owns this object, and std::system_error "thread constructor failed" when the system
+  // gives no thread.
+  void Start() override;
+  // Starts the thread, once. Empty, or why the system gives none: then a later call tries again.
+  // Does nothing after a Stop. Several may call at once, but none beside Start.
+  std::string StartIfPossible();
+
+  // Tells the body to end and waits for it. On the thread itself, and on a thread that it waits
+  // for, it only tells; a later Stop from another thread waits.
+  void Stop() override;
+  void Join() override;
+
+  // Runs the body on the calling thread under another name, and returns when it has ended.
+  void StartOnCurrentThread(const std::string& name) override;
+
+  bool IsCurrentThread() override;
+  void SetThreadInfo(const ThreadInfo& info) override;
+  void FillThreadInfo(ThreadInfo& info) override;
+  void ClearThreadInfo() override;
+
+  // For those who build on this class. All run on the thread itself, but for IsReady.
+  virtual bool IsReady();  // Whether Start may return.
+  virtual void OnThreadBegin();
+  virtual void OnThreadEnd();
+  virtual void OnFillThreadInfo(ThreadInfo& info);
+  virtual void Run();
+  // The function that gets the body out of its wait, called by Stop. The object keeps it alive.
+  virtual std::shared_ptr<std::function<void()>> CreateStopClosure();
+
+ protected:
+  // What Stop does, for destructors: calls nothing virtual.
+  void StopAndJoin();
+
+  // For loops: Stop has been called.
+  bool stopping_requested() const { return stopping.load(std::memory_order_acquire); }
+
+ private:
+  void BindProc();
+  void RunThreadMain();
+  std::shared_ptr<NativeThread> CurrentNativeThread() ZO_EXCLUDES(thread_lock);
+  void CallStopClosure() ZO_EXCLUDES(stop_closure_lock);
+
+  std::function<void()> proc;
+  std::atomic<bool> started{false};   // By StartIfPossible, or just being started by it.
+  std::atomic<bool> stopping{false};  // Never cleared.
+  std::atomic<bool> running{false};
+  std::atomic<bool> ended{false};  // The thread main has returned.
+  std::string name;                // Written only before the thread begins.
+  std::atomic<pthread_t> thread_id{};
+
+  _thread_recursive_mutex stop_closure_lock;
+  std::weak_ptr<std::function<void()>> stop_closure ZO_GUARDED_BY(stop_closure_lock);
+
+  _thread_recursive_mutex thread_lock;
+  std::shared_ptr<NativeThread> thread ZO_GUARDED_BY(thread_lock);  // Null before Start.
+};
+
+}  // namespace zo_base

@@ -1,0 +1,178 @@
+#include "base/thread/native_thread.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "base/process/forked_child.h"
+#include "base/process/no_destructor.h"
+#include "base/thread/thread_info.h"
+
+namespace zo_base {
+namespace {
+
+// How long the end of the process waits for a callback that has taken the environment down and has
+// not returned yet. Long enough for any callback that is on its way, short enough to bear if one
+// never returns.
+constexpr std::chrono::seconds kLongestWaitAtExit{5};
+constexpr std::chrono::milliseconds kPollAtExit{1};
+
+struct UnjoinedThreads {
+  std::mutex lock;
+  std::vector<std::shared_ptr<NativeThread>> threads;  // Guarded by `lock`.
+};
+
+// Signals belong to the client, who may wait for one with signalfd: the system gives a signal to
+// any thread that doesn't block it. While this lives, the calling thread blocks all but those that
+// a thread's own instructions raise. A thread that it starts inherits that, and so do the threads
+// that other libraries start from there.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t signals;
+    sigfillset(&signals);
+    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+      sigdelset(&signals, own);
+    }
+    pthread_sigmask(SIG_SETMASK, &signals, &before_);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+thread_local const NativeThread* current_thread = nullptr;
+
+// Which thread of the library waits for the end of which: callbacks on two of them may stop each
+// the other one's object at the same moment. Threads of the client are not in it, since nobody here
+// waits for them.
+struct Waits {
+  std::mutex lock;                                               // A leaf.
+  std::map<const NativeThread*, const NativeThread*> target_of;  // Guarded by `lock`.
+};
+
+// Not destroyed: a thread may end while the process runs its exit handlers.
+struct Ends {
+  UnjoinedThreads unjoined;
+  Waits waits;
+};
+NoDestructor<Ends>& AllEnds() {
+  static NoDestructor<Ends> ends;
+  return ends;
+}
+
+UnjoinedThreads& Unjoined() { return AllEnds()->unjoined; }
+Waits& AllWaits() { return AllEnds()->waits; }
+
+bool AllJoined() {
+  const std::lock_guard<std::mutex> lock(Unjoined().lock);
+  return Unjoined().threads.empty();
+}
+
+// The calling thread's wait for another, unless that would close a circle.
+class Wait {
+ public:
+  explicit Wait(const NativeThread& target) : allowed_(Begin(target)) {}
+  ~Wait() {
+    if (current_thread == nullptr || !allowed_) return;
+    const std::lock_guard<std::mutex> lock(AllWaits().lock);
+    AllWaits().target_of.erase(current_thread);
+  }
+  Wait(const Wait&) = delete;
+  Wait& operator=(const Wait&) = delete;
+
+  bool allowed() const { return allowed_; }
+
+ private:
+  static bool Begin(const NativeThread& target) {
+    if (current_thread == nullptr) return true;
+    const std::lock_guard<std::mutex> lock(AllWaits().lock);
+    auto& target_of = AllWaits().target_of;
+    for (const NativeThread* next = &target; next != nullptr;) {
+      if (next == current_thread) return false;
+      const auto wait = target_of.find(next);
+      next = wait == target_of.end() ? nullptr : wait->second;
+    }
+    target_of[current_thread] = &target;
+    return true;
+  }
+
+  const bool allowed_;
+};
+
+struct JoinAtExit {
+  JoinAtExit() {
+    CreateThreadInfoKey();  // Threads that end while this waits still need their records' key.
+    AllEnds();
+    // The handles of a parent's threads may stand for threads of the child's own by then.
+    OnForkedChild([] { AllEnds().Renew(); });
+  }
+  ~JoinAtExit() {
+    if (InForkedChild()) return;    // The threads are not here.
+    if (OnLibraryThread()) return;  // The process exits on a thread that may be in the list itself.
+    const auto deadline = std::chrono::steady_clock::now() + kLongestWaitAtExit;
+    JoinFinishedThreads();
+    while (!AllJoined() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(kPollAtExit);
+      JoinFinishedThreads();
+    }
+  }
+};
+const JoinAtExit join_at_exit;
+
+}  // namespace
+
+void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body) {
+  if (InForkedChild()) throw std::system_error(EAGAIN, std::generic_category());
+  const std::lock_guard<std::mutex> lock(thread->lock_);
+  const SignalsBlocked blocked;
+  thread->thread_ = std::thread([thread, body = std::move(body)]() mutable {
+    const LibraryThreadScope scope;
+    current_thread = thread.get();
+    body();
+    body = nullptr;
+    thread->finished_.store(true, std::memory_order_release);
+  });
+}
+
+bool NativeThread::Join() {
+  if (InForkedChild()) {
+    // A fork in the middle of an exit. The thread isn't here, nor can its handle be given back.
+    if (thread_.joinable()) static_cast<void>(new std::thread(std::move(thread_)));
+    return true;
+  }
+  const Wait wait(*this);
+  if (!wait.allowed()) return false;
+  const std::lock_guard<std::mutex> lock(lock_);
+  if (thread_.joinable()) thread_.join();
+  return true;
+}
+
+void JoinWhenFinished(const std::shared_ptr<NativeThread>& thread) {
+  JoinFinishedThreads();
+  const std::lock_guard<std::mutex> lock(Unjoined().lock);
+  auto& threads = Unjoined().threads;
+  if (std::find(threads.begin(), threads.end(), thread) == threads.end()) threads.push_back(thread);
+}
+
+void JoinFinishedThreads() {
+  std::vector<std::shared_ptr<NativeThread>> finished;
+  {
+    const std::lock_guard<std::mutex> lock(Unjoined().lock);
+    auto& threads = Unjoined().threads;
+    const auto first_finished = std::partition(
+        threads.begin(), threads.end(), [](const auto& thread) { return !thread->finished(); });
+    finished.assign(first_finished, threads.end());
+    threads.erase(first_finished, threads.end());
+    if (threads.empty()) threads.shrink_to_fit();  // Nothing else gives it back at an unload.
+  }
+  for (const auto& thread : finished) thread->Join();
+}
+
+}  // namespace zo_base

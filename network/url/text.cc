@@ -1,0 +1,129 @@
+#include "network/url/text.h"
+
+#include <algorithm>
+#include <bitset>
+#include <climits>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+
+namespace WQBASE::network {
+namespace {
+
+using CharacterSet = std::bitset<UCHAR_MAX + 1>;
+
+unsigned char ByteOf(char c) { return static_cast<unsigned char>(c); }
+
+bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
+bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+CharacterSet SetOf(std::string_view characters) {
+  CharacterSet set;
+  for (const char c : characters) set.set(ByteOf(c));
+  return set;
+}
+
+// For each prefix of `pattern`, the length of the longest shorter prefix that also ends it: where a
+// search goes on after a mismatch, without looking back.
+std::vector<std::size_t> BordersOf(std::string_view pattern) {
+  std::vector<std::size_t> borders(pattern.size(), 0);
+  std::size_t border = 0;
+  for (std::size_t i = 1; i < pattern.size(); ++i) {
+    while (border > 0 && pattern[i] != pattern[border]) border = borders[border - 1];
+    if (pattern[i] == pattern[border]) ++border;
+    borders[i] = border;
+  }
+  return borders;
+}
+
+}  // namespace
+
+std::string UrlEncode(std::string_view text) {
+  constexpr char kHexDigits[] = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (const char c : text) {
+    if (IsLower(c) || IsUpper(c) || IsDigit(c)) {
+      encoded += c;
+    } else {
+      encoded += '%';
+      encoded += kHexDigits[ByteOf(c) >> 4];
+      encoded += kHexDigits[ByteOf(c) & 0xf];
+    }
+  }
+  return encoded;
+}
+
+std::vector<std::string> Split(std::string_view text, std::string_view delimiters) {
+  const CharacterSet delimiter_set = SetOf(delimiters);
+  const auto is_delimiter = [&](char c) { return delimiter_set[ByteOf(c)]; };
+  std::vector<std::string> pieces;
+  auto at = text.begin();
+  while ((at = std::find_if_not(at, text.end(), is_delimiter)) != text.end()) {
+    const auto end = std::find_if(at, text.end(), is_delimiter);
+    pieces.emplace_back(at, end);
+    at = end;
+  }
+  return pieces;
+}
+
+std::string Join(const std::vector<std::string>& texts, std::string_view separator) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    if (&text != &texts.front()) joined += separator;
+    joined += text;
+  }
+  return joined;
+}
+
+// Knuth, Morris and Pratt: a plain search takes quadratic time on a text such as "aaaa" for "aab".
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  if (from.empty()) return std::string(text);
+  const std::vector<std::size_t> borders = BordersOf(from);
+  std::string replaced;
+  std::size_t copied = 0;
+  std::size_t matched = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    while (matched > 0 && text[i] != from[matched]) matched = borders[matched - 1];
+    if (text[i] == from[matched]) ++matched;
+    if (matched < from.size()) continue;
+    const std::size_t found = i + 1 - from.size();
+    replaced.append(text.substr(copied, found - copied)).append(to);
+    copied = i + 1;
+    matched = 0;
+  }
+  return replaced.append(text.substr(copied));
+}
+
+void ToLower(std::string& text) {
+  for (char& c : text) {
+    if (IsUpper(c)) c = static_cast<char>(c - 'A' + 'a');
+  }
+}
+
+void ToUpper(std::string& text) {
+  for (char& c : text) {
+    if (IsLower(c)) c = static_cast<char>(c - 'a' + 'A');
+  }
+}
+
+std::string StringFormat(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  // clang-tidy reads va_start aright in the first file of a run only.
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  if (length <= 0) return {};
+
+  std::string text(static_cast<std::size_t>(length), '\0');
+  va_start(arguments, format);
+  // The terminating zero goes where the string has its own.
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+}  // namespace WQBASE::network

@@ -1,0 +1,80 @@
+#include "tarvel/environment/configuration/exception_data.h"
+
+#include <utility>
+
+#include "base/json/json11.h"
+
+namespace zo_tarvel {
+namespace {
+
+using zo_base::json11::Json;
+
+// Where such records would go over HTTP; the placeholder is for a host. They leave through the
+// client's function only, and it is up to that.
+[[maybe_unused]] constexpr char kReportUrl[] = "%s/statics/report/im/api/error";
+
+Json ToJson(const TarvelExceptionExtension& extension) {
+  return Json::object{{"operation_type", extension.operation_type},
+                      {"target", extension.target},
+                      {"code", extension.code},
+                      {"description", extension.description},
+                      {"context", extension.context}};
+}
+
+}  // namespace
+
+std::shared_ptr<ExceptionDataDetails> CreateExceptionDataDetails(std::int32_t action) {
+  auto details = std::make_shared<ExceptionDataDetails>();
+  details->action = action;
+  return details;
+}
+
+std::int32_t GetExceptionCategory(std::int32_t code) {
+  switch (code) {
+    case kServiceCodeHttpDns:
+      return 5;
+    case kServiceCodeLBS:
+      return 1;
+    case 3:
+      return 2;
+    case 301:
+      return 3;
+    case 302:
+      return 4;
+    case 350:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
+TarvelExceptionData PublicRecordOf(const ExceptionDataDetails& details, std::string user_info) {
+  TarvelExceptionData data;
+  data.user_info = std::move(user_info);
+  data.process_id = details.process_id;
+  data.action = details.action;
+  data.duration = details.duration;
+  data.start_time = details.start_time;
+  data.state = details.state;
+  data.exception_service = details.exception_service;
+  for (const auto& entry : details.extension) {
+    data.extension.push_back(
+        {entry.operation_type, entry.target, entry.code, entry.description, entry.context});
+  }
+  return data;
+}
+
+std::string ExceptionDataToJson(const TarvelExceptionData& data) {
+  Json::array extension;
+  for (const auto& entry : data.extension) extension.push_back(ToJson(entry));
+  return Json(Json::object{{"process_id", data.process_id},
+                           {"action", data.action},
+                           {"duration", static_cast<long long>(data.duration)},
+                           {"start_time", static_cast<long long>(data.start_time)},
+                           {"state", data.state},
+                           {"exception_service", data.exception_service},
+                           {"extension", std::move(extension)}})
+      .dump();
+}
+
+}  // namespace zo_tarvel

@@ -12,10 +12,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/text/strings.h"
 #include "network/curl/web_address.h"
 #include "network/url/ip_address.h"
 #include "network/url/parsed_url.h"
-#include "network/url/text.h"
 #include "network/url/url.h"
 
 namespace {
@@ -97,7 +97,7 @@ void CheckAddress(std::string_view text) {
 
 void CheckSplit(std::string_view text, std::string_view delimiters) {
   std::size_t length = 0;
-  for (const std::string& piece : Split(text, delimiters)) {
+  for (const std::string& piece : zo_base::Split(text, delimiters)) {
     Require(!piece.empty(), "no piece is empty");
     Require(piece.find_first_of(delimiters) == std::string::npos, "no delimiter in a piece");
     length += piece.size();
@@ -116,11 +116,11 @@ void CheckReplaceAll(std::string_view text, std::string_view from) {
     expected.append(text.substr(at, found - at)).append("<>");
   }
   expected.append(text.substr(at));
-  Require(ReplaceAll(text, from, "<>") == expected, "a plain search replaces the same");
+  Require(zo_base::ReplaceAll(text, from, "<>") == expected, "a plain search replaces the same");
 }
 
 std::string LowerWithoutDot(std::string host) {
-  ToLower(host);
+  zo_base::ToLower(host);
   if (host.size() > 1 && host.back() == '.') host.pop_back();
   return host;
 }

@@ -3,9 +3,9 @@
 #include <optional>
 #include <utility>
 
+#include "base/text/strings.h"
 #include "network/curl/web_address.h"
 #include "network/url/ip_address.h"
-#include "network/url/text.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
@@ -50,7 +50,7 @@ bool IsOfOtherFamily(const std::string& host, std::int32_t family) {
 std::optional<std::string> AsHttps(const std::string& url) {
   if (network::IsHttps(url)) return url;
   if (HasPort(url)) return std::nullopt;
-  std::string https = network::ReplaceAll(url, "http://", "https://");
+  std::string https = zo_base::ReplaceAll(url, "http://", "https://");
   if (!network::IsHttps(https)) return std::nullopt;  // The scheme is written in capitals.
   return https;
 }

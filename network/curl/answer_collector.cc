@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/text/strings.h"
 #include "network/curl/header_list.h"
-#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {
@@ -20,7 +20,7 @@ bool ListsCodings(const std::string& name) {
 }
 
 std::size_t CountCodings(std::string_view list) {
-  const auto pieces = Split(list, ",");
+  const auto pieces = zo_base::Split(list, ",");
   return static_cast<std::size_t>(
       std::count_if(pieces.begin(), pieces.end(), [](const std::string& piece) {
         const std::string_view coding = Trim(piece);

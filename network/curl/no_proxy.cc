@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
+#include "base/text/strings.h"
 #include "network/url/ip_address.h"
-#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {
@@ -43,7 +43,7 @@ bool Covers(const std::string& entry, const IPAddressBytes& address) {
 bool NoProxyLists(std::string_view address) {
   const std::string list = NoProxyVariable();
   const IPAddressBytes bytes = ParseIPAddress(address);
-  const auto entries = Split(list, ", \t");
+  const auto entries = zo_base::Split(list, ", \t");
   return std::any_of(entries.begin(), entries.end(),
                      [&](const std::string& entry) { return Covers(entry, bytes); });
 }

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string_view>
 
+#include "base/text/strings.h"
 #include "network/url/ip_address.h"
-#include "network/url/text.h"
 #include "network/url/url.h"
 
 namespace WQBASE::network {
@@ -33,7 +33,7 @@ std::string Part(const UrlHandle& handle, CURLUPart part, unsigned flags = 0) {
 bool SameHost(std::string_view a, std::string_view b) {
   const auto normalized = [](std::string_view text) {
     std::string host = CanonicalHost(text);
-    ToLower(host);
+    zo_base::ToLower(host);
     if (host.size() > 1 && host.ends_with('.')) host.pop_back();  // "." is a host, "" is none.
     return host;
   };

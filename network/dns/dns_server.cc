@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "base/process/steady_time.h"
-#include "network/url/text.h"
+#include "base/text/strings.h"
 
 namespace zo_net {
 namespace {
@@ -31,13 +31,14 @@ AddressFamily FamilyOf(int socket_family) {
 
 std::string TextOfAddress(const char* raw, int length) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(raw);
-  using WQBASE::network::StringFormat;
-  if (length == 4) return StringFormat("%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
+  using zo_base::StringFormat;
+  if (length == 4)
+    return zo_base::StringFormat("%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
   if (length != 16) return std::string();
   std::string text;
   for (int i = 0; i < length; i += 2) {
     if (i != 0) text += ':';
-    text += StringFormat("%02x%02x", bytes[i], bytes[i + 1]);
+    text += zo_base::StringFormat("%02x%02x", bytes[i], bytes[i + 1]);
   }
   return text;
 }

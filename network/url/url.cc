@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <limits>
 
+#include "base/text/strings.h"
 #include "network/url/parsed_url.h"
-#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {
@@ -44,11 +44,15 @@ std::int32_t LeadingNumber(std::string_view text) {
   return static_cast<std::int32_t>(std::min(value, std::int64_t{Limits::max()}));
 }
 
+bool IsLetterOrDigit(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
+
 }  // namespace
 
 std::string GetScheme(std::string_view url) {
   std::string scheme(Parsed(url).scheme.In(url));
-  ToLower(scheme);
+  zo_base::ToLower(scheme);
   const bool known = std::ranges::find(kKnownSchemes, scheme) != kKnownSchemes.end();
   return known ? scheme : std::string();
 }
@@ -79,6 +83,22 @@ void GetHostAndPort(std::string_view url, std::string& host, std::int32_t& port)
   // Read first: `url` may be a view of `host`.
   if (parsed.port.present()) port = LeadingNumber(parsed.port.In(url));
   host += parsed.host.In(url);
+}
+
+std::string UrlEncode(std::string_view text) {
+  constexpr char kHexDigits[] = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (const char c : text) {
+    if (IsLetterOrDigit(c)) {
+      encoded += c;
+    } else {
+      encoded += '%';
+      encoded += kHexDigits[static_cast<unsigned char>(c) >> 4];
+      encoded += kHexDigits[static_cast<unsigned char>(c) & 0xf];
+    }
+  }
+  return encoded;
 }
 
 }  // namespace WQBASE::network

@@ -31,4 +31,8 @@ std::int32_t GetPort(std::string_view url);
 // when the URL has none.
 void GetHostAndPort(std::string_view url, std::string& host, std::int32_t& port);
 
+// For a value in a query: all but ASCII letters and digits becomes "%XX", "-", ".", "_" and "~"
+// included.
+std::string UrlEncode(std::string_view text);
+
 }  // namespace WQBASE::network

@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "base/json/json_texts.h"
+#include "base/text/strings.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/lbs_request.h"
 #include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
-#include "network/url/text.h"
 #include "tests/http_agent/agent_environment.h"
 
 // The values that the LBS service works with: what it is told, what it asks, and what it hands out.
@@ -22,7 +22,7 @@ namespace zo_tarvel {
 namespace {
 
 using Texts = std::vector<std::string>;
-using WQBASE::network::Split;
+using zo_base::Split;
 using zo_base::json11::ToJson;
 
 std::string Common(const std::string& members) { return "{\"common\": {" + members + "}}"; }
@@ -274,9 +274,9 @@ TEST(HostChooserTest, HandsOutItsListThenADefaultThenItsListAnew) {
       {"", "0", "*1.2.3.4:80", "1.2.3.4:80 [::1]:80"},
   };
   for (const auto& row : rows) {
-    const auto defaults = Split(row.defaults, " ");
+    const auto defaults = zo_base::Split(row.defaults, " ");
     HostChooser chooser(defaults[0], defaults[1], 1);
-    chooser.ResetHosts(Split(row.hosts, " "));
+    chooser.ResetHosts(zo_base::Split(row.hosts, " "));
     EXPECT_EQ(Asked(chooser, row.families), row.answers)
         << row.hosts << " | " << row.defaults << " asked for " << row.families;
   }

@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "base/text/strings.h"
 #include "network/curl/answer_collector.h"
-#include "network/url/text.h"
 #include "tests/network/transport.h"
 #include "tests/support/child_process.h"
 #include "tests/support/http_server.h"
@@ -123,9 +123,10 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     server_.Answer("/start", [&](const SeenRequest&) {
-      const std::string to = ReplaceAll(row.location, "{server}", server_.url(""));
-      return ServerAnswer{
-          row.status, {{"Location", ReplaceAll(to, "{other}", other.url(""))}}, "redirected"};
+      const std::string to = zo_base::ReplaceAll(row.location, "{server}", server_.url(""));
+      return ServerAnswer{row.status,
+                          {{"Location", zo_base::ReplaceAll(to, "{other}", other.url(""))}},
+                          "redirected"};
     });
     const auto request = Get(server_.url("/start"));
     request->method = row.method;
@@ -214,7 +215,7 @@ TEST(ConnectionTest, OfHttp2IsSharedByRequestsAndOutlivesWhatTheServerCloses) {
       for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
     }
     const std::string log = nginx.AccessLog(201), first = log.substr(0, log.find('\n') + 1);
-    EXPECT_EQ(ReplaceAll(log, first, "").empty(), closing.empty());  // On one connection.
+    EXPECT_EQ(zo_base::ReplaceAll(log, first, "").empty(), closing.empty());  // On one connection.
   }
 }
 
@@ -274,7 +275,8 @@ TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoesUnlessAWholeHeadRedir
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     for (const bool redirects : {false, true}) {
-      const std::string answer = ReplaceAll(row.answer, "200 OK", redirects ? found : "200 OK");
+      const std::string answer =
+          zo_base::ReplaceAll(row.answer, "200 OK", redirects ? found : "200 OK");
       RawServer server(Repeats(answer, row.block, row.interval_ms));
       const auto request = Get(server.url("/"), row.interval_ms > 0 ? 400 : 20'000);
       ResponsePtr response;

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/text/strings.h"
 #include "network/url/ip_address.h"
-#include "network/url/text.h"
 
 namespace WQBASE::network {
 namespace {
@@ -93,12 +93,12 @@ TEST(HostileTextTest, OfAMebibyteIsRead) {
   const std::string text(std::size_t{1} << 20, '9');
   for (const char* part :
        {":", "/", "\\", " ", "@", ".", "[", "[]", "?", "#", ":@", "1.", "::1", "0x"}) {
-    const std::string parts = ReplaceAll(text, "9", part);
+    const std::string parts = zo_base::ReplaceAll(text, "9", part);
     EXPECT_LE(GetHost(parts, true).size(), parts.size()) << part;
     EXPECT_FALSE(IsIPAddress(parts)) << part;
   }
   EXPECT_EQ(GetPort("a://b:" + text), INT32_MAX);
-  EXPECT_EQ(ReplaceAll(text, text.substr(1 << 19) + "b", ""), text);
+  EXPECT_EQ(zo_base::ReplaceAll(text, text.substr(1 << 19) + "b", ""), text);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "network/url/text.h"
+#include "base/text/strings.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 #include "tools/cli/command_scope.h"
@@ -123,9 +123,7 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
   const std::string source = SourceOf(was_cached, resolved);
   const std::string text =
       host + "  " + NameOf(entry.grade) + "  " +
-      (resolved ? WQBASE::network::Join(entry.addresses, " ") + "  from the " + source
-                : "unknown") +
-      times;
+      (resolved ? zo_base::Join(entry.addresses, " ") + "  from the " + source : "unknown") + times;
   printer.Print(
       "host", text,
       {{"host", host},

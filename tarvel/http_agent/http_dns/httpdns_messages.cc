@@ -7,7 +7,7 @@
 
 #include "base/json/json_texts.h"
 #include "base/text/saturated_cast.h"
-#include "network/url/text.h"
+#include "base/text/strings.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {
@@ -112,8 +112,8 @@ std::vector<UrlEntry> MakeSUrlEntries(const std::vector<HttpDNSServerInfo>& serv
   std::vector<UrlEntry> entries;
   entries.reserve(servers.size());
   for (const auto& server : servers) {
-    entries.push_back({service_host, WQBASE::network::StringFormat(kSFormat, SchemeOf(server),
-                                                                   AuthorityOf(server).c_str())});
+    entries.push_back({service_host, zo_base::StringFormat(kSFormat, SchemeOf(server),
+                                                           AuthorityOf(server).c_str())});
   }
   return entries;
 }
@@ -121,13 +121,13 @@ std::vector<UrlEntry> MakeSUrlEntries(const std::vector<HttpDNSServerInfo>& serv
 std::vector<UrlEntry> MakeDUrlEntries(const std::vector<HttpDNSServerInfo>& servers,
                                       const std::string& service_host,
                                       const std::vector<std::string>& hosts) {
-  const std::string query = "domain=" + WQBASE::network::Join(hosts, ",");
+  const std::string query = "domain=" + zo_base::Join(hosts, ",");
   std::vector<UrlEntry> entries;
   entries.reserve(servers.size());
   for (const auto& server : servers) {
     entries.push_back(
-        {service_host, WQBASE::network::StringFormat(kDFormat, SchemeOf(server),
-                                                     AuthorityOf(server).c_str(), query.c_str())});
+        {service_host, zo_base::StringFormat(kDFormat, SchemeOf(server),
+                                             AuthorityOf(server).c_str(), query.c_str())});
   }
   return entries;
 }

@@ -4,8 +4,8 @@
 
 #include "base/log/log.h"
 #include "base/process/filesystem.h"
+#include "base/text/strings.h"
 #include "base/text/text_of.h"
-#include "network/url/text.h"
 #include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
@@ -15,9 +15,7 @@ namespace {
 
 using zo_base::TextOf;
 
-std::string Joined(const std::vector<std::string>& texts) {
-  return WQBASE::network::Join(texts, "|");
-}
+std::string Joined(const std::vector<std::string>& texts) { return zo_base::Join(texts, "|"); }
 
 void LogQuery(zo_net::AddressFamily family, const std::vector<std::string>& hosts) {
   std::string list;

@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "base/log/log.h"
+#include "base/text/strings.h"
 #include "base/text/text_of.h"
 #include "base/thread/thread_info.h"
 #include "network/url/ip_address.h"
-#include "network/url/text.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
@@ -32,7 +32,7 @@ std::shared_ptr<network::HttpClientEx> Client() {
 HeaderList ToHeaderList(const std::vector<std::string>& lines) {
   HeaderList headers;
   for (const std::string& line : lines) {
-    auto pieces = network::Split(line, ":");
+    auto pieces = zo_base::Split(line, ":");
     if (pieces.size() >= 2) headers.emplace_back(pieces.front(), pieces.back());
   }
   return headers;
@@ -41,7 +41,7 @@ HeaderList ToHeaderList(const std::vector<std::string>& lines) {
 bool NamesHost(const HeaderList& headers) {
   return std::any_of(headers.begin(), headers.end(), [](const auto& header) {
     std::string name = header.first;
-    network::ToUpper(name);
+    zo_base::ToUpper(name);
     return name == "HOST";
   });
 }

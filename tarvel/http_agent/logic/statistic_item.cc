@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
+#include "base/text/strings.h"
 #include "network/url/ip_address.h"
-#include "network/url/text.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {
 
-using WQBASE::network::Split;
+using zo_base::Split;
 
 // Name and value of each line; of a value with a ":" in it, the end.
 std::map<std::string, std::string> HeaderMapOf(const std::vector<std::string>& lines) {

@@ -1,4 +1,4 @@
-#include "network/url/text.h"
+#include "base/text/strings.h"
 
 #include <algorithm>
 #include <bitset>
@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 
-namespace WQBASE::network {
+namespace zo_base {
 namespace {
 
 using CharacterSet = std::bitset<UCHAR_MAX + 1>;
@@ -16,7 +16,6 @@ unsigned char ByteOf(char c) { return static_cast<unsigned char>(c); }
 
 bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
 bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 CharacterSet SetOf(std::string_view characters) {
   CharacterSet set;
@@ -38,22 +37,6 @@ std::vector<std::size_t> BordersOf(std::string_view pattern) {
 }
 
 }  // namespace
-
-std::string UrlEncode(std::string_view text) {
-  constexpr char kHexDigits[] = "0123456789ABCDEF";
-  std::string encoded;
-  encoded.reserve(text.size());
-  for (const char c : text) {
-    if (IsLower(c) || IsUpper(c) || IsDigit(c)) {
-      encoded += c;
-    } else {
-      encoded += '%';
-      encoded += kHexDigits[ByteOf(c) >> 4];
-      encoded += kHexDigits[ByteOf(c) & 0xf];
-    }
-  }
-  return encoded;
-}
 
 std::vector<std::string> Split(std::string_view text, std::string_view delimiters) {
   const CharacterSet delimiter_set = SetOf(delimiters);
@@ -126,4 +109,4 @@ std::string StringFormat(const char* format, ...) {
   return text;
 }
 
-}  // namespace WQBASE::network
+}  // namespace zo_base

@@ -6,11 +6,7 @@
 
 // Helpers on strings of bytes. All but StringFormat take linear time and are the same in every
 // locale; letters are those of ASCII.
-namespace WQBASE::network {
-
-// For a value in a query: all but ASCII letters and digits becomes "%XX", "-", ".", "_" and "~"
-// included.
-std::string UrlEncode(std::string_view text);
+namespace zo_base {
 
 // The pieces between characters of the set `delimiters`, without empty ones. With an empty set the
 // text is the only piece.
@@ -30,4 +26,4 @@ void ToUpper(std::string& text);
 // What printf would write, of any length; empty if it would fail.
 [[gnu::format(printf, 1, 2)]] std::string StringFormat(const char* format, ...);
 
-}  // namespace WQBASE::network
+}  // namespace zo_base

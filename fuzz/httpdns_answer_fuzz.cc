@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/text/utf8.h"
+#include "network/url/host_rules.h"
 #include "network/url/ip_address.h"
 #include "network/url/url.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 
 namespace {
@@ -63,7 +63,8 @@ void CheckHosts(const std::string& body) {
   std::vector<std::string> hosts;
   std::vector<std::string> addresses;
   for (const auto& update : updates) {
-    Require(zo_base::IsUtf8(update.host) && CanBeAskedFor(update.host), "the name can be saved");
+    Require(zo_base::IsUtf8(update.host) && WQBASE::network::CanBeAskedFor(update.host),
+            "the name can be saved");
     std::string error;
     const bool good = CheckDResponse(200, body, {update.host}, error);
     const HttpDNSGrade grade = cache.Check(zo_net::kAddressFamilyAny, update.host, kNow, addresses);

@@ -12,6 +12,8 @@
 namespace zo_tarvel {
 namespace {
 
+using WQBASE::network::CanBeAskedFor;
+using WQBASE::network::LiteralsOf;
 using zo_base::MutexLock;
 using zo_base::json11::Json;
 using zo_base::json11::ToJson;

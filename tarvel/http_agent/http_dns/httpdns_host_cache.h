@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/lock/recursive_mutex.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
+#include "network/url/host_rules.h"
 
 namespace zo_tarvel {
 
@@ -50,7 +50,7 @@ class HttpDNSHostCache {
   static constexpr std::size_t kMostUpdates = kMostHosts / 2;
   // Of an entry for a file: 19 bytes for each IPv4 address and 51 for each IPv6 one, with quotes,
   // comma and blank, and less than 100 for the rest.
-  static constexpr std::size_t kLongestText = kMostAddresses * (19 + 51) + 100;
+  static constexpr std::size_t kLongestText = WQBASE::network::kMostAddresses * (19 + 51) + 100;
 
   // What a new answer says of one host. Texts that are no address of their family are left out, and
   // a list without any keeps the one that is known.

@@ -8,11 +8,14 @@
 #include "base/json/json_texts.h"
 #include "base/text/saturated_cast.h"
 #include "base/text/strings.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
+#include "network/url/host_rules.h"
 
 namespace zo_tarvel {
 namespace {
 
+using WQBASE::network::CanBeAskedFor;
+using WQBASE::network::CanBeHost;
+using WQBASE::network::LiteralsOf;
 using zo_base::json11::Json;
 
 constexpr char kSFormat[] = "%s://%s/httpdns/v2/s";

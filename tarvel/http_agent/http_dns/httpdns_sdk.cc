@@ -13,14 +13,15 @@
 #include "base/text/read_number.h"
 #include "base/text/text_of.h"
 #include "base/text/utf8.h"
+#include "network/url/host_rules.h"
 #include "tarvel/environment/configuration/deployment.h"
 #include "tarvel/environment/configuration/exception_data.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 
 namespace zo_tarvel {
 namespace {
 
+using WQBASE::network::CanBeHost;
 using zo_base::TextOf;
 using zo_base::json11::Json;
 

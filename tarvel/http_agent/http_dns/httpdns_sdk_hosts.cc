@@ -6,13 +6,16 @@
 #include "base/process/filesystem.h"
 #include "base/text/strings.h"
 #include "base/text/text_of.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
+#include "network/url/host_rules.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 
 namespace zo_tarvel {
 namespace {
 
+using WQBASE::network::CanBeAskedFor;
+using WQBASE::network::kLongestHost;
+using WQBASE::network::kMostAddresses;
 using zo_base::TextOf;
 
 std::string Joined(const std::vector<std::string>& texts) { return zo_base::Join(texts, "|"); }

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "network/url/host_rules.h"
 #include "network/url/ip_address.h"
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
 
 namespace zo_tarvel {
 namespace {
+
+using WQBASE::network::CanBeHost;
+using WQBASE::network::InBrackets;
 
 namespace network = WQBASE::network;
 using zo_base::MutexLock;

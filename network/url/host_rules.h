@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
+#include <tarvel/address_family.h>
 
 #include <cstddef>
 #include <string>
@@ -8,7 +8,7 @@
 
 // What of the texts in answers and cache files may become part of a URL. Such texts are hostile:
 // one with a path, a port or a user in it would lead elsewhere.
-namespace zo_tarvel {
+namespace WQBASE::network {
 
 // Of any host, in bytes: more than the DNS has names for.
 inline constexpr std::size_t kLongestHost = 255;
@@ -30,4 +30,4 @@ inline constexpr std::size_t kMostAddresses = 32;
 std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,
                                     const std::vector<std::string>& texts);
 
-}  // namespace zo_tarvel
+}  // namespace WQBASE::network

@@ -1,4 +1,4 @@
-#include "tarvel/http_agent/http_dns/hostile_texts.h"
+#include "network/url/host_rules.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -9,7 +9,7 @@
 #include "base/text/utf8.h"
 #include "network/url/ip_address.h"
 
-namespace zo_tarvel {
+namespace WQBASE::network {
 namespace {
 
 bool IsOfName(char c) {
@@ -30,7 +30,7 @@ bool IsBracketedIPv6(const std::string& text) {
 }
 
 bool IsName(const std::string& text) {
-  return std::all_of(text.begin(), text.end(), IsOfName) && !WQBASE::network::IsIPAddress(text);
+  return std::all_of(text.begin(), text.end(), IsOfName) && !IsIPAddress(text);
 }
 
 // Nothing that ends a host, a list or a parameter.
@@ -72,4 +72,4 @@ std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,
   return literals;
 }
 
-}  // namespace zo_tarvel
+}  // namespace WQBASE::network

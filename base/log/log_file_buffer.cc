@@ -16,8 +16,8 @@
 namespace zo_base {
 namespace {
 
-// Past the C library: an instrumented process takes its mlock away, and with it the look at whether
-// the file still has all its pages.
+// Calls the kernel directly: sanitizers replace mlock() by a function that does nothing, but its
+// failure is how we notice missing pages of the file.
 bool LockInMemory(char* base, std::size_t size) { return syscall(SYS_mlock, base, size) == 0; }
 bool ReserveBlocks(int fd, off_t size) {
   int failed = EINTR;

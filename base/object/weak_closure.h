@@ -16,8 +16,8 @@ class ZOWeakFlag {};
 //
 // Threads: ToWeakClosure and CancelWeakClosures of one object must not run at the same time (any
 // number of ToWeakClosure calls may, once the first has returned). A closure may run on any thread.
-// After the flag is released no closure starts that looks at it afterwards; one that has just
-// looked, on another thread, still runs. So an owner stops its task thread before it goes.
+// A closure that checks the flag after its release does nothing; one that has already passed the
+// check on another thread still runs. So an owner stops its task thread before it is destroyed.
 class WeakClosureSupportor {
  public:
   // Callable with whatever `F` takes. Holds nothing of the owner; safe to keep and to call for

@@ -2,13 +2,12 @@
 
 namespace zo_base {
 
-// A child that is forked off has none of the library's threads, and finds its locks as they were at
-// that moment.
+// A forked child has none of the library's threads and may inherit locked mutexes.
 //
-// While the library is at work, from the start sequence to the end of the exit, that can't be
-// mended: there the child's library is dead. Its functions return 0 or null, nothing is logged, and
-// no lock is taken at the end of the process. At other times the child may use it: all process-wide
-// state that another thread may just have had in hand begins anew there.
+// If the library is at work at the fork, from the start sequence to the end of the exit, it is
+// disabled in the child: exports return 0 or null, nothing is logged, and exit handlers take no
+// lock. If it isn't, the child may use it: all process-wide state that another thread may just have
+// been changing is initialised again there.
 
 // Says whether the library is at work.
 void SetAtWork(bool at_work);

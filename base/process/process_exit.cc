@@ -1,6 +1,6 @@
 #include "base/process/process_exit.h"
 
-// Of the C++ ABI, for the compiler's own use in the main.
+// Part of the C++ ABI; normally only code from the compiler calls it.
 extern "C" int __cxa_atexit(void (*handler)(void*), void* argument, void* image);
 extern "C" void* __dso_handle;
 

@@ -27,8 +27,8 @@ namespace zo_base {
 // itself. Normal and priority tasks run with no lock held. A delayed task runs under
 // `delayed_lock`: other threads that post delayed tasks wait for it. An idle task runs under
 // `wake_lock`: every other post waits for it. Both must therefore be short.
-// And neither may post, delayed or at all, to a thread whose own delayed or idle tasks do the same
-// towards this one: the two would wait for each other.
+// A delayed task must not post a delayed task, nor an idle task any task, to a thread whose delayed
+// or idle tasks post back: the locks would deadlock.
 //
 // Ownership: see BaseThread. Tasks still queued when the loop ends are never run; they are
 // destroyed with this object. A task must not raise: nothing catches it.

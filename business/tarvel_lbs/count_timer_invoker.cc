@@ -54,8 +54,8 @@ void CountTimerInvoker::Gather(const Task& requested) {
     MutexLock hold(task_lock);
     task = requested;
   }
-  // Counted before the span begins: should another thread run its work in between, a span too many
-  // is left, but never a counted request without a span.
+  // Count before starting the timer: a race may leave one superfluous timer, but never a counted
+  // request without one.
   const std::int32_t before = count.fetch_add(1);
   if (before == 0) {
     const auto on_time_out = [weak = self] {

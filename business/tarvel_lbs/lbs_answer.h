@@ -31,8 +31,8 @@ struct LBSAnswer {
   StatisticSettings report;
 };
 
-// Nothing when the text is no object with a member "common". What is missing in there or of another
-// type says nothing: no answer is refused for it.
+// Returns nullopt unless the text is an object with a "common" member. Missing or mistyped members
+// keep their defaults.
 std::optional<LBSAnswer> ReadLBSAnswer(const std::string& rsp);
 
 // Whether an answer can be used: it has link addresses and an LBS URL. What is wrong goes to

@@ -42,7 +42,8 @@ class LBSResponse : public EnvironmentConfigGetterBase {
   bool LoadCache(const LBSSettings& settings);
   // Whether it was asked for with settings like these.
   bool CheckCache(const LBSSettings& settings) const;
-  // Makes the answer of a client that has never heard the server. It expires at once. True.
+  // Builds an already expired answer from the settings, for a client that never reached the server.
+  // Always returns true.
   bool GenerateLocalResponse(const LBSSettings& settings, bool save);
   // See CheckLBSAnswer.
   bool CheckResponse(const std::string& text, std::string& error) const;

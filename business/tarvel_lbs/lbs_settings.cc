@@ -49,7 +49,8 @@ void LBSSettings::AssignAddresses(const _ZOTarvelLBSSettings& record) {
   AssignUnlessEmpty(lbs_main_addr, TextOf(record.lbs_main_addr));
   lbs_backup_addrs = FilledSlots(record.lbs_backup_addrs);
   AssignUnlessEmpty(default_link, TextOf(record.default_link));
-  // Not the built-in one: it would come between a client and its own settings.
+  // Default to the client's `default_link`, not to the built-in address, which would override the
+  // client's setting.
   default_link_ipv6 = default_link;
   AssignUnlessEmpty(default_link_ipv6, TextOf(record.default_link_ipv6));
   link_list = FilledSlots(record.link_list);

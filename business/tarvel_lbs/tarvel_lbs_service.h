@@ -76,8 +76,8 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   // The chooser of the addresses that the client gets.
   static constexpr std::int32_t kLinkChooser = 0;
 
-  // Where an answer that is made active comes from. Only the server's own, fresh one sets a new
-  // life time: the cached one would else never end.
+  // Source of the active answer. Only a freshly fetched one restarts the lifetime; a cached one
+  // would otherwise never expire.
   enum class AnswerOrigin { kKept, kFetched };
 
   // One request to the server. The token tells whether its answer still counts.

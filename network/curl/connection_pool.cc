@@ -67,7 +67,7 @@ void ConnectionPool::CountInFlight(long count) {
 void ConnectionPool::OnSocketEvents(int socket, std::uint32_t events) {
   const auto own = sockets_.find(socket);
   if (own != sockets_.end() && !own->second.wanted) {
-    // An idle connection has something to say, most often its end. Its next user will see.
+    // Data or the end of an idle connection; the next transfer on it will handle that.
     own->second.watched_for = 0;
     Unwatch(socket);
     return;

@@ -268,7 +268,7 @@ std::int32_t EnvironmentManager::CreateObject() {
   return id;
 }
 
-// A client's function, once set, has no end.
+// A custom log function survives the exit, so there is no file to close.
 void EnvironmentManager::CloseLog() {
   {
     MutexLock lock(storage_.custom_log_lock);

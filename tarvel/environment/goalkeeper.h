@@ -5,18 +5,16 @@
 
 namespace zo_tarvel {
 
-// Sees to it that a running environment is stopped when the process ends or the library is
-// unloaded.
+// Stops a running environment when the process ends or the library is unloaded.
 //
 // Threads: any; a process may end on one thread while another takes the environment down.
 class Goalkeeper {
  public:
-  // Takes its post, unless it stands there, and registers the process-exit handler. Handlers of
-  // earlier lives stay registered: they find nobody and do nothing.
+  // Registers the exit handler unless already armed. Handlers of earlier environments stay
+  // registered and do nothing.
   void Arm();
 
-  // At the last exit: leaves its post. Answers whether that exit comes from the handler, and
-  // nothing when nobody stood there.
+  // For the last exit. Returns whether that exit comes from the handler; nullopt when not armed.
   std::optional<bool> Dismiss();
 
  private:

@@ -78,8 +78,8 @@ std::shared_ptr<IZOTarvelLBSService> ZOTarvelObjectImpl::TakeLBSService() {
   return std::exchange(lbs_service_, nullptr);
 }
 
-// The service is taken out last of all that touches this object: on the service's own thread,
-// another thread that finds it gone doesn't wait and may free the object.
+// TakeLBSService() must be the last access to `this`: once the service is gone, another thread may
+// destroy this object.
 
 void ZOTarvelObjectImpl::Release() { EndService(TakeLBSService()); }
 

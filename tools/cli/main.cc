@@ -49,8 +49,9 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
                   "ms after which the next URL is tried beside a slow one, from 200")
       ->check(CLI::Range(200, 30'000))
       ->capture_default_str();
-  command.add_option("--data", options.data,
-                     "Directory for the caches and the log. Without it, one that goes at the end");
+  command.add_option(
+      "--data", options.data,
+      "Directory for the caches and the log. Default: a temporary directory, removed on exit");
   command.add_option("--log-dir", options.log_dir, "Directory for the log");
   command.add_flag("--json", options.json, "Print one JSON object a line");
 }
@@ -80,7 +81,7 @@ void AddSeconds(CLI::App& command, const std::string& name, double& seconds,
 
 // Answers what the program ends with.
 int Main(int argc, char** argv) {
-  CLI::App app("A client of the tarvel library, for tries against servers of one's own.", "tarvel");
+  CLI::App app("Command-line client for experiments with your own servers.", "tarvel");
   app.require_subcommand(1);
   app.footer(
       "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no fresh answer of an LBS server,\n"

@@ -24,7 +24,7 @@ class HostChooser {
         default_host_ipv6(std::move(default_host_ipv6)),
         next_chooser(next_chooser) {}
 
-  // Passes over the IP literals of the family that isn't wished for. True when `out` is a default.
+  // Skips IP literals of the other family. Returns whether `out` is a default.
   bool GetHost(std::int32_t family, std::string& out);
   // What the next GetHost hands out, whatever the family; empty when the list is used up.
   std::string GetCurrentHost() const;

@@ -25,10 +25,10 @@ namespace zo_tarvel {
 // poisoned local DNS. It knows its servers from defaults, a file and function S, and hosts from a
 // cache, a file and function D.
 //
-// Threads: its own, "http dns manager", has the schedules and the cache files' writing of servers;
-// walks of D run there too. InvokeQuery from any. Checks and results come from the agent.
-// Ownership: held by a shared_ptr; the HTTPDNS service owns it and stops its thread. Requests hold
-// it weakly.
+// Threads: "http dns manager" runs the reload timer, writes the server file, and carries the
+// requests and checks of function D. InvokeQuery may be called on any thread. Function S runs on
+// the agent's thread. Ownership: held by a shared_ptr; the HTTPDNS service owns it and stops its
+// thread. Requests hold it weakly.
 class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_base::TaskThread {
  public:
   // Its answer isn't looked at.

@@ -139,7 +139,8 @@ void HttpAgent::PostToWorkThread(F task) {
   });
 }
 
-// In a function of its own, so that what is left behind at an exit can be told from all else.
+// A separate function, so that leak checkers can suppress exactly the helpers that an exit leaves
+// allocated.
 MultipleURLHttpRequestHelper* HttpAgent::MakeUnownedHelper() {
   return new MultipleURLHttpRequestHelper;
 }

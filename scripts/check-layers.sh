@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 rooms='base/lock base/text base/process base/object base/json base/thread base/log base/file
        network/url network/http network/curl network/dns
-       tarvel/http_agent/logic/request tarvel/environment/configuration
+       tarvel/environment/configuration tarvel/http_agent/logic/request
        tarvel/http_agent/http_tools tarvel/http_agent/http_dns tarvel/http_agent/logic
        tarvel/environment business'
 git ls-files -- base network tarvel business | xargs grep -H '^#include ".*/' |

@@ -5,6 +5,8 @@
 
 namespace zo_base {
 
+inline constexpr std::int64_t kMillisecondsPerSecond = 1'000;
+
 // Whole milliseconds of the steady clock. All delays of the library count on this scale.
 inline std::int64_t SteadyMilliseconds() {
   const auto since_epoch = std::chrono::steady_clock::now().time_since_epoch();

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "base/process/steady_time.h"
 #include "base/text/utf8.h"
 #include "business/tarvel_lbs/link_address.h"
 #include "network/url/url.h"
@@ -11,6 +12,7 @@
 namespace zo_tarvel {
 namespace {
 
+using zo_base::kMillisecondsPerSecond;
 using zo_base::json11::Json;
 
 constexpr char kCommon[] = "common";
@@ -20,7 +22,6 @@ constexpr char kLBS[] = "lbs";
 
 // Life time of an answer that names none, in seconds: two or three refreshes a day.
 constexpr std::int64_t kDefaultTtl = 43'200;
-constexpr std::int64_t kMillisecondsPerSecond = 1'000;
 
 // Of each list of an answer: more than a client tries. All could be a million, which every start
 // would read back, and every question for a family may have to walk along.

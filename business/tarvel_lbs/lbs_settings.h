@@ -8,6 +8,7 @@
 
 #include "tarvel/environment/configuration/deployment.h"
 #include "tarvel/environment/configuration/environment_config.h"
+#include "tarvel/environment/configuration/request_timeouts.h"
 
 namespace zo_tarvel {
 
@@ -27,8 +28,8 @@ struct LBSSettings {
   std::string default_link_ipv6 = kDefaultLink;
   std::vector<std::string> link_list;
   std::int32_t addr_family = kEMAddressFamilyIPv4;
-  std::int32_t sreq_timeout_ms = 7'000;
-  std::int32_t sreq_pred_fail_time_ms = 2'000;
+  std::int32_t sreq_timeout_ms = RequestTimeouts().timeout;
+  std::int32_t sreq_pred_fail_time_ms = RequestTimeouts().prefail_timeout;
   std::string def_lbs_host;
 
  private:

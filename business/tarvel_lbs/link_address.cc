@@ -9,9 +9,9 @@
 namespace zo_tarvel {
 namespace {
 
-namespace network = WQBASE::network;
+using WQBASE::network::kHighestPort;
 
-constexpr std::int32_t kHighestPort = 65'535;
+namespace network = WQBASE::network;
 
 std::string UrlOf(const std::string& text) { return "http://" + text; }
 

@@ -1,14 +1,14 @@
 // Makes an answer of the LBS server, or a kept one, the active one.
 
 #include "base/log/log.h"
+#include "base/process/steady_time.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 
 namespace zo_tarvel {
 namespace {
 
+using zo_base::kMillisecondsPerSecond;
 using zo_base::MutexLock;
-
-constexpr std::int64_t kMillisecondsPerSecond = 1'000;
 
 // The chooser behind the first one, and which follows each; none is -1.
 constexpr std::int32_t kDefaultLinkChooser = 1;

@@ -10,15 +10,15 @@
 #include "base/thread/thread_info.h"
 #include "business/tarvel_lbs/lbs_request.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
+#include "network/http/http_response.h"
 #include "tarvel/environment/configuration/exception_data.h"
 
 namespace zo_tarvel {
 namespace {
 
+using WQBASE::network::kHttpOk;
 using zo_base::MutexLock;
 using zo_base::TextOf;
-
-constexpr std::int32_t kHttpOk = 200;
 
 // When the next update is due, in milliseconds.
 constexpr std::int64_t kDelayOfExpired = 20;

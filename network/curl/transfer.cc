@@ -6,11 +6,11 @@
 
 #include "network/curl/no_proxy.h"
 #include "network/curl/redirect.h"
+#include "network/http/http_response.h"
 
 namespace WQBASE::network {
 namespace {
 
-constexpr long kOk = 200;
 constexpr char kNotRepeated[] = "The connection broke under a request that is not to be repeated";
 
 // libcurl reads 0 as "no limit".
@@ -197,14 +197,14 @@ bool Transfer::Follows(long status, std::string& error) {
 
 void Transfer::Succeed(long status, const std::string& error) {
   TakeAnswer();
-  const bool needs_text = status != kOk && error.empty();
+  const bool needs_text = status != kHttpOk && error.empty();
   EndWith(status,
           needs_text ? "The requested URL returned error: " + std::to_string(status) : error);
 }
 
 // What came of an answer with another status than 200 is handed over all the same.
 void Transfer::Break(CURLcode result, long status) {
-  const bool is_other = status > kOk;  // Below are interim answers.
+  const bool is_other = status > kHttpOk;  // Below are interim answers.
   if (is_other) TakeAnswer();
   const char* text = error_[0] != '\0' ? error_ : curl_easy_strerror(result);
   if (result == CURLE_ABORTED_BY_CALLBACK) text = kNotRepeated;
@@ -221,7 +221,7 @@ void Transfer::Fail(const std::string& error) { EndWith(0, error); }
 
 void Transfer::EndWith(long status, const std::string& error) {
   response_->status = status;
-  response_->success = status == kOk;
+  response_->success = status == kHttpOk;
   response_->error_text = error;
   needs_hop_ = false;
 }

@@ -8,6 +8,9 @@
 
 namespace WQBASE::network {
 
+// The one status of a good answer.
+inline constexpr std::int32_t kHttpOk = 200;
+
 // How one transfer ended.
 struct HttpResponse {
   virtual ~HttpResponse() = default;

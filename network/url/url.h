@@ -8,6 +8,8 @@
 // 2 GiB only its first 2 GiB count. Pure functions, for any thread.
 namespace WQBASE::network {
 
+inline constexpr std::int32_t kHighestPort = 65'535;
+
 // The scheme in lower case when it is a known one, else empty.
 std::string GetScheme(std::string_view url);
 

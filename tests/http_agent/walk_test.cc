@@ -58,12 +58,12 @@ void Behave(const std::string& how, RawConnection& connection) {
 class Sites {
  public:
   explicit Sites(const std::string& behaviours) {
-    for (const std::string& word : zo_base::Split(behaviours, " ")) {
+    for (const std::string& word : Split(behaviours, " ")) {
       if (word == "refused") {
         entries.push_back({"", kRefused});
         continue;
       }
-      servers_.emplace_back([parts = zo_base::Split(word, "<")](RawConnection& connection) {
+      servers_.emplace_back([parts = Split(word, "<")](RawConnection& connection) {
         if (connection.ReadRequest().empty()) return;
         if (parts.size() < 2 || RecordedLog::Await(RecordOf(parts[1]))) {
           Behave(parts[0], connection);
@@ -240,15 +240,15 @@ TEST(WalkTest, GoesByTheTable) {
     const Outcome& outcome =
         walker.Run(walker.Request(sites.entries, walk.multiple_time_out, walk.time_out));
     const std::vector<std::string> moves = Moves();
-    EXPECT_EQ(moves, zo_base::Split(walk.moves, " "));
+    EXPECT_EQ(moves, Split(walk.moves, " "));
     ExpectStartsInOrder(sites.entries, moves, walk.multiple_time_out);
-    EXPECT_EQ(walker.judged, zo_base::Split(walk.judged, " "));
+    EXPECT_EQ(walker.judged, Split(walk.judged, " "));
     EXPECT_EQ(outcome.success, walk.result.starts_with("success"));
     EXPECT_EQ(outcome.stop, walk.result.ends_with("stop"));
     EXPECT_EQ(outcome.headers, walker.judged_headers);
     EXPECT_EQ(outcome.body, walker.judged_body);
     EXPECT_EQ(walker.judged_url, sites.entries.at(std::stoul(walker.judged.back())).url);
-    EXPECT_EQ(ToText(outcome.items, sites.entries), zo_base::Split(walk.statistics, " "));
+    EXPECT_EQ(ToText(outcome.items, sites.entries), Split(walk.statistics, " "));
     environment.Exit();
     EXPECT_THAT(RecordedLog::Texts(kDestroyed), ElementsAre(kDestroyed));
   }

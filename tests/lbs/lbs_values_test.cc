@@ -274,9 +274,9 @@ TEST(HostChooserTest, HandsOutItsListThenADefaultThenItsListAnew) {
       {"", "0", "*1.2.3.4:80", "1.2.3.4:80 [::1]:80"},
   };
   for (const auto& row : rows) {
-    const auto defaults = zo_base::Split(row.defaults, " ");
+    const auto defaults = Split(row.defaults, " ");
     HostChooser chooser(defaults[0], defaults[1], 1);
-    chooser.ResetHosts(zo_base::Split(row.hosts, " "));
+    chooser.ResetHosts(Split(row.hosts, " "));
     EXPECT_EQ(Asked(chooser, row.families), row.answers)
         << row.hosts << " | " << row.defaults << " asked for " << row.families;
   }

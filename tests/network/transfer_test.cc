@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::Pair;
-using testing::SizeIs;
+using zo_base::ReplaceAll;
 
 CertificateAuthority& Authority() {
   static CertificateAuthority authority;
@@ -123,10 +123,9 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     server_.Answer("/start", [&](const SeenRequest&) {
-      const std::string to = zo_base::ReplaceAll(row.location, "{server}", server_.url(""));
-      return ServerAnswer{row.status,
-                          {{"Location", zo_base::ReplaceAll(to, "{other}", other.url(""))}},
-                          "redirected"};
+      const std::string to = ReplaceAll(row.location, "{server}", server_.url(""));
+      return ServerAnswer{
+          row.status, {{"Location", ReplaceAll(to, "{other}", other.url(""))}}, "redirected"};
     });
     const auto request = Get(server_.url("/start"));
     request->method = row.method;
@@ -147,7 +146,7 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     EXPECT_EQ(seen.header("X-Kept"), "1");
     EXPECT_EQ(seen.header("Authorization"), elsewhere ? "" : "secret");
   }
-  EXPECT_THAT(other.requests(), SizeIs(1));
+  EXPECT_THAT(other.requests(), testing::SizeIs(1));
 
   RawServer silent(NeverAnswers());
   for (const std::string& to : {"/start"s, silent.url("/")}) {
@@ -215,7 +214,7 @@ TEST(ConnectionTest, OfHttp2IsSharedByRequestsAndOutlivesWhatTheServerCloses) {
       for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
     }
     const std::string log = nginx.AccessLog(201), first = log.substr(0, log.find('\n') + 1);
-    EXPECT_EQ(zo_base::ReplaceAll(log, first, "").empty(), closing.empty());  // On one connection.
+    EXPECT_EQ(ReplaceAll(log, first, "").empty(), closing.empty());  // On one connection.
   }
 }
 
@@ -275,8 +274,7 @@ TEST_F(TransferTest, EndsInAnErrorTextWhateverTheServerDoesUnlessAWholeHeadRedir
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     for (const bool redirects : {false, true}) {
-      const std::string answer =
-          zo_base::ReplaceAll(row.answer, "200 OK", redirects ? found : "200 OK");
+      const std::string answer = ReplaceAll(row.answer, "200 OK", redirects ? found : "200 OK");
       RawServer server(Repeats(answer, row.block, row.interval_ms));
       const auto request = Get(server.url("/"), row.interval_ms > 0 ? 400 : 20'000);
       ResponsePtr response;

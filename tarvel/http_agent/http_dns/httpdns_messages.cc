@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "base/json/json_texts.h"
+#include "base/process/steady_time.h"
 #include "base/text/saturated_cast.h"
 #include "base/text/strings.h"
+#include "network/http/http_response.h"
 #include "network/url/host_rules.h"
 
 namespace zo_tarvel {
@@ -15,7 +17,9 @@ namespace {
 
 using WQBASE::network::CanBeAskedFor;
 using WQBASE::network::CanBeHost;
+using WQBASE::network::kHttpOk;
 using WQBASE::network::LiteralsOf;
+using zo_base::kMillisecondsPerSecond;
 using zo_base::json11::Json;
 
 constexpr char kSFormat[] = "%s://%s/httpdns/v2/s";
@@ -23,8 +27,7 @@ constexpr char kDFormat[] = "%s://%s/httpdns/v2/d?%s";
 // Of this host. Named with the others, and used by nothing.
 [[maybe_unused]] constexpr char kLoopbackIPv4[] = "127.0.0.1";
 [[maybe_unused]] constexpr char kLoopbackIPv6[] = "::1/128";
-constexpr std::int32_t kGoodCode = 200;
-constexpr std::int32_t kMillisecondsPerSecond = 1'000;
+constexpr std::int32_t kGoodCode = 200;  // Of the business, in the body.
 // A list that is said to live shorter would have its servers asked without a pause.
 constexpr std::int64_t kShortestServiceTtl = 1'000;
 constexpr std::int32_t kDefaultHostTtl = 3'600'000;
@@ -70,7 +73,7 @@ std::string FindFaultOfHosts(const Json& data, const std::vector<std::string>& h
 
 std::string FindFaultInD(std::int32_t http_code, const std::string& body,
                          const std::vector<std::string>& hosts) {
-  if (http_code != kGoodCode) return "Httpdns -d query hosts`s ip response code != 200";
+  if (http_code != kHttpOk) return "Httpdns -d query hosts`s ip response code != 200";
   if (body.empty()) return "Httpdns response error body is empty";
   std::string parse_error;
   const Json answer = Json::parse(body, parse_error);

@@ -13,6 +13,7 @@
 #include "base/text/read_number.h"
 #include "base/text/text_of.h"
 #include "base/text/utf8.h"
+#include "network/http/http_response.h"
 #include "network/url/host_rules.h"
 #include "tarvel/environment/configuration/deployment.h"
 #include "tarvel/environment/configuration/exception_data.h"
@@ -22,10 +23,9 @@ namespace zo_tarvel {
 namespace {
 
 using WQBASE::network::CanBeHost;
+using WQBASE::network::kHttpOk;
 using zo_base::TextOf;
 using zo_base::json11::Json;
-
-constexpr std::int32_t kHttpOk = 200;
 
 // Keys of the server cache file.
 constexpr char kHost[] = "host";

@@ -5,6 +5,7 @@
 
 #include "network/url/host_rules.h"
 #include "network/url/ip_address.h"
+#include "network/url/url.h"
 
 namespace zo_tarvel {
 namespace {
@@ -13,12 +14,12 @@ using WQBASE::network::CanBeHost;
 using WQBASE::network::InBrackets;
 
 namespace network = WQBASE::network;
+using WQBASE::network::kHighestPort;
 using zo_base::MutexLock;
 using zo_base::json11::Json;
 
 constexpr std::int32_t kHttpPort = 80;
 constexpr std::int32_t kHttpsPort = 443;
-constexpr std::int32_t kHighestPort = 65'535;
 // Each may have to be waited for.
 constexpr std::size_t kMostServers = 32;
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tarvel/environment/configuration/request_timeouts.h"
+
 namespace zo_tarvel {
 
 // Who asks: the identity of a request's caller, for the headers and for reports.
@@ -60,12 +62,12 @@ struct MultipleURLHttpRequest {
 
   std::vector<std::string> headers;  // Each as name, ":" and value.
   MultipleURLHttpRequestContext context;
-  std::string body;                        // Sent with a POST only.
-  std::int32_t time_out = 7'000;           // Milliseconds that one sub request may take.
-  std::int32_t multiple_time_out = 2'000;  // Milliseconds after which the next URL is tried beside.
-  std::string extra;                       // Carried only.
-  std::int32_t request_type = 0;           // 0 is GET, any other value POST.
-  std::vector<UrlEntry> urls;              // In the order of trying.
+  std::string body;                                                    // Sent with a POST only.
+  std::int32_t time_out = RequestTimeouts().timeout;                   // See there.
+  std::int32_t multiple_time_out = RequestTimeouts().prefail_timeout;  // The same.
+  std::string extra;                                                   // Carried only.
+  std::int32_t request_type = 0;  // 0 is GET, any other value POST.
+  std::vector<UrlEntry> urls;     // In the order of trying.
   CheckCallback check_callback;
   ResultCallback result_callback;
   bool use_http_dns_if_fail = true;  // When all have failed: resolve the hosts and try once more.

@@ -70,12 +70,17 @@ void CountTimerInvoker::Gather(const Task& requested) {
 
 void CountTimerInvoker::OnTimeOut() {
   ZO_LOG << "[count timer invoker][time out] Invoke task";
-  Task latest;
-  {
-    MutexLock hold(task_lock);
-    latest = task;
-  }
-  Invoke(latest, true);
+  // Read the task when it is run, after the count has gone back to 0: a request that is counted
+  // until then starts no timer of its own, and this run must be that request's.
+  const auto run_latest = [this] {
+    Task latest;
+    {
+      MutexLock hold(task_lock);
+      latest = task;
+    }
+    latest();
+  };
+  Invoke(run_latest, true);
 }
 
 }  // namespace zo_tarvel

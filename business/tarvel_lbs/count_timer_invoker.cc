@@ -70,8 +70,8 @@ void CountTimerInvoker::Gather(const Task& requested) {
 
 void CountTimerInvoker::OnTimeOut() {
   ZO_LOG << "[count timer invoker][time out] Invoke task";
-  // Read the task when it is run, after the count has gone back to 0: a request that is counted
-  // until then starts no timer of its own, and this run must be that request's.
+  // Read the task only after InvokeNow has reset the count: a request that is counted before the
+  // reset starts no timer of its own, so this run must use its task.
   const auto run_latest = [this] {
     Task latest;
     {

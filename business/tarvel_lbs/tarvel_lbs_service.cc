@@ -39,19 +39,22 @@ bool ZOTarvelLBSServiceImpl::Init(const _ZOTarvelLBSSettings& record) {
   const LibraryCall call;
   if (IsPutOff([record](auto& self) { self.Init(record); })) return true;
   MutexLock hold(init_lock);
-  if (initd) return StartThread();
+  if (initd) {
+    EnsureThread();
+    return true;
+  }
   PrepInit(record);
   Connect<>(zo_base::SIG_ThreadBegin, Weakly([](auto& self) { self.OnOwnThreadBegin(); }));
   // Before the thread begins: its first update comes to nothing as long as this isn't set.
   initd = true;
-  return StartThread();
+  EnsureThread();
+  return true;
 }
 
 // The service is there without its thread too, and each update asks for that again.
-bool ZOTarvelLBSServiceImpl::StartThread() {
+void ZOTarvelLBSServiceImpl::EnsureThread() {
   const std::string failure = StartIfPossible();
   if (!failure.empty()) ZO_LOG << "lbs service thread failed:" << failure;
-  return true;
 }
 
 void ZOTarvelLBSServiceImpl::PrepInit(const _ZOTarvelLBSSettings& record) {

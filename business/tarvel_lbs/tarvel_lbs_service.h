@@ -113,7 +113,7 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
 
   // --- Start ---
   void PrepInit(const _ZOTarvelLBSSettings& record);
-  bool StartThread();  // Unless it runs. Always true, as Init is.
+  void EnsureThread();  // Starts it unless it runs.
   void ConnectToConfig(_EnvironmentConfig& config);
   void OnOwnThreadBegin();
 

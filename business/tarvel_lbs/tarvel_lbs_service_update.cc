@@ -57,7 +57,7 @@ void ZOTarvelLBSServiceImpl::Update(EMAddressFamily family, bool force) {
 
 void ZOTarvelLBSServiceImpl::RequestUpdate(bool immediately, zo_net::AddressFamily family,
                                            bool force) {
-  if (initd) StartThread();
+  if (initd) EnsureThread();
   const auto invoker = Invoker();
   if (invoker == nullptr) return;
   invoker->Invoke(Weakly([family, force](auto& self) { self.UpdateLBS(family, force); }),

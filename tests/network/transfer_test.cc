@@ -346,7 +346,7 @@ TEST_F(TransferTest, TakesWhatIsWithinTheLimitsWithoutInterimHeadersAndTrailers)
   }
 }
 
-// A request on an IP literal that stands for a.example.
+// Returns a request for an IP literal whose server must be a.example.
 std::shared_ptr<HttpRequest> Pinned(const std::string& url, int port) {
   auto request = Get(url);
   request->sni = true;

@@ -79,10 +79,10 @@ void HttpAgent::InitOnce() {
   http_dns_service_->SetEnvironmentConfig(GetEnvironmentConfig());
   http_dns_service_->Init();
   SetTaskPosterOfReporter(work_thread_->GetTaskLoop());
-  HasWorkThread();
+  EnsureWorkThread();
 }
 
-bool HttpAgent::HasWorkThread() {
+bool HttpAgent::EnsureWorkThread() {
   const std::string failure = work_thread_->StartIfPossible();
   if (!failure.empty()) ZO_LOG << "http agent thread failed:" << failure;
   return failure.empty();
@@ -111,7 +111,7 @@ bool HttpAgent::IsInternetConnected() {
 
 void HttpAgent::OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread) {
   if (GetEnvironmentConfig() == nullptr) return;
-  if (!HasWorkThread()) {
+  if (!EnsureWorkThread()) {
     if (request.result_callback) request.result_callback(false, false, "", "");
     return;
   }

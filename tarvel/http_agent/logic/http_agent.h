@@ -64,7 +64,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
 
   void InitOnce();
   // Starts the work thread if it doesn't run yet. Without it requests fail on the caller's thread.
-  bool HasWorkThread();
+  bool EnsureWorkThread();
   void OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread);
   void SetTaskPosterOfReporter(std::shared_ptr<zo_base::ITaskPostor> poster);
   // Has `task(HttpAgent&)` run there, unless this has gone by then.

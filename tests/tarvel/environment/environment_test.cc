@@ -1,0 +1,254 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tarvel/environment/configuration/environment_config.h"
+#include "tarvel/environment/environment_manager.h"
+#include "tarvel/environment/environment_manager_storage.h"
+#include "tarvel/environment/lbs_service_factory.h"
+#include "tarvel/environment/tarvel_object_impl.h"
+#include "tests/support/fake_lbs_service.h"
+#include "tests/support/test_settings.h"
+
+namespace zo_tarvel {
+namespace {
+
+using test_support::TestSettings;
+
+class EnvironmentTest : public ::testing::Test {
+ protected:
+  EnvironmentTest() { FakeLBSService::Install(); }
+  ~EnvironmentTest() override {
+    while (storage_->started) ExitTarvelEnvironment(0);
+    EXPECT_EQ(storage_->start_count, 0);
+    SetLBSServiceFactory(nullptr);
+  }
+
+  // Starts an environment with a service, and runs `callback` on the service's thread.
+  void RunOnServiceThread(std::function<void()> callback) {
+    StartTarvelEnvironment(TestSettings());
+    FakeLBSService::StartOne()->PostTask(std::move(callback));
+  }
+
+  const std::shared_ptr<EnvironmentManagerStorage> storage_ = GetStorage();
+};
+
+TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsAStartAfterTheObjectWasGivenUp) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  ExitTarvelEnvironment(1);  // Without a start: not counted.
+  for (int life = 0; life < 2; ++life) {
+    for (int start = 0; start < 3; ++start) {
+      auto settings = TestSettings();
+      settings.client_type = 3 * life + start;
+      EXPECT_EQ(StartTarvelEnvironment(settings), 1);
+    }
+    EXPECT_EQ(storage_->config->client_type(), 3 * life);
+    ExitTarvelEnvironment(7);
+    EXPECT_NE(GetTarvelObject(1), nullptr);
+    EXPECT_EQ(GetTarvelObject(0), nullptr);
+    ExitTarvelEnvironment(1);  // Gives up the object, and the environment stays.
+    EXPECT_EQ(GetTarvelObject(1), nullptr);
+    EXPECT_TRUE(storage_->started && !storage_->config->IsExiting());
+    EXPECT_DEATH(StartTarvelEnvironment(TestSettings()), "");
+    const auto late_holder = storage_->config;
+    ExitTarvelEnvironment(0);
+    EXPECT_FALSE(storage_->started);
+    EXPECT_TRUE(late_holder->IsExiting());
+  }
+}
+
+TEST_F(EnvironmentTest, MakesANewServiceAfterTheClientHasReleasedOneButNoneAfterItsOwnRelease) {
+  StartTarvelEnvironment(TestSettings());
+  auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
+  const std::weak_ptr<zo_base::BaseThread> first =
+      FakeLBSService::StartOne()->shared_from_this<zo_base::BaseThread>();
+  object.ReleaseLBSService();
+  EXPECT_TRUE(first.expired());
+  FakeLBSService* const second = FakeLBSService::StartOne();
+  ASSERT_TRUE(second != nullptr && second->IsRunning());
+  object.Stop();
+  EXPECT_FALSE(second->IsRunning());
+  EXPECT_EQ(object.GetLBSService(), second);
+  object.Release();
+  EXPECT_EQ(object.GetLBSService(), nullptr);
+}
+
+TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
+  for (const bool starts_anew : {false, true}) {
+    std::promise<int> id;
+    RunOnServiceThread([&] {
+      ExitTarvelEnvironment(1);
+      EXPECT_FALSE(storage_->started);
+      id.set_value(starts_anew ? StartTarvelEnvironment(TestSettings()) : 0);
+    });
+    EXPECT_EQ(id.get_future().get(), starts_anew ? 1 : 0);
+    // The next life begins with the thread of the last one gone for good.
+    EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
+    while (storage_->started) ExitTarvelEnvironment(0);
+  }
+}
+
+TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
+  const auto release = [] {
+    if (IZOTarvelObject* object = GetTarvelObject(1)) object->ReleaseLBSService();
+  };
+  const std::pair<const char*, std::function<void()>> rows[] = {
+      {"releases its service", release},
+      {"exits", [] { ExitTarvelEnvironment(1); }},
+      {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
+  for (const auto& [name, act] : rows) {
+    std::promise<void> entered, acted;
+    RunOnServiceThread([&, &act = act] {
+      entered.set_value();
+      while (!storage_->exit_in_progress) std::this_thread::yield();
+      act();
+      acted.set_value();
+    });
+    entered.get_future().wait();
+    ExitTarvelEnvironment(0);  // The object stays in the table while it is stopped.
+    EXPECT_EQ(acted.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready)
+        << name;
+    EXPECT_FALSE(storage_->started);
+  }
+}
+
+TEST_F(EnvironmentTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) {
+  StartTarvelEnvironment(TestSettings());
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 2; ++i) {
+    threads.emplace_back([&] {
+      while (!done) {
+        StartTarvelEnvironment(TestSettings());
+        ExitTarvelEnvironment(0);
+      }
+    });
+  }
+  for (int round = 0; round < 2000; ++round) {
+    storage_->objects.Insert(7, std::make_shared<ZOTarvelObjectImpl>(7));
+    ++storage_->start_count;
+    ExitTarvelEnvironment(7);
+    ASSERT_EQ(GetTarvelObject(7), nullptr);
+  }
+  done = true;
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(storage_->start_count, 1);
+}
+
+TEST_F(EnvironmentTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
+  for (int i = 0; i < 3; ++i) StartTarvelEnvironment(TestSettings());
+  // The task never runs; its captures die on the thread that releases the service.
+  std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) { ExitTarvelEnvironment(0); });
+  FakeLBSService::StartOne()->PostDelayedTask(60'000, [moved = std::move(exits_when_destroyed)] {});
+  ExitTarvelEnvironment(1);
+  EXPECT_EQ(storage_->start_count, 1);
+}
+
+// Each with tasks in flight at the exit, one of them in a loop.
+TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  const auto live = [] {
+    StartTarvelEnvironment(TestSettings());
+    FakeLBSService* const service = FakeLBSService::StartOne();
+    service->PostTask([service] { service->PostTask([] {}); });
+    service->PostDelayedTask(1, [] {});
+    GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
+    ExitTarvelEnvironment(1);
+  };
+  live();  // A sanitizer's own thread comes with the first one of the library.
+  const auto before = threads();
+  for (int life = 0; life < 300; ++life) live();
+  // One that was joined may be seen a little longer.
+  for (int i = 0; i < 1'000 && threads() > before; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_LE(threads(), before);
+}
+
+std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& settings) {
+  auto config = std::make_shared<_EnvironmentConfig>();
+  config->Load(settings);
+  return config;
+}
+
+TEST(EnvironmentConfigTest, CleansTheTimeouts) {
+  const struct {
+    const char* name;
+    int timeout, prefail;
+    int cleaned_timeout, cleaned_prefail;
+  } rows[] = {{"zero keeps both defaults", 0, 5000, 7000, 2000},
+              {"negative keeps both defaults", INT32_MIN, INT32_MIN, 7000, 2000},
+              {"too long is lowered", INT32_MAX, INT32_MAX, 30000, 29920},
+              {"prefail equal to time-out", 5000, 5000, 5000, 4920},
+              {"prefail compares with the cleaned time-out", 500, 999, 1000, 999},
+              {"prefail below its least", 1, 199, 1000, 200}};
+  for (const auto& row : rows) {
+    _ZOTarvelEnvironmentSettings settings;
+    settings.single_request_timeout = row.timeout;
+    settings.single_request_prefail_timeout = row.prefail;
+    const auto config = Loaded(settings);
+    EXPECT_EQ(config->single_request_timeout(), row.cleaned_timeout) << row.name;
+    EXPECT_EQ(config->single_request_prefail_timeout(), row.cleaned_prefail) << row.name;
+  }
+}
+
+// The digests are those of md5sum.
+#define IM_G1 "tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/"
+#define SHOP "tarvel_comp/fb54f3c5992b96d001bb16e8e92d968d/"
+
+TEST(EnvironmentConfigTest, DerivesADirectoryPerBusinessFromTextsThatMayFillTheirArrays) {
+  const struct {
+    const char *business_type, *appdata_path, *log_path;
+    const char *appdata_directory, *log_directory;
+  } rows[] = {{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
+              {"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
+              {"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},
+              {"shop", "", "", "/" SHOP, "/" SHOP}};
+  for (const auto& row : rows) {
+    _ZOTarvelEnvironmentSettings settings;
+    std::strcpy(settings.business_type, row.business_type);
+    std::strcpy(settings.appdata_path, row.appdata_path);
+    std::strcpy(settings.log_path, row.log_path);
+    const auto config = Loaded(settings);
+    EXPECT_EQ(config->appdata_path(), row.appdata_directory);
+    EXPECT_EQ(config->log_path(), row.log_directory);
+  }
+  _ZOTarvelEnvironmentSettings settings;
+  std::memset(settings.business_type, 't', sizeof settings.business_type);
+  std::memset(settings.business_token, 'k', sizeof settings.business_token);
+  std::memset(settings.log_path, 'l', sizeof settings.log_path);
+  const auto config = Loaded(settings);
+  EXPECT_EQ(config->business_type(), std::string(32, 't'));
+  EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
+  EXPECT_EQ(config->log_path().find("/tarvel_comp/"), 1024u);
+}
+
+TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffersAndOfAFamilyOnlyWhenAsked) {
+  const auto config = Loaded({});
+  std::vector<std::string> told;
+  config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {
+    told.push_back(token);
+    EXPECT_EQ(config->GetBusinessToken(), token);  // The lock is recursive.
+  });
+  config->Connect<zo_net::AddressFamily>(
+      SIG_NetworkChanged, [&](auto family) { told.push_back(std::to_string(family)); });
+  for (const char* token : {"", "a", "a", ""}) config->SetBusinessToken(token);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv4, false);
+  config->SetAddressFamily(zo_net::kAddressFamilyIPv6, true);
+  EXPECT_EQ(told, (std::vector<std::string>{"a", "", "2"}));
+  EXPECT_EQ(config->address_family(), zo_net::kAddressFamilyIPv6);
+}
+
+}  // namespace
+}  // namespace zo_tarvel

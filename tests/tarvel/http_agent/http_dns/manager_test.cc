@@ -1,0 +1,306 @@
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/json/json11.h"
+#include "tarvel/http_agent/logic/httpdns_service.h"
+#include "tests/support/agent_environment.h"
+#include "tests/support/event.h"
+#include "tests/support/temp_directory.h"
+
+// The HTTPDNS client with a test in the place of the agent: it gets the requests and answers them.
+namespace zo_tarvel {
+namespace {
+
+using namespace test_support;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using zo_base::json11::Json;
+using Texts = std::vector<std::string>;
+
+constexpr char kFile[] = "http_server_cache.data";
+constexpr std::int64_t kNow = 1'700'000'000'000;
+
+std::string File(const std::map<std::string, std::string>& entries) {
+  return Json(Json::object(entries.begin(), entries.end())).dump();
+}
+
+std::string ServerFile() {
+  return File(
+      {{"host", "svc.example"},
+       {"ipv4", R"([{"host": "192.0.2.7", "port": 0, "https": false}, {"host": "dns.example",
+                   "port": 8443}, {"host": "192.0.2.8"}, {"host": "192.0.2.9/evil"},
+                   {"host": "0x7f.1"}])"},
+       {"ipv6", R"([{"host": "[2001:db8::7]", "port": 8080, "https": true}])"},
+       {"expired_time", std::to_string(kNow + 3'600'000)}});
+}
+
+Texts UrlsOf(const MultipleURLHttpRequest& request) {
+  Texts urls;
+  for (const auto& entry : request.urls) urls.push_back(entry.host + " " + entry.url);
+  return urls;
+}
+
+class HttpDNSManagerTest : public testing::Test {
+ protected:
+  ~HttpDNSManagerTest() override {
+    if (manager_) manager_->Stop();
+  }
+
+  // With these files; empty for none.
+  void Begin(const std::string& servers, const std::string& hosts = "", bool only_https = false) {
+    _ZOTarvelEnvironmentSettings settings;
+    std::strcpy(settings.appdata_path, directory_.path().c_str());
+    settings.only_https_supported = only_https;
+    settings.single_request_timeout = 4'321;
+    settings.single_request_prefail_timeout = 1'234;
+    config_->Load(settings);
+    config_->SetHttpRequestInvoker(
+        [this](const MultipleURLHttpRequest& request, bool) { sent_.push_back(request); });
+    files_ = config_->appdata_path() + "http_dns/";
+    std::filesystem::create_directories(files_);
+    if (!servers.empty()) WriteFile(files_ + "http_server_cache.data", servers);
+    if (!hosts.empty()) WriteFile(files_ + "http_dns_cache.data", hosts);
+    if (manager_) manager_->Stop();
+    manager_ = std::make_shared<HttpDNSManager>([] { return kNow; });
+    manager_->SetEnvironmentConfig(config_);
+    EXPECT_TRUE(manager_->Init());
+    Settle();
+  }
+  // Until all posted so far, and what that has posted, has run.
+  void Settle() {
+    for (int i = 0; i < 5; ++i) {
+      Event done;
+      manager_->PostTask([&] { done.Set(); });
+      ASSERT_TRUE(done.Await());
+    }
+  }
+  void Reload() {
+    manager_->PostTask([this] { manager_->DoReload(zo_net::kAddressFamilyAny); });
+    Settle();
+  }
+  void Query(const Texts& hosts) {
+    MultipleURLHttpRequestContext context;
+    context.trace_id = "trace";
+    const auto take = [this](const HostCacheResult& result) {
+      results_.push_back(result);
+      return true;
+    };
+    manager_->InvokeQuery(zo_net::kAddressFamilyAny, hosts, take, context);
+    Settle();
+  }
+  void Answer(const MultipleURLHttpRequest& request, bool success, const std::string& body) {
+    request.result_callback(false, success, "", body);
+    Settle();
+  }
+  // A value in a file.
+  std::string Saved(const std::string& name, const std::string& key) const {
+    std::string error;
+    return Json::parse(ReadFile(files_ + name), error)[key].string_value();
+  }
+
+  const CapturedLog log_;
+  const TempDirectory directory_;
+  std::string files_;
+  // Of the manager's thread; read after Settle.
+  std::vector<MultipleURLHttpRequest> sent_;
+  std::vector<HostCacheResult> results_;
+  const std::shared_ptr<_EnvironmentConfig> config_ = std::make_shared<_EnvironmentConfig>();
+  std::shared_ptr<HttpDNSManager> manager_;
+};
+
+TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
+  Begin("");
+  EXPECT_EQ(Saved(kFile, "host"), "httpdns.tarvel.invalid");
+  EXPECT_EQ(Saved(kFile, "ttl"), "3600");
+  EXPECT_EQ(Saved(kFile, "updated_at"), std::to_string(kNow));
+  EXPECT_EQ(Saved(kFile, "expired_time"), std::to_string(kNow));
+  EXPECT_EQ(Saved(kFile, "ipv6"), R"([{"host": "[2001:db8::53]", "https": true, "port": 443}, )"
+                                  R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])");
+  EXPECT_TRUE(RecordedLog::Await("[http dns] Begin update service"));
+  Settle();
+  const auto urls = UrlsOf(sent_.at(0));
+  ASSERT_EQ(urls.size(), 7U);
+  EXPECT_EQ(urls[1], "httpdns.tarvel.invalid https://192.0.2.53:443/httpdns/v2/s");
+}
+
+TEST_F(HttpDNSManagerTest, AsksForServersAtATimeThatTheFileSays) {
+  const auto in = [](std::int64_t ms) { return std::to_string(kNow + ms); };
+  const std::pair<std::string, std::string> rows[] = {{in(864'000'000), "86400000"},
+                                                      {in(2'001), "2001"},
+                                                      {in(1'500), "50"},
+                                                      {in(-86'400'000), "50"},
+                                                      {"9223372036854775807", "86400000"},
+                                                      {"99999999999999999999", "50"}};
+  for (const auto& [expired_time, delay] : rows) {
+    RecordedLog::Clear();
+    Begin(File({{"host", "h"}, {"ipv4", "[]"}, {"expired_time", expired_time}}));
+    EXPECT_THAT(RecordedLog::Texts("[http dns][init] Invoke s after"),
+                ElementsAre("[http dns][init] Invoke s after " + delay + " ms"))
+        << expired_time;
+  }
+}
+
+TEST_F(HttpDNSManagerTest, AsksServersForServersOneRequestAtATime) {
+  Begin(ServerFile());
+  Reload();
+  Reload();
+  ASSERT_EQ(sent_.size(), 1U);
+  const auto request = sent_[0];
+  EXPECT_THAT(UrlsOf(request), ElementsAre("svc.example https://svc.example/httpdns/v2/s",
+                                           "svc.example http://192.0.2.7:80/httpdns/v2/s",
+                                           "svc.example https://[2001:db8::7]:8080/httpdns/v2/s",
+                                           "svc.example https://dns.example/httpdns/v2/s",
+                                           "svc.example https://192.0.2.8:443/httpdns/v2/s"));
+  EXPECT_THAT(request.headers, ElementsAre("X-VELDRIN-BUSINESS:im_g1"));
+  EXPECT_EQ(request.time_out, 4'321);
+  EXPECT_EQ(request.multiple_time_out, 1'234);
+  EXPECT_FALSE(request.use_http_dns_if_fail);
+  EXPECT_FALSE(request.context.trace_id.empty());
+  const auto refused = request.check_callback(1, 500, "u", "", "", 0);
+  EXPECT_FALSE(refused.success || refused.stop || !refused.add_statistic);
+  EXPECT_EQ(refused.error_message, "Function S response code != 200");
+}
+
+TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
+  Begin(ServerFile(), "", true);
+  Reload();
+  EXPECT_EQ(UrlsOf(sent_[0])[1], "svc.example https://dns.example/httpdns/v2/s");
+  const std::string list = R"([{"host": "192.0.2.77", "https": false}])";
+  Answer(sent_[0], true, R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
+  EXPECT_EQ(Saved(kFile, "ipv4"), list);
+  Query({"a"});
+  EXPECT_THAT(UrlsOf(sent_.back()),
+              ElementsAre("new.example https://new.example/httpdns/v2/d?domain=a",
+                          "new.example https://[2001:db8::7]:8080/httpdns/v2/d?domain=a"));
+}
+
+TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
+  Begin(ServerFile());
+  Reload();
+  Answer(sent_[0], true,
+         R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": [{"host": "192.0.2.77"}]})");
+  EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 600000 ms"));
+  EXPECT_EQ(Saved(kFile, "ttl"), "600000");
+  EXPECT_EQ(Saved(kFile, "expired_time"), std::to_string(kNow + 600'000));
+  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
+  EXPECT_THAT(Saved(kFile, "ipv6"), testing::HasSubstr("2001:db8::7"));
+  Reload();
+  EXPECT_THAT(UrlsOf(sent_.back()),
+              ElementsAre("new.example https://new.example/httpdns/v2/s",
+                          "new.example https://192.0.2.77:443/httpdns/v2/s",
+                          "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
+  Answer(sent_.back(), true,
+         R"({"host": "x", "ttl": 2592000, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
+             {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"}]})");
+  EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 2592000000 ms"));
+  EXPECT_EQ(Saved(kFile, "ttl"), "2592000000");
+  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
+  Reload();
+  EXPECT_EQ(UrlsOf(sent_.back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
+  const std::string too_long(65'536, ' ');
+  Answer(
+      sent_.back(), true,
+      R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" + too_long + "\"}]}");
+  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
+}
+
+TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
+  Begin(ServerFile());
+  for (const int minutes : {1, 2, 3, 4, 5, 5, 0, 1}) {
+    RecordedLog::Clear();
+    Reload();
+    Answer(sent_.back(), minutes == 0, R"({"host": "h", "ttl": 600, "ipv4": []})");
+    const std::string delay = std::to_string(minutes * 60'000);
+    EXPECT_THAT(RecordedLog::Texts("[http dns] Update "),
+                ElementsAre(minutes == 0 ? "[http dns] Update success ttl : 600000 ms"
+                                         : "[http dns] Update fail redo after :" + delay + "ms"));
+  }
+}
+
+TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
+  const auto entry = [](const std::string& ip, std::int64_t end) {
+    return R"({"ttl": 1, "ipv4": [")" + ip + R"("], "cache_expired_time": )" + std::to_string(end) +
+           "}";
+  };
+  Begin(ServerFile(), File({{"a", entry("192.0.2.1", kNow + 3'600'000)},
+                            {"b", entry("192.0.2.2", kNow - 1)},
+                            {"broken", "["},
+                            {"evil", entry("evil.example", kNow + 3'600'000)}}));
+  const std::string too_long(256, 'h');
+  Query({"a", "b", "c", "evil", "n&o=t", "d e", "f\\g", "\xff", too_long});  // From "n" on never.
+  ASSERT_EQ(sent_.size(), 2U);
+  EXPECT_THAT(results_, IsEmpty());
+  const auto sync = sent_[0], async = sent_[1];
+  EXPECT_EQ(UrlsOf(sync)[1], "svc.example http://192.0.2.7:80/httpdns/v2/d?domain=c,evil");
+  EXPECT_EQ(UrlsOf(async)[0], "svc.example https://svc.example/httpdns/v2/d?domain=b");
+  EXPECT_THAT(sync.headers, IsEmpty());
+  EXPECT_EQ(sync.context.trace_id, "trace");
+  EXPECT_FALSE(sync.use_http_dns_if_fail);
+  const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
+      "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
+  EXPECT_TRUE(sync.check_callback(0, 200, "u", "", body, 0).success);
+  EXPECT_FALSE(async.check_callback(0, 200, "u", "", body, 0).success);
+  Answer(sync, true, body);
+  const HostCacheResult wanted{{"a", {"192.0.2.1"}},
+                               {"b", {"192.0.2.2"}},
+                               {"c", {"192.0.2.3", "[2001:db8::3]"}},
+                               {"evil", {"192.0.2.6"}}};
+  EXPECT_THAT(results_, ElementsAre(wanted));
+  EXPECT_EQ(Saved("http_dns_cache.data", "c"),
+            R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
+            R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})");
+  EXPECT_EQ(Saved("http_dns_cache.data", "broken"), "");  // What is of no use is not kept.
+  Answer(async, false, "");
+  Query({"b"});       // Still stale: answered, and asked for again.
+  Query({"d", "a"});  // Nobody will know the first.
+  Answer(sent_.back(), false, "");
+  EXPECT_EQ(sent_.size(), 4U);
+  EXPECT_THAT(results_, ElementsAre(wanted, HostCacheResult{{"b", {"192.0.2.2"}}},
+                                    HostCacheResult{{"a", {"192.0.2.1"}}}));
+}
+
+TEST_F(HttpDNSManagerTest, KeepsOfVeryManyHostsThoseJustAskedForAndThoseThatEndLast) {
+  const auto many = [](std::string text, int count, const std::function<std::string(int)>& member) {
+    for (int i = 0; i < count; ++i) text += '"' + std::to_string(i) + member(i) + ", ";
+    return text;
+  };
+  const auto entry = [](int i) {
+    return R"(": "{\"ipv4\": [\"192.0.2.1\"], \"cache_expired_time\": )" +
+           std::to_string(kNow + (i <= 10'000 ? 0 : 3'600'000)) + "}\"";
+  };
+  Begin(ServerFile(), many("{", 20'100, entry) + R"("junk": ""})");
+  Query({"a"});
+  const auto member = [](int) { return R"(.b": {"ip": ["192.0.2.1"], "ttl": 600})"; };
+  Answer(sent_.back(), true,
+         many(R"({"code": 200, "data": {)", 12'000, member) +
+             R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
+  EXPECT_EQ(results_.back(), (HostCacheResult{{"a", {"192.0.2.2"}}}));
+  const auto known = manager_->GetHostCache().Dump();
+  EXPECT_EQ(known.count("1") + known.count("19999") + known.count("1.b"), 2U);
+  std::string error;  // The file has no more than the next start takes back.
+  const Json saved = Json::parse(ReadFile(files_ + "http_dns_cache.data"), error);
+  EXPECT_LE(saved.object_items().size(), HttpDNSHostCache::kMostHosts);
+  EXPECT_EQ(saved.object_items().count("a"), 1U);
+}
+
+TEST_F(HttpDNSManagerTest, DoesNothingWhileItIsOff) {
+  _ZOTarvelEnvironmentSettings settings;
+  std::strcpy(settings.appdata_path, directory_.path().c_str());
+  settings.enable_httpdns = -1;
+  config_->Load(settings);
+  HttpDNSService service;
+  service.SetEnvironmentConfig(config_);
+  EXPECT_FALSE(service.Init());
+  EXPECT_FALSE(service.InvokeQuery(zo_net::kAddressFamilyAny, {"a"}, nullptr, {}));
+  EXPECT_FALSE(std::filesystem::exists(config_->appdata_path() + "http_dns"));
+}
+
+}  // namespace
+}  // namespace zo_tarvel

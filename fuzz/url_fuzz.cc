@@ -61,6 +61,12 @@ void CheckHostAndPort(const ParsedUrl& url, std::string_view text) {
   Require(GetHost(text, true) == with_port, "the host with its port");
   Require(GetPort(text) == NumberByStrtol(port_text), "the port is the number");
 
+  const Url value{std::string(text)};
+  Require(value.host() == host && value.port() == GetPort(text) &&
+              value.has_port() == url.port.present() && value.scheme() == GetScheme(text) &&
+              value.is_on_ip() == IsIPAddress(host),
+          "the value says the same");
+
   std::string appended = "x";
   std::int32_t port = 17;
   GetHostAndPort(text, appended, port);

@@ -16,6 +16,7 @@ unsigned char ByteOf(char c) { return static_cast<unsigned char>(c); }
 
 bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
 bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
+char LowerOf(char c) { return IsUpper(c) ? static_cast<char>(c - 'A' + 'a') : c; }
 
 CharacterSet SetOf(std::string_view characters) {
   CharacterSet set;
@@ -79,10 +80,19 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
   return replaced.append(text.substr(copied));
 }
 
+bool EqualIgnoringCase(std::string_view a, std::string_view b) {
+  return std::ranges::equal(a, b, {}, LowerOf, LowerOf);
+}
+
+std::string_view Trim(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const auto begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) return {};
+  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
 void ToLower(std::string& text) {
-  for (char& c : text) {
-    if (IsUpper(c)) c = static_cast<char>(c - 'A' + 'a');
-  }
+  for (char& c : text) c = LowerOf(c);
 }
 
 void ToUpper(std::string& text) {

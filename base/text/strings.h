@@ -19,6 +19,10 @@ std::string Join(const std::vector<std::string>& texts, std::string_view separat
 // empty `from` occurs nowhere.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 
+bool EqualIgnoringCase(std::string_view a, std::string_view b);
+// Without the blanks, tabs and line ends around it.
+std::string_view Trim(std::string_view text);
+
 // In place.
 void ToLower(std::string& text);
 void ToUpper(std::string& text);

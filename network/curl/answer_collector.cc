@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "base/text/strings.h"
-#include "network/curl/header_list.h"
 
 namespace WQBASE::network {
 namespace {
@@ -16,15 +15,17 @@ bool IsInterim(CURL* easy) {
 }
 
 bool ListsCodings(const std::string& name) {
-  return SameName(name, "Content-Encoding") || SameName(name, "Transfer-Encoding");
+  return zo_base::EqualIgnoringCase(name, "Content-Encoding") ||
+         zo_base::EqualIgnoringCase(name, "Transfer-Encoding");
 }
 
 std::size_t CountCodings(std::string_view list) {
   const auto pieces = zo_base::Split(list, ",");
   return static_cast<std::size_t>(
       std::count_if(pieces.begin(), pieces.end(), [](const std::string& piece) {
-        const std::string_view coding = Trim(piece);
-        return !coding.empty() && !SameName(coding, "identity") && !SameName(coding, "chunked");
+        const std::string_view coding = zo_base::Trim(piece);
+        return !coding.empty() && !zo_base::EqualIgnoringCase(coding, "identity") &&
+               !zo_base::EqualIgnoringCase(coding, "chunked");
       }));
 }
 
@@ -88,7 +89,7 @@ void AnswerCollector::TakeHeader(std::string_view line) {
     next_ = is_interim_ ? Next::kStatusLine : Next::kTrailer;
     return;
   }
-  const std::string_view value = AppendHeaderLine(headers, line);
+  const std::string_view value = headers.AddLine(line);
   if (!value.empty() && ListsCodings(headers.back().first)) codings_ += CountCodings(value);
 }
 

@@ -34,7 +34,7 @@ class AnswerCollector {
   // Whether the head of the last answer has been received to its end.
   bool has_whole_head() const { return next_ == Next::kTrailer; }
 
-  HeaderList headers;  // Of the last answer, without trailers.
+  Headers headers;  // Of the last answer, without trailers.
   std::vector<std::uint8_t> body;
   std::size_t header_bytes = 0;
   std::string error;  // Set when the answer exceeded a limit.

@@ -14,7 +14,7 @@ struct Hop {
   bool sends_body = false;
   std::string asked_url;  // As the logic or the redirect wrote it.
   WebAddress address;     // Where it goes by name.
-  HeaderList headers;
+  Headers headers;
 };
 
 // For a request on an IP literal whose TLS is to name `host`: connections to `name` go to

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "network/curl/header_list.h"
-
 namespace WQBASE::network {
 namespace {
 
@@ -24,8 +22,8 @@ bool BecomesGet(const Hop& hop, long status) {
 
 }  // namespace
 
-bool FollowRedirect(Hop& hop, long status, const HeaderList& answer, std::string& error) {
-  const std::string* const location = FindHeader(answer, "Location");
+bool FollowRedirect(Hop& hop, long status, const Headers& answer, std::string& error) {
+  const std::string* const location = answer.ValueOf("Location");
   if (!IsRedirect(status) || location == nullptr || Names(*location, hop)) return false;
   auto address = ResolveReference(hop.address, *location, error);
   if (!address) return false;
@@ -33,13 +31,13 @@ bool FollowRedirect(Hop& hop, long status, const HeaderList& answer, std::string
   if (BecomesGet(hop, status)) {
     hop.verb = "GET";
     hop.sends_body = false;
-    RemoveHeader(hop.headers, "Content-Type");
+    hop.headers.Remove("Content-Type");
   }
   if (!address->SameServer(hop.address)) {
-    RemoveHeader(hop.headers, "Authorization");
-    RemoveHeader(hop.headers, "Cookie");
+    hop.headers.Remove("Authorization");
+    hop.headers.Remove("Cookie");
   }
-  SetHeader(hop.headers, "Host", address->host);
+  hop.headers.Set("Host", address->host);
   hop.asked_url = address->url;
   hop.address = std::move(*address);
   return true;

@@ -16,6 +16,6 @@ inline constexpr int kMostRedirects = 20;
 // An answer that names the URL it answers, as that was asked or with the host's name in it, ends
 // the transfer. Otherwise the next request goes to the target and names its host; 303 turns it into
 // a GET, 301 and 302 do so for a POST. Credentials don't travel to another server.
-bool FollowRedirect(Hop& hop, long status, const HeaderList& answer, std::string& error);
+bool FollowRedirect(Hop& hop, long status, const Headers& answer, std::string& error);
 
 }  // namespace WQBASE::network

@@ -8,7 +8,6 @@
 
 #include "base/text/strings.h"
 #include "network/url/ip_address.h"
-#include "network/url/url.h"
 
 namespace WQBASE::network {
 namespace {
@@ -47,8 +46,8 @@ bool IsAscii(std::string_view text) {
 
 // The host that a redirect to `reference` names; that of `base` when it names none.
 std::string HostNamedBy(const std::string& reference, const WebAddress& base) {
-  if (reference.starts_with("//")) return GetHost("https:" + reference, false);
-  return GetScheme(reference).empty() ? base.host : GetHost(reference, false);
+  const Url url = reference.starts_with("//") ? "https:" + reference : reference;
+  return url.scheme().empty() ? base.host : std::string(url.host());
 }
 
 // `own_reading` is the host by the reading of network/url/url.h.
@@ -87,16 +86,16 @@ bool WebAddress::SameServer(const WebAddress& other) const {
   return https == other.https && port == other.port && SameHost(host, other.host);
 }
 
-std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& error) {
-  if (url.find('\0') != std::string::npos) {
+std::optional<WebAddress> ParseWebAddress(const Url& url, std::string& error) {
+  if (url.text().find('\0') != std::string::npos) {
     error = "NUL in the URL";
     return std::nullopt;
   }
   const UrlHandle handle(curl_url(), curl_url_cleanup);
-  if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), kParseFlags), error)) {
+  if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, url.text().c_str(), kParseFlags), error)) {
     return std::nullopt;
   }
-  return AddressOf(handle, HostIn(url), error);
+  return AddressOf(handle, url.host(), error);
 }
 
 std::optional<WebAddress> ResolveReference(const WebAddress& base, const std::string& reference,

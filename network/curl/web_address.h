@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "network/url/url.h"
+
 namespace WQBASE::network {
 
 // A URL as libcurl itself parses it, so that what is checked is what is fetched.
@@ -29,7 +31,7 @@ struct WebAddress {
 // Each of these returns nothing unless the result is an http or https URL whose host has one
 // reading; then `error` says why.
 
-std::optional<WebAddress> ParseWebAddress(const std::string& url, std::string& error);
+std::optional<WebAddress> ParseWebAddress(const Url& url, std::string& error);
 
 // Where `base` redirects to: `reference` may be relative and may have blanks, which are encoded.
 std::optional<WebAddress> ResolveReference(const WebAddress& base, const std::string& reference,

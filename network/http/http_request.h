@@ -7,12 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "network/http/headers.h"
+
 namespace WQBASE::network {
 
 struct HttpResponseUser;
-
-// Name and value, in order.
-using HeaderList = std::vector<std::pair<std::string, std::string>>;
 
 // The verbs, as `method` of a request.
 enum HttpMethod : std::int32_t {
@@ -38,7 +37,7 @@ struct HttpRequest {
   void setMethod(std::int32_t value) { method = value; }
   void setUrl(std::string value) { url = std::move(value); }
   void setBody(std::vector<std::uint8_t> value) { body = std::move(value); }
-  void setHeaders(HeaderList value) { headers = std::move(value); }
+  void setHeaders(Headers value) { headers = std::move(value); }
   void setTimeOut(std::int32_t value) { time_out = value; }
   void setHost(std::string value) { host = std::move(value); }
   void setIP(std::string value) { ip = std::move(value); }
@@ -48,7 +47,7 @@ struct HttpRequest {
   std::int32_t getMethod() const { return method; }
   const std::string& getUrl() const { return url; }
   const std::vector<std::uint8_t>& getBody() const { return body; }
-  const HeaderList& getHeaders() const { return headers; }
+  const Headers& getHeaders() const { return headers; }
   std::int32_t getTimeOut() const { return time_out; }
   const std::string& getHost() const { return host; }
   const std::string& getIP() const { return ip; }
@@ -61,7 +60,7 @@ struct HttpRequest {
   std::vector<std::uint8_t> body;  // Not sent with a GET.
   std::uint64_t id;
   std::uint64_t reserved = 0;  // Carried only.
-  HeaderList headers;
+  Headers headers;
   std::int32_t time_out = 30'000;  // Milliseconds, for the whole transfer. Below 1 counts as 1.
   std::string host;                // The name that stands behind a URL on an IP literal.
   std::string ip;                  // That IP literal.

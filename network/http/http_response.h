@@ -17,7 +17,7 @@ struct HttpResponse {
 
   bool success = false;            // The status is exactly 200, and the answer came whole.
   std::vector<std::uint8_t> body;  // Raw bytes, decoded.
-  HeaderList headers;              // In the order in which they came.
+  Headers headers;                 // In the order in which they came.
   std::int64_t status = 0;         // HTTP status; 0 without an answer, or when a 200 broke off.
   std::string error_text;          // Why there is no status 200; empty when there is.
   std::string body_text;           // The body again, as text.

@@ -1,14 +1,11 @@
 #include "tarvel/http_agent/http_tools/http_tool.h"
 
-#include <algorithm>
 #include <atomic>
 #include <utility>
 
 #include "base/log/log.h"
-#include "base/text/strings.h"
 #include "base/text/text_of.h"
 #include "base/thread/thread_info.h"
-#include "network/url/ip_address.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
@@ -17,7 +14,6 @@ namespace {
 using zo_base::TextOf;
 
 namespace network = WQBASE::network;
-using network::HeaderList;
 using network::HttpRequestUser;
 using network::HttpResponseUser;
 
@@ -28,45 +24,21 @@ std::shared_ptr<network::HttpClientEx> Client() {
   return getter == nullptr ? nullptr : getter();
 }
 
-// The name is what stands before the first colon, the value what stands behind the last.
-HeaderList ToHeaderList(const std::vector<std::string>& lines) {
-  HeaderList headers;
-  for (const std::string& line : lines) {
-    auto pieces = zo_base::Split(line, ":");
-    if (pieces.size() >= 2) headers.emplace_back(pieces.front(), pieces.back());
-  }
-  return headers;
-}
-
-bool NamesHost(const HeaderList& headers) {
-  return std::any_of(headers.begin(), headers.end(), [](const auto& header) {
-    std::string name = header.first;
-    zo_base::ToUpper(name);
-    return name == "HOST";
-  });
-}
-
 // What the URL of a request says.
 struct Target {
   explicit Target(const HttpRequest& request)
-      : url_host(network::GetHost(request.url, false)),
-        host(request.host.empty() ? url_host : request.host),
-        is_https_url(network::IsHttps(request.url)),
-        host_is_ip(network::IsIPAddress(url_host)) {}
+      : url(request.url), host(request.host.empty() ? url.host() : request.host) {}
 
-  bool names_host_behind_ip() const { return host_is_ip && !host.empty(); }
-  bool wants_sni() const { return host_is_ip && is_https_url; }
+  bool names_host_behind_ip() const { return url.is_on_ip() && !host.empty(); }
+  bool wants_sni() const { return url.is_on_ip() && url.is_https(); }
 
-  const std::string url_host;
+  const network::Url url;
   const std::string host;
-  const bool is_https_url;
-  const bool host_is_ip;
 };
 
-std::int32_t PortOf(const std::string& url, bool is_https_url) {
-  const std::int32_t port = network::GetPort(url);
-  if (port != 0) return port;
-  return is_https_url ? 443 : 80;
+std::int32_t PortOf(const network::Url& url) {
+  if (const std::int32_t port = url.port(); port != 0) return port;
+  return url.is_https() ? 443 : 80;
 }
 
 std::shared_ptr<HttpRequestUser> ToClientRequest(const HttpRequest& request, const Target& target) {
@@ -74,12 +46,12 @@ std::shared_ptr<HttpRequestUser> ToClientRequest(const HttpRequest& request, con
   result->setUrl(request.url);
   result->setMethod(request.type == 0 ? network::kMethodGet : network::kMethodPost);
   result->setTimeOut(request.time_out);
-  HeaderList headers = ToHeaderList(request.headers);
-  if (!NamesHost(headers)) headers.emplace_back("Host", target.host);
+  auto headers = network::Headers::FromLines(request.headers);
+  if (!headers.Has("Host")) headers.Add("Host", target.host);
   result->setHeaders(std::move(headers));
   if (target.names_host_behind_ip()) {
-    result->setIP(target.url_host);
-    result->setPort(PortOf(request.url, target.is_https_url));
+    result->setIP(std::string(target.url.host()));
+    result->setPort(PortOf(target.url));
     result->setHost(target.host);
   }
   if (target.wants_sni()) result->setSNI(true);
@@ -97,8 +69,8 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   line(std::string("type:") + network::VerbOf(request.method));
   line("time_out:" + std::to_string(request.time_out));
   line("host_from tarvel:" + target.host);
-  line(std::string("host_is_ip:") + TextOf(target.host_is_ip));
-  line(std::string("is_https_url:") + TextOf(target.is_https_url));
+  line(std::string("host_is_ip:") + TextOf(target.url.is_on_ip()));
+  line(std::string("is_https_url:") + TextOf(target.url.is_https()));
   if (target.names_host_behind_ip()) {
     line("host_is_ip is true && host not empty set request host and port \r\n{");
     line("    call req->setIP:" + request.ip);
@@ -114,15 +86,6 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   ZO_LOG << "[http tool]Post request to http lib info:\r\n" << text;
 }
 
-std::string JoinHeaders(const HeaderList& headers) {
-  std::string text;
-  for (const auto& [name, value] : headers) {
-    if (!text.empty()) text += "\r\n";
-    text.append(name).append(":").append(value);
-  }
-  return text;
-}
-
 std::string BodyOf(const HttpResponseUser& response) {
   std::string body = response.body_text.c_str();
   if (!body.empty()) return body;
@@ -132,8 +95,7 @@ std::string BodyOf(const HttpResponseUser& response) {
 
 void Deliver(const HttpRequest::Callback& callback, const HttpResponseUser& response) {
   if (!callback) return;
-  callback(static_cast<std::int32_t>(response.status), JoinHeaders(response.headers),
-           BodyOf(response));
+  callback(static_cast<std::int32_t>(response.status), response.headers.ToText(), BodyOf(response));
 }
 
 }  // namespace

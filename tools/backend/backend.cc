@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kStep{20};  // Between two looks at whether to go on.
+constexpr std::chrono::milliseconds kPoll{20};  // Between two checks whether to go on.
 constexpr int kNotFound = 404;
 constexpr int kServerError = 500;
 
@@ -28,7 +28,8 @@ std::string AuthorityOf(const std::string& address, int port) {
   return (is_v6 ? '[' + address + ']' : address) + ':' + std::to_string(port);
 }
 
-// Only this: two backends on one port would share its connections.
+// Not SO_REUSEPORT too, which is the default here: two backends on one port would share its
+// connections.
 void ReuseAddress(int fd) {
   const int yes = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -72,8 +73,8 @@ Backend::Backend(std::string answers_file, const Certificates* certificates,
 
 Backend::~Backend() {
   stopping_ = true;
-  // A stop before the beginning would be lost.
-  while (!server_->is_running() && !ended_) std::this_thread::sleep_for(kStep);
+  // cpp-httplib ignores a stop before it listens.
+  while (!server_->is_running() && !ended_) std::this_thread::sleep_for(kPoll);
   server_->stop();
   ShutDownConnections();
   listener_.join();
@@ -88,7 +89,7 @@ bool Backend::SetUpTLS(SSL_CTX& context) {
   return true;
 }
 
-// At each handshake. Answers 1 for success.
+// Called in each handshake. Returns 1 for success.
 int Backend::ChooseCertificate(SSL* ssl, void* backend) {
   const auto& self = *static_cast<Backend*>(backend);
   const char* const name = SSL_get_servername(ssl, TLSEXT_NAMETYPE_host_name);
@@ -141,7 +142,7 @@ void Backend::Answer(const httplib::Request& request, httplib::Response& respons
 
 void Backend::Wait(int connection, Clock::time_point end) const {
   while (!stopping_ && connection >= 0 && !HasPeerLeft(connection) && Clock::now() < end) {
-    std::this_thread::sleep_for(std::min<Clock::duration>(kStep, end - Clock::now()));
+    std::this_thread::sleep_for(std::min<Clock::duration>(kPoll, end - Clock::now()));
   }
 }
 

@@ -20,27 +20,27 @@ struct Response;
 
 namespace tarvel_backend {
 
-// What a TLS listener shows: the right certificate, or the wrong one on request.
+// The two certificates of a TLS listener; the answers file chooses one per connection.
 struct Certificates {
   Certificate right;
   Certificate wrong;
 };
 
-// One listener, which speaks HTTP, or HTTPS when it has certificates. It answers as the answers
-// file says at the moment of a request, and writes a line for each to standard output.
+// One listener, for HTTP, or for HTTPS when it has certificates. It reads the answers file for each
+// request, and prints a line for each to standard output.
 //
-// Threads: one that accepts, and a pool of kConnections for the connections; all of this from the
-// owner's thread. Ownership: `certificates` outlives it.
+// Threads: created and destroyed on the owner's; accepts on a thread of its own and serves on a
+// pool of kConnections. Ownership: `certificates` outlives it.
 class Backend {
  public:
-  // As many are served at a time, kept alive or hanging; more have to wait.
+  // How many connections are served at a time, idle and hanging ones included. Others wait.
   static constexpr std::size_t kConnections = 64;
 
-  // Listens when this returns. `port` 0 for one that the system picks. Throws std::runtime_error
-  // when the address can't be had.
+  // Listens when it returns. With port 0 the system picks a port. Throws std::runtime_error when
+  // the address is not available.
   Backend(std::string answers_file, const Certificates* certificates, const std::string& address,
           int port);
-  // Ends what is under way.
+  // Ends all connections.
   ~Backend();
   Backend(const Backend&) = delete;
   Backend& operator=(const Backend&) = delete;
@@ -53,8 +53,7 @@ class Backend {
   bool SetUpTLS(SSL_CTX& context);
   void ServeAllPaths();
   void Answer(const httplib::Request& request, httplib::Response& response) const;
-  // Waits on behalf of a connection until the time is over, the client has left or the backend
-  // ends.
+  // Returns at `end`, when the client has closed the connection, or when the backend ends.
   void Wait(int connection, std::chrono::steady_clock::time_point end) const;
 
   const std::string answers_file_;
@@ -62,7 +61,7 @@ class Backend {
   const std::unique_ptr<httplib::Server> server_;
   std::string url_;
   std::atomic<bool> stopping_{false};
-  std::atomic<bool> ended_{false};  // The accepting thread's work.
+  std::atomic<bool> ended_{false};  // The accepting thread has ended.
   std::thread listener_;            // Last: all that it uses exists before it starts.
 };
 

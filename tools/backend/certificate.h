@@ -9,14 +9,14 @@
 
 namespace tarvel_backend {
 
-// A certificate for `names` (DNS names and IP literals) that vouches for itself, with a fresh key.
-// Whoever has it in their trust store believes it. Good for a day.
+// A self-signed certificate and its key.
 struct Certificate {
   std::unique_ptr<X509, decltype(&X509_free)> x509{nullptr, X509_free};
   std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key{nullptr, EVP_PKEY_free};
 };
 
-// Throws std::runtime_error when a name is none.
+// Makes one with a new key for `names` (DNS names and IP literals), valid for a day. Throws
+// std::runtime_error when a name is neither.
 Certificate MakeCertificate(const std::vector<std::string>& names);
 
 // The certificate without its key, in PEM. Throws when the file can't be written.

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// What a server of a library can't do with its own connections, done to their descriptors.
+// Operations on the descriptors of connections, which cpp-httplib does not offer.
 namespace tarvel_backend {
 
 // One end of a connection.
@@ -13,21 +13,21 @@ struct Endpoint {
   bool operator==(const Endpoint&) const = default;
 };
 
-// The descriptor of this process's connection between the two; -1 when there is none (any more).
+// The descriptor of this process's connection between the two; -1 when it is not open.
 int FindConnection(const Endpoint& own, const Endpoint& peer);
 
-// The peer sees a reset. The descriptor stays the owner's to close.
+// Sends a reset to the peer. The owner still closes the descriptor.
 void ResetConnection(int fd);
 
 // Whether the peer has closed its side.
 bool HasPeerLeft(int fd);
 
-// Ends all connections of this process, whatever they are waiting for.
+// Shuts all connections of this process down.
 void ShutDownConnections();
 
-// Has the kernel drop every packet that comes for a TCP socket of this process: connections don't
-// come about, and those that stand hear nothing more. With false all is well again. Connections
-// accepted later inherit what their listener does.
+// With true, the kernel drops every packet for a TCP socket of this process: new connections fail
+// and open ones receive nothing. With false it delivers again. Accepted connections inherit the
+// setting of their listener.
 void SetSilence(bool silent);
 
 }  // namespace tarvel_backend

@@ -1,4 +1,4 @@
-// LBS and HTTPDNS servers for tries of one's own, with faults on request. See docs/backend.md.
+// `tarvel-backend`: LBS and HTTPDNS servers with faults, for experiments. See docs/backend.md.
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
@@ -48,12 +48,12 @@ std::optional<Authority> ReadAuthority(const std::string& text) {
   return Authority{address, port};
 }
 
-// What is wrong with a value on the command line; empty when it is right.
+// The error message for a wrong value; empty for a good one.
 std::string CheckAuthority(const std::string& text) {
   return ReadAuthority(text) ? "" : "expected ADDRESS:PORT, not " + text;
 }
 
-// The signals that Serve waits for, on all threads that come after.
+// Blocks the signals that Serve waits for, in the threads created later too.
 sigset_t BlockSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -65,7 +65,7 @@ sigset_t BlockSignals() {
 
 void Serve(const Options& options) {
   const sigset_t signals = BlockSignals();
-  ReadAnswers(options.answers);  // A file that can't be used ends the program here.
+  ReadAnswers(options.answers);  // Throws when the file is unusable.
   Certificates certificates;
   if (!options.tls.empty()) {
     certificates = {MakeCertificate(options.names), MakeCertificate({"wrong.invalid"})};
@@ -97,14 +97,13 @@ int main(int argc, char** argv) {
   using namespace tarvel_backend;
   Options options;
   CLI::App app(
-      "LBS and HTTPDNS servers for tries of one's own. The answers file is read anew for each\n"
-      "request; docs/backend.md has its format. Serves /lbs/conf.jsp, /httpdns/v2/s, "
+      "LBS and HTTPDNS servers for experiments. The answers file is read for each request;\n"
+      "docs/backend.md has its format. Serves /lbs/conf.jsp, /httpdns/v2/s, "
       "/httpdns/v2/d.\n"
-      "SIGUSR1: plays dead, all packets that come are dropped; SIGUSR2: hears them again.\n"
-      "SIGINT, SIGTERM: ends.",
+      "SIGUSR1: drop all incoming packets; SIGUSR2: receive them again.\n"
+      "SIGINT, SIGTERM: end.",
       "tarvel-backend");
-  app.add_option("answers", options.answers, "JSON file: what to answer, and what goes wrong")
-      ->required();
+  app.add_option("answers", options.answers, "JSON file of answers and faults")->required();
   app.add_option("--listen", options.plain,
                  "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
       ->allow_extra_args(false)

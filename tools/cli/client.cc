@@ -20,7 +20,7 @@ constexpr std::int32_t kFresh = 200;  // Code of an update, and of a sub request
 constexpr std::chrono::seconds kLongestWaitForRecords{4};
 constexpr std::chrono::milliseconds kLookForStop{50};
 
-// Exception records come without a word of whose they are.
+// OnException has no user pointer.
 std::atomic<Client*> the_client{nullptr};
 
 const char* NameOf(zo_tarvel::EMAddressFamily family) {
@@ -44,7 +44,7 @@ Json ParsedOrText(const std::string& text) {
   return error.empty() ? parsed : Json(text);
 }
 
-// What a record says of its failure, for people.
+// One line about a failure, for people.
 std::string Describe(const zo_tarvel::TarvelExceptionExtension& failure) {
   const Json details = ParsedOrText(failure.description);
   std::string text = WithoutQuery(failure.target) + "  " + std::to_string(failure.code);

@@ -16,32 +16,33 @@
 
 namespace tarvel_cli {
 
-// An environment for the length of a scope, which prints what the library tells it.
+// Runs an environment from construction to destruction and prints what the library reports.
 //
-// Threads: the owner's; the library calls back on its own. There is one at a time.
+// Threads: used on the owner's; the library's threads call the private functions. One exists at a
+// time.
 class Client {
  public:
-  // Throws when there is none to be had. `scope` outlives this.
+  // Throws std::runtime_error when the environment cannot start. `scope` outlives this.
   Client(const ClientOptions& options, CommandScope& scope);
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  // Prints an address for a connection try.
+  // Takes the next link address and prints it.
   void PrintNextLink();
-  // So many of them; 0 for as many as the active answer has.
+  // Prints `count` link addresses; 0 means as many as the active answer has.
   void PrintLinks(int count);
 
   enum class Event { kUpdate, kStop, kTimeOut };
-  // Waits until an update has ended or the user wants to stop. Each update that has ended is told
-  // of by one call.
+  // Waits until an update has ended or the user wants to stop. Each call reports one update.
   Event Wait(std::chrono::duration<double> limit);
-  // The same for the first update. Says so when the time is over.
+  // Waits for the first update, and prints a line if none ends within `limit`.
   void AwaitFirstUpdate(std::chrono::duration<double> limit);
-  // Whether the last update that Wait told of brought a fresh answer.
+  // Whether the update that Wait reported last brought a fresh answer.
   bool is_fresh() const { return is_fresh_; }
 
-  // Waits for the records of failures so far, which take a look at the name server; not for ever.
+  // Waits a few seconds at most for the exception records of the failures so far. The library asks
+  // the name server before it reports them.
   void AwaitExceptionRecords();
 
  private:
@@ -51,7 +52,7 @@ class Client {
 
   const StopSignals& stop_;
   Printer& printer_;
-  const int update_fd_;  // As many as there are codes to be taken.
+  const int update_fd_;  // An eventfd that counts `codes_`.
   bool is_fresh_ = false;
 
   std::mutex mutex_;

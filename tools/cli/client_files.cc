@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Through links, too: the path is the user's own.
+// Follows symbolic links: the user chose the path.
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

@@ -6,22 +6,22 @@
 
 namespace tarvel_cli {
 
-// The data directory of a client: the one that was asked for, or one that goes at the end of the
-// scope.
+// The data directory of a client: the one in the options, or a temporary one that the destructor
+// removes.
 class DataDirectory {
  public:
-  // Names itself in the options. Throws std::runtime_error when nothing can be kept there.
+  // Writes its path to the options. Throws std::runtime_error when the directory is not writable.
   explicit DataDirectory(ClientOptions& options);
   ~DataDirectory();
   DataDirectory(const DataDirectory&) = delete;
   DataDirectory& operator=(const DataDirectory&) = delete;
 
  private:
-  std::string own_;  // Empty when it isn't ours to remove.
+  std::string own_;  // The temporary directory; empty without one.
 };
 
-// Puts the servers of `httpdns_cache` where the library looks for them, in place of those that it
-// has kept, and sets up whom it trusts. Before the environment starts. Throws std::runtime_error.
+// Replaces the library's cached HTTPDNS servers with those of `httpdns_cache`, and sets the trusted
+// authorities. Call it before the environment starts. Throws std::runtime_error.
 void PrepareHttpDNS(const ClientOptions& options);
 
 }  // namespace tarvel_cli

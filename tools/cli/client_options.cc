@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kOff = -1;
 
-// A cut text would be a riddle to whoever typed it.
+// Rejects a string that is too long instead of cutting it silently.
 template <std::size_t kSize>
 void Put(const std::string& text, char (&field)[kSize], const char* option) {
   if (text.size() >= kSize) {

@@ -8,7 +8,7 @@
 
 namespace tarvel_cli {
 
-// What the commands have in common, as it was typed.
+// The options that all commands share, as the user typed them.
 struct ClientOptions {
   std::string lbs;
   std::vector<std::string> backups;
@@ -19,24 +19,24 @@ struct ClientOptions {
   std::vector<std::string> links;
   std::string default_link;
   int timeout_ms = 7'000;     // Of one URL.
-  int next_after_ms = 2'000;  // Until the next URL is tried beside a slow one.
+  int next_after_ms = 2'000;  // Until the next URL starts in parallel to a slow one.
   bool no_httpdns = false;
-  std::string httpdns_cache;  // File of servers to use; empty for the library's own.
+  std::string httpdns_cache;  // File of servers; empty for the library's defaults.
   std::string trust_store;    // PEM file; empty for the system's.
-  std::string data;           // Directory; empty for one that goes at the end.
+  std::string data;           // Directory; empty for a temporary one.
   std::string log_dir;
   bool json = false;
 };
 
 zo_net::AddressFamily FamilyOf(const ClientOptions& options);
 
-// The command line isn't right.
+// The command line is wrong.
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Records for the library. Throw UsageError when a text is too long for its field, or when there
-// are too many.
+// The settings of the library. Both throw UsageError when a string is too long for its field or a
+// list has too many entries.
 zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options);
 zo_tarvel::_ZOTarvelLBSSettings LBSSettings(const ClientOptions& options);
 

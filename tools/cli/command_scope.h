@@ -7,10 +7,10 @@
 
 namespace tarvel_cli {
 
-// What every command stands on, for the length of its run: made before the environment starts, and
-// there until that has ended.
+// What every command needs while it runs. Created before the environment starts, destroyed after
+// its exit.
 struct CommandScope {
-  // Names the data directory in `options`. Throws std::runtime_error, as its members do.
+  // Writes the data directory to `options`. Throws std::runtime_error, as the members do.
   explicit CommandScope(ClientOptions& options) : directory(options), printer(options.json) {
     PrepareHttpDNS(options);
   }

@@ -7,12 +7,12 @@
 
 namespace tarvel_cli {
 
-// What the program ends with.
+// The exit status of the program.
 enum ExitCode {
   kDone = 0,
   kFailed = 1,         // Standard error says why.
-  kUsageError = 2,     // The command line isn't right.
-  kNoFreshAnswer = 3,  // What was printed is older than this run, or local.
+  kUsageError = 2,     // The command line is wrong.
+  kNoFreshAnswer = 3,  // The printed answer is a cached or a local one.
   kUnresolved = 4,     // At least one host has no address.
 };
 
@@ -24,7 +24,7 @@ struct RunOptions {
   double every_seconds = 5;  // While following: between two link addresses.
 };
 
-// Prints what happens in a client as it happens.
+// Starts a client and prints each event.
 ExitCode Run(RunOptions options);
 
 struct LinksOptions {
@@ -32,7 +32,7 @@ struct LinksOptions {
   double wait_seconds = 10;
 };
 
-// Prints the link addresses of a fresh answer, or else of what there is.
+// Prints the link addresses of a fresh answer, or of the cached one when no fresh answer comes.
 ExitCode Links(LinksOptions options);
 
 struct ResolveOptions {
@@ -41,7 +41,7 @@ struct ResolveOptions {
   double wait_seconds = 10;
 };
 
-// Prints what HTTPDNS says of hosts.
+// Prints the addresses that HTTPDNS has for the hosts.
 ExitCode Resolve(ResolveOptions options);
 
 }  // namespace tarvel_cli

@@ -1,4 +1,4 @@
-// The command that a client's developer runs against servers of their own. See docs/cli.md.
+// The command-line client `tarvel`. See docs/cli.md.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -13,17 +13,16 @@
 namespace tarvel_cli {
 namespace {
 
-// One value each time it is given: what follows may be meant for another option.
+// Each occurrence takes one value, so that the next argument can be a positional one.
 CLI::Option* AddList(CLI::App& command, const std::string& name, std::vector<std::string>& values,
                      const std::string& text) {
   return command.add_option(name, values, text + ". May be repeated")->allow_extra_args(false);
 }
 
 std::string CheckUrl(const std::string& url) {
-  const std::string scheme = WQBASE::network::GetSchemePrefix(url);
-  const bool can_be_asked = (scheme == "http://" || scheme == "https://") &&
-                            !WQBASE::network::GetHost(url, false).empty();
-  return can_be_asked ? "" : "expected an http or https URL, not " + url;
+  const WQBASE::network::Url parsed = url;
+  if (parsed.is_web() && !parsed.host().empty()) return {};
+  return "expected an http or https URL, not " + url;
 }
 
 void AddCommonOptions(CLI::App& command, ClientOptions& options) {
@@ -46,7 +45,7 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
       ->capture_default_str();
   command
       .add_option("--next-after", options.next_after_ms,
-                  "ms after which the next URL is tried beside a slow one, from 200")
+                  "ms after which the next URL starts in parallel to a slow one, from 200")
       ->check(CLI::Range(200, 30'000))
       ->capture_default_str();
   command.add_option(
@@ -59,7 +58,7 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
 void AddLBSOptions(CLI::App& command, ClientOptions& options) {
   command.add_option("--lbs", options.lbs, "URL of the LBS server")->required()->check(CheckUrl);
   AddList(command, "--backup", options.backups, "Backup LBS URL")->check(CheckUrl);
-  command.add_option("--token", options.token, "Application key; without one nobody is asked")
+  command.add_option("--token", options.token, "Application key; without one no server is asked")
       ->required()
       ->check([](const std::string& token) { return token.empty() ? "it is empty" : ""; });
   AddList(command, "--link", options.links, "Link address HOST:PORT for the time before an answer");
@@ -68,7 +67,7 @@ void AddLBSOptions(CLI::App& command, ClientOptions& options) {
   command.add_flag("--no-httpdns", options.no_httpdns, "Don't resolve names over HTTPDNS");
 }
 
-// Seconds. CLI11's own range lets "nan" pass.
+// Not CLI::Range, which accepts "nan".
 std::string CheckSeconds(const std::string& text) {
   const double seconds = std::strtod(text.c_str(), nullptr);
   return seconds >= 0 && seconds <= 3'600 ? "" : "expected 0 to 3600 seconds, not " + text;
@@ -79,7 +78,7 @@ void AddSeconds(CLI::App& command, const std::string& name, double& seconds,
   command.add_option(name, seconds, text)->check(CheckSeconds)->capture_default_str();
 }
 
-// Answers what the program ends with.
+// Returns the exit status.
 int Main(int argc, char** argv) {
   CLI::App app("Command-line client for experiments with your own servers.", "tarvel");
   app.require_subcommand(1);
@@ -127,8 +126,8 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     const int code = tarvel_cli::Main(argc, argv);
-    const bool told = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
-    return told ? code : tarvel_cli::kFailed;
+    const bool is_printed = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    return is_printed ? code : tarvel_cli::kFailed;
   } catch (const tarvel_cli::UsageError& error) {
     std::fprintf(stderr, "tarvel: %s\n", error.what());
     return tarvel_cli::kUsageError;

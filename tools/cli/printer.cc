@@ -10,7 +10,7 @@ namespace tarvel_cli {
 
 namespace {
 
-// What servers say is hostile to a terminal, too.
+// A server's string could send control sequences to the terminal.
 std::string WithoutControls(std::string text) {
   std::replace_if(
       text.begin(), text.end(),
@@ -18,7 +18,7 @@ std::string WithoutControls(std::string text) {
   return text;
 }
 
-// A line of JSON, also when a text in it is none.
+// JSON must be UTF-8, but a server's string may hold any bytes.
 std::string Utf8Line(std::string line) {
   if (zo_base::IsUtf8(line)) return line;
   std::replace_if(

@@ -8,10 +8,10 @@
 
 namespace tarvel_cli {
 
-// Writes events to standard output, one a line: as text for people, or as a JSON object for
-// programs. Each says how long after the printer's making it came.
+// Writes events to standard output, one per line: as text for people, or as a JSON object for
+// programs. Each has the seconds since the printer was created.
 //
-// Threads: any; lines stay whole.
+// Threads: any; the lines of two threads never mix.
 class Printer {
  public:
   explicit Printer(bool json) : json_(json) {}

@@ -10,7 +10,7 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;
 
-// Until the user wants to stop.
+// Prints until the user wants to stop.
 void Follow(Client& client, const RunOptions& options) {
   for (;;) {
     switch (client.Wait(Seconds(options.every_seconds))) {

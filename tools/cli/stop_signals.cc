@@ -22,7 +22,7 @@ StopSignals::StopSignals() {
 
 StopSignals::~StopSignals() { close(fd_); }
 
-// Nobody reads the signal, so it stays.
+// The signal is never read, so the descriptor stays readable.
 bool StopSignals::Await(std::chrono::milliseconds limit) const {
   pollfd waited{fd_, POLLIN, 0};
   return poll(&waited, 1, static_cast<int>(limit.count())) == 1;

@@ -4,10 +4,10 @@
 
 namespace tarvel_cli {
 
-// Ctrl-C, SIGTERM and the terminal's end, as something to wait for: they don't end the process.
+// Blocks SIGINT, SIGTERM and SIGHUP and makes them a descriptor to wait for.
 //
-// Threads: any. Made before any other thread starts, which inherits this. Once the user wants to
-// stop, that stays so.
+// Threads: any. Created before all other threads, which inherit the signal mask. A signal that has
+// come is never taken back.
 class StopSignals {
  public:
   StopSignals();  // Throws std::runtime_error when the system has no descriptor.
@@ -17,7 +17,7 @@ class StopSignals {
 
   // Readable when the user wants to stop.
   int fd() const { return fd_; }
-  // Waits until then, or until the limit has passed: false.
+  // Waits for a signal; false when the limit passes first.
   bool Await(std::chrono::milliseconds limit) const;
   bool HaveCome() const { return Await(std::chrono::milliseconds(0)); }
 

@@ -40,7 +40,7 @@ double MillisecondsSince(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-// The smallest value that at least `share` of them don't exceed.
+// The quantile: the smallest value that at least `share` of them do not exceed.
 double Quantile(std::vector<double> values, double share) {
   const auto rank = static_cast<std::size_t>(share * static_cast<double>(values.size()) - 1e-6);
   std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(rank),
@@ -48,12 +48,13 @@ double Quantile(std::vector<double> values, double share) {
   return values[rank];
 }
 
-// How many requests a second there are, and what one costs, when as many as the argument says are
-// under way at any time and the first URL is good.
+// Requests per second and CPU time per request, with as many in flight as the argument says. The
+// first URL is good.
 template <class Way>
 void BM_InFlight(benchmark::State& state) {
   const auto in_flight = static_cast<std::size_t>(state.range(0));
-  const std::size_t count = in_flight * 100;  // The thinning out at the end is small.
+  const std::size_t count =
+      in_flight * 100;  // So that the end, with fewer in flight, hardly counts.
   Way way(Server().url("/answer"), in_flight);
   bool whole = way.GetAll(in_flight) == in_flight;
   const double cpu_before = ProcessCpuMicroseconds();
@@ -117,7 +118,7 @@ class DownTheList {
   std::list<ReusedHandle> handles_;
 };
 
-// How long it takes to the good answer when the URLs before it are bad.
+// Time until the good answer when the URLs before it are bad.
 template <class Way>
 void BM_TimeToTheGoodAnswer(benchmark::State& state) {
   TroubledSites sites;
@@ -135,8 +136,8 @@ void BM_TimeToTheGoodAnswer(benchmark::State& state) {
   if (!whole) state.SkipWithError("there was no good answer");
 }
 
-// Logical requests numbered from 0, each over all `sites` and its number in the path, of which at
-// most `in_flight` are under way. Notes how long each takes, from the call to the result.
+// Sends logical requests numbered from 0, at most `in_flight` at a time. Each has the number in its
+// path and goes over all `sites`. Records how long each takes, from the call to the result.
 class NumberedRequests {
  public:
   NumberedRequests(std::vector<std::string> sites, std::size_t in_flight)
@@ -187,13 +188,13 @@ class NumberedRequests {
   AgentScope<Log::kFile> scope_;  // Last: its threads use the rest.
 };
 
-// How the latency spreads when some answers are slow (see DrawDelays), over as many URLs as the
-// first argument says; with one URL there is no walk. The second argument is the draw.
+// The latency distribution when some answers are slow (see DrawDelays). The first argument is the
+// number of URLs, the second the seed of the draw.
 //
-// What a walk can't help is a second URL that is slow too. That makes 0.96 % of the requests "late"
-// on average, that is, take over 1.1 times the time after which the second URL is tried. With one
-// URL 1 % take the longest delay. Both lie at the 99th percentile's edge, so a draw decides on
-// which side of it this stands.
+// A walk cannot help when the second URL is slow too. On average that makes 0.96 % of the requests
+// "late": they take over 1.1 times the head start of the first URL. With one URL, 1 % take the
+// longest delay. Both lie at the edge of the 99th percentile, so the draw decides which side they
+// are on.
 void BM_DelayMix(benchmark::State& state) {
   constexpr std::size_t kRequests = 2'000;
   constexpr std::size_t kInFlight = 50;
@@ -204,7 +205,8 @@ void BM_DelayMix(benchmark::State& state) {
     sites.push_back(servers.emplace_back(kRequests, draw * 10 + i).url());
   }
   NumberedRequests requests(sites, kInFlight);
-  requests.Run(kRequests, 2 * kRequests);  // Opens the connections; none is held back.
+  requests.Run(kRequests,
+               2 * kRequests);  // Opens the connections; the server delays none of these.
   std::vector<double> latencies;
   for (auto _ : state) latencies = requests.Run(0, kRequests);
   if (latencies.empty()) return state.SkipWithError("a request failed");
@@ -231,8 +233,8 @@ MultipleURLHttpRequest RequestOverUrls(std::int64_t count) {
   return request;
 }
 
-// What it costs to take a request over as many URLs as the argument says, with the lists of them
-// that the log gets. The copy alone is BM_CopyRequest.
+// The cost of accepting a request with as many URLs as the argument says, with the URL lists that
+// go to the log. BM_CopyRequest is the copy alone.
 template <Log kLog>
 void BM_SetRequest(benchmark::State& state) {
   AgentScope<kLog> scope;

@@ -19,19 +19,19 @@
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tests/support/test_settings.h"
 
-// The agent among the ways to get one URL over and over, see http_ways.h.
+// The agent as a way to get one URL over and over, see http_ways.h.
 namespace tarvel_bench {
 
-// Where the log goes while an agent is at work.
+// Where the log goes.
 enum class Log {
-  kNowhere,     // No writer: nothing is put together. There is no environment then.
+  kNowhere,     // No writer, so no record is built. Without an environment.
   kDropped,     // To a client's function that does nothing.
   kUnopenable,  // To a file that can't be opened.
   kFile,        // To a file: the usual case.
 };
 
-// An agent with a client behind it, for the length of a scope, and the way of a business class to
-// it. With a log it is that of an environment; without one the two stand alone.
+// An agent with its HTTP client. With a log they belong to an environment; without one they stand
+// alone.
 template <Log kLog>
 class AgentScope : public zo_tarvel::EnvironmentConfigGetterBase {
  public:
@@ -107,7 +107,7 @@ inline zo_tarvel::MultipleURLHttpRequest RequestFor200() {
   return request;
 }
 
-// One logical request after the other, each over the one URL. The end of each sends the next.
+// Sends logical requests one after the other, each over the one URL.
 template <Log kLog>
 class Agent {
  public:

@@ -12,8 +12,8 @@
 
 namespace tarvel_bench {
 
-// How long each of `count` answers is held back: 10 % of them 200 ms, 5 % 500 ms and 1 % 1,000 ms.
-// The same for the same seed.
+// The delay of each of `count` answers: 200 ms for 10 %, 500 ms for 5 % and 1,000 ms for 1 % of
+// them. The same seed gives the same delays.
 inline std::vector<std::chrono::milliseconds> DrawDelays(std::size_t count, unsigned seed) {
   std::mt19937 engine(seed);
   std::vector<std::chrono::milliseconds> delays(count);
@@ -27,8 +27,8 @@ inline std::vector<std::chrono::milliseconds> DrawDelays(std::size_t count, unsi
   return delays;
 }
 
-// A server that answers the request for "/i" after the i-th of its delays, and all that lie beyond
-// them at once. Each connection has a thread of its own, so that no request waits for another.
+// A server that answers the request for "/i" after the i-th of its delays, and numbers beyond them
+// at once. Each connection has its own thread, so that no request waits for another.
 class DelayingServer {
  public:
   DelayingServer(std::size_t count, unsigned seed) : delays_(DrawDelays(count, seed)) {}

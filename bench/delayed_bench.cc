@@ -27,7 +27,7 @@ std::vector<std::int32_t> SpreadDelays(std::int32_t base_ms) {
   return delays;
 }
 
-// What the tasks count on; only the worker touches `run`.
+// The tasks' counter. Only the worker touches `run`.
 struct Batch {
   std::int64_t run = 0;
   std::binary_semaphore all_have_run{0};
@@ -39,7 +39,7 @@ struct Batch {
 };
 
 // Each contender adds one timer by `Add`, on the worker's thread or, except for libuv, on another.
-// All storage that a user would keep is there beforehand.
+// Storage that a user would keep is allocated before.
 class TaskThreadTimers {
  public:
   TaskThreadWorker& worker() { return worker_; }
@@ -92,7 +92,7 @@ struct FromOutside {
   }
 };
 
-// One posted task adds them all; returns when it has.
+// Posts one task that adds them all, and waits for it.
 struct OnTheLoop {
   template <class Timers>
   static void AddAll(Timers& timers, const std::vector<std::int32_t>& delays, Batch& batch) {
@@ -122,7 +122,7 @@ double ProcessCpuMilliseconds() {
   return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) * 1e-6;
 }
 
-// How long it takes to post 100,000 delayed tasks of which none becomes due meanwhile.
+// Time to post 100,000 delayed tasks. None becomes due during the measurement.
 template <class Timers, class Way>
 void BM_PostDelayed(benchmark::State& state) {
   const auto delays = SpreadDelays(60'000);
@@ -141,8 +141,8 @@ void BM_PostDelayed(benchmark::State& state) {
   state.counters["cpu_ms"] = benchmark::Counter(cpu_ms, benchmark::Counter::kAvgIterations);
 }
 
-// What 100,000 delayed tasks cost from the first post until the last has run, 100 ms later at the
-// best: `cpu_ms` is the processor time of the whole process meanwhile.
+// The cost of 100,000 delayed tasks from the first post to the end of the last, at least 100 ms
+// later. `cpu_ms` is the CPU time of the whole process.
 template <class Timers, class Way>
 void BM_PostDelayedAndRun(benchmark::State& state) {
   const auto delays = SpreadDelays(0);

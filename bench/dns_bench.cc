@@ -1,5 +1,5 @@
-// What HTTPDNS costs: a query that its cache answers, a start with a long cache file, and the save
-// after an answer. Log records are put together as ever, and dropped by a custom log function.
+// The cost of HTTPDNS: a query that the cache resolves, a start with a long cache file, and the
+// save after an answer. A custom log function drops the log records.
 #include <benchmark/benchmark.h>
 #include <sched.h>
 
@@ -33,7 +33,7 @@ std::vector<std::string> HostNames(std::int64_t count) {
   return names;
 }
 
-// With the files of an earlier run, whose servers are good for long. A lack of good hosts aborts.
+// A manager with the files of an earlier run, whose servers stay valid. Aborts without good hosts.
 std::shared_ptr<_EnvironmentConfig> MakeConfig(std::int64_t hosts) {
   static const auto dropping = std::make_shared<zo_base::TarvelCustomLog>([](const char*) {});
   zo_base::SetCustomLogGetter([]() -> std::shared_ptr<zo_base::ITQlogWriter> { return dropping; });
@@ -66,8 +66,8 @@ void RunOnCore(unsigned core) {
   sched_setaffinity(0, sizeof cores, &cores);
 }
 
-// Until what `begin` starts has set the flag on another thread, which may fall asleep first. This
-// one spins: a second wake-up would cost, and vary by, more than what is to be told apart.
+// Time until another thread, which may be asleep, has set the flag that `begin` passes on. This
+// thread spins: a second wake-up would cost and vary more than the difference to be measured.
 double MicrosecondsUntilSet(auto begin) {
   for (const auto end = Clock::now() + std::chrono::microseconds(50); Clock::now() < end;) {
   }
@@ -84,7 +84,7 @@ double Median(std::vector<double>& values) {
   return values[values.size() / 2];
 }
 
-// Until a manager that finds so many hosts in its cache file is ready for queries.
+// Time until a manager with this many hosts in its cache file is ready for queries.
 void BM_Init(benchmark::State& state) {
   const auto config = MakeConfig(state.range(0));
   for (auto _ : state) {
@@ -97,7 +97,7 @@ void BM_Init(benchmark::State& state) {
   state.SetComplexityN(state.range(0));
 }
 
-// The manager's save after an answer on one host. The CPU column leaves out the wait for the disk.
+// The manager's save after an answer for one host. The CPU column excludes the wait for the disk.
 void BM_Save(benchmark::State& state) {
   const TempDirectory directory;
   std::int64_t now = zo_base::WallClockMilliseconds();
@@ -121,9 +121,9 @@ void WithHosts(benchmark::internal::Benchmark* rows) {
 BENCHMARK(BM_Init)->Apply(WithHosts);
 BENCHMARK(BM_Save)->Apply(WithHosts);
 
-// `beyond_us`: what a query for good hosts among 1,000 takes beyond a mere task for the same
-// thread, of the medians. The time is that of one of each, with rests. Pinned to two cores, and so
-// the last: on one, memory needn't move from the caller to the thread, and queries look cheaper.
+// `beyond_us`: the median of a query for good hosts among 1,000, minus that of an empty task for
+// the same thread. The time column is one of each, with pauses. Pinned to two cores, and therefore
+// last: on one core no memory moves between caller and thread, and queries look cheaper.
 void BM_CachedQuery(benchmark::State& state) {
   const auto config = MakeConfig(1'000);
   const auto manager = StartManager(config);

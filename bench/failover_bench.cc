@@ -1,7 +1,6 @@
-// How long a client waits for a good answer while hosts and names fail: the agent of the library,
-// and what one would write on libcurl instead. Two hosts have the answer; the first URL's host
-// fails. Prints a table of medians. All give up a URL after 7 s; each run begins without
-// connections.
+// How long a client waits for a good answer while hosts and names fail: with the library's agent,
+// and with plain libcurl code. Two hosts have the answer; the host of the first URL fails. Prints a
+// table of medians. All contenders give a URL up after 7 s. Each run begins without connections.
 //
 //   tarvel_bench_failover [RUNS]
 //
@@ -47,7 +46,7 @@ bool IsGood(long status, const std::string& body) { return status == 200 && !bod
 
 // --- The library ---
 
-// Knows the lab's HTTPDNS host, as a client does that was there before.
+// Knows the lab's HTTPDNS host, as a client does after an earlier run.
 class Environment : public zo_tarvel::EnvironmentConfigGetterBase {
  public:
   explicit Environment(const Lab& lab) {
@@ -170,7 +169,7 @@ const Fault kFaults[] = {
     {"name server gone", [](Lab& lab) { lab.SilenceNameServer(); }},
 };
 
-// Seconds of the middle run; nothing if one had no good answer.
+// The median in seconds; nullopt if a run had no good answer.
 std::optional<double> Measure(const Fault& fault, const Way& way, int runs) {
   std::vector<double> times;
   for (int i = 0; i < runs; ++i) {

@@ -28,8 +28,8 @@ using test_support::NginxListener;
 
 enum Protocol : std::size_t { kHttp, kHttps, kHttp2 };  // The listeners of the server, in order.
 
-// Where the server passes requests on to that it shall not answer: nobody takes the connections up
-// but the one benchmark that needs them.
+// The upstream of requests that the server must not answer yet. Only one benchmark accepts its
+// connections.
 const ListeningSocket& HeldSocket() {
   static const ListeningSocket socket("127.0.0.1");
   return socket;
@@ -57,7 +57,7 @@ double MedianMicroseconds(Latencies& latencies) {
   return static_cast<double>(*middle) / 1e3;
 }
 
-// Runs `step` in each iteration, and reports the median of its time beside the mean.
+// Runs `step` in each iteration, and reports the median of its time next to the mean.
 template <class Step>
 void MeasureOneByOne(benchmark::State& state, const Step& step) {
   Latencies latencies;
@@ -74,7 +74,7 @@ void MeasureOneByOne(benchmark::State& state, const Step& step) {
   state.SetItemsProcessed(state.iterations());
 }
 
-// How long one request takes on a connection that is already there, when nothing else is under way.
+// Time of one request on an open connection, with nothing else in flight.
 template <class Way, Protocol kProtocol>
 void BM_OneAtATime(benchmark::State& state) {
   Way way(Server().url("/answer", kProtocol), 1);
@@ -83,14 +83,14 @@ void BM_OneAtATime(benchmark::State& state) {
   if (!whole) state.SkipWithError("a request was not answered");
 }
 
-// What of that is the mere way through two more threads and back.
+// The part of it that the way through two more threads and back takes.
 void BM_Hops(benchmark::State& state) {
   Relay relay([] {});
   MeasureOneByOne(state, [&] { relay.GoAndReturn(); });
 }
 
-// The same when the threads fall asleep on the way, as they do while a server answers: the far
-// thread does a transfer. The transfer alone is BM_OneAtATime<CurlEasy, ...>.
+// The same when the threads fall asleep, as they do while a server works: the far thread does a
+// transfer. BM_OneAtATime<CurlEasy, ...> is the transfer alone.
 template <Protocol kProtocol>
 void BM_HopsToCurlEasy(benchmark::State& state) {
   CurlEasy easy(Server().url("/answer", kProtocol), 1);
@@ -100,12 +100,11 @@ void BM_HopsToCurlEasy(benchmark::State& state) {
   if (!whole) state.SkipWithError("a request was not answered");
 }
 
-// How many requests a second there are when 32 are under way at any time.
+// Requests per second with 32 in flight.
 template <class Way, Protocol kProtocol>
 void BM_ThirtyTwoInFlight(benchmark::State& state) {
   constexpr std::size_t kInFlight = 32;
-  constexpr std::size_t kRequests =
-      3200;  // Of one iteration: the thinning out at its end is small.
+  constexpr std::size_t kRequests = 3200;  // So that the end, with fewer in flight, hardly counts.
   Way way(Server().url("/answer", kProtocol), kInFlight);
   bool whole = way.GetAll(kInFlight) == kInFlight;
   const double cpu_before = ProcessCpuMicroseconds();
@@ -117,7 +116,7 @@ void BM_ThirtyTwoInFlight(benchmark::State& state) {
   if (!whole) state.SkipWithError("a request was not answered");
 }
 
-// The requests that the server has passed on. Letting go of them has it answer.
+// Accepts what the server passes on. When the connections are closed, the server answers.
 class HeldRequests {
  public:
   ~HeldRequests() {
@@ -147,9 +146,9 @@ double ResidentMebibytes() {
   return kibibytes / 1024;
 }
 
-// By how much the resident memory grows until 200 requests wait for their answers, from before
-// there is a client; in the second figure, what remains when it is gone. One such benchmark per
-// process: the next one finds what the first has left.
+// How much the resident memory grows from before the client exists until 200 requests wait for
+// their answers; the second figure is what remains after the client. One such benchmark per
+// process: the next one would find what the first has left.
 template <class Way, Protocol kProtocol>
 void BM_MemoryOfHeldRequests(benchmark::State& state) {
   constexpr std::size_t kRequests = 200;
@@ -171,7 +170,7 @@ void BM_MemoryOfHeldRequests(benchmark::State& state) {
   state.counters["left_MiB"] = ResidentMebibytes() - before;
 }
 
-// `what` for each protocol, with the processor time of all threads.
+// Registers `what` for each protocol, with the CPU time of all threads.
 #define TARVEL_BENCHMARK(what, way)                                              \
   BENCHMARK_TEMPLATE(what, way, kHttp)->MeasureProcessCPUTime()->UseRealTime();  \
   BENCHMARK_TEMPLATE(what, way, kHttps)->MeasureProcessCPUTime()->UseRealTime(); \

@@ -15,12 +15,11 @@
 #include "network/http/http_request.h"
 #include "network/http/http_response.h"
 
-// The ways to get one URL over and over that the benchmarks compare. Each is set up as somebody who
-// knows the library well would do it, and none checks the server's certificate.
+// The contenders that get one URL over and over. Each is set up as an expert would do it; none
+// checks the server's certificate.
 //
-// `GetAll` returns when `count` answers have come, of which as many as were asked for were under
-// way at any time, and says how many of them were whole. `Begin` asks for `count` at once; then
-// `Work`, called over and over, lets them get on.
+// `GetAll` gets `count` answers, keeping the given number in flight, and returns how many were
+// whole. `Begin` starts `count` requests; `Work`, called over and over, makes progress on them.
 namespace tarvel_bench {
 
 inline constexpr std::size_t kAnswerSize = 2048;
@@ -44,7 +43,7 @@ class Client {
   }
 
   void Begin(std::size_t count) { Begin(count, count); }
-  void Work() {}  // The client's threads do it.
+  void Work() {}  // The client's own threads work.
 
  private:
   using Request = WQBASE::network::HttpRequestUser;

@@ -94,7 +94,7 @@ struct RapidJson {
   }
 };
 
-// How many bytes of text a second become a document.
+// Bytes of JSON parsed per second.
 template <class Library, const std::string& (*kText)()>
 void BM_Parse(benchmark::State& state) {
   const std::string& text = kText();
@@ -105,8 +105,8 @@ void BM_Parse(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
-// How many bytes of text a second a document is written as. All are counted by the bytes of the
-// parsed text, though some leave out the blanks.
+// Bytes of JSON written per second, counted by the parsed text for all contenders, although some
+// leave the blanks out.
 template <class Library, const std::string& (*kText)()>
 void BM_Dump(benchmark::State& state) {
   const std::string& text = kText();

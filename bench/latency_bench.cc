@@ -16,8 +16,8 @@ void PostAndAwait(Worker& worker, std::binary_semaphore& has_run) {
   has_run.acquire();
 }
 
-// How long a post and the notice that it has run take, back to back. The worker has nothing else
-// to do, but may not have fallen asleep again when the next post comes.
+// Time from a post to the notice that the task has run, back to back. The worker is idle, but may
+// not be asleep yet when the next post comes.
 template <class Worker>
 void BM_PingPong(benchmark::State& state) {
   Worker worker;
@@ -25,8 +25,7 @@ void BM_PingPong(benchmark::State& state) {
   for (auto _ : state) PostAndAwait(worker, has_run);
 }
 
-// The same for a worker that is surely asleep: each post waits, untimed, until the worker had ample
-// time to go to sleep.
+// The same for a worker that sleeps: each post waits, untimed, until the worker has fallen asleep.
 template <class Worker>
 void BM_PingPongWithSleeper(benchmark::State& state) {
   constexpr std::chrono::microseconds kTimeToFallAsleep{50};

@@ -20,10 +20,10 @@
 namespace tarvel_bench {
 namespace {
 
-// A message that makes a record of about 120 bytes, prefix included.
+// A message for a record of about 120 bytes, prefix included.
 constexpr char kMessage[] = "[lbs] Get link address link-7.example.invalid:8080 use default:0 x";
 
-// A directory that goes with the process.
+// A directory that is removed at the end of the process.
 const std::string& Directory() {
   static const struct Temporary {
     Temporary() {
@@ -36,8 +36,8 @@ const std::string& Directory() {
   return temporary.path;
 }
 
-// What one record costs from the statement to the mapped buffer, and every 500th the way to the
-// file. Half of it and more is the system's locking of the pages, which BM_LockPages measures.
+// The cost of a record from the statement to the mapped buffer, every 500th with the write to the
+// file. More than half is the locking of the pages, which BM_LockPages measures.
 void BM_Tarvel(benchmark::State& state) {
   using Writer = zo_base::TQLogImpl<zo_base::TarvelObject>;
   static const auto manager = zo_base::GetAtExitManager<zo_base::TarvelObject>().first;
@@ -49,7 +49,7 @@ void BM_Tarvel(benchmark::State& state) {
 }
 BENCHMARK(BM_Tarvel)->Threads(1)->Threads(4)->UseRealTime();
 
-// Takes records as the mapped buffer does, without the system's part in it.
+// Copies records like the mapped buffer, without the locking of its pages.
 class CopyingWriter final : public zo_base::ITQlogWriter {
  public:
   std::string_view GetIdent() const override { return {}; }
@@ -67,8 +67,7 @@ class CopyingWriter final : public zo_base::ITQlogWriter {
   std::size_t used_ = 0;
 };
 
-// What one record costs apart from the locking of pages: the way to the writer, prefix, locks,
-// copy.
+// The cost of a record without the locking of pages: finding the writer, prefix, mutexes, copy.
 void BM_TarvelApartFromPages(benchmark::State& state) {
   static const auto writer = std::make_shared<CopyingWriter>();
   zo_base::SetCustomLogGetter([]() -> std::shared_ptr<zo_base::ITQlogWriter> { return writer; });
@@ -77,7 +76,7 @@ void BM_TarvelApartFromPages(benchmark::State& state) {
 }
 BENCHMARK(BM_TarvelApartFromPages)->UseRealTime();
 
-// What one record costs with no writer up.
+// The cost of a log statement without a writer.
 void BM_TarvelWithoutAWriter(benchmark::State& state) {
   for (auto _ : state) {
     zo_base::QLogHelper record(zo_base::kLogApp, {}, nullptr);
@@ -87,7 +86,7 @@ void BM_TarvelWithoutAWriter(benchmark::State& state) {
 }
 BENCHMARK(BM_TarvelWithoutAWriter);
 
-// What the system takes for locking and unlocking the buffer's pages once, as each record does.
+// The cost of locking and unlocking the buffer's pages, which each record does once.
 void BM_LockPages(benchmark::State& state) {
   constexpr std::size_t kSize = zo_base::LogFile::kDefaultBufferSize;
   const int fd = open((Directory() + "/pages").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -103,7 +102,7 @@ void BM_LockPages(benchmark::State& state) {
 }
 BENCHMARK(BM_LockPages)->UseRealTime();
 
-// What the same record costs in spdlog's basic file sink, with its usual pattern.
+// The same record in spdlog's basic file sink, with its default pattern.
 void BM_Spdlog(benchmark::State& state) {
   static const auto logger = spdlog::basic_logger_mt("bench", Directory() + "/spdlog.log");
   for (auto _ : state) logger->info(kMessage);
@@ -111,7 +110,7 @@ void BM_Spdlog(benchmark::State& state) {
 }
 BENCHMARK(BM_Spdlog)->Threads(1)->Threads(4)->UseRealTime();
 
-// What it costs in glog, with buffered output.
+// The same record in glog, with buffered output.
 void BM_Glog(benchmark::State& state) {
   static const bool ready = [] {
     FLAGS_log_dir = Directory();

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::int64_t kPosts = 200'000;  // In one batch, by all producers together.
 
-// What the posted tasks count on. Only the worker touches `run`, so that the tasks themselves cost
-// next to nothing and the last one can tell that it is.
+// The tasks' counter. Only the worker touches `run`, so a task costs next to nothing and the last
+// one knows that it is the last.
 struct Batch {
   std::int64_t run = 0;
   std::binary_semaphore all_have_run{0};
@@ -32,8 +32,8 @@ void PostShare(Worker& worker, Batch& batch, std::int64_t producers) {
   }
 }
 
-// How many posts a second one worker takes and runs: a batch counts from its first post until its
-// last task has run.
+// Posts per second that one worker runs. A batch lasts from its first post to the end of its last
+// task.
 template <class Worker>
 void BM_PostAndRun(benchmark::State& state) {
   const std::int64_t producers = state.range(0);

@@ -7,10 +7,10 @@
 #include <thread>
 #include <utility>
 
-// What it costs at least to pass a message from thread to thread, whatever is built on it.
+// The least cost of passing a message from thread to thread.
 namespace tarvel_bench {
 
-// Holds one message at most: whoever puts the next one knows that the last was taken.
+// Holds one message at most. Put the next one only after the last was taken.
 //
 // Threads: one that puts and one that takes.
 template <class Message>
@@ -33,8 +33,8 @@ class Mailbox {
   std::optional<Message> message_;  // Guarded by `mutex_`.
 };
 
-// The way of a request through the threads of a client, and nothing but that: from the caller to a
-// near thread, from there to a far one, and back over the near one.
+// Only the way of a request through the threads of a client: from the caller to a near thread, to a
+// far one, and back over the near one.
 class Relay {
  public:
   explicit Relay(std::function<void()> far_work)

@@ -42,8 +42,8 @@ class Signals2Emitter {
 using Signals2 = Signals2Emitter<boost::signals2::mutex>;
 using Signals2WithoutLocks = Signals2Emitter<boost::signals2::dummy_mutex>;
 
-// What one emission to three slots costs. A second thread lives meanwhile: locks and reference
-// counts may be cheaper in a process that has never had one, which no user of either has.
+// The cost of an emission to three slots. A second thread exists: locks and reference counts may be
+// cheaper in a process with one thread, which no user of the library has.
 template <class Emitter>
 void BM_EmitToThreeSlots(benchmark::State& state) {
   const auto second_thread = std::make_shared<zo_base::TaskThread>("second");

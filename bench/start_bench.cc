@@ -1,5 +1,5 @@
-// What a client pays for the library as it embeds it, through the shared library: until it has its
-// first link address, for each further one, and while nothing happens.
+// The cost of the shared library for a client: until the first link address, for each further one,
+// and at rest.
 #include <benchmark/benchmark.h>
 #include <signal.h>
 #include <spawn.h>
@@ -69,7 +69,7 @@ std::int32_t NextPort(IZOTarvelLBSService& service) {
   return port;
 }
 
-// What a row measures, for all its iterations together.
+// The result of a row, the sum over its iterations.
 struct Cost {
   double seconds = 0;
   double cpu_us = 0;  // Of all threads.
@@ -78,9 +78,9 @@ struct Cost {
 
 using Measure = Cost (*)(const zo_tarvel::_ZOTarvelEnvironmentSettings&, std::int64_t iterations);
 
-// Each repetition of a row measures in a process of its own: a client's log function stays for the
-// rest of a process, so that the rows after it would have no log file. This process never calls the
-// library, so that its children may. The argument says whether the log goes to a file.
+// Each repetition of a row runs in a child process: a custom log function stays for the rest of a
+// process, and later rows would have no log file. The parent never calls the library, so that its
+// children may. The argument says whether the log goes to a file.
 void InOwnProcess(benchmark::State& state, Measure measure) {
   const test_support::TempDirectory directory;
   const auto settings = Settings(directory.path(), state.range(0) != 0);
@@ -103,7 +103,7 @@ void InOwnProcess(benchmark::State& state, Measure measure) {
   if (!cost.good) state.SkipWithError("no link address");
 }
 
-// Adds what passes until its end to `cost`.
+// Adds the time and CPU time of its life to `cost`.
 class Stopwatch {
  public:
   explicit Stopwatch(Cost& cost) : cost_(cost) {}
@@ -122,8 +122,8 @@ class Stopwatch {
   const Clock::time_point begin_ = Clock::now();
 };
 
-// From nothing to the first link address, with what an earlier run has cached and no server to be
-// reached.
+// From the start to the first link address, with the cache of an earlier run and no reachable
+// server.
 Cost WarmStart(const zo_tarvel::_ZOTarvelEnvironmentSettings& settings, std::int64_t iterations) {
   StartService(settings);  // Leaves the cache.
   zo_tarvel::ExitTarvelEnvironment(1);
@@ -167,13 +167,13 @@ BENCHMARK(BM_GetLinkAddress)->ArgName("log_file")->Arg(1)->Arg(0)->UseManualTime
 
 // --- The idle process ---
 
-// Processes of this program's own that sit still, and what the system says of them.
+// Measures idle child processes of this program.
 constexpr char kEmptyProcess[] = "--empty";
 constexpr char kLibraryProcess[] = "--library";
 constexpr std::chrono::seconds kSettling{3};  // The first update has failed by then.
 
-// Has HTTPDNS know its servers for a day, as it does on most starts: otherwise it would be asking
-// for them all the time here, where none can be reached.
+// Gives HTTPDNS servers that stay valid for a day, as on most starts. Otherwise it would ask for
+// them all the time here, where none can be reached.
 void MakeServersKnown(const std::string& directory) {
   using std::filesystem::recursive_directory_iterator;
   for (const auto& entry : recursive_directory_iterator(directory)) {
@@ -210,7 +210,7 @@ class IdleProcess {
   IdleProcess(const IdleProcess&) = delete;
   IdleProcess& operator=(const IdleProcess&) = delete;
 
-  // KiB that this process has for itself, and its share of what others have mapped as well.
+  // KiB of this process's own pages plus its share of shared pages.
   double MemoryKiB() const { return FieldOf(Path() / "smaps_rollup", "Pss:"); }
 
   double WakeUps() const {
@@ -237,7 +237,7 @@ class IdleProcess {
   pid_t pid_ = 0;
 };
 
-// The whole library at rest, over a process of the same program that has never called it.
+// The library at rest, minus a process of the same program that has never called it.
 void BM_Idle(benchmark::State& state) {
   const test_support::TempDirectory directory;
   {

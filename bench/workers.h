@@ -15,9 +15,9 @@
 
 #include "base/thread/task_thread.h"
 
-// The ways to run closures on one other thread that the benchmarks compare. Each worker starts its
-// thread when made and joins it when destroyed; `Post` may be called from any thread. Each is set
-// up as somebody who knows the library well would do it.
+// The contenders that run closures on another thread. Each starts its thread in the constructor and
+// joins it in the destructor; `Post` may be called from any thread. Each is set up as an expert
+// would do it.
 namespace tarvel_bench {
 
 class TaskThreadWorker {
@@ -35,7 +35,7 @@ class TaskThreadWorker {
   const std::shared_ptr<zo_base::TaskThread> thread_;
 };
 
-// The same thread, reached through the handle that never keeps it alive.
+// The same thread, reached through its ITaskLoop handle.
 class TaskLoopWorker {
  public:
   template <class F>
@@ -69,8 +69,8 @@ class AsioWorker {
   std::thread thread_;
 };
 
-// An event loop that is told of a locked queue by uv_async_send, which itself leaves out the system
-// call while an earlier one is still unanswered.
+// An event loop that uv_async_send wakes for a locked queue. uv_async_send skips the system call
+// while an earlier wake-up is pending.
 class UvWorker {
  public:
   UvWorker() {
@@ -151,7 +151,7 @@ class QueueWorker {
   std::thread thread_;
 };
 
-// The same queue, with a worker that takes all that is there at once.
+// The same queue, with a worker that takes all tasks at once.
 class SwappedQueueWorker {
  public:
   SwappedQueueWorker() : thread_([this] { Run(); }) {}

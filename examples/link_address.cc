@@ -1,4 +1,4 @@
-// The life of a client: start, a few link addresses, exit.
+// A client that starts, takes a few link addresses and exits.
 //
 //   tarvel_example_link_address [DIRECTORY [LBS-URL]]
 #include <tarvel/tarvel.h>
@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
   zo_tarvel::IZOTarvelLBSService* service = object->GetLBSService();
   service->Init(lbs);
 
-  // One before each connection try; after the last of the list comes the default.
+  // Take one before each connection attempt. The default follows the last of the list.
   for (int i = 0; i < 3; ++i) PrintNextAddress(*service);
 
   zo_tarvel::ExitTarvelEnvironment(id);

@@ -1,6 +1,5 @@
-// What a cache file holds is hostile. The store takes it for what nlohmann::json takes it for, or
-// for nothing; what it took, it saves and loads back; and whatever was there, the LBS service
-// starts with a usable answer.
+// A cache file with any bytes. The store reads the same values as nlohmann::json, or none; it saves
+// and loads back what it has read; and the LBS service always starts with a usable answer.
 #include <unistd.h>
 
 #include <cstddef>
@@ -59,8 +58,8 @@ std::string Path() { return Config()->appdata_path() + "lbs/lbs.data"; }
 
 void Write(const std::string& text) { std::ofstream(Path(), std::ios::binary) << text; }
 
-// What another reader finds in the file; nothing in what is no flat object of strings. That reader
-// takes a NUL for the end, the store refuses it.
+// The values that nlohmann::json finds; nullopt unless the file is a flat object of strings. A NUL
+// ends the text for nlohmann::json, but is an error for the store.
 Texts ReadByDom(const std::string& text) {
   if (text.find('\0') != std::string::npos) return {};
   bool flat = true;

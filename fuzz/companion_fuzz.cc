@@ -1,5 +1,5 @@
-// What a companion file holds is hostile: any length, any count, any bytes. Whatever it is, the
-// buffer ends up ready and empty, has the wanted length, and sends no more text than the file held.
+// A companion file with any length, count and bytes. The buffer always ends up ready and empty, has
+// the wanted length, and sends no more text than the file held.
 #include <unistd.h>
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// An answer of an HTTPDNS server may be any text. Whatever it says, only hosts, ports and plain IP
-// literals get out of it, and what has passed the check has something to use.
+// An HTTPDNS answer with any bytes. Only hosts, ports and plain IP literals get out of it, and an
+// answer that passes the check has at least one of them.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -91,7 +91,7 @@ void CheckEntryOfFile(const std::string& text) {
 
 }  // namespace
 
-// The first byte says which function has answered, or that it is a file's entry.
+// The first byte chooses between the answers of the two functions and an entry of the file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::string body(reinterpret_cast<const char*>(data) + 1, size - 1);

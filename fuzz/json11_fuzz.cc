@@ -26,10 +26,10 @@ Json ParseOwnText(const std::string& text) {
 
 }  // namespace
 
-// Whatever the parser accepts, dump writes so that it reads back as the same value, and from the
-// second text on nothing changes any more. The first may: a number beyond the range of a double
-// becomes null, and "-0.0" becomes "-0", which is the integer 0. The first byte chooses the
-// strategy.
+// What the parser accepts, dump writes so that it reads back as the same value. From the second
+// dump on nothing changes; the first may change numbers: one beyond the range of a double becomes
+// null, and
+// "-0.0" becomes "-0", which is the integer 0. The first byte chooses the strategy.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const auto strategy = static_cast<JsonParse>(data[0] & 1);

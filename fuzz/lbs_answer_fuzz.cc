@@ -1,5 +1,5 @@
-// An answer of the LBS server may be any text. One that passes the check is usable; one that can be
-// read hands out addresses that fit the client's buffers, in order, each to the families it suits.
+// An LBS answer with any bytes. One that passes the check is usable. Its addresses fit the client's
+// buffers and come in order, each for the families it suits.
 #include <tarvel/tarvel.h>
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Any text may come for a URL. Its components lie inside of it, in order, and all functions agree
-// on them; each check below counts in another way than the code does.
+// A URL with any bytes. Its components lie inside it, in order, and all functions agree on them.
+// Each check computes its expectation in another way than the code.
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -147,7 +147,7 @@ void CheckHost(const WebAddress& address, const std::string& expected) {
           "libcurl and we read the same host");
 }
 
-// A URL that libcurl is given goes where the layers above think that it goes.
+// libcurl connects to the host that the layers above read in the URL.
 void CheckWebAddress(const std::string& text) {
   std::string error;
   if (const auto address = ParseWebAddress(text, error)) {

@@ -20,6 +20,7 @@ void Condition::NotifyOne() noexcept { pthread_cond_signal(&condition_); }
 void Condition::NotifyAll() noexcept { pthread_cond_broadcast(&condition_); }
 
 bool Condition::WaitUntil(_thread_recursive_mutex& mutex, std::int64_t steady_ms) noexcept {
+  mutex.AssertHeld();
   const timespec until{.tv_sec = static_cast<std::time_t>(steady_ms / 1000),
                        .tv_nsec = static_cast<long>(steady_ms % 1000) * 1'000'000L};
   const int result = pthread_cond_timedwait(&condition_, &mutex.mutex_, &until);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "base/lock/assert.h"
 #include "base/lock/thread_annotations.h"
 
 namespace zo_base {
@@ -29,6 +30,11 @@ class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
     return true;
   }
   void unlock() noexcept ZO_RELEASE() { pthread_mutex_unlock(&mutex_); }
+
+  // For code that is called under the lock where the analysis can't see it.
+  void AssertHeld() const noexcept ZO_ASSERT_CAPABILITY(this) {
+    ZO_ASSERT(pthread_equal(owner(), pthread_self()));
+  }
 
   // The last thread that took the lock. Not cleared on unlock; zero before the first lock.
   pthread_t owner() const noexcept { return owner_.load(std::memory_order_relaxed); }

@@ -8,6 +8,7 @@ namespace zo_base {
 // sequentially consistent, so at least one of two that meet sees the other.
 
 void SpinRWLock::LockRead() {
+  ZO_ASSERT(writer_.load() != std::this_thread::get_id());
   while (true) {
     readers_.fetch_add(1);
     if (!writer_flag_.load()) return;
@@ -33,6 +34,7 @@ void SpinRWLock::LockWrite() {
 }
 
 void SpinRWLock::UnlockWrite() {
+  ZO_ASSERT(writer_.load() == std::this_thread::get_id());
   if (--writer_depth_ != 0) return;
   writer_.store({});
   writer_flag_.store(false);

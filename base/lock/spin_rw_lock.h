@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <thread>
 
+#include "base/lock/assert.h"
 #include "base/lock/thread_annotations.h"
 
 namespace zo_base {
@@ -35,7 +36,7 @@ class ZO_CAPABILITY("mutex") SpinRWLock {
   std::atomic<bool> writer_flag_{false};
   std::atomic<std::int32_t> readers_{0};
   std::atomic<std::thread::id> writer_{};
-  std::int32_t writer_depth_ = 0;  // Touched by the writer only.
+  std::int32_t writer_depth_ = 0;  // Not locked: only the writer touches it.
 };
 
 // Hold the lock for the length of a scope.

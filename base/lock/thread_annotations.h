@@ -21,6 +21,7 @@
 #define ZO_ACQUIRE(...) ZO_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define ZO_ACQUIRE_SHARED(...) ZO_THREAD_ATTRIBUTE(acquire_shared_capability(__VA_ARGS__))
 #define ZO_TRY_ACQUIRE(...) ZO_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
+#define ZO_ASSERT_CAPABILITY(lock) ZO_THREAD_ATTRIBUTE(assert_capability(lock))
 #define ZO_RELEASE(...) ZO_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define ZO_RELEASE_SHARED(...) ZO_THREAD_ATTRIBUTE(release_shared_capability(__VA_ARGS__))
 #define ZO_ACQUIRED_AFTER(...) ZO_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))

@@ -79,12 +79,14 @@ std::string BaseThread::StartIfPossible() {
 
 void BaseThread::StartOnCurrentThread(const std::string& new_name) {
   const LibraryThreadScope scope;
+  ZO_ASSERT(thread_id.load() == pthread_t{});
   BindProc();
   name = new_name;
   RunThreadMain();
 }
 
 void BaseThread::RunThreadMain() {
+  ZO_ASSERT(thread_id.load() == pthread_t{});  // It is started once.
   {
     const auto created = CreateStopClosure();
     MutexLock lock(stop_closure_lock);

@@ -71,6 +71,11 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   // What Stop does, for destructors: calls nothing virtual.
   void StopAndJoin();
 
+  // For what only the thread itself may touch.
+  void AssertOnThread() const {
+    ZO_ASSERT(pthread_equal(pthread_self(), thread_id.load(std::memory_order_relaxed)));
+  }
+
   // For loops: Stop has been called.
   bool stopping_requested() const { return stopping.load(std::memory_order_acquire); }
 

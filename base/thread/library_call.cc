@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/lock/assert.h"
+
 namespace zo_base {
 namespace {
 
@@ -28,17 +30,22 @@ void RunKeptTasks() {
 LibraryCall::LibraryCall() { ++library_calls; }
 
 LibraryCall::~LibraryCall() {
+  ZO_ASSERT(library_calls > 0);
   if (library_calls == 1) RunKeptTasks();
   --library_calls;
 }
 
 LogFunctionCall::LogFunctionCall() { ++log_function_calls; }
 
-LogFunctionCall::~LogFunctionCall() { --log_function_calls; }
+LogFunctionCall::~LogFunctionCall() {
+  ZO_ASSERT(log_function_calls > 0);
+  --log_function_calls;
+}
 
 bool InLogFunction() { return log_function_calls > 0; }
 
 void RunAfterLibraryCall(Task task) {
+  ZO_ASSERT(library_calls > 0);
   if (kept_tasks == nullptr) kept_tasks = new Tasks;
   kept_tasks->push_back(std::move(task));
 }

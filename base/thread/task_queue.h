@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "base/lock/assert.h"
 #include "base/thread/task_loop.h"
 
 namespace zo_base {
@@ -26,7 +27,10 @@ class TaskQueue {
   TaskQueue& operator=(const TaskQueue&) = delete;
 
   bool empty() const { return first_ == last_ && read_ == written_; }
-  Task& front() { return *first_->at(read_); }
+  Task& front() {
+    ZO_ASSERT(!empty());
+    return *first_->at(read_);
+  }
 
   void push_back(Task task) {
     if (last_ == nullptr || written_ == Block::kTasks) AddBlock();
@@ -35,7 +39,7 @@ class TaskQueue {
   }
 
   void pop_front() {
-    std::destroy_at(first_->at(read_));
+    std::destroy_at(&front());
     if (++read_ == Block::kTasks || (first_ == last_ && read_ == written_)) EndBlock();
   }
 

@@ -174,6 +174,7 @@ void TaskThread::RunLoop() {
 }
 
 void TaskThread::RunGuarded(const Task& task) {
+  AssertOnThread();
   const LibraryCall call;
   task_running.store(true, std::memory_order_release);
   task();
@@ -190,6 +191,7 @@ inline bool TaskThread::RunUrgentTasks() {
 }
 
 bool TaskThread::RunTasks() {
+  AssertOnThread();
   do {
     // A due delayed task comes before the normal tasks that were posted after it.
     if (!RunDelayTasks()) return false;
@@ -210,6 +212,7 @@ bool TaskThread::RunNormalTask() {
 }
 
 bool TaskThread::RunPriorityTasks() {
+  AssertOnThread();
   do {
     if (stopping_requested()) return false;
     while (!priority_work.empty()) {
@@ -245,10 +248,10 @@ bool TaskThread::RunDelayTasks() {
 
   const LibraryCall call;  // The tasks run under the lock.
   MutexLock lock(delayed_lock);
-  const bool walked_to_the_end =
-      delayed.RunDue(SteadyMilliseconds, [this](DelayedTask& entry) ZO_NO_THREAD_SAFETY_ANALYSIS {
-        return !stopping_requested() && RunDelayedTask(entry);
-      });
+  const bool walked_to_the_end = delayed.RunDue(SteadyMilliseconds, [this](DelayedTask& entry) {
+    delayed_lock.AssertHeld();
+    return !stopping_requested() && RunDelayedTask(entry);
+  });
   earliest_delayed.store(delayed.earliest_run_at(), std::memory_order_release);
   return walked_to_the_end && !stopping_requested();
 }
@@ -271,6 +274,7 @@ bool TaskThread::MoreCameInAMoment() {
 }
 
 bool TaskThread::WaitForWork() {
+  AssertOnThread();
   if (MoreCameInAMoment()) return false;
   const LibraryCall call;  // Idle tasks run under the lock.
   MutexLock lock(wake_lock);
@@ -321,6 +325,7 @@ bool TaskThread::HasDelayedTasks() {
 }
 
 bool TaskThread::AllQueuesEmpty() {
+  AssertOnThread();
   if (stopping_requested()) return false;
   MutexLock lock(priority_lock);
   MutexLock normal(normal_lock);

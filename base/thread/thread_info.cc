@@ -3,6 +3,8 @@
 #include <atomic>
 #include <memory>
 
+#include "base/lock/assert.h"
+
 namespace zo_base {
 namespace {
 
@@ -57,7 +59,10 @@ std::shared_ptr<ITaskLoop> GetCurrentTaskLoop() {
 bool OnLibraryThread() { return library_thread_scopes > 0; }
 
 LibraryThreadScope::LibraryThreadScope() { ++library_thread_scopes; }
-LibraryThreadScope::~LibraryThreadScope() { --library_thread_scopes; }
+LibraryThreadScope::~LibraryThreadScope() {
+  ZO_ASSERT(library_thread_scopes > 0);
+  --library_thread_scopes;
+}
 
 void SetCurrentThreadInfo(const ThreadInfo& info) {
   if (ThreadInfo* record = GetCurrentThreadInfo()) {

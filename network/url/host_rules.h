@@ -6,27 +6,25 @@
 #include <string>
 #include <vector>
 
-// What of the texts in answers and cache files may become part of a URL. Such texts are hostile:
-// one with a path, a port or a user in it would lead elsewhere.
+// Which strings from answers and cache files may become part of a URL. Such strings may be hostile:
+// one with a path, a port or a user in it would send the request elsewhere.
 namespace WQBASE::network {
 
-// Of any host, in bytes: more than the DNS has names for.
+// The longest host in bytes. No name in the DNS is longer.
 inline constexpr std::size_t kLongestHost = 255;
 
-// A host name, or an IP literal, IPv6 in brackets. IPv4 in the plain form of four decimal numbers
-// only, as all others mean different things to different readers.
+// Whether `text` may become the host of a URL: a host name, IPv4 as four decimal numbers, or IPv6
+// in brackets. Programs read other forms of IPv4 in different ways.
 bool CanBeHost(const std::string& text);
 
-// Whether a URL's host can stand in a list of a query, and in the cache. Wider than CanBeHost: a
-// host in another script is one. In JSON such a text takes no escapes.
+// Whether the host of a URL may be listed in a query for addresses and kept in the cache. Allows
+// more than CanBeHost: a name in another script, for instance. JSON needs no escapes for it.
 bool CanBeAskedFor(const std::string& host);
 
-// An IPv6 address as a URL has it, in brackets.
-std::string InBrackets(const std::string& address);
-
-// The addresses of one family among `texts`, each once, IPv4 in its plain form and IPv6 in
-// brackets. The first kMostAddresses of them.
+// At most so many addresses of a host are used.
 inline constexpr std::size_t kMostAddresses = 32;
+// Selects the addresses of one family, each once: IPv4 as four decimal numbers, IPv6 in brackets,
+// which are added where they are missing. Returns the first kMostAddresses of them.
 std::vector<std::string> LiteralsOf(zo_net::AddressFamily family,
                                     const std::vector<std::string>& texts);
 

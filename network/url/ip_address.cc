@@ -2,9 +2,11 @@
 
 #include <arpa/inet.h>
 
+#include <charconv>
 #include <cstddef>
-#include <limits>
 #include <optional>
+
+#include "base/text/strings.h"
 
 namespace WQBASE::network {
 namespace {
@@ -12,27 +14,14 @@ namespace {
 constexpr std::size_t kNone = std::string_view::npos;
 constexpr std::size_t kIPv4Size = 4;
 constexpr std::size_t kIPv6Size = 16;
-constexpr std::size_t kGroupSize = 2;
-constexpr std::size_t kLongestGroup = 4;
 
-// A value at or above every base for what is no digit.
-unsigned DigitValue(char c) {
-  if (c >= '0' && c <= '9') return static_cast<unsigned>(c - '0');
-  if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a') + 10;
-  if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A') + 10;
-  return 16;
-}
-
-// None for a foreign character and beyond 32 bits; no digits are 0.
-std::optional<std::uint32_t> ReadDigits(std::string_view digits, unsigned base) {
-  std::uint64_t value = 0;
-  for (const char c : digits) {
-    const unsigned digit = DigitValue(c);
-    if (digit >= base) return std::nullopt;
-    value = value * base + digit;
-    if (value > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
-  }
-  return static_cast<std::uint32_t>(value);
+// nullopt for a foreign character and beyond 32 bits. No digits mean 0.
+std::optional<std::uint32_t> ReadDigits(std::string_view digits, int base) {
+  std::uint32_t value = 0;
+  if (digits.empty()) return value;
+  const char* const end = digits.data() + digits.size();
+  const auto [stop, fault] = std::from_chars(digits.data(), end, value, base);
+  return fault == std::errc() && stop == end ? std::optional(value) : std::nullopt;
 }
 
 std::optional<std::uint32_t> ReadIPv4Part(std::string_view part) {
@@ -42,84 +31,49 @@ std::optional<std::uint32_t> ReadIPv4Part(std::string_view part) {
   return ReadDigits(part, 10);
 }
 
-// Appends the low `size` bytes of `value`; false if it needs more.
-bool AppendNumber(std::uint64_t value, std::size_t size, IPAddressBytes& bytes) {
-  if (value >> (8 * size) != 0) return false;
-  for (std::size_t left = size; left > 0; --left) {
-    bytes.push_back(static_cast<std::uint8_t>(value >> (8 * (left - 1))));
-  }
-  return true;
-}
-
 IPAddressBytes ParseIPv4(std::string_view text) {
   if (text.ends_with('.')) text.remove_suffix(1);
   IPAddressBytes bytes;
-  while (bytes.size() < kIPv4Size) {
+  for (std::size_t left = kIPv4Size; left > 0; --left) {
     const std::size_t dot = text.find('.');
+    const std::size_t size = dot == kNone ? left : 1;
     const std::optional<std::uint32_t> part = ReadIPv4Part(text.substr(0, dot));
-    const std::size_t size = dot == kNone ? kIPv4Size - bytes.size() : 1;
-    if (!part || !AppendNumber(*part, size, bytes)) return {};
+    if (!part || std::uint64_t{*part} >> (8 * size) != 0) return {};
+    for (std::size_t i = size; i > 0; --i) {
+      bytes.push_back(static_cast<std::uint8_t>(*part >> (8 * (i - 1))));
+    }
     if (dot == kNone) return bytes;
     text.remove_prefix(dot + 1);
   }
-  return {};  // A fifth part.
+  return {};  // There is a fifth part.
 }
 
-bool AppendGroup(std::string_view group, IPAddressBytes& bytes) {
-  if (group.empty() || group.size() > kLongestGroup) return false;
-  const std::optional<std::uint32_t> value = ReadDigits(group, 16);
-  return value && AppendNumber(*value, kGroupSize, bytes);
-}
-
-bool AppendIPv4(std::string_view text, IPAddressBytes& bytes) {
-  if (text.find('.') == kNone) return false;  // A lone number is a group or nothing.
-  const IPAddressBytes tail = ParseIPv4(text);
-  bytes.insert(bytes.end(), tail.begin(), tail.end());
-  return !tail.empty();
-}
-
-// Groups with single colons between them. An empty text has none.
-bool AppendGroups(std::string_view text, bool may_end_in_ipv4, IPAddressBytes& bytes) {
-  if (text.empty()) return true;
-  while (bytes.size() < kIPv6Size) {
-    const std::size_t colon = text.find(':');
-    const std::string_view group = text.substr(0, colon);
-    const bool is_last = colon == kNone;
-    if (!AppendGroup(group, bytes) && !(is_last && may_end_in_ipv4 && AppendIPv4(group, bytes))) {
-      return false;
-    }
-    if (is_last) return true;
-    text.remove_prefix(colon + 1);
-  }
-  return false;
-}
-
-std::string_view WithoutBrackets(std::string_view text) {
-  if (!text.starts_with('[') || !text.ends_with(']')) return text;
-  return text.substr(1, text.size() - 2);
-}
-
+// Writes an IPv4 address at the end as two groups, since inet_pton() knows only its plain form.
 IPAddressBytes ParseIPv6(std::string_view text) {
-  const std::size_t gap = text.find("::");
-  IPAddressBytes bytes;
-  if (gap == kNone) {
-    if (!AppendGroups(text, true, bytes) || bytes.size() != kIPv6Size) return {};
-    return bytes;
+  if (text.starts_with('[') && text.ends_with(']')) text = text.substr(1, text.size() - 2);
+  std::string address(text);
+  const std::size_t tail = address.rfind(':') + 1;
+  if (address.find('.', tail) != std::string::npos) {
+    const IPAddressBytes ipv4 = ParseIPv4(std::string_view(address).substr(tail));
+    if (ipv4.empty()) return {};
+    address.resize(tail);
+    address += zo_base::StringFormat("%x:%x", ipv4[0] << 8 | ipv4[1], ipv4[2] << 8 | ipv4[3]);
   }
-  IPAddressBytes tail;
-  if (!AppendGroups(text.substr(0, gap), false, bytes)) return {};
-  if (!AppendGroups(text.substr(gap + 2), true, tail)) return {};
-  // The gap stands for at least one group.
-  if (bytes.size() + tail.size() > kIPv6Size - kGroupSize) return {};
-  bytes.resize(kIPv6Size - tail.size());
-  bytes.insert(bytes.end(), tail.begin(), tail.end());
-  return bytes;
+  return ParsePlainIPAddress(address, zo_net::kAddressFamilyIPv6);
 }
 
 }  // namespace
 
 IPAddressBytes ParseIPAddress(std::string_view text) {
-  return text.find(':') == kNone ? ParseIPv4(text) : ParseIPv6(WithoutBrackets(text));
+  return text.find(':') == kNone ? ParseIPv4(text) : ParseIPv6(text);
+}
+
+IPAddressBytes ParsePlainIPAddress(const std::string& text, zo_net::AddressFamily family) {
+  const bool ipv6 = family == zo_net::kAddressFamilyIPv6;
+  IPAddressBytes bytes(ipv6 ? kIPv6Size : kIPv4Size);
+  const bool read = text.find('\0') == std::string::npos &&
+                    inet_pton(ipv6 ? AF_INET6 : AF_INET, text.c_str(), bytes.data()) == 1;
+  return read ? bytes : IPAddressBytes();
 }
 
 bool IsIPAddress(std::string_view text) { return !ParseIPAddress(text).empty(); }
@@ -131,13 +85,16 @@ bool GetIPFamily(std::string_view text, zo_net::AddressFamily& family) {
   return true;
 }
 
+std::string InBrackets(const std::string& address) {
+  return (address.starts_with('[') ? "" : "[") + address + (address.ends_with(']') ? "" : "]");
+}
+
 std::string CanonicalHost(std::string_view host) {
   const IPAddressBytes bytes = ParseIPAddress(host);
   char text[INET6_ADDRSTRLEN] = "";
   if (bytes.empty()) return std::string(host);
   if (bytes.size() == kIPv4Size) return inet_ntop(AF_INET, bytes.data(), text, sizeof text);
-  inet_ntop(AF_INET6, bytes.data(), text, sizeof text);
-  return std::string("[").append(text).append("]");
+  return InBrackets(inet_ntop(AF_INET6, bytes.data(), text, sizeof text));
 }
 
 }  // namespace WQBASE::network

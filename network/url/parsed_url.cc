@@ -1,6 +1,8 @@
 #include "network/url/parsed_url.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <optional>
 
 namespace WQBASE::network {
 namespace {
@@ -15,37 +17,33 @@ std::string_view Trimmed(std::string_view text) {
   return text;
 }
 
-// What stands before `end`, which is cut off `text` together with one character behind it.
-std::string_view CutFront(std::string_view& text, std::size_t end) {
-  const std::string_view front = text.substr(0, end);
-  text.remove_prefix(end + 1);
-  return front;
+// Cuts `text` off before the delimiter at `position` and returns what followed it. Without a
+// delimiter, for kNone, nothing follows.
+std::optional<std::string_view> CutAt(std::string_view& text, std::size_t position) {
+  if (position == kNone) return std::nullopt;
+  const std::string_view behind = text.substr(position + 1);
+  text = text.substr(0, position);
+  return behind;
 }
 
-// What stands behind `begin`, which is cut off `text` together with the character at `begin`.
-std::string_view CutBack(std::string_view& text, std::size_t begin) {
-  const std::string_view back = text.substr(begin + 1);
-  text = text.substr(0, begin);
-  return back;
-}
-
-// How much of an authority's end is an address in brackets. One that is never closed has it all.
+// The length of the IPv6 address in brackets at the begin, all of it when it is never closed.
 std::size_t BracketedSize(std::string_view host_and_port) {
   if (!host_and_port.starts_with('[')) return 0;
-  const std::size_t end = host_and_port.rfind(']');
-  return end == kNone ? host_and_port.size() : end + 1;
+  return std::min(host_and_port.rfind(']'), host_and_port.size() - 1) + 1;
 }
 
 class UrlParser {
  public:
   explicit UrlParser(const char* text) : text_(text) {}
 
-  ParsedUrl Parse(std::string_view rest) {
-    rest = Trimmed(rest);
-    if (const std::size_t colon = rest.find(':'); colon != kNone) {
-      url_.scheme = At(CutFront(rest, colon));
+  ParsedUrl Parse(std::string_view text) {
+    std::string_view scheme = Trimmed(text);
+    std::string_view rest = scheme;
+    if (const auto behind = CutAt(scheme, scheme.find(':'))) {
+      url_.scheme = At(scheme);
+      rest = *behind;
     }
-    while (rest.starts_with('/') || rest.starts_with('\\')) rest.remove_prefix(1);
+    rest.remove_prefix(std::min(rest.find_first_not_of("/\\"), rest.size()));
     const std::string_view authority = rest.substr(0, rest.find_first_of("/\\?#"));
     ReadAuthority(authority);
     ReadPathQueryAndRef(rest.substr(authority.size()));
@@ -53,43 +51,32 @@ class UrlParser {
   }
 
  private:
-  UrlComponent At(std::string_view piece) const {
-    return {static_cast<std::int32_t>(piece.data() - text_),
-            static_cast<std::int32_t>(piece.size())};
+  UrlComponent At(std::optional<std::string_view> piece) const {
+    if (!piece) return {};
+    return {static_cast<std::int32_t>(piece->data() - text_),
+            static_cast<std::int32_t>(piece->size())};
   }
-
   UrlComponent AtUnlessEmpty(std::string_view piece) const {
     return piece.empty() ? UrlComponent{} : At(piece);
   }
 
   void ReadAuthority(std::string_view authority) {
-    if (const std::size_t at = authority.rfind('@'); at != kNone) {
-      ReadUserInfo(CutFront(authority, at));
+    if (const auto host_and_port = CutAt(authority, authority.rfind('@'))) {
+      url_.password = At(CutAt(authority, authority.find(':')));
+      url_.username = At(authority);
+      authority = *host_and_port;
     }
-    ReadHostAndPort(authority);
-  }
-
-  void ReadUserInfo(std::string_view user_info) {
-    if (const std::size_t colon = user_info.find(':'); colon != kNone) {
-      url_.password = At(CutBack(user_info, colon));
+    const std::size_t bracketed = BracketedSize(authority);
+    const std::size_t colon = authority.rfind(':');
+    if (colon != kNone && colon >= bracketed) {
+      url_.port = AtUnlessEmpty(*CutAt(authority, colon));
     }
-    url_.username = At(user_info);
-  }
-
-  void ReadHostAndPort(std::string_view part) {
-    const std::size_t bracketed = BracketedSize(part);
-    const std::size_t colon = part.rfind(':');
-    if (colon != kNone && colon >= bracketed) url_.port = AtUnlessEmpty(CutBack(part, colon));
-    url_.host = AtUnlessEmpty(bracketed > 0 ? part.substr(0, bracketed) : part);
+    url_.host = AtUnlessEmpty(bracketed > 0 ? authority.substr(0, bracketed) : authority);
   }
 
   void ReadPathQueryAndRef(std::string_view tail) {
-    if (const std::size_t hash = tail.find('#'); hash != kNone) {
-      url_.ref = At(CutBack(tail, hash));
-    }
-    if (const std::size_t mark = tail.find('?'); mark != kNone) {
-      url_.query = At(CutBack(tail, mark));
-    }
+    url_.ref = At(CutAt(tail, tail.find('#')));
+    url_.query = At(CutAt(tail, tail.find('?')));
     url_.path = AtUnlessEmpty(tail);
   }
 

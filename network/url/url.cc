@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -12,7 +13,7 @@
 namespace WQBASE::network {
 namespace {
 
-// The last four are links of the companion applications.
+// The last four are the link schemes of the companion applications.
 constexpr std::array<std::string_view, 10> kKnownSchemes = {
     "http",   "https",  "ftp",         "rtmp",        "rtsp",
     "mailto", "tarvel", "tarvel-link", "tarvel-call", "tarvel-share"};
@@ -32,25 +33,10 @@ std::string_view KnownScheme(std::string_view written) {
   return known == kKnownSchemes.end() ? std::string_view() : *known;
 }
 
-// A file's path begins with a slash and stands where others have their host. So far no file is
-// among the known schemes.
-std::string_view SeparatorBehind(std::string_view scheme) {
-  return scheme == "file" ? ":///" : "://";
-}
-
 std::int32_t LeadingNumber(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-  const bool negative = text.starts_with('-');
-  if (negative || text.starts_with('+')) text.remove_prefix(1);
-
   using Limits = std::numeric_limits<std::int32_t>;
-  std::int64_t value = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') break;
-    value = std::min(value * 10 + (c - '0'), -std::int64_t{Limits::min()});
-  }
-  if (negative) return static_cast<std::int32_t>(-value);
-  return static_cast<std::int32_t>(std::min(value, std::int64_t{Limits::max()}));
+  const long number = std::strtol(std::string(text).c_str(), nullptr, 10);
+  return static_cast<std::int32_t>(std::clamp<long>(number, Limits::min(), Limits::max()));
 }
 
 std::size_t EndOf(const UrlComponent& component) {
@@ -72,7 +58,7 @@ Url::Url(std::string text)
 
 std::int32_t Url::port() const { return LeadingNumber(parsed_.port.In(text_)); }
 
-// Replaces the text from the host's begin to `end`. The same name may stand in the path as well.
+// Replaces the text from the begin of the host to `end`.
 Url Url::WithReplaced(std::size_t end, std::string_view replacement) const {
   if (!parsed_.host.present()) return *this;
   const auto begin = static_cast<std::size_t>(parsed_.host.begin);
@@ -81,19 +67,18 @@ Url Url::WithReplaced(std::size_t end, std::string_view replacement) const {
 
 Url Url::WithHost(std::string_view host) const { return WithReplaced(EndOf(parsed_.host), host); }
 
-Url Url::WithServer(std::string_view server) const {
+Url Url::WithServer(std::string_view host_and_port) const {
   std::size_t end = EndOf(parsed_.host);
   if (has_port()) {
     end = EndOf(parsed_.port);
   } else if (end < text_.size() && text_[end] == ':') {
-    ++end;  // A port that is empty.
+    ++end;  // The port is empty.
   }
-  return WithReplaced(end, server);
+  return WithReplaced(end, host_and_port);
 }
 
 Url Url::WithQuery(std::string_view query) const {
-  const char* const joint = text_.find('?') == std::string::npos ? "?" : "&";
-  return std::string(text_).append(joint).append(query);
+  return std::string(text_).append(text_.find('?') == std::string::npos ? "?" : "&").append(query);
 }
 
 std::string GetScheme(std::string_view url) {
@@ -101,9 +86,9 @@ std::string GetScheme(std::string_view url) {
 }
 
 std::string GetSchemePrefix(std::string_view url) {
-  std::string prefix = GetScheme(url);
-  if (!prefix.empty()) prefix += SeparatorBehind(prefix);
-  return prefix;
+  const std::string scheme = GetScheme(url);
+  // A file has no host. Until now no scheme of files is known.
+  return scheme.empty() ? "" : scheme + (scheme == "file" ? ":///" : "://");
 }
 
 bool IsHttps(std::string_view url) { return GetScheme(url) == "https"; }

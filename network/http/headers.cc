@@ -24,11 +24,11 @@ bool IsToken(std::string_view text) {
   return !text.empty() && std::ranges::all_of(text, IsTokenCharacter);
 }
 
-bool IsOfTheTransport(std::string_view name) {
+bool IsSetByTheTransport(std::string_view name) {
   return EqualIgnoringCase(name, "Content-Length") || EqualIgnoringCase(name, "Transfer-Encoding");
 }
 
-bool EndsLine(std::string_view value) {
+bool BreaksTheLine(std::string_view value) {
   return value.find_first_of("\r\n\0"sv) != std::string_view::npos;
 }
 
@@ -52,8 +52,8 @@ std::string Headers::ToText() const {
   return text;
 }
 
-std::vector<Headers::Header>::const_iterator Headers::Find(std::string_view name) const {
-  return std::find_if(headers_.begin(), headers_.end(), IsNamed(name));
+bool Headers::Has(std::string_view name) const {
+  return std::ranges::any_of(headers_, IsNamed(name));
 }
 
 const std::string* Headers::ValueOf(std::string_view name) const {
@@ -68,12 +68,9 @@ void Headers::Add(std::string name, std::string value) {
 }
 
 void Headers::Set(std::string_view name, std::string value) {
-  const auto header = std::find_if(headers_.begin(), headers_.end(), IsNamed(name));
-  if (header == headers_.end()) {
-    Add(std::string(name), std::move(value));
-  } else {
-    header->second = std::move(value);
-  }
+  const auto header = std::ranges::find_if(headers_, IsNamed(name));
+  if (header == headers_.end()) return Add(std::string(name), std::move(value));
+  header->second = std::move(value);
 }
 
 void Headers::Remove(std::string_view name) { std::erase_if(headers_, IsNamed(name)); }
@@ -98,9 +95,9 @@ Headers Headers::Sendable() const {
   for (const auto& [name, value] : headers_) {
     if (!IsToken(name)) {
       ZO_LOG << "[http client]header dropped, its name is no token";
-    } else if (EndsLine(value)) {
+    } else if (BreaksTheLine(value)) {
       ZO_LOG << "[http client]header dropped, its value has CR, LF or NUL, name:" << name;
-    } else if (IsOfTheTransport(name)) {
+    } else if (IsSetByTheTransport(name)) {
       ZO_LOG << "[http client]header dropped, the transport sets it, name:" << name;
     } else {
       result.Set(name, value);

@@ -8,7 +8,7 @@
 
 namespace WQBASE::network {
 
-// The headers of one message, in order. A plain value. Names compare without regard to case.
+// The headers of one message, in order. A plain value. Names are compared without regard to case.
 class Headers {
  public:
   using Header = std::pair<std::string, std::string>;  // Name, value.
@@ -16,8 +16,8 @@ class Headers {
   Headers() = default;
   Headers(std::initializer_list<Header> headers) : headers_(headers) {}
 
-  // Of each line the name is what stands before the first colon, the value what stands behind the
-  // last. A line without both is left out.
+  // Splits each line at its colons: the first piece is the name, the last one the value. Drops
+  // lines of fewer pieces.
   static Headers FromLines(const std::vector<std::string>& lines);
   // Lines of name, ":" and value, joined by "\r\n".
   std::string ToText() const;
@@ -25,32 +25,27 @@ class Headers {
   auto begin() const { return headers_.begin(); }
   auto end() const { return headers_.end(); }
   bool empty() const { return headers_.empty(); }
-  std::size_t size() const { return headers_.size(); }
 
-  bool Has(std::string_view name) const { return Find(name) != headers_.end(); }
-  // The value of the first header of this name that has one; null when there is none.
+  bool Has(std::string_view name) const;
+  // The first value of this name that isn't empty, or null.
   const std::string* ValueOf(std::string_view name) const;
   void Add(std::string name, std::string value);
-  // Replaces the first header of this name, or adds one.
+  // Replaces the value of the first header of this name, or adds one.
   void Set(std::string_view name, std::string value);
   void Remove(std::string_view name);
   void clear() { headers_.clear(); }
 
-  // Adds a line of an answer's head, or appends it to the last header when it continues that one.
-  // Returns the value in the line; empty for a line that adds nothing.
+  // Adds a header line of an answer; a folded line continues the header before it. Returns the
+  // value in the line, which is empty when the line adds nothing.
   std::string_view AddLine(std::string_view line);
   const Header& back() const { return headers_.back(); }
 
-  // Those that may go out, each name once, with its last value. Left out, with a log line each, are
-  // those that would break the message: a name that is no token, a value with CR, LF or NUL, and
-  // the lengths, which are the transport's business.
+  // The headers that may be sent, each name once, with its last value. Drops and logs those that
+  // would break the message: a name that is no token, a value with CR, LF or NUL, and the length of
+  // the body, which the transport sets.
   Headers Sendable() const;
 
-  bool operator==(const Headers&) const = default;
-
  private:
-  std::vector<Header>::const_iterator Find(std::string_view name) const;
-
   std::vector<Header> headers_;
 };
 

@@ -1,24 +1,22 @@
 #include "network/http/http_client.h"
 
+#include <cstring>
 #include <utility>
 
 namespace WQBASE::network {
 namespace {
 
-// The text up to its first NUL, as C code would read it.
-std::string CutAtNul(const std::string& text) { return {text.c_str()}; }
+// Readers of the texts use them as C strings.
+void CutAtNul(std::string& text) { text.resize(std::strlen(text.c_str())); }
 
-void HandOver(const std::shared_ptr<HttpRequestUser>& request, const HttpResponse& response) {
+void Deliver(const std::shared_ptr<HttpRequestUser>& request, const HttpResponse& response) {
   if (request == nullptr || !request->callback) return;
-  const auto callback = request->callback;
   const auto result = std::make_shared<HttpResponseUser>();
+  static_cast<HttpResponse&>(*result) = response;
   result->request = request.get();
-  result->headers = response.headers;
-  result->status = response.status;
-  result->body = response.body;
-  result->body_text = CutAtNul(response.body_text);
-  result->error_text = CutAtNul(response.error_text);
-  result->success = response.success;
+  CutAtNul(result->body_text);
+  CutAtNul(result->error_text);
+  const auto callback = request->callback;  // It may replace itself in the request.
   callback(result, 0);
 }
 
@@ -30,17 +28,14 @@ HttpClientEx::HttpClientEx(RequestorFactory create_requestor)
 void HttpClientEx::init() { requestor_ = create_requestor_(*this); }
 
 void HttpClientEx::send(std::shared_ptr<HttpRequestUser> request) {
-  // Not a strong reference: a task that never runs would keep its own queue alive.
+  // A strong reference in a task that never runs would keep the queue alive that holds the task.
   const std::weak_ptr<HttpClientEx> client = shared_from_this<HttpClientEx>();
-  PostTask([this, client, request = std::move(request)] { SendOnThread(client, request); });
-}
-
-void HttpClientEx::SendOnThread(const std::weak_ptr<HttpClientEx>& client,
-                                const std::shared_ptr<HttpRequestUser>& request) {
-  if (requestor_ == nullptr) return;
-  requestor_->Send(request, ToWeakClosure([this, client, request](const auto& response) {
-                     onHttpResponse(client, request, response);
-                   }));
+  PostTask([this, client, request = std::move(request)] {
+    if (requestor_ == nullptr) return;
+    requestor_->Send(request, ToWeakClosure([this, client, request](const auto& response) {
+                       onHttpResponse(client, request, response);
+                     }));
+  });
 }
 
 void HttpClientEx::RetireConnections() {
@@ -56,7 +51,7 @@ void HttpClientEx::onHttpResponse(const std::weak_ptr<HttpClientEx>& client,
                                   const std::shared_ptr<const HttpResponse>& response) {
   const auto living = client.lock();
   if (living == nullptr || !living->IsRunning() || living->IsStopping()) return;
-  living->PostTask([request, response] { HandOver(request, *response); });
+  living->PostTask([request, response] { Deliver(request, *response); });
 }
 
 }  // namespace WQBASE::network

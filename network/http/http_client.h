@@ -13,10 +13,10 @@ class HttpClientBase {
   virtual ~HttpClientBase() = default;
 };
 
-// Sends requests and hands responses over, on a thread of its own. One per environment.
+// Sends requests and delivers their responses. There is one for each environment.
 //
-// Threads: `send`, `RetireConnections` and `onHttpResponse` from any; they only post. Callbacks run
-// on the client's thread, one at a time, and must not block it.
+// Threads: `send`, `RetireConnections` and `onHttpResponse` may be called from any thread; they
+// only post. Callbacks run on the client's own thread, one at a time, and must not block it.
 // Ownership: held by a shared_ptr, see BaseThread; owns its requestor. Requests that are queued or
 // in flight when the thread stops get no callback.
 class HttpClientEx : public HttpClientBase, public zo_base::TaskThread {
@@ -25,28 +25,24 @@ class HttpClientEx : public HttpClientBase, public zo_base::TaskThread {
 
   explicit HttpClientEx(RequestorFactory create_requestor = CreateHttpRequestor);
 
-  // Makes the requestor. To be connected with SIG_InternalBegin, so that it comes before all tasks.
+  // Makes the requestor. Connect this with SIG_InternalBegin, so that it runs before all tasks.
   void init();
 
   void send(std::shared_ptr<HttpRequestUser> request);
   // See IHttpRequestor.
   void RetireConnections();
 
-  // After Stop: ends the transfers in flight, without a callback.
+  // Ends the transfers in flight without a callback. Call this after Stop.
   void ReleaseRequestor();
 
-  // What the requestor's completion calls, on its thread.
+  // Called by the requestor's completion, on the requestor's thread.
   void onHttpResponse(const std::weak_ptr<HttpClientEx>& client,
                       const std::shared_ptr<HttpRequestUser>& request,
                       const std::shared_ptr<const HttpResponse>& response);
 
  private:
-  void SendOnThread(const std::weak_ptr<HttpClientEx>& client,
-                    const std::shared_ptr<HttpRequestUser>& request);
-
   const RequestorFactory create_requestor_;
-  // Not locked: written by `init`, before any task, and read on the client's thread only; released
-  // when that has ended.
+  // Not locked: used on the client's thread only, and released after its end.
   std::shared_ptr<IHttpRequestor> requestor_;
 };
 

@@ -1,6 +1,7 @@
 #include "network/http/http_request.h"
 
 #include <atomic>
+#include <iterator>
 
 namespace WQBASE::network {
 namespace {
@@ -10,18 +11,8 @@ std::atomic<std::uint64_t> last_id{0};
 }  // namespace
 
 const char* VerbOf(std::int32_t method) {
-  switch (method) {
-    case kMethodGet:
-      return "GET";
-    case kMethodPost:
-      return "POST";
-    case kMethodPut:
-      return "PUT";
-    case kMethodDelete:
-      return "DELETE";
-    default:
-      return "";
-  }
+  constexpr const char* kVerbs[] = {"GET", "POST", "", "PUT", "DELETE"};
+  return method >= 0 && method < std::ssize(kVerbs) ? kVerbs[method] : "";
 }
 
 HttpRequest::HttpRequest() : id(++last_id) {}

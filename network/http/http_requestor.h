@@ -10,25 +10,25 @@ namespace WQBASE::network {
 
 class HttpClientEx;
 
-// The engine behind the client, one for each platform. Does transfers and has no policy.
+// The transfer engine of the client; each platform has its own. It has no policy.
 class IHttpRequestor {
  public:
   using Completion = std::function<void(const std::shared_ptr<const HttpResponse>&)>;
 
-  // Transfers that are in flight end here, without a call of their completion.
+  // Ends the transfers in flight without calling their completions.
   virtual ~IHttpRequestor() = default;
 
-  // Begins a transfer and returns. `completion` is called exactly once, on any thread; for a null
-  // request before this returns.
+  // Begins a transfer and returns. Calls `completion` exactly once, on any thread; for a null
+  // request it does so before it returns.
   virtual void Send(std::shared_ptr<const HttpRequest> request, Completion completion) = 0;
 
-  // The network has changed: what the engine knows of connections and addresses is worth nothing.
-  // Transfers in flight go on.
+  // The network has changed, so known connections and addresses are not used for new transfers.
+  // Those in flight continue.
   virtual void RetireConnections() = 0;
 };
 
-// The engine of this platform. While the system denies it what it needs, requests fail. Called on
-// the client's thread.
+// Makes the engine of this platform, on the client's thread. Requests fail as long as the system
+// denies the engine a thread or descriptors.
 std::shared_ptr<IHttpRequestor> CreateHttpRequestor(HttpClientEx& client);
 
 }  // namespace WQBASE::network

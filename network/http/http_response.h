@@ -8,24 +8,25 @@
 
 namespace WQBASE::network {
 
-// The one status of a good answer.
+// The only status of a successful response.
 inline constexpr std::int32_t kHttpOk = 200;
 
-// How one transfer ended.
+// The result of one transfer.
 struct HttpResponse {
   virtual ~HttpResponse() = default;
 
-  bool success = false;            // The status is exactly 200, and the answer came whole.
-  std::vector<std::uint8_t> body;  // Raw bytes, decoded.
-  Headers headers;                 // In the order in which they came.
-  std::int64_t status = 0;         // HTTP status; 0 without an answer, or when a 200 broke off.
-  std::string error_text;          // Why there is no status 200; empty when there is.
+  bool success = false;            // The status is exactly 200, and the body is complete.
+  std::vector<std::uint8_t> body;  // Without its content coding.
+  Headers headers;                 // In the order of the answer.
+  std::int64_t status = 0;         // 0 without an answer, or when one with status 200 broke off.
+  std::string error_text;          // Why the status isn't 200; empty when it is.
   std::string body_text;           // The body again, as text.
 };
 
-// What the logic gets. The texts end at their first NUL; `body` has everything.
+// The response as the request's callback gets it. The texts are cut at their first NUL; `body` is
+// complete.
 struct HttpResponseUser : HttpResponse {
-  const HttpRequestUser* request = nullptr;  // Outlives this response's callback.
+  const HttpRequestUser* request = nullptr;  // Outlives the call of its callback.
 };
 
 }  // namespace WQBASE::network

@@ -6,18 +6,20 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <utility>
 
-#include "base/process/steady_time.h"
 #include "base/text/strings.h"
 
 namespace zo_net {
 namespace {
 
-constexpr std::int64_t kLongestLookup = 3'000;  // Milliseconds.
-// How long the thread waits at a time; so long takes a stop in the middle of a lookup.
-constexpr suseconds_t kSliceMicroseconds = 80'000;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kLongestLookup{3};
+// The longest wait for a socket, and so the longest time that Stop() waits for a running lookup.
+constexpr std::chrono::microseconds kWaitSlice{80'000};
 
 int SocketFamilyOf(AddressFamily family) {
   if (family == kAddressFamilyIPv4) return AF_INET;
@@ -29,43 +31,39 @@ AddressFamily FamilyOf(int socket_family) {
   return socket_family == AF_INET6 ? kAddressFamilyIPv6 : kAddressFamilyAny;
 }
 
-std::string TextOfAddress(const char* raw, int length) {
+std::string FormatAddress(const char* raw, int length) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(raw);
   using zo_base::StringFormat;
-  if (length == 4)
-    return zo_base::StringFormat("%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
-  if (length != 16) return std::string();
+  if (length == 4) return StringFormat("%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
   std::string text;
-  for (int i = 0; i < length; i += 2) {
-    if (i != 0) text += ':';
-    text += zo_base::StringFormat("%02x%02x", bytes[i], bytes[i + 1]);
+  for (int i = 0; length == 16 && i < length; i += 2) {
+    text += StringFormat(i == 0 ? "%02x%02x" : ":%02x%02x", bytes[i], bytes[i + 1]);
   }
   return text;
 }
 
-std::vector<std::string> TextsOf(char* const* list) {
-  std::vector<std::string> texts;
-  for (; list != nullptr && *list != nullptr; ++list) texts.emplace_back(*list);
-  return texts;
-}
-
-void Fill(DnsServer::HostResult& result, const hostent& entry) {
+void CopyEntry(const hostent& entry, DnsServer::HostResult& result) {
   if (entry.h_name != nullptr) result.host = entry.h_name;
-  result.aliases = TextsOf(entry.h_aliases);
+  for (char** alias = entry.h_aliases; alias != nullptr && *alias != nullptr; ++alias) {
+    result.aliases.emplace_back(*alias);
+  }
   result.address_family = FamilyOf(entry.h_addrtype);
   for (char** raw = entry.h_addr_list; raw != nullptr && *raw != nullptr; ++raw) {
-    result.addresses.push_back(TextOfAddress(*raw, entry.h_length));
+    result.addresses.push_back(FormatAddress(*raw, entry.h_length));
   }
 }
 
-// c-ares puts its sockets into the sets without a look at their numbers.
+// c-ares adds sockets to an fd_set without checking that their numbers fit.
 int RefuseHighDescriptor(ares_socket_t descriptor, int, void*) {
   return descriptor < FD_SETSIZE ? 0 : -1;
 }
 
 }  // namespace
 
-// The one lookup that may be under way, with its channel. Lives on the thread but for its making.
+// The channel and the one lookup that may run on it.
+//
+// Threads: made by Start(), then used on the thread "dns_server" only, hence without a lock.
+// Ownership: shared by the DnsServer and its thread.
 class DnsServer::Lookup {
  public:
   explicit Lookup(std::weak_ptr<DnsServer> server) : server_(std::move(server)) {}
@@ -75,7 +73,7 @@ class DnsServer::Lookup {
   void Run(const std::string& host, const HostCallback& callback, AddressFamily family);
 
  private:
-  // Handed to c-ares, which gives it back exactly once.
+  // Given to c-ares, which passes it to OnHost exactly once.
   struct HostCallbackContext {
     HostCallback callback;
     Lookup* lookup;
@@ -84,13 +82,13 @@ class DnsServer::Lookup {
   static void OnHost(void* context, int status, int timeouts, hostent* entry);
 
   void ProcessUntilDone();
-  // The server has gone, or its thread is told to end.
+  // Whether the server is destroyed, or its thread is to end.
   bool MustStop() const;
 
   const std::weak_ptr<DnsServer> server_;
-  bool callback_called_ = false;  // The lookup under way has delivered its result.
+  bool callback_called_ = false;  // For the running lookup.
   ares_channel channel_ = nullptr;
-  ares_options options_{};  // Nothing of it is used: c-ares's defaults hold.
+  ares_options options_{};  // Not read: c-ares uses its defaults.
 };
 
 DnsServer::~DnsServer() { Stop(); }
@@ -122,7 +120,7 @@ void DnsServer::GetHostByName(const std::string& host, HostCallback callback,
 
 void DnsServer::GetHostByName(const std::list<std::string>& hosts, const HostsCallback& callback,
                               AddressFamily family) {
-  // Shared by the lookups: the callback may hold much, and each lookup keeps its own closure.
+  // Shared by the lookups, since the callback may hold large values.
   struct Gathering {
     const HostsCallback callback;
     const std::size_t count;
@@ -161,19 +159,19 @@ void DnsServer::Lookup::Run(const std::string& host, const HostCallback& callbac
   }
   ares_gethostbyname(channel_, host.c_str(), SocketFamilyOf(family), OnHost, context);
   ProcessUntilDone();
-  ares_cancel(channel_);  // Delivers the failure of a lookup that is still under way.
+  ares_cancel(channel_);  // A lookup that is still running fails now.
 }
 
 void DnsServer::Lookup::ProcessUntilDone() {
-  const std::int64_t start = zo_base::SteadyMilliseconds();
-  while (zo_base::SteadyMilliseconds() - start < kLongestLookup && !MustStop()) {
+  const auto deadline = Clock::now() + kLongestLookup;
+  while (Clock::now() < deadline && !MustStop()) {
     fd_set readable;
     fd_set writable;
     FD_ZERO(&readable);
     FD_ZERO(&writable);
     const int nfds = ares_fds(channel_, &readable, &writable);
     if (nfds == 0) return;
-    timeval slice{0, kSliceMicroseconds};
+    timeval slice{0, kWaitSlice.count()};
     const int ready = select(nfds, &readable, &writable, nullptr, &slice);
     if (ready == -1 && errno == EINTR) continue;
     if (ready == -1 || MustStop()) return;
@@ -189,15 +187,13 @@ bool DnsServer::Lookup::MustStop() const {
 void DnsServer::Lookup::OnHost(void* argument, int status, int timeouts, hostent* entry) {
   if (argument == nullptr) return;
   const std::unique_ptr<HostCallbackContext> context(static_cast<HostCallbackContext*>(argument));
-  Lookup& lookup = *context->lookup;
-  const auto server = lookup.server_.lock();
-  if (server == nullptr || lookup.callback_called_) return;
-  lookup.callback_called_ = true;
+  const auto server = context->lookup->server_.lock();
+  if (server == nullptr || std::exchange(context->lookup->callback_called_, true)) return;
   HostResult result;
   result.valid = true;
   result.success = status == ARES_SUCCESS;
   result.timeouts = timeouts;
-  if (entry != nullptr) Fill(result, *entry);
+  if (entry != nullptr) CopyEntry(*entry, result);
   context->callback(result);
 }
 

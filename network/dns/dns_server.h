@@ -15,26 +15,25 @@
 
 namespace zo_net {
 
-// Asks the system's name servers for the addresses of hosts, over c-ares with the system's
-// configuration. It tells what the local DNS says; it serves nothing to anybody.
+// Looks hosts up at the system's name servers through c-ares. A client of the local DNS, not a
+// server.
 //
-// One lookup at a time, 3 s at most each; the others wait in line. In a process with so many open
-// descriptors that a lookup's sockets don't fit a set for select, the lookup fails.
-// Threads: operations from any; callbacks run on the thread "dns_server".
-// Ownership: held by a shared_ptr; owns the thread. What is pending when the thread stops gets no
-// callback; a lookup under way ends within about 80 ms, as failed.
+// One lookup runs at a time, for 3 s at most, and the others wait in a queue. A lookup fails when
+// the process has so many open descriptors that a new one doesn't fit into an fd_set.
+// Threads: operations may be called from any thread, but none while Start runs. Callbacks run on
+// the thread "dns_server". Ownership: held by a shared_ptr; owns the thread. Lookups that are
+// queued when the thread stops get no callback; the running one fails within about 80 ms.
 class DnsServer : public zo_base::ZOObjectIMPL {
  public:
-  // What a lookup came to.
+  // The result of a lookup.
   struct HostResult {
-    bool valid = false;         // Filled.
-    bool success = false;       // There is an answer.
+    bool valid = false;  // The other members are filled.
+    bool success = false;
     std::int32_t timeouts = 0;  // How often a name server didn't answer in time.
     std::string host;           // The canonical name.
     std::vector<std::string> aliases;
     AddressFamily address_family = kAddressFamilyAny;
-    // Dotted, or eight groups of four hexadecimal digits.
-    std::vector<std::string> addresses;
+    std::vector<std::string> addresses;  // IPv6 as eight groups of four hexadecimal digits.
   };
   using HostCallback = std::function<void(const HostResult&)>;
   using HostsCallback = std::function<void(const std::map<std::string, HostResult>&)>;
@@ -42,17 +41,16 @@ class DnsServer : public zo_base::ZOObjectIMPL {
   DnsServer() = default;
   ~DnsServer() override;
 
-  // Starts the thread, unless it runs. Not beside another operation. Raises std::system_error when
-  // the system gives none.
+  // Starts the thread unless it runs. Throws std::system_error when the system gives no thread.
   void Start();
-  // Waits for the end of the lookup under way.
+  // Waits for the running lookup.
   void Stop();
   bool IsRunning() const;
 
-  // One call back for each lookup. While the thread isn't running, none.
+  // Calls back once. Does nothing while the thread isn't running.
   void GetHostByName(const std::string& host, HostCallback callback, AddressFamily family);
-  // One call back when all are known. `hosts` are distinct: with one that is there twice, and with
-  // an empty list, there is no call back.
+  // Calls back once, with all results. With a host that is listed twice, or an empty list, it never
+  // calls back.
   void GetHostByName(const std::list<std::string>& hosts, const HostsCallback& callback,
                      AddressFamily family);
 
@@ -60,7 +58,7 @@ class DnsServer : public zo_base::ZOObjectIMPL {
   class Lookup;
 
   std::shared_ptr<zo_base::TaskThread> thread;
-  // What the thread works with. Shared with it: this may go while the thread ends.
+  // Shared with the thread, which may still run when this is destroyed.
   std::shared_ptr<Lookup> lookup;
 };
 

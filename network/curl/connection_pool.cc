@@ -10,17 +10,17 @@
 namespace WQBASE::network {
 namespace {
 
-// Idle connections that are kept. A client talks to a handful of servers.
+// So many idle connections are kept. A client talks to a handful of servers.
 constexpr long kMostIdleConnections = 64;
 
-std::uint32_t EventsOf(int what) {
+std::uint32_t EpollEventsFor(int what) {
   std::uint32_t events = 0;
   if ((what & CURL_POLL_IN) != 0) events |= EPOLLIN;
   if ((what & CURL_POLL_OUT) != 0) events |= EPOLLOUT;
   return events;
 }
 
-int ActionOf(std::uint32_t events) {
+int CurlActionFor(std::uint32_t events) {
   int action = 0;
   if ((events & (EPOLLIN | EPOLLHUP)) != 0) action |= CURL_CSELECT_IN;
   if ((events & EPOLLOUT) != 0) action |= CURL_CSELECT_OUT;
@@ -33,7 +33,7 @@ int ActionOf(std::uint32_t events) {
 ConnectionPool::ConnectionPool(int epoll, std::uint32_t id)
     : epoll_(epoll), id_(id), multi_(OpenMultiHandle()) {
   if (multi_ == nullptr) return;
-  CountInFlight(0);
+  SetInFlight(0);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, OnSocketWanted);
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, OnTimerWanted);
@@ -50,16 +50,16 @@ bool ConnectionPool::Add(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnSocketClosed);
   curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
   if (curl_multi_add_handle(multi_, easy) != CURLM_OK) return false;
-  CountInFlight(in_flight_ + 1);
+  SetInFlight(in_flight_ + 1);
   return true;
 }
 
 void ConnectionPool::Remove(CURL* easy) {
-  if (curl_multi_remove_handle(multi_, easy) == CURLM_OK) CountInFlight(in_flight_ - 1);
+  if (curl_multi_remove_handle(multi_, easy) == CURLM_OK) SetInFlight(in_flight_ - 1);
 }
 
-// libcurl's limit is on all connections, and it keeps to it by closing idle ones.
-void ConnectionPool::CountInFlight(long count) {
+// libcurl limits all connections together, and closes idle ones when there are more.
+void ConnectionPool::SetInFlight(long count) {
   in_flight_ = count;
   curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMostIdleConnections + in_flight_);
 }
@@ -67,21 +67,21 @@ void ConnectionPool::CountInFlight(long count) {
 void ConnectionPool::OnSocketEvents(int socket, std::uint32_t events) {
   const auto own = sockets_.find(socket);
   if (own != sockets_.end() && !own->second.wanted) {
-    // Data or the end of an idle connection; the next transfer on it will handle that.
+    // Data or EOF on an idle connection; the next transfer on it will handle that.
     own->second.watched_for = 0;
     Unwatch(socket);
     return;
   }
-  Work(socket, ActionOf(events));
+  LetLibcurlAct(socket, CurlActionFor(events));
 }
 
 void ConnectionPool::RunDueTimer(Clock::time_point now) {
   if (!due_ || *due_ > now) return;
-  due_.reset();  // libcurl sets it anew when it wants another.
-  Work(CURL_SOCKET_TIMEOUT, 0);
+  due_.reset();  // libcurl may set it again.
+  LetLibcurlAct(CURL_SOCKET_TIMEOUT, 0);
 }
 
-void ConnectionPool::Work(curl_socket_t socket, int action) {
+void ConnectionPool::LetLibcurlAct(curl_socket_t socket, int action) {
   int running = 0;
   curl_multi_socket_action(multi_, socket, action, &running);
 }
@@ -97,37 +97,36 @@ void ConnectionPool::TakeFinished(const OnFinished& on_finished) {
   }
 }
 
-// Never answers a failure: libcurl would give the whole multi handle up. A transfer whose socket
-// can't be watched runs into its time-out.
+// Never returns a failure, which would make libcurl abandon the whole multi handle. A transfer
+// whose socket can't be watched times out.
 int ConnectionPool::OnSocketWanted(CURL*, curl_socket_t socket, int what, void* pool,
                                    void* watched) {
   auto* const self = static_cast<ConnectionPool*>(pool);
   const auto own = self->sockets_.find(socket);
   if (own != self->sockets_.end()) {
     self->WatchOwn(socket, own->second, what);
-    return 0;
-  }
-  if (what == CURL_POLL_REMOVE) {
+  } else if (what == CURL_POLL_REMOVE) {
     self->Unwatch(socket);
-    return 0;
+  } else {
+    if (watched == nullptr) {
+      fcntl(socket, F_SETFD, FD_CLOEXEC);  // libcurl opens the pair of a lookup without it.
+      curl_multi_assign(self->multi_, socket, self);
+    }
+    self->Watch(socket, EpollEventsFor(what), watched != nullptr);
   }
-  if (watched == nullptr) {
-    fcntl(socket, F_SETFD, FD_CLOEXEC);  // libcurl's own, opened without it for a lookup.
-    curl_multi_assign(self->multi_, socket, self);
-  }
-  self->Watch(socket, what, watched != nullptr);
   return 0;
 }
 
-// Between two transfers on a connection the set keeps it, which saves two system calls for each.
+// A connection stays in the set between two transfers, which saves two system calls for each.
 void ConnectionPool::WatchOwn(curl_socket_t socket, Socket& own, int what) {
   own.wanted = what != CURL_POLL_REMOVE;
-  const std::uint32_t events = EventsOf(what);
+  const std::uint32_t events = EpollEventsFor(what);
   if (!own.wanted || own.watched_for == events) return;
-  if (Watch(socket, what, own.watched_for != 0)) own.watched_for = events;
+  if (Watch(socket, events, own.watched_for != 0)) own.watched_for = events;
 }
 
-// Closed in a program that the client executes, whenever another thread of it forks.
+// Another thread of the client may fork and execute a program at any moment, so SOCK_CLOEXEC is set
+// at the opening.
 curl_socket_t ConnectionPool::OnSocketOpened(void* pool, curlsocktype, curl_sockaddr* address) {
   const curl_socket_t opened =
       socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
@@ -137,15 +136,15 @@ curl_socket_t ConnectionPool::OnSocketOpened(void* pool, curlsocktype, curl_sock
 
 int ConnectionPool::OnSocketClosed(void* pool, curl_socket_t socket) {
   auto* const self = static_cast<ConnectionPool*>(pool);
-  // A forked child may hold the socket open, and with it its place in the set.
+  // If a forked child holds the socket open, close() doesn't remove it from the set.
   const auto own = self->sockets_.extract(socket);
   if (!own.empty() && own.mapped().watched_for != 0) self->Unwatch(socket);
   return close(socket);
 }
 
-bool ConnectionPool::Watch(curl_socket_t socket, int what, bool is_watched) {
+bool ConnectionPool::Watch(curl_socket_t socket, std::uint32_t events, bool is_watched) const {
   epoll_event event{};
-  event.events = EventsOf(what);
+  event.events = events;
   event.data.u64 = (std::uint64_t{id_} << 32) | static_cast<std::uint32_t>(socket);
   return epoll_ctl(epoll_, is_watched ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event) == 0;
 }
@@ -156,12 +155,9 @@ void ConnectionPool::Unwatch(curl_socket_t socket) const {
 }
 
 int ConnectionPool::OnTimerWanted(CURLM*, long timeout_ms, void* pool) {
-  auto* const self = static_cast<ConnectionPool*>(pool);
-  if (timeout_ms < 0) {
-    self->due_.reset();
-  } else {
-    self->due_ = Clock::now() + std::chrono::milliseconds(timeout_ms);
-  }
+  auto& due = static_cast<ConnectionPool*>(pool)->due_;
+  due.reset();
+  if (timeout_ms >= 0) due = Clock::now() + std::chrono::milliseconds(timeout_ms);
   return 0;
 }
 

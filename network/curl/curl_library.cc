@@ -29,8 +29,8 @@ CURL* OpenEasyHandle() {
   return easy;
 }
 
-// A multi handle has an easy handle of its own, which closes its connections. That one has no
-// options but those that it takes over from the easy handle that was added last.
+// A multi handle closes its connections with an easy handle of its own, which takes its options
+// over from the easy handle that was added last.
 CURLM* OpenMultiHandle() {
   CURLM* const multi = curl_multi_init();
   CURL* const easy = OpenEasyHandle();

@@ -4,19 +4,19 @@
 
 namespace WQBASE::network {
 
-// Makes libcurl ready for use, once per process; false when it can't be. Any thread, also while the
-// client uses libcurl itself.
+// Initializes libcurl once per process; returns false when that fails. May be called from any
+// thread, also while the client uses libcurl itself.
 //
-// It is never taken down again: the client's own use of it may rest on it. And it stays loaded when
-// this library is unloaded, since its threads may still wait for an answer of a name server.
-bool InitCurlLibrary();
+// It is never cleaned up, since the client may use it too. It also stays loaded when this library
+// is unloaded, since its threads may still wait for an answer of a name server.
+[[nodiscard]] bool InitCurlLibrary();
 
-// libcurl ignores SIGPIPE for the whole process while it works on a handle that doesn't forbid it
-// (CURLOPT_NOSIGNAL). These functions make handles that do.
+// These make handles with CURLOPT_NOSIGNAL. While libcurl works on another handle, it ignores
+// SIGPIPE for the whole process.
 
-// Null when memory is short.
-CURL* OpenEasyHandle();
-// Null when memory or descriptors are short.
-CURLM* OpenMultiHandle();
+// Returns null when memory is short.
+[[nodiscard]] CURL* OpenEasyHandle();
+// Returns null when memory or descriptors are short.
+[[nodiscard]] CURLM* OpenMultiHandle();
 
 }  // namespace WQBASE::network

@@ -1,9 +1,7 @@
 #include "network/curl/curl_requestor.h"
 
-#include <system_error>
 #include <utility>
 
-#include "base/lock/recursive_mutex.h"
 #include "base/log/log.h"
 #include "network/curl/curl_library.h"
 #include "network/curl/transport_thread.h"
@@ -13,7 +11,6 @@
 #endif
 
 namespace WQBASE::network {
-
 namespace {
 
 std::string trusted_authorities;  // See TrustAuthoritiesOf.
@@ -24,73 +21,42 @@ std::shared_ptr<const HttpResponse> Failure(std::string error_text) {
   return response;
 }
 
-// Stands in while the system denies the engine what it needs, and tries again at each request. One
-// that comes too early fails at once: its caller waits for an answer.
-//
-// Threads and ownership: as the interface says; owns the engine that it makes.
-class LateRequestor final : public IHttpRequestor {
- public:
-  explicit LateRequestor(TrustSettings trust) : trust_(std::move(trust)) {}
-
-  void Send(std::shared_ptr<const HttpRequest> request, Completion completion) override {
-    if (const auto engine = Engine()) {
-      engine->Send(std::move(request), std::move(completion));
-    } else {
-      completion(Failure("No thread or descriptor for the transport"));
-    }
-  }
-  void RetireConnections() override {
-    zo_base::MutexLock lock(lock_);
-    if (engine_) engine_->RetireConnections();
-  }
-
- private:
-  std::shared_ptr<CurlRequestor> Engine() {
-    zo_base::MutexLock lock(lock_);
-    if (engine_ == nullptr) engine_ = CurlRequestor::Create(trust_);
-    return engine_;
-  }
-
-  const TrustSettings trust_;
-  zo_base::_thread_recursive_mutex lock_;
-  std::shared_ptr<CurlRequestor> engine_ ZO_GUARDED_BY(lock_);
-};
-
 }  // namespace
 
-std::shared_ptr<CurlRequestor> CurlRequestor::Create(TrustSettings trust) {
-  if (!InitCurlLibrary()) return nullptr;
-  auto thread = std::make_shared<TransportThread>();
-  if (!thread->usable()) return nullptr;
-  try {
-    thread->Start();
-  } catch (const std::system_error&) {
-    return nullptr;
+CurlRequestor::CurlRequestor(TrustSettings trust) : trust_(std::move(trust)) {
+  if (StartedThread() == nullptr) {
+    ZO_LOG << "[http client]no transport, requests will fail until there is one";
   }
-  return std::make_shared<CurlRequestor>(std::move(thread), std::move(trust));
 }
 
-CurlRequestor::CurlRequestor(std::shared_ptr<TransportThread> thread, TrustSettings trust)
-    : thread_(std::move(thread)), trust_(std::move(trust)) {}
+CurlRequestor::~CurlRequestor() {
+  if (thread_) thread_->Stop();
+}
 
-CurlRequestor::~CurlRequestor() { thread_->Stop(); }
+std::shared_ptr<TransportThread> CurlRequestor::StartedThread() {
+  zo_base::MutexLock lock(lock_);
+  if (thread_ == nullptr && InitCurlLibrary()) {
+    auto thread = std::make_shared<TransportThread>();
+    if (thread->usable() && thread->StartIfPossible().empty()) thread_ = std::move(thread);
+  }
+  return thread_;
+}
 
 void CurlRequestor::Send(std::shared_ptr<const HttpRequest> request, Completion completion) {
-  if (request == nullptr) {
-    completion(std::make_shared<HttpResponse>());
-    return;
-  }
-  thread_->Submit(std::make_unique<Transfer>(std::move(request), std::move(completion), trust_));
+  if (request == nullptr) return completion(Failure(""));
+  const auto thread = StartedThread();
+  if (thread == nullptr) return completion(Failure("No thread or descriptor for the transport"));
+  thread->Submit(std::make_unique<Transfer>(std::move(request), std::move(completion), trust_));
 }
 
-void CurlRequestor::RetireConnections() { thread_->RetireConnections(); }
+void CurlRequestor::RetireConnections() {
+  zo_base::MutexLock lock(lock_);
+  if (thread_) thread_->RetireConnections();
+}
 
 std::shared_ptr<IHttpRequestor> CreateHttpRequestor(HttpClientEx&) {
-  const TrustSettings trust{.trust_store = trusted_authorities,
-                            .verify_always = TARVEL_VERIFY_TLS != 0};
-  if (auto requestor = CurlRequestor::Create(trust)) return requestor;
-  ZO_LOG << "[http client]no transport, requests will fail until there is one";
-  return std::make_shared<LateRequestor>(trust);
+  return std::make_shared<CurlRequestor>(
+      TrustSettings{.trust_store = trusted_authorities, .verify_always = TARVEL_VERIFY_TLS != 0});
 }
 
 void TrustAuthoritiesOf(std::string pem_file) { trusted_authorities = std::move(pem_file); }

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "base/lock/recursive_mutex.h"
 #include "network/curl/transfer.h"
 #include "network/http/http_requestor.h"
 
@@ -12,29 +13,35 @@ class TransportThread;
 
 // The requestor on libcurl, with one thread for all transfers.
 //
-// Threads: Send and RetireConnections from any. Completions run on the transport's thread, one at a
-// time, with no lock held; they must not block it.
-// Ownership: owns the thread. The destructor ends it and waits for it, but never for a server or a
+// The constructor starts the thread. While the system gives no thread or descriptors, each request
+// attempts it again, and fails at once when that fails: its sender waits for a response.
+//
+// Threads: Send and RetireConnections may be called from any. Completions run on the transport's
+// thread, one at a time, without a lock, and must not block it. That of a request that fails at
+// once runs inside Send.
+// Ownership: owns the thread. The destructor stops it and waits for it, but never for a server or a
 // name server.
 class CurlRequestor final : public IHttpRequestor {
  public:
-  // Null when the system gives no thread or descriptors.
-  static std::shared_ptr<CurlRequestor> Create(TrustSettings trust);
-
-  CurlRequestor(std::shared_ptr<TransportThread> thread, TrustSettings trust);
+  explicit CurlRequestor(TrustSettings trust);
   ~CurlRequestor() override;
 
   void Send(std::shared_ptr<const HttpRequest> request, Completion completion) override;
-  void RetireConnections() override;
+  void RetireConnections() override ZO_EXCLUDES(lock_);
 
  private:
-  const std::shared_ptr<TransportThread> thread_;
+  // Returns null when the system gives no thread or descriptors.
+  std::shared_ptr<TransportThread> StartedThread() ZO_EXCLUDES(lock_);
+
   const TrustSettings trust_;
+
+  zo_base::_thread_recursive_mutex lock_;
+  std::shared_ptr<TransportThread> thread_ ZO_GUARDED_BY(lock_);
 };
 
-// Whose certificates are believed by the requestors that CreateHttpRequestor makes from now on: the
-// authorities in a PEM file; an empty path for the system's. For programs of a developer that talk
-// to servers of their own. Not for several threads at once.
+// Sets which certificate authorities the requestors trust that CreateHttpRequestor makes from now
+// on: those in a PEM file, or the system's for an empty path. Meant for a developer's programs and
+// own servers. Call it from one thread at a time.
 void TrustAuthoritiesOf(std::string pem_file);
 
 }  // namespace WQBASE::network

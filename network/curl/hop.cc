@@ -8,15 +8,10 @@
 namespace WQBASE::network {
 namespace {
 
-bool SendsBody(const HttpRequest& request) {
-  return request.method != kMethodGet && !request.body.empty();
-}
-
-// The URL with its host replaced by the IP and the port that the request gives for it. A URL that
-// is on the IP already stays as it is.
-Url UrlOnIP(const HttpRequest& request) {
-  const Url url = request.url;
-  if (url.host() != request.host) return url;
+// The URL to fetch. A request with `sni` whose URL names the host goes to its IP and port instead.
+Url UrlOf(const HttpRequest& request) {
+  Url url = request.url;
+  if (!request.sni || url.host() != request.host) return url;
   return url.WithServer(CanonicalHost(request.ip) + ':' + std::to_string(request.port));
 }
 
@@ -26,8 +21,8 @@ std::optional<FirstHop> MakeFirstHop(const HttpRequest& request, std::string& er
   FirstHop first;
   Hop& hop = first.hop;
   hop.verb = VerbOf(request.method);
-  hop.sends_body = SendsBody(request);
-  const Url url = request.sni ? UrlOnIP(request) : Url(request.url);
+  hop.sends_body = request.method != kMethodGet && !request.body.empty();
+  const Url url = UrlOf(request);
   hop.asked_url = url.text();
   auto address = ParseWebAddress(url, error);
   if (!address) return std::nullopt;

@@ -8,29 +8,31 @@
 
 namespace WQBASE::network {
 
-// One exchange with one server: a transfer has one, and one more for each redirect. A plain value.
+// One exchange with one server. A transfer has one hop, and one more for each redirect. A plain
+// value.
 struct Hop {
-  std::string verb;  // Empty: the default of the transport.
+  std::string verb;  // Empty for the default of the transport.
   bool sends_body = false;
-  std::string asked_url;  // As the logic or the redirect wrote it.
-  WebAddress address;     // Where it goes by name.
+  std::string asked_url;  // The URL as the request or the redirect wrote it.
+  WebAddress address;     // With the server's name where that is known.
   Headers headers;
 };
 
-// For a request on an IP literal whose TLS is to name `host`: connections to `name` go to
-// `literal`, at the same port.
+// For a request on an IP literal that names its host in TLS: connections to the server `name` go to
+// the address `literal`, at the same port.
 struct PinnedServer {
   WebAddress name;
   std::string literal;
 };
 
-// The first hop of a request, and where it is pinned to.
+// How a transfer begins.
 struct FirstHop {
   Hop hop;
   std::optional<PinnedServer> pinned;
 };
 
-// Nothing when the request can't be sent; then `error` says why. Logs the headers that it drops.
+// Returns nullopt, with the reason in `error`, when the request can't be sent. Logs the headers
+// that it drops.
 std::optional<FirstHop> MakeFirstHop(const HttpRequest& request, std::string& error);
 
 }  // namespace WQBASE::network

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "base/text/strings.h"
@@ -12,7 +11,7 @@
 namespace WQBASE::network {
 namespace {
 
-// libcurl reads the environment for each transfer too, on the same thread.
+// Not safe while another thread changes the environment, but libcurl reads it on this thread too.
 std::string NoProxyVariable() {
   for (const char* const name : {"no_proxy", "NO_PROXY"}) {
     const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
@@ -22,10 +21,10 @@ std::string NoProxyVariable() {
 }
 
 bool SameBits(const IPAddressBytes& a, const IPAddressBytes& b, std::size_t count) {
-  const std::size_t whole = count / 8;
-  const std::size_t rest = count % 8;
-  return std::memcmp(a.data(), b.data(), whole) == 0 &&
-         (rest == 0 || (a[whole] ^ b[whole]) >> (8 - rest) == 0);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (((a[i / 8] ^ b[i / 8]) << (i % 8) & 0x80) != 0) return false;
+  }
+  return true;
 }
 
 bool Covers(const std::string& entry, const IPAddressBytes& address) {
@@ -44,8 +43,7 @@ bool NoProxyLists(std::string_view address) {
   const std::string list = NoProxyVariable();
   const IPAddressBytes bytes = ParseIPAddress(address);
   const auto entries = zo_base::Split(list, ", \t");
-  return std::any_of(entries.begin(), entries.end(),
-                     [&](const std::string& entry) { return Covers(entry, bytes); });
+  return std::ranges::any_of(entries, [&](const auto& entry) { return Covers(entry, bytes); });
 }
 
 }  // namespace WQBASE::network

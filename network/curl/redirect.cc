@@ -9,11 +9,11 @@ bool IsRedirect(long status) {
   return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-bool Names(const std::string& location, const Hop& hop) {
+bool IsUrlOf(const Hop& hop, const std::string& location) {
   return location == hop.asked_url || location == hop.address.url;
 }
 
-// As browsers do.
+// Decides as browsers do.
 bool BecomesGet(const Hop& hop, long status) {
   if (status == 303) return true;
   const bool is_post = hop.verb == "POST" || (hop.verb.empty() && hop.sends_body);
@@ -24,7 +24,7 @@ bool BecomesGet(const Hop& hop, long status) {
 
 bool FollowRedirect(Hop& hop, long status, const Headers& answer, std::string& error) {
   const std::string* const location = answer.ValueOf("Location");
-  if (!IsRedirect(status) || location == nullptr || Names(*location, hop)) return false;
+  if (!IsRedirect(status) || location == nullptr || IsUrlOf(hop, *location)) return false;
   auto address = ResolveReference(hop.address, *location, error);
   if (!address) return false;
 

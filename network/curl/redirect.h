@@ -6,16 +6,15 @@
 
 namespace WQBASE::network {
 
-// The longest chain of redirects that a transfer follows.
+// A transfer follows at most so many redirects.
 inline constexpr int kMostRedirects = 20;
 
-// Makes `hop` into the next one when its answer, with this status and these headers, is a redirect
-// to be followed. Otherwise returns false; `error` says why when the redirect leads where a
-// transfer may not go.
+// Changes `hop` into the next one when its answer is a redirect to be followed. Otherwise returns
+// false; when the target is one that a transfer must not fetch, `error` says why.
 //
-// An answer that names the URL it answers, as that was asked or with the host's name in it, ends
-// the transfer. Otherwise the next request goes to the target and names its host; 303 turns it into
-// a GET, 301 and 302 do so for a POST. Credentials don't travel to another server.
-bool FollowRedirect(Hop& hop, long status, const Headers& answer, std::string& error);
+// A redirect to the hop's own URL, in either form, ends the transfer. Any other leads to a request
+// that names the target's host. After 303 its verb is GET, and after 301 or 302 too when it was
+// POST. Credentials are not sent to another server.
+[[nodiscard]] bool FollowRedirect(Hop& hop, long status, const Headers& answer, std::string& error);
 
 }  // namespace WQBASE::network

@@ -18,21 +18,20 @@ std::chrono::milliseconds TimeLimit(std::int32_t time_out) {
   return std::chrono::milliseconds(std::max(1, time_out));
 }
 
-// Whether a repetition does no harm if the first request was carried out after all.
+// Whether the request may be sent again although the server may have carried it out.
 bool IsIdempotent(const Hop& hop) {
   const bool is_get = hop.verb == "GET" || (hop.verb.empty() && !hop.sends_body);
   return is_get || hop.verb == "PUT" || hop.verb == "DELETE";
 }
 
-// In libcurl's terms, where a header without a value ends in a semicolon.
-std::string LineOf(const std::pair<std::string, std::string>& header) {
-  std::string line = header.first;
-  const bool empty = header.second.find_first_not_of(" \t") == std::string::npos;
-  if (empty) return line.append(";");
-  return line.append(": ").append(header.second);
+// For libcurl a header without a value ends in a semicolon.
+std::string LineOf(const Headers::Header& header) {
+  const auto& [name, value] = header;
+  const bool empty = value.find_first_not_of(" \t") == std::string::npos;
+  return empty ? name + ';' : name + ": " + value;
 }
 
-// The list stays as it is when memory is short.
+// Leaves the list unchanged when memory is short.
 void Append(Transfer::Lines& lines, const std::string& line) {
   curl_slist* const longer = curl_slist_append(lines.get(), line.c_str());
   if (longer == nullptr) return;
@@ -40,7 +39,6 @@ void Append(Transfer::Lines& lines, const std::string& line) {
   lines.reset(longer);
 }
 
-// How a connection ends under a request.
 bool IsBrokenConnection(CURLcode result) {
   return result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR || result == CURLE_GOT_NOTHING ||
          result == CURLE_HTTP2 || result == CURLE_HTTP2_STREAM;
@@ -64,13 +62,11 @@ Transfer::Transfer(std::shared_ptr<const HttpRequest> request,
 }
 
 void Transfer::Prepare(CURL* easy) {
-  answer_.Clear();
   answer_.Attach(easy);
   error_[0] = '\0';
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, std::max(1L, static_cast<long>(left.count())));
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, error_);
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // A lookup without an answer holds nobody up.
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");  // All that libcurl can decode.
@@ -86,23 +82,21 @@ void Transfer::Prepare(CURL* easy) {
   PrepareTrust(easy);
 }
 
-// Called when the request is about to go out on an established connection. libcurl sends any
-// request again when a pooled connection breaks under it, but one that isn't idempotent may have
-// been carried out by then.
+// Called before the request is sent on an established connection. When a pooled connection breaks,
+// libcurl sends any request again, but the server may have carried the first one out.
 int Transfer::OnAttempt(void* transfer, char*, char*, int, int) {
   auto* const self = static_cast<Transfer*>(transfer);
   const bool allowed = ++self->attempts_ == 1 || IsIdempotent(self->hop_);
   return allowed ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
 }
 
-// The body stays in the request, which this holds.
+// libcurl doesn't copy the body, which `request_` owns.
 void Transfer::PrepareVerb(CURL* easy) {
   if (hop_.verb == "GET") {
     curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
     return;
   }
-  const bool announces_length = hop_.sends_body || hop_.verb == "POST" || hop_.verb == "PUT";
-  if (announces_length) {
+  if (hop_.sends_body || hop_.verb == "POST" || hop_.verb == "PUT") {
     const auto size = hop_.sends_body ? request_->body.size() : 0;
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
     curl_easy_setopt(easy, CURLOPT_POSTFIELDS,
@@ -114,7 +108,7 @@ void Transfer::PrepareVerb(CURL* easy) {
 void Transfer::PrepareHeaders(CURL* easy) {
   header_lines_.reset();
   const auto append = [this](const std::string& line) { Append(header_lines_, line); };
-  append("Expect:");  // None: it would cost a round trip.
+  append("Expect:");  // Removes the header, which would cost a round trip.
   for (const auto& header : hop_.headers) append(LineOf(header));
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, header_lines_.get());
 }
@@ -124,36 +118,35 @@ void Transfer::PrepareServer(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_CURLU, hop_.address.parsed.get());
   connect_to_.reset();
   if (!pinned_ || !hop_.address.SameServer(pinned_->name)) return;
-  Append(connect_to_, "::" + pinned_->literal + ':' + hop_.address.port);  // Whatever the host.
+  Append(connect_to_, "::" + pinned_->literal + ':' + hop_.address.port);  // For any host and port.
   curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connect_to_.get());
-  // libcurl compares no_proxy with the host of the URL, which is the name.
+  // libcurl itself compares no_proxy with the name in the URL.
   if (NoProxyLists(pinned_->literal)) curl_easy_setopt(easy, CURLOPT_NOPROXY, "*");
 }
 
-bool Transfer::ChecksPeer() const { return request_->sni || trust_.verify_always; }
-
-// Without a check no authorities are loaded. With one, they come from one file where there is one,
-// since libcurl keeps only that in memory for the next connection.
+// Loads no authorities when nothing is checked. Otherwise prefers a single file to a directory,
+// since libcurl caches only a file between connections.
 void Transfer::PrepareTrust(CURL* easy) {
-  // Without key exchange over a prime of the server's choice: a large one holds the thread up for
-  // seconds. Other libraries than OpenSSL spell their list in another way, and limit the prime.
+  // Forbid key exchange over a prime of the server's choice, since a large one blocks the thread
+  // for seconds. Other TLS libraries limit the prime, and have another syntax for this list.
   const char* const tls = curl_version_info(CURLVERSION_NOW)->ssl_version;
   if (tls != nullptr && std::string_view(tls).starts_with("OpenSSL")) {
     curl_easy_setopt(easy, CURLOPT_SSL_CIPHER_LIST, "DEFAULT:!kDHE");
   }
-  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, ChecksPeer() ? 1L : 0L);
-  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, ChecksPeer() ? 2L : 0L);
-  if (!ChecksPeer()) {
+  const bool checks_peer = request_->sni || trust_.verify_always;
+  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, checks_peer ? 1L : 0L);
+  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checks_peer ? 2L : 0L);
+  if (!checks_peer) {
     curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
   } else if (!trust_.trust_store.empty()) {
     curl_easy_setopt(easy, CURLOPT_CAINFO, trust_.trust_store.c_str());
   }
   const char* file = nullptr;
   curl_easy_getinfo(easy, CURLINFO_CAINFO, &file);
-  if (file != nullptr || !ChecksPeer()) curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+  if (file != nullptr || !checks_peer) curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
 }
 
-// A redirect is complete with its head, so it is followed even when its body fails.
+// A redirect needs only its head, so it is followed even when its body fails.
 void Transfer::FinishHop(CURL* easy, CURLcode result) {
   if (result != CURLE_OK && MayRepeat(easy, result)) {
     repeated_ = true;
@@ -166,28 +159,27 @@ void Transfer::FinishHop(CURL* easy, CURLcode result) {
   if (answer_.has_whole_head() && !timed_out && Follows(status, error)) {
     repeated_ = false;
   } else if (result == CURLE_OK) {
-    Succeed(status, error);
+    EndWithAnswer(status, error);
   } else {
-    connection_went_silent_ = timed_out && WithoutAnswerOnOldOne(easy);
-    Break(result, status);
+    connection_went_silent_ = timed_out && HeardNothingOnPooledConnection(easy);
+    EndBroken(result, status);
   }
 }
 
-// A transfer that is still looking its host up or connecting has no new connection either, but it
-// hasn't sent anything yet.
-bool Transfer::WithoutAnswerOnOldOne(CURL* easy) const {
+// A transfer in the lookup or the handshake has no new connection either, but no attempt yet.
+bool Transfer::HeardNothingOnPooledConnection(CURL* easy) const {
   long new_connections = 0;
   curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &new_connections);
   return attempts_ > 0 && new_connections == 0 && answer_.header_bytes == 0;
 }
 
-// The server closed the pooled connection at the moment when it was taken up again.
+// True when the server seems to have closed the pooled connection just before this use.
 bool Transfer::MayRepeat(CURL* easy, CURLcode result) const {
-  return !repeated_ && WithoutAnswerOnOldOne(easy) && IsBrokenConnection(result) &&
+  return !repeated_ && HeardNothingOnPooledConnection(easy) && IsBrokenConnection(result) &&
          IsIdempotent(hop_) && Clock::now() < deadline_;
 }
 
-// False when the transfer ends with this answer; then `error` may say why.
+// When the transfer ends with this answer, returns false, and `error` may say why.
 bool Transfer::Follows(long status, std::string& error) {
   if (!FollowRedirect(hop_, status, answer_.headers, error)) return false;
   if (++redirects_ <= kMostRedirects) return true;
@@ -195,20 +187,19 @@ bool Transfer::Follows(long status, std::string& error) {
   return false;
 }
 
-void Transfer::Succeed(long status, const std::string& error) {
+void Transfer::EndWithAnswer(long status, const std::string& error) {
   TakeAnswer();
   const bool needs_text = status != kHttpOk && error.empty();
-  EndWith(status,
-          needs_text ? "The requested URL returned error: " + std::to_string(status) : error);
+  End(status, needs_text ? "The requested URL returned error: " + std::to_string(status) : error);
 }
 
-// What came of an answer with another status than 200 is handed over all the same.
-void Transfer::Break(CURLcode result, long status) {
-  const bool is_other = status > kHttpOk;  // Below are interim answers.
-  if (is_other) TakeAnswer();
+// A partial answer is delivered unless its status is 200.
+void Transfer::EndBroken(CURLcode result, long status) {
+  const bool delivers = status > kHttpOk;  // Lower ones belong to interim answers.
+  if (delivers) TakeAnswer();
   const char* text = error_[0] != '\0' ? error_ : curl_easy_strerror(result);
   if (result == CURLE_ABORTED_BY_CALLBACK) text = kNotRepeated;
-  EndWith(is_other ? status : 0, answer_.error.empty() ? text : answer_.error);
+  End(delivers ? status : 0, answer_.error.empty() ? text : answer_.error);
 }
 
 void Transfer::TakeAnswer() {
@@ -217,9 +208,7 @@ void Transfer::TakeAnswer() {
   response_->body = std::move(answer_.body);
 }
 
-void Transfer::Fail(const std::string& error) { EndWith(0, error); }
-
-void Transfer::EndWith(long status, const std::string& error) {
+void Transfer::End(long status, const std::string& error) {
   response_->status = status;
   response_->success = status == kHttpOk;
   response_->error_text = error;

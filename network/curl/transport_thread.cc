@@ -20,23 +20,27 @@ using Clock = ConnectionPool::Clock;
 constexpr std::uint64_t kWakeSource = 0;
 constexpr int kEventsAtOnce = 64;
 
+bool WatchForReading(int epoll, int descriptor, std::uint64_t source) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = source;
+  return epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
 }  // namespace
 
 TransportThread::TransportThread()
     : BaseThread("tarvel_transport"),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      watches_wake_(WatchForReading(epoll_.get(), wake_.get(), kWakeSource)),
       wake_up_(std::make_shared<std::function<void()>>([this] { WakeUp(); })) {
-  epoll_event event{};
-  event.events = EPOLLIN;
-  event.data.u64 = kWakeSource;
-  watches_wake_ = epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) == 0;
   ReplacePool();
 }
 
 TransportThread::~TransportThread() {
   StopAndJoin();
-  DropAll();  // If it never ran.
+  DropAll();  // The thread may never have run.
 }
 
 bool TransportThread::usable() const { return watches_wake_ && !pools_.empty(); }
@@ -82,22 +86,22 @@ void TransportThread::TakeOrders() {
   for (auto& transfer : taken) StartHop(std::move(transfer));
 }
 
-// Without a new pool the old one has to do.
+// Keeps the old pool when the system gives no new one.
 void TransportThread::ReplacePool() {
   auto pool = std::make_unique<ConnectionPool>(epoll_.get(), ++last_pool_id_);
   if (pool->usable()) pools_.push_back(std::move(pool));
 }
 
 void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
-  if (transfer->NeedsHop() && TryHop(transfer)) return;
+  if (transfer->NeedsHop() && BeginHop(transfer)) return;
   if (transfer->NeedsHop()) transfer->Fail("The transfer could not be begun");
   ended_.push_back(std::move(transfer));
 }
 
-// Takes the transfer when it succeeds. Each hop has a handle of its own: libcurl 7.88 keeps a
-// pointer into the last answer's header lines when it resets one, and would follow it when the next
-// answer begins with a folded line.
-bool TransportThread::TryHop(std::unique_ptr<Transfer>& transfer) {
+// Takes the transfer when it succeeds. Each hop has an easy handle of its own: libcurl 7.88 keeps a
+// pointer into the freed header lines of the last answer when a handle is reset, and follows it
+// when the next answer begins with a folded line.
+bool TransportThread::BeginHop(std::unique_ptr<Transfer>& transfer) {
   CURL* const easy = OpenEasyHandle();
   if (easy == nullptr) return false;
   transfer->Prepare(easy);
@@ -110,8 +114,8 @@ bool TransportThread::TryHop(std::unique_ptr<Transfer>& transfer) {
   return true;
 }
 
-// All at once, after the work on the sockets: the first completion wakes the threads that they
-// post to, and the others find them awake.
+// Runs after the work on the sockets. The first completion wakes the thread that it posts to, and
+// the others find it awake, which saves system calls.
 void TransportThread::CompleteEnded() {
   for (const auto& transfer : ended_) transfer->Complete();
   ended_.clear();

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -14,21 +15,22 @@
 
 namespace WQBASE::network {
 
-// Does all transfers of a requestor, and calls their completions one at a time.
+// Carries out all transfers of a requestor, and calls their completions one at a time.
 //
-// Threads: Submit and RetireConnections from any; the rest runs on the thread itself, which never
-// waits for anything but its sockets.
-// Ownership: see BaseThread. Transfers that are left when it ends are dropped unfinished.
+// Threads: Submit and RetireConnections may be called from any thread. The thread itself waits for
+// nothing but its sockets.
+// Ownership: see BaseThread; owns the transfers and their easy handles. Those left at its end are
+// dropped without a completion.
 class TransportThread : public zo_base::BaseThread {
  public:
   TransportThread();
   ~TransportThread() override;
 
-  // False when the system gives no descriptors; then this must not be started.
-  bool usable() const;
+  // Whether the constructor got its descriptors. Otherwise this must not be started.
+  [[nodiscard]] bool usable() const;
 
   void Submit(std::unique_ptr<Transfer> transfer) ZO_EXCLUDES(lock_);
-  // The transfers in flight keep their connections; all later ones open new ones.
+  // Later transfers use new connections. Those in flight keep theirs.
   void RetireConnections() ZO_EXCLUDES(lock_);
 
   void Run() override;
@@ -41,6 +43,8 @@ class TransportThread : public zo_base::BaseThread {
   };
 
   void WakeUp() const;
+
+  // Called on the thread itself only.
   void TakeOrders() ZO_EXCLUDES(lock_);
   void ReplacePool();
   void RunDueTimers();
@@ -50,26 +54,26 @@ class TransportThread : public zo_base::BaseThread {
   void FinishTransfers();
   void OnHopFinished(CURL* easy, CURLcode result);
   void StartHop(std::unique_ptr<Transfer> transfer);
-  bool TryHop(std::unique_ptr<Transfer>& transfer);
+  bool BeginHop(std::unique_ptr<Transfer>& transfer);
   void CompleteEnded();
   void DropDrainedPools();
-  void DropAll();
+  void DropAll();  // Also called by the destructor.
 
   const zo_base::FileDescriptor epoll_;
   const zo_base::FileDescriptor wake_;  // An eventfd.
-  bool watches_wake_ = false;
+  const bool watches_wake_;
   const std::shared_ptr<std::function<void()>> wake_up_;
 
   zo_base::_thread_recursive_mutex lock_;
   std::vector<std::unique_ptr<Transfer>> submitted_ ZO_GUARDED_BY(lock_);
   bool retire_wanted_ ZO_GUARDED_BY(lock_) = false;
-  bool woken_ ZO_GUARDED_BY(lock_) = false;  // Since the last look at the orders.
+  bool woken_ ZO_GUARDED_BY(lock_) = false;  // Since the last TakeOrders().
 
-  // Not locked: touched only by the thread itself once it runs.
+  // Not locked: used on the thread itself only, once it runs.
   std::uint32_t last_pool_id_ = 0;
   std::vector<std::unique_ptr<ConnectionPool>> pools_;  // New transfers go to the last one.
   std::unordered_map<CURL*, InFlight> in_flight_;
-  std::vector<std::unique_ptr<Transfer>> ended_;  // To be completed.
+  std::vector<std::unique_ptr<Transfer>> ended_;  // Their completions haven't been called yet.
 };
 
 }  // namespace WQBASE::network

@@ -1,9 +1,6 @@
 #include "network/curl/web_address.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
-#include <memory>
 #include <string_view>
 
 #include "base/text/strings.h"
@@ -14,19 +11,26 @@ namespace {
 
 using UrlHandle = std::shared_ptr<CURLU>;
 
-// As it was written, for all but the scheme and the host.
+// Only the scheme and the host may change.
 constexpr unsigned kParseFlags = CURLU_PATH_AS_IS | CURLU_NON_SUPPORT_SCHEME;
 
-bool Accept(CURLUcode code, std::string& error) {
-  if (code != CURLUE_OK) error = curl_url_strerror(code);
-  return code == CURLUE_OK;
-}
+UrlHandle Owned(CURLU* handle) { return {handle, curl_url_cleanup}; }
 
-std::string Part(const UrlHandle& handle, CURLUPart part, unsigned flags = 0) {
+std::string GetPart(const UrlHandle& handle, CURLUPart part, unsigned flags = 0) {
   char* text = nullptr;
   if (curl_url_get(handle.get(), part, &text, flags) != CURLUE_OK) return {};
   const std::unique_ptr<char, void (*)(void*)> owner(text, curl_free);
   return text;
+}
+
+// The reason for a failure; empty for none.
+std::string SetPart(const UrlHandle& handle, CURLUPart part, const std::string& text,
+                    unsigned flags) {
+  if (text.find('\0') != std::string::npos) {
+    return part == CURLUPART_HOST ? "NUL in the host" : "NUL in the URL";
+  }
+  const CURLUcode code = curl_url_set(handle.get(), part, text.c_str(), flags);
+  return code == CURLUE_OK ? "" : curl_url_strerror(code);
 }
 
 bool SameHost(std::string_view a, std::string_view b) {
@@ -40,44 +44,42 @@ bool SameHost(std::string_view a, std::string_view b) {
 }
 
 bool IsAscii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-// The host that a redirect to `reference` names; that of `base` when it names none.
-std::string HostNamedBy(const std::string& reference, const WebAddress& base) {
-  const Url url = reference.starts_with("//") ? "https:" + reference : reference;
-  return url.scheme().empty() ? base.host : std::string(url.host());
+// The reason to refuse the URL in `handle`, whose host is `host` for libcurl and `expected` for
+// url.h. libcurl has decoded it, and encodes each "%" that is left when it writes the URL.
+std::string Objection(const UrlHandle& handle, std::string_view host, std::string_view expected) {
+  const std::string scheme = GetPart(handle, CURLUPART_SCHEME);
+  if (scheme != "http" && scheme != "https") return "Neither http nor https";
+  if (!SameHost(expected, host) || host.find('%') != std::string_view::npos) {
+    return "The host in the URL is ambiguous";
+  }
+  return IsAscii(host) ? "" : "The host in the URL is not in ASCII";
 }
 
-// `own_reading` is the host by the reading of network/url/url.h.
-std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string_view own_reading,
+std::optional<WebAddress> AddressOf(const UrlHandle& handle, std::string_view expected_host,
                                     std::string& error) {
+  const std::string host = GetPart(handle, CURLUPART_HOST);
+  error = Objection(handle, host, expected_host);
+  if (!error.empty()) return std::nullopt;
+
   WebAddress address;
-  const std::string scheme = Part(handle, CURLUPART_SCHEME);
-  address.https = scheme == "https";
-  if (!address.https && scheme != "http") {
-    error = "Neither http nor https";
-    return std::nullopt;
-  }
-  const std::string host = Part(handle, CURLUPART_HOST);
-  // libcurl has decoded the host, and encodes a "%" that is left anew wherever it needs the URL.
-  if (!SameHost(own_reading, host) || host.find('%') != std::string::npos) {
-    error = "The host in the URL is ambiguous";
-    return std::nullopt;
-  }
-  if (!IsAscii(host)) {
-    error = "The host in the URL is not in ASCII";
-    return std::nullopt;
-  }
+  address.https = GetPart(handle, CURLUPART_SCHEME) == "https";
   address.host = CanonicalHost(host);
   if (address.host != host) {
     curl_url_set(handle.get(), CURLUPART_HOST, address.host.c_str(), 0);
   }
-  address.url = Part(handle, CURLUPART_URL);
-  address.port = Part(handle, CURLUPART_PORT, CURLU_DEFAULT_PORT);
+  address.url = GetPart(handle, CURLUPART_URL);
+  address.port = GetPart(handle, CURLUPART_PORT, CURLU_DEFAULT_PORT);
   address.parsed = handle;
   return address;
+}
+
+// The host of a redirect's target, by the reading of url.h.
+std::string HostNamedBy(const std::string& reference, const WebAddress& base) {
+  const Url url = reference.starts_with("//") ? "https:" + reference : reference;
+  return url.scheme().empty() ? base.host : std::string(url.host());
 }
 
 }  // namespace
@@ -87,39 +89,24 @@ bool WebAddress::SameServer(const WebAddress& other) const {
 }
 
 std::optional<WebAddress> ParseWebAddress(const Url& url, std::string& error) {
-  if (url.text().find('\0') != std::string::npos) {
-    error = "NUL in the URL";
-    return std::nullopt;
-  }
-  const UrlHandle handle(curl_url(), curl_url_cleanup);
-  if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, url.text().c_str(), kParseFlags), error)) {
-    return std::nullopt;
-  }
-  return AddressOf(handle, url.host(), error);
+  const UrlHandle handle = Owned(curl_url());
+  error = SetPart(handle, CURLUPART_URL, url.text(), kParseFlags);
+  return error.empty() ? AddressOf(handle, url.host(), error) : std::nullopt;
 }
 
 std::optional<WebAddress> ResolveReference(const WebAddress& base, const std::string& reference,
                                            std::string& error) {
-  const UrlHandle handle(curl_url_dup(base.parsed.get()), curl_url_cleanup);
   constexpr unsigned kFlags = kParseFlags | CURLU_URLENCODE | CURLU_ALLOW_SPACE;
-  if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, reference.c_str(), kFlags), error)) {
-    return std::nullopt;
-  }
-  return AddressOf(handle, HostNamedBy(reference, base), error);
+  const UrlHandle handle = Owned(curl_url_dup(base.parsed.get()));
+  error = SetPart(handle, CURLUPART_URL, reference, kFlags);
+  return error.empty() ? AddressOf(handle, HostNamedBy(reference, base), error) : std::nullopt;
 }
 
 std::optional<WebAddress> WithHost(const WebAddress& address, const std::string& host,
                                    std::string& error) {
-  const UrlHandle handle(curl_url(), curl_url_cleanup);
-  if (host.find('\0') != std::string::npos) {
-    error = "NUL in the host";
-    return std::nullopt;
-  }
-  if (!Accept(curl_url_set(handle.get(), CURLUPART_URL, address.url.c_str(), kParseFlags), error) ||
-      !Accept(curl_url_set(handle.get(), CURLUPART_HOST, CanonicalHost(host).c_str(), 0), error)) {
-    return std::nullopt;
-  }
-  return AddressOf(handle, host, error);
+  const UrlHandle handle = Owned(curl_url_dup(address.parsed.get()));
+  error = SetPart(handle, CURLUPART_HOST, CanonicalHost(host), 0);
+  return error.empty() ? AddressOf(handle, host, error) : std::nullopt;
 }
 
 }  // namespace WQBASE::network

@@ -33,11 +33,11 @@ inline std::vector<std::uint8_t> Bytes(const std::string& text) {
 class Transport {
  public:
   explicit Transport(const std::string& trust_store = "", bool verify_always = false)
-      : requestor_(WQBASE::network::CurlRequestor::Create({trust_store, verify_always})) {}
+      : requestor_({trust_store, verify_always}) {}
 
   std::future<ResponsePtr> Start(std::shared_ptr<const HttpRequest> request) {
     const auto done = std::make_shared<std::promise<ResponsePtr>>();
-    requestor_->Send(std::move(request), [done](const ResponsePtr& response) {
+    requestor_.Send(std::move(request), [done](const ResponsePtr& response) {
       done->set_value(response);  // Throws at a second call.
     });
     return done->get_future();
@@ -53,7 +53,7 @@ class Transport {
   ResponsePtr Fetch(const std::string& url) { return Fetch(Get(url)); }
 
  private:
-  std::shared_ptr<WQBASE::network::CurlRequestor> requestor_;
+  WQBASE::network::CurlRequestor requestor_;
 };
 
 // Milliseconds that `work` takes.

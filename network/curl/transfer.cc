@@ -107,9 +107,8 @@ void Transfer::PrepareVerb(CURL* easy) {
 
 void Transfer::PrepareHeaders(CURL* easy) {
   header_lines_.reset();
-  const auto append = [this](const std::string& line) { Append(header_lines_, line); };
-  append("Expect:");  // Removes the header, which would cost a round trip.
-  for (const auto& header : hop_.headers) append(LineOf(header));
+  Append(header_lines_, "Expect:");  // Removes the header, which would cost a round trip.
+  for (const auto& header : hop_.headers) Append(header_lines_, LineOf(header));
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, header_lines_.get());
 }
 
@@ -166,7 +165,7 @@ void Transfer::FinishHop(CURL* easy, CURLcode result) {
   }
 }
 
-// A transfer in the lookup or the handshake has no new connection either, but no attempt yet.
+// In its lookup or handshake a transfer has no new connection either, but no attempt was made yet.
 bool Transfer::HeardNothingOnPooledConnection(CURL* easy) const {
   long new_connections = 0;
   curl_easy_getinfo(easy, CURLINFO_NUM_CONNECTS, &new_connections);

@@ -93,7 +93,7 @@ void TransportThread::ReplacePool() {
 }
 
 void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
-  if (transfer->NeedsHop() && BeginHop(transfer)) return;
+  if (transfer->NeedsHop() && AddToPool(transfer)) return;
   if (transfer->NeedsHop()) transfer->Fail("The transfer could not be begun");
   ended_.push_back(std::move(transfer));
 }
@@ -101,7 +101,7 @@ void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
 // Takes the transfer when it succeeds. Each hop has an easy handle of its own: libcurl 7.88 keeps a
 // pointer into the freed header lines of the last answer when a handle is reset, and follows it
 // when the next answer begins with a folded line.
-bool TransportThread::BeginHop(std::unique_ptr<Transfer>& transfer) {
+bool TransportThread::AddToPool(std::unique_ptr<Transfer>& transfer) {
   CURL* const easy = OpenEasyHandle();
   if (easy == nullptr) return false;
   transfer->Prepare(easy);
@@ -126,6 +126,7 @@ void TransportThread::RunDueTimers() {
   for (const auto& pool : pools_) pool->RunDueTimer(now);
 }
 
+// Loops by index, since a finished hop may add a pool.
 void TransportThread::FinishTransfers() {
   for (std::size_t i = 0; i < pools_.size(); ++i) {
     pools_[i]->TakeFinished([this](CURL* easy, CURLcode result) { OnHopFinished(easy, result); });
@@ -141,10 +142,8 @@ void TransportThread::OnHopFinished(CURL* easy, CURLcode result) {
 }
 
 void TransportThread::DropDrainedPools() {
-  if (pools_.size() == 1) return;
-  const auto last = std::prev(pools_.end());
-  pools_.erase(std::remove_if(pools_.begin(), last, [](const auto& pool) { return pool->idle(); }),
-               last);
+  const ConnectionPool* const newest = pools_.back().get();
+  std::erase_if(pools_, [=](const auto& pool) { return pool.get() != newest && pool->idle(); });
 }
 
 int TransportThread::WaitTimeout() const {
@@ -152,8 +151,7 @@ int TransportThread::WaitTimeout() const {
   for (const auto& pool : pools_) due = std::min(due, pool->due().value_or(due));
   if (due == Clock::time_point::max()) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
-  return static_cast<int>(
-      std::clamp<std::int64_t>(left, 0, std::numeric_limits<std::int32_t>::max()));
+  return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
 }
 
 void TransportThread::WaitForEvents() {
@@ -168,8 +166,7 @@ void TransportThread::Dispatch(std::uint64_t source, std::uint32_t events) {
     eventfd_read(wake_.get(), &unused);
     return;
   }
-  const auto pool = std::find_if(pools_.begin(), pools_.end(),
-                                 [&](const auto& each) { return each->id() == source >> 32; });
+  const auto pool = std::ranges::find(pools_, source >> 32, [](const auto& p) { return p->id(); });
   if (pool != pools_.end()) (*pool)->OnSocketEvents(static_cast<int>(source), events);
 }
 

@@ -54,7 +54,7 @@ class TransportThread : public zo_base::BaseThread {
   void FinishTransfers();
   void OnHopFinished(CURL* easy, CURLcode result);
   void StartHop(std::unique_ptr<Transfer> transfer);
-  bool BeginHop(std::unique_ptr<Transfer>& transfer);
+  bool AddToPool(std::unique_ptr<Transfer>& transfer);
   void CompleteEnded();
   void DropDrainedPools();
   void DropAll();  // Also called by the destructor.

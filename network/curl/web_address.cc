@@ -11,7 +11,7 @@ namespace {
 
 using UrlHandle = std::shared_ptr<CURLU>;
 
-// Only the scheme and the host may change.
+// libcurl may change only the scheme and the host to their usual form.
 constexpr unsigned kParseFlags = CURLU_PATH_AS_IS | CURLU_NON_SUPPORT_SCHEME;
 
 UrlHandle Owned(CURLU* handle) { return {handle, curl_url_cleanup}; }

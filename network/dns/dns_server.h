@@ -21,8 +21,9 @@ namespace zo_net {
 // One lookup runs at a time, for 3 s at most, and the others wait in a queue. A lookup fails when
 // the process has so many open descriptors that a new one doesn't fit into an fd_set.
 // Threads: operations may be called from any thread, but none while Start runs. Callbacks run on
-// the thread "dns_server". Ownership: held by a shared_ptr; owns the thread. Lookups that are
-// queued when the thread stops get no callback; the running one fails within about 80 ms.
+// the thread "dns_server".
+// Ownership: held by a shared_ptr; owns the thread. Lookups that are queued when the thread stops
+// get no callback; the running one fails within about 80 ms.
 class DnsServer : public zo_base::ZOObjectIMPL {
  public:
   // The result of a lookup.

@@ -22,10 +22,9 @@ void Deliver(const std::shared_ptr<HttpRequestUser>& request, const HttpResponse
 
 }  // namespace
 
-HttpClientEx::HttpClientEx(RequestorFactory create_requestor)
-    : TaskThread("tarvel_http_client"), create_requestor_(std::move(create_requestor)) {}
+HttpClientEx::HttpClientEx() : TaskThread("tarvel_http_client") {}
 
-void HttpClientEx::init() { requestor_ = create_requestor_(*this); }
+void HttpClientEx::init() { requestor_ = CreateHttpRequestor(*this); }
 
 void HttpClientEx::send(std::shared_ptr<HttpRequestUser> request) {
   // A strong reference in a task that never runs would keep the queue alive that holds the task.

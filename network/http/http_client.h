@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "base/thread/task_thread.h"
@@ -21,9 +20,7 @@ class HttpClientBase {
 // in flight when the thread stops get no callback.
 class HttpClientEx : public HttpClientBase, public zo_base::TaskThread {
  public:
-  using RequestorFactory = std::function<std::shared_ptr<IHttpRequestor>(HttpClientEx&)>;
-
-  explicit HttpClientEx(RequestorFactory create_requestor = CreateHttpRequestor);
+  HttpClientEx();
 
   // Makes the requestor. Connect this with SIG_InternalBegin, so that it runs before all tasks.
   void init();
@@ -41,7 +38,6 @@ class HttpClientEx : public HttpClientBase, public zo_base::TaskThread {
                       const std::shared_ptr<const HttpResponse>& response);
 
  private:
-  const RequestorFactory create_requestor_;
   // Not locked: used on the client's thread only, and released after its end.
   std::shared_ptr<IHttpRequestor> requestor_;
 };

@@ -26,7 +26,7 @@ std::optional<std::string_view> CutAt(std::string_view& text, std::size_t positi
   return behind;
 }
 
-// The length of the IPv6 address in brackets at the begin, all of it when it is never closed.
+// The length of the IPv6 address in brackets at the start; all of the text when it is never closed.
 std::size_t BracketedSize(std::string_view host_and_port) {
   if (!host_and_port.starts_with('[')) return 0;
   return std::min(host_and_port.rfind(']'), host_and_port.size() - 1) + 1;

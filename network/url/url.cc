@@ -58,7 +58,7 @@ Url::Url(std::string text)
 
 std::int32_t Url::port() const { return LeadingNumber(parsed_.port.In(text_)); }
 
-// Replaces the text from the begin of the host to `end`.
+// Replaces the text from the start of the host to `end`.
 Url Url::WithReplaced(std::size_t end, std::string_view replacement) const {
   if (!parsed_.host.present()) return *this;
   const auto begin = static_cast<std::size_t>(parsed_.host.begin);
@@ -87,7 +87,7 @@ std::string GetScheme(std::string_view url) {
 
 std::string GetSchemePrefix(std::string_view url) {
   const std::string scheme = GetScheme(url);
-  // A file has no host. Until now no scheme of files is known.
+  // A file has no host. So far "file" is no known scheme.
   return scheme.empty() ? "" : scheme + (scheme == "file" ? ":///" : "://");
 }
 

@@ -9,25 +9,23 @@
 
 namespace zo_tarvel {
 
-// Brings the environment up and down. Each operation runs under the storage's `start_lock`, on the
-// thread of the start or exit.
+// Brings the environment up and down.
+//
+// Threads: the gate calls it on the thread of the start or exit, under the storage's `start_lock`.
 class EnvironmentManager {
  public:
   // `storage` outlives this.
   explicit EnvironmentManager(EnvironmentManagerStorage& storage) : storage_(storage) {}
 
-  // The start sequence, once per life of the environment.
-  void Start(const _ZOTarvelEnvironmentSettings& settings);
-  // Carries out one exit, and those that threads of the library had to queue.
-  void CarryOutExit(const ExitRequest& request);
-  void CarryOutQueuedExits();
+  // Counts a start, the first one after the start sequence. Returns the id of the living object.
+  [[nodiscard]] int StartOrCount(const _ZOTarvelEnvironmentSettings& settings);
+  // Counts an exit. The last one stops and releases everything. Called only while started.
+  void ExitEnvironment(const ExitRequest& request);
 
  private:
-  // One exit; the last one stops and releases everything.
-  void ExitEnvironment(const ExitRequest& request);
+  void Start(const _ZOTarvelEnvironmentSettings& settings);
   std::int32_t CreateObject();
   void RemoveObject(std::int32_t id);
-  void PublishConfig();
   void SetUpLogging(zo_base::TarvelCustomLog::Function custom_log);
   void StartHttpClient();
   void StartHttpAgent();
@@ -39,12 +37,5 @@ class EnvironmentManager {
 
   EnvironmentManagerStorage& storage_;
 };
-
-// What the exported functions do.
-int StartEnvironment(const _ZOTarvelEnvironmentSettings& settings);
-IZOTarvelObject* FindObject(std::int32_t id);
-// Carries the exit out. On a thread of the library, and in a callback out of an exit, it may be
-// left to the thread that is in a start or an exit at this moment.
-void RequestExit(const ExitRequest& request);
 
 }  // namespace zo_tarvel

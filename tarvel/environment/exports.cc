@@ -4,7 +4,7 @@
 
 #include "base/thread/library_call.h"
 #include "tarvel/environment/configuration/exception_data_reporter.h"
-#include "tarvel/environment/environment_manager.h"
+#include "tarvel/environment/environment_manager_storage.h"
 
 namespace zo_tarvel {
 
@@ -12,20 +12,25 @@ using zo_base::LibraryCall;
 
 int StartTarvelEnvironment(const _ZOTarvelEnvironmentSettings& settings) noexcept {
   const LibraryCall call;
-  return zo_base::InLogFunction() ? 0 : StartEnvironment(settings);
+  const auto storage = zo_base::InLogFunction() ? nullptr : GetStorage();
+  return storage == nullptr ? 0 : storage->gate.Start(settings);
 }
 
 IZOTarvelObject* GetTarvelObject(int id) noexcept {
   const LibraryCall call;
-  return FindObject(id);
+  const auto storage = GetStorage();
+  return storage == nullptr || id == 0 ? nullptr : storage->objects.Find(id).get();
 }
 
 void ExitTarvelEnvironment(int id) noexcept {
   const LibraryCall call;
+  const auto exit = [id] {
+    if (const auto storage = GetStorage()) storage->gate.Exit({.id = id});
+  };
   if (zo_base::InLogFunction()) {
-    zo_base::RunAfterLibraryCall([id] { RequestExit({.id = id}); });
+    zo_base::RunAfterLibraryCall(exit);
   } else {
-    RequestExit({.id = id});
+    exit();
   }
 }
 

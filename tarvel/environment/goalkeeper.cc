@@ -3,7 +3,7 @@
 #include "base/process/forked_child.h"
 #include "base/process/process_exit.h"
 #include "base/thread/library_call.h"
-#include "tarvel/environment/environment_manager.h"
+#include "tarvel/environment/environment_manager_storage.h"
 
 namespace zo_tarvel {
 
@@ -32,7 +32,7 @@ void Goalkeeper::OnProcessExit() noexcept {
   Goalkeeper& goalkeeper = GetGoalkeeper();
   State state = State::kArmed;
   if (!goalkeeper.state_.compare_exchange_strong(state, State::kByProcessExit)) return;
-  RequestExit({.id = 0, .ends_process = true});
+  if (const auto storage = GetStorage()) storage->gate.Exit({.id = 0, .ends_process = true});
   state = State::kByProcessExit;
   goalkeeper.state_.compare_exchange_strong(state, State::kAbsent);
 }

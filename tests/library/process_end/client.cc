@@ -126,7 +126,7 @@ extern "C" __attribute__((visibility("default"))) void RunClient(const char* end
     std::atomic<bool> entered{false};
     service->PostTask([&entered, storage = zo_tarvel::GetStorage()] {
       entered = true;
-      while (!storage->exit_in_progress) std::this_thread::yield();
+      while (!storage->gate.exit_in_progress()) std::this_thread::yield();
       std::exit(0);
     });
     while (!entered) std::this_thread::yield();

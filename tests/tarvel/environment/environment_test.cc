@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "tarvel/environment/configuration/environment_config.h"
-#include "tarvel/environment/environment_manager.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tarvel/environment/tarvel_object_impl.h"
@@ -110,7 +109,7 @@ TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForItWhateverItDoe
     std::promise<void> entered, acted;
     RunOnServiceThread([&, &act = act] {
       entered.set_value();
-      while (!storage_->exit_in_progress) std::this_thread::yield();
+      while (!storage_->gate.exit_in_progress()) std::this_thread::yield();
       act();
       acted.set_value();
     });

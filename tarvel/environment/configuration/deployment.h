@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <string_view>
@@ -11,70 +12,58 @@
 // can't work would only show as servers that are never reached.
 namespace zo_tarvel::deployment_check {
 
-constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-constexpr bool IsHexDigit(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+constexpr bool IsMadeOf(std::string_view text, std::string_view characters) {
+  return !text.empty() && text.find_first_not_of(characters) == std::string_view::npos;
 }
-constexpr bool IsOfName(char c) {
-  return IsLetter(c) || IsDigit(c) || c == '-' || c == '.' || c == '_';
-}
-constexpr bool IsVisible(char c) { return c > ' ' && c < '\x7f'; }
 
-template <class List, class Check>
-constexpr bool AllAre(const List& list, Check check) {
-  for (const auto& item : list) {
-    if (!check(item)) return false;
-  }
-  return true;
-}
+constexpr bool AllAre(const auto& list, auto check) { return std::ranges::all_of(list, check); }
+
+constexpr bool IsVisible(char c) { return c > ' ' && c < '\x7f'; }
 
 // Decimal, without leading zeros, which some readers take for octal.
 constexpr bool IsNumber(std::string_view text, int highest) {
-  if (text.empty() || text.size() > 5 || (text.size() > 1 && text.front() == '0')) return false;
+  if (!IsMadeOf(text, "0123456789") || text.size() > 5) return false;
   int number = 0;
-  for (const char c : text) {
-    if (!IsDigit(c)) return false;
-    number = number * 10 + (c - '0');
+  for (const char c : text) number = number * 10 + (c - '0');
+  return number <= highest && (text.size() == 1 || text.front() != '0');
+}
+
+// The number of parts that `separator` divides `text` into; -1 when one of them is not as it must
+// be.
+constexpr int CountParts(std::string_view text, char separator, auto check) {
+  for (int parts = 1;; ++parts) {
+    const std::size_t end = text.find(separator);
+    if (!check(text.substr(0, end))) return -1;
+    if (end == std::string_view::npos) return parts;
+    text.remove_prefix(end + 1);
   }
-  return number <= highest;
 }
 
 constexpr bool IsIPv4(std::string_view text) {
-  for (int dots_left = 3;; --dots_left) {
-    const std::size_t end = text.find('.');
-    if (!IsNumber(text.substr(0, end), 255)) return false;
-    if (end == std::string_view::npos) return dots_left == 0;
-    text.remove_prefix(end + 1);
-  }
+  return CountParts(text, '.', [](auto part) { return IsNumber(part, 255); }) == 4;
 }
 
-// How many groups of an IPv6 address are in `text`, joined by colons; -1 for a text of another
-// kind.
-constexpr int IPv6Groups(std::string_view text) {
+constexpr int CountIPv6Groups(std::string_view text) {
   if (text.empty()) return 0;
-  for (int groups = 1;; ++groups) {
-    const std::size_t end = text.find(':');
-    const std::string_view group = text.substr(0, end);
-    if (group.empty() || group.size() > 4 || !AllAre(group, IsHexDigit)) return -1;
-    if (end == std::string_view::npos) return groups;
-    text.remove_prefix(end + 1);
-  }
+  return CountParts(text, ':', [](auto group) {
+    return group.size() <= 4 && IsMadeOf(group, "0123456789abcdefABCDEF");
+  });
 }
 
 constexpr bool IsBracketedIPv6(std::string_view text) {
-  if (text.size() < 2 || text.front() != '[' || text.back() != ']') return false;
+  if (!text.starts_with('[') || !text.ends_with(']')) return false;
   text = text.substr(1, text.size() - 2);
   const std::size_t gap = text.find("::");
-  if (gap == std::string_view::npos) return IPv6Groups(text) == 8;
-  const int before = IPv6Groups(text.substr(0, gap));
-  const int behind = IPv6Groups(text.substr(gap + 2));
+  if (gap == std::string_view::npos) return CountIPv6Groups(text) == 8;
+  const int before = CountIPv6Groups(text.substr(0, gap));
+  const int behind = CountIPv6Groups(text.substr(gap + 2));
   return before >= 0 && behind >= 0 && before + behind < 8;
 }
 
 constexpr bool IsHost(std::string_view text) {
-  if (IsBracketedIPv6(text)) return true;
-  return !text.empty() && text.size() <= 255 && AllAre(text, IsOfName);
+  constexpr std::string_view kOfName =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
+  return IsBracketedIPv6(text) || (IsMadeOf(text, kOfName) && text.size() <= 255);
 }
 
 constexpr bool IsHostAndPort(std::string_view text) {
@@ -85,13 +74,10 @@ constexpr bool IsHostAndPort(std::string_view text) {
 }
 
 constexpr bool IsWebUrl(std::string_view text) {
-  for (const std::string_view scheme : {"http://", "https://"}) {
-    if (!text.starts_with(scheme)) continue;
-    text.remove_prefix(scheme.size());
-    const std::string_view authority = text.substr(0, text.find_first_of("/?#"));
-    return (IsHost(authority) || IsHostAndPort(authority)) && AllAre(text, IsVisible);
-  }
-  return false;
+  const std::size_t scheme = text.starts_with("http://") ? 7 : text.starts_with("https://") ? 8 : 0;
+  const std::string_view rest = text.substr(scheme);
+  const std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
+  return scheme > 0 && (IsHost(authority) || IsHostAndPort(authority)) && AllAre(rest, IsVisible);
 }
 
 constexpr bool IsPath(std::string_view text) {

@@ -29,9 +29,9 @@ void ReplaceStorage(std::shared_ptr<EnvironmentManagerStorage> storage) {
   slot.storage.swap(storage);
 }
 
-// That of the parent stays as it is. No lock: only a start or an exit, and so no thread at this
-// moment, writes what is taken over.
+// Takes no lock: only a start or an exit writes what the child takes over, and none was under way.
 void RenewStorage() ZO_NO_THREAD_SAFETY_ANALYSIS {
+  // Never destroyed: another thread of the parent may have held its locks.
   static zo_base::NoDestructor<std::shared_ptr<EnvironmentManagerStorage>> of_parent;
   of_parent.Renew(Slot()->storage);
   Slot().Renew();
@@ -49,7 +49,7 @@ std::shared_ptr<zo_base::ITQlogWriter> CustomLog() {
 // The storage lives from the load of the image to its unload.
 struct StorageLifetime {
   StorageLifetime() {
-    zo_base::GetLogWriter();  // Makes what a fork must find made.
+    zo_base::GetLogWriter();  // Creates the state that a forked child renews.
     zo_base::OnForkedChild(RenewStorage);
     ReplaceStorage(std::make_shared<EnvironmentManagerStorage>());
     zo_base::SetCustomLogGetter(CustomLog);

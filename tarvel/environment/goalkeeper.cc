@@ -13,7 +13,7 @@ Goalkeeper& GetGoalkeeper() {
 }
 
 void Goalkeeper::Arm() {
-  // Also in the middle of the process's end: that life needs a handler of its own.
+  // A start while the handler runs registers another: the new environment needs one of its own.
   if (state_.exchange(State::kArmed) != State::kArmed) {
     zo_base::OnProcessExitOrUnload(OnProcessExit);
   }

@@ -3,15 +3,12 @@
 namespace zo_tarvel {
 namespace {
 
-LBSServiceFactory& Factory() {
-  static LBSServiceFactory factory = nullptr;  // Nothing to destroy.
-  return factory;
-}
+constinit LBSServiceFactory the_factory = nullptr;
 
 }  // namespace
 
-void SetLBSServiceFactory(LBSServiceFactory factory) { Factory() = factory; }
+void SetLBSServiceFactory(LBSServiceFactory factory) { the_factory = factory; }
 
-LBSServiceFactory GetLBSServiceFactory() { return Factory(); }
+LBSServiceFactory GetLBSServiceFactory() { return the_factory; }
 
 }  // namespace zo_tarvel

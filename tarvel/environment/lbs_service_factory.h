@@ -6,15 +6,14 @@
 
 namespace zo_tarvel {
 
-// How an object gets the LBS service. The service lives in a layer above this one, which says here
-// how to make one: not started, and also an IEnvironmentConfigGetter and an IThread, whose Stop
-// ends all that calls the client.
+// Makes the LBS service, which lives in a layer above this one. The service is not started. It is
+// also an IEnvironmentConfigGetter, and an IThread whose Stop ends all that calls the client.
 using LBSServiceFactory = std::shared_ptr<IZOTarvelLBSService> (*)();
 
 // Called once, while the library is loaded.
 void SetLBSServiceFactory(LBSServiceFactory factory);
 
-// Null when no such layer is linked.
+// Returns null when no such layer is linked.
 LBSServiceFactory GetLBSServiceFactory();
 
 }  // namespace zo_tarvel

@@ -14,9 +14,8 @@ namespace zo_tarvel {
 // The object behind an id: passes the client's notices on to the configuration and hosts the LBS
 // service.
 //
-// Threads: the client's operations from any thread. Init, Stop and Release come from the
-// environment manager, on the thread of the start or exit. Ownership: owned by the table of
-// objects; owns the service.
+// Threads: any; the environment manager calls Init, Stop and Release on the thread of the start or
+// exit. Ownership: the table of objects owns it; it owns the service.
 class ZOTarvelObjectImpl final : public IZOTarvelObject,
                                  public EnvironmentConfigGetterBase,
                                  public std::enable_shared_from_this<ZOTarvelObjectImpl> {
@@ -30,10 +29,10 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject,
   void SetBusinessToken(const char* token) override;
 
   std::int32_t id() const { return id_; }
-  void Init() {}  // A hook for hosted services that come with the object.
+  void Init() {}  // Carried for the interface: a hook for services that come with the object.
   // Ends the service's thread; the service stays in place.
   void Stop();
-  // Ends and frees the service, if there is one. It gets no successor.
+  // Ends and frees the service. GetLBSService returns null from then on.
   void Release();
   // Null without one.
   std::shared_ptr<IZOTarvelLBSService> LBSService();
@@ -41,13 +40,13 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject,
  private:
   void CreateLBSService();
   std::shared_ptr<IZOTarvelLBSService> TakeLBSService();
-  // In the client's log function: has `f(ZOTarvelObjectImpl&)` run later, and returns true. In a
-  // dead forked child true as well.
+  // Returns true in the client's log function, where it has `f(ZOTarvelObjectImpl&)` run later, and
+  // in a disabled forked child.
   template <class F>
-  bool IsPutOff(F f);
+  [[nodiscard]] bool IsPutOff(F f);
 
   const std::int32_t id_;
-  // Never held while a service is stopped: its thread may be on its way here.
+  // Never held while a service is stopped: its thread may be waiting for this lock.
   zo_base::_thread_recursive_mutex lock_;
   std::shared_ptr<IZOTarvelLBSService> lbs_service_ ZO_GUARDED_BY(lock_);
   zo_base::ResettableOnce lbs_service_once_;  // Guards the creation.

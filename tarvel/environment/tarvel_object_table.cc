@@ -14,7 +14,8 @@ TarvelObjectTable::~TarvelObjectTable() {
 }
 
 void TarvelObjectTable::Insert(std::int32_t id, std::shared_ptr<IZOTarvelObject> object) {
-  // A replaced object dies after the lock is released: it may join a thread on its way here.
+  // A replaced object is destroyed after the lock is released: it may join a thread that looks for
+  // it here.
   MutexLock lock(lock_);
   objects_[id].swap(object);
 }
@@ -36,13 +37,13 @@ std::shared_ptr<IZOTarvelObject> TarvelObjectTable::Find(std::int32_t id) {
 }
 
 void TarvelObjectTable::Erase(std::int32_t id) {
-  decltype(objects_)::node_type erased;  // Dies after the lock is released.
+  decltype(objects_)::node_type erased;  // Destroyed after the lock is released.
   MutexLock lock(lock_);
   erased = objects_.extract(id);
 }
 
 void TarvelObjectTable::Clear() {
-  std::map<std::int32_t, std::shared_ptr<IZOTarvelObject>> cleared;  // Dies likewise.
+  std::map<std::int32_t, std::shared_ptr<IZOTarvelObject>> cleared;  // Destroyed likewise.
   MutexLock lock(lock_);
   cleared.swap(objects_);
 }

@@ -13,8 +13,8 @@ namespace zo_tarvel {
 
 // The business objects, by id.
 //
-// Threads: any. Ownership: the table's reference is the only one that the environment keeps; what
-// is still here when the table goes is released first.
+// Threads: any. Ownership: holds the environment's only reference to each object. Releases what is
+// left before it is destroyed.
 class TarvelObjectTable {
  public:
   using Visitor = std::function<void(std::int32_t id, const std::shared_ptr<IZOTarvelObject>&)>;
@@ -22,8 +22,8 @@ class TarvelObjectTable {
   ~TarvelObjectTable();
 
   void Insert(std::int32_t id, std::shared_ptr<IZOTarvelObject> object);  // Replaces.
-  // Visits what is here now, in order of id. Not under the lock: a visitor may join a thread that
-  // is just looking for its object. An empty function does nothing.
+  // Visits a copy of the table in order of id, not under the lock: a visitor may join a thread that
+  // is looking for its object. An empty function does nothing.
   void ForEach(const Visitor& visitor);
   std::shared_ptr<IZOTarvelObject> Find(std::int32_t id);  // Null when unknown.
   void Erase(std::int32_t id);
@@ -34,7 +34,7 @@ class TarvelObjectTable {
   std::map<std::int32_t, std::shared_ptr<IZOTarvelObject>> objects_ ZO_GUARDED_BY(lock_);
 };
 
-// Visitors: what the environment does to each object when it goes down.
+// Visitors for the exit.
 void StopObject(std::int32_t id, const std::shared_ptr<IZOTarvelObject>& object);
 void ReleaseObject(std::int32_t id, const std::shared_ptr<IZOTarvelObject>& object);
 

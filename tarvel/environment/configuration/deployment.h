@@ -28,8 +28,7 @@ constexpr bool IsNumber(std::string_view text, int highest) {
   return number <= highest && (text.size() == 1 || text.front() != '0');
 }
 
-// The number of parts that `separator` divides `text` into; -1 when one of them is not as it must
-// be.
+// The number of parts between separators; -1 when one of them fails the check.
 constexpr int CountParts(std::string_view text, char separator, auto check) {
   for (int parts = 1;; ++parts) {
     const std::size_t end = text.find(separator);

@@ -4,8 +4,8 @@
 
 namespace zo_tarvel {
 
-// Where the library turns to when nobody has told it. All defaults of a deployment are in this
-// file.
+// The servers that the library uses until the client or a server names others. All defaults of a
+// deployment are in this file.
 //
 // These are placeholders: names under .invalid and addresses of the ranges for documentation, which
 // belong to nobody. A deployment copies this file, puts its own values into the copy and names it

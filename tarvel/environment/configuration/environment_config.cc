@@ -1,7 +1,6 @@
 #include "tarvel/environment/configuration/environment_config.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "base/text/md5.h"
 #include "base/text/text_of.h"
@@ -13,7 +12,7 @@ namespace {
 using zo_base::MutexLock;
 using zo_base::TextOf;
 
-// The directory of one business under `root`. Two businesses never share one.
+// Two businesses never share a directory.
 std::string BusinessDirectory(std::string root, const std::string& business_type) {
   std::replace(root.begin(), root.end(), '\\', '/');
   if (root.empty() || root.back() != '/') root += '/';
@@ -37,25 +36,20 @@ void _EnvironmentConfig::Load(const _ZOTarvelEnvironmentSettings& settings) {
   pv_ = settings.pv;
   client_type_ = settings.client_type;
   LoadDirectories(settings);
-  // The first two switches are on unless turned off by -1, the last two off unless turned on by 1.
+  // -1 turns the first two switches off; only 1 turns the last two on.
   enable_httpdns_ = settings.enable_httpdns != -1;
   try_http_request_on_netunav_ = settings.try_http_request_on_netunav != -1;
   only_https_supported_ = settings.only_https_supported != 0;
   enable_exception_data_reporting_ = settings.enable_exception_data_reporting == 1;
   http_request_ip_preferred_ = settings.http_request_ip_preferred == 1;
-  LoadTimeouts(settings.single_request_timeout, settings.single_request_prefail_timeout);
-  CreateExceptionReporter();
-  SetExitFlag(false);
-}
-
-void _EnvironmentConfig::CreateExceptionReporter() {
-  const auto self = shared_from_this<_EnvironmentConfig>();
-  auto reporter = std::dynamic_pointer_cast<ExceptionDataReporterImpl>(exception_reporter_);
-  if (reporter == nullptr) {
-    reporter = std::make_shared<ExceptionDataReporterImpl>();
-    exception_reporter_ = reporter;
+  if (settings.single_request_timeout >= 1) {  // Else both defaults stand.
+    timeouts_ =
+        CleanTimeouts({settings.single_request_timeout, settings.single_request_prefail_timeout});
   }
-  reporter->SetEnvironmentConfig(self);
+  if (!exception_reporter_) exception_reporter_ = std::make_shared<ExceptionDataReporterImpl>();
+  dynamic_cast<EnvironmentConfigGetterBase&>(*exception_reporter_)
+      .SetEnvironmentConfig(shared_from_this<_EnvironmentConfig>());
+  SetExitFlag(false);
 }
 
 void _EnvironmentConfig::LoadDirectories(const _ZOTarvelEnvironmentSettings& settings) {
@@ -63,11 +57,6 @@ void _EnvironmentConfig::LoadDirectories(const _ZOTarvelEnvironmentSettings& set
   const std::string log = TextOf(settings.log_path);
   appdata_path_ = BusinessDirectory(appdata.empty() ? log : appdata, business_type_);
   log_path_ = BusinessDirectory(log.empty() ? appdata : log, business_type_);
-}
-
-void _EnvironmentConfig::LoadTimeouts(std::int32_t timeout, std::int32_t prefail_timeout) {
-  if (timeout < 1) return;  // Both defaults stand.
-  timeouts_ = CleanTimeouts({timeout, prefail_timeout});
 }
 
 std::string _EnvironmentConfig::GetBusinessToken() const {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "base/lock/recursive_mutex.h"
 #include "base/object/object.h"
@@ -26,7 +27,7 @@ inline const char* SIG_BusinessTokenChanged() { return "SIG_BusinessTokenChanged
 // Argument: zo_net::AddressFamily, what the network can reach now.
 inline const char* SIG_NetworkChanged() { return "SIG_NetworkChanged"; }
 
-// How failures are to be reported, as the LBS server wishes it.
+// How the LBS server wants failures to be reported.
 struct StatisticSettings {
   std::int32_t on = 1;
   std::string host = kDefaultStatisticsHost;
@@ -38,16 +39,14 @@ struct StatisticSettings {
 // What the environment has made of its settings: cleaned values, derived directories, the values
 // that change while it is up, and the signals that tell of the changes.
 //
-// Threads: Load runs before any reader exists; afterwards readers are free. The token and the
-// statistic settings have locks, the address family and the exit flag are atomic. Ownership: the
-// environment's storage owns it; all others reach it through a weak pointer.
+// Threads: any after Load, which runs before any reader exists. Ownership: the environment's
+// storage owns it; all others hold it weakly.
 class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
  public:
-  // Sends a logical request; true to begin it on the agent's work thread.
+  // Sends a logical request; with `post_to_work_thread`, begins it on the agent's work thread.
   using HttpRequestInvoker =
       std::function<void(const MultipleURLHttpRequest&, bool post_to_work_thread)>;
 
-  _EnvironmentConfig() = default;
   ~_EnvironmentConfig() override { SetExitFlag(true); }
 
   void Load(const _ZOTarvelEnvironmentSettings& settings);
@@ -73,18 +72,18 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   void SetBusinessToken(const std::string& token);
 
   zo_net::AddressFamily address_family() const { return address_family_.load(); }
-  // Emits SIG_NetworkChanged when `notify` says so, also for the same family.
+  // Emits SIG_NetworkChanged if `notify`, also for the same family.
   void SetAddressFamily(zo_net::AddressFamily family, bool notify);
 
-  // Set when the environment goes down; from then on no new work is begun.
+  // Set when the environment is taken down: from then on no new work is begun.
   void SetExitFlag(bool exiting) { exit_flag_.store(exiting, std::memory_order_release); }
   bool IsExiting() const { return exit_flag_.load(std::memory_order_acquire); }
 
-  // Set by the parser of the LBS answer.
+  // Carried for the interface: the parser of the LBS answer sets them, and nothing reads them.
   void SetStatisticSettings(const StatisticSettings& settings);
   StatisticSettings statistic_settings() const;
 
-  // Not locked: set by the agent in the start sequence.
+  // Called in the start sequence only.
   void SetHttpRequestInvoker(HttpRequestInvoker invoker) {
     http_request_invoker_ = std::move(invoker);
   }
@@ -95,49 +94,51 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   std::shared_ptr<IExceptionDataReporter> GetExceptionReporter() const {
     return exception_reporter_;
   }
-  // About the user, for exception records. Nothing sets a source for it yet.
+  // About the user, for exception records.
   std::string ExceptionUserInfo() const {
     return exception_user_info_ ? exception_user_info_() : std::string();
   }
-  // See trace_id_generator.h.
-  std::string GenerateTraceId() const { return zo_tarvel::GenerateTraceId(); }
+  [[nodiscard]] std::string GenerateTraceId() const { return zo_tarvel::GenerateTraceId(); }
 
-  // The values as log text. The token stands there in plain.
-  std::string FormatBanner() const;
+  // The values as log text, with the token in plain.
+  [[nodiscard]] std::string FormatBanner() const;
 
  private:
   void LoadDirectories(const _ZOTarvelEnvironmentSettings& settings);
-  void CreateExceptionReporter();
-  void LoadTimeouts(std::int32_t timeout, std::int32_t prefail_timeout);
 
+  // Constant after the start sequence.
   bool try_http_request_on_netunav_ = true;
   bool enable_httpdns_ = true;
   bool only_https_supported_ = false;
-  std::atomic<bool> exit_flag_{false};
-  // Held by a change of the token until its slots have run: they see the changes in order. Readers
-  // don't take it: a slot logs, and the client's log function may ask what waits for a reader.
-  zo_base::_thread_recursive_mutex token_change_lock_;
-  mutable zo_base::_thread_recursive_mutex token_lock_;
-  std::string business_type_ = "im_g1";
-  std::string business_token_ ZO_GUARDED_BY(token_lock_);
-  std::string business_version_;
+  bool http_request_ip_preferred_ = false;
+  bool enable_exception_data_reporting_ = false;
   std::int32_t sv_ = 0;
   std::int32_t pv_ = 0;
   std::int32_t client_type_ = 0;
+  RequestTimeouts timeouts_;
+  std::string business_type_ = "im_g1";
+  std::string business_version_;
   std::string appdata_path_;
   std::string log_path_;
-  std::atomic<zo_net::AddressFamily> address_family_{zo_net::kAddressFamilyAny};
-  mutable zo_base::_thread_recursive_mutex statistic_settings_lock_;
-  StatisticSettings statistic_settings_ ZO_GUARDED_BY(statistic_settings_lock_);
   HttpRequestInvoker http_request_invoker_;
-  std::weak_ptr<HttpAgent> http_agent_;
   std::shared_ptr<IExceptionDataReporter> exception_reporter_;
-  std::function<std::string()> exception_user_info_;
+  // Carried for the interface: nothing reads the first two, and nothing sets the function.
+  std::weak_ptr<HttpAgent> http_agent_;
   const std::shared_ptr<TraceIdGeneratorTag> trace_id_generator_ =
       std::make_shared<TraceIdGeneratorTag>();
-  RequestTimeouts timeouts_;
-  bool http_request_ip_preferred_ = false;
-  bool enable_exception_data_reporting_ = false;
+  std::function<std::string()> exception_user_info_;
+
+  std::atomic<bool> exit_flag_{false};
+  std::atomic<zo_net::AddressFamily> address_family_{zo_net::kAddressFamilyAny};
+
+  // Held by a change of the token until its slots have run, so that they see the changes in order.
+  // Readers don't take it: a slot logs, and the client's log function may wait for a reader.
+  zo_base::_thread_recursive_mutex token_change_lock_;
+  mutable zo_base::_thread_recursive_mutex token_lock_ ZO_ACQUIRED_AFTER(token_change_lock_);
+  std::string business_token_ ZO_GUARDED_BY(token_lock_);
+
+  mutable zo_base::_thread_recursive_mutex statistic_settings_lock_;
+  StatisticSettings statistic_settings_ ZO_GUARDED_BY(statistic_settings_lock_);
 };
 
 }  // namespace zo_tarvel

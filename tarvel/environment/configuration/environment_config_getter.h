@@ -6,12 +6,13 @@
 
 namespace zo_tarvel {
 
-// The way of every business class to the one configuration.
+// Gives every business class access to the one configuration.
 class IEnvironmentConfigGetter {
  public:
   virtual ~IEnvironmentConfigGetter() = default;
   virtual void SetEnvironmentConfig(const std::shared_ptr<_EnvironmentConfig>& config) = 0;
-  virtual std::shared_ptr<_EnvironmentConfig> GetEnvironmentConfig() = 0;
+  // Null without an environment.
+  [[nodiscard]] virtual std::shared_ptr<_EnvironmentConfig> GetEnvironmentConfig() = 0;
   // Sends a logical request through the agent; see MultipleURLHttpRequest. Without an environment
   // nothing happens, and nobody is called back. Any thread. Without `post_to_work_thread` it runs
   // on the calling thread if that is a task thread, which must then last until the result.
@@ -25,11 +26,15 @@ class IEnvironmentConfigGetter {
 // Threads: set once, before the object is shared; read from any thread.
 class EnvironmentConfigGetterBase : public IEnvironmentConfigGetter {
  public:
-  void SetEnvironmentConfig(const std::shared_ptr<_EnvironmentConfig>& config) override;
-  // Null when the environment has gone or was never given.
-  std::shared_ptr<_EnvironmentConfig> GetEnvironmentConfig() override;
-
-  void InvokeHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread) override;
+  void SetEnvironmentConfig(const std::shared_ptr<_EnvironmentConfig>& config) override {
+    config_ = config;
+  }
+  std::shared_ptr<_EnvironmentConfig> GetEnvironmentConfig() override { return config_.lock(); }
+  void InvokeHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread) override {
+    const auto config = GetEnvironmentConfig();
+    if (config == nullptr) return;
+    if (const auto invoker = config->http_request_invoker()) invoker(request, post_to_work_thread);
+  }
 
  private:
   std::weak_ptr<_EnvironmentConfig> config_;

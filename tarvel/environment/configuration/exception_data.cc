@@ -9,8 +9,7 @@ namespace {
 
 using zo_base::json11::Json;
 
-// Where such records would go over HTTP; the placeholder is for a host. They leave through the
-// client's function only, and it is up to that.
+// Carried for the interface: a record reaches the client's function only. "%s" stands for a host.
 [[maybe_unused]] constexpr char kReportUrl[] = "%s/statics/report/im/api/error";
 
 Json ToJson(const TarvelExceptionExtension& extension) {
@@ -30,22 +29,12 @@ std::shared_ptr<ExceptionDataDetails> CreateExceptionDataDetails(std::int32_t ac
 }
 
 std::int32_t GetExceptionCategory(std::int32_t code) {
-  switch (code) {
-    case kServiceCodeHttpDns:
-      return 5;
-    case kServiceCodeLBS:
-      return 1;
-    case 3:
-      return 2;
-    case 301:
-      return 3;
-    case 302:
-      return 4;
-    case 350:
-      return 8;
-    default:
-      return 0;
+  constexpr std::pair<std::int32_t, std::int32_t> kCategories[] = {
+      {kServiceCodeHttpDns, 5}, {kServiceCodeLBS, 1}, {3, 2}, {301, 3}, {302, 4}, {350, 8}};
+  for (const auto& [service, category] : kCategories) {
+    if (service == code) return category;
   }
+  return 0;
 }
 
 TarvelExceptionData PublicRecordOf(const ExceptionDataDetails& details, std::string user_info) {

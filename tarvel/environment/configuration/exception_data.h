@@ -18,8 +18,8 @@ struct ExceptionDataExtension {
   std::string context;
 };
 
-// An exception record on its way to the client. The fields mean what those of TarvelExceptionData
-// do. Shared between threads once it is filled, and then only read.
+// An exception record on its way to the client, with the fields of TarvelExceptionData. Once
+// filled, it is shared between threads and only read.
 struct ExceptionDataDetails {
   std::string process_id;
   std::int32_t action = 0;
@@ -30,15 +30,15 @@ struct ExceptionDataDetails {
   std::vector<ExceptionDataExtension> extension;
 };
 
-// A record of one kind, with nothing else filled in.
-std::shared_ptr<ExceptionDataDetails> CreateExceptionDataDetails(std::int32_t action);
+// Sets only the action.
+[[nodiscard]] std::shared_ptr<ExceptionDataDetails> CreateExceptionDataDetails(std::int32_t action);
 
-// The category that the records of one of the services have; 0 for an unknown code.
+// Returns the category of the records of a service; 0 for an unknown code.
 inline constexpr std::int32_t kServiceCodeHttpDns = 0;
 inline constexpr std::int32_t kServiceCodeLBS = 2;
 std::int32_t GetExceptionCategory(std::int32_t code);
 
-// What the client gets of a record.
+// The record as the client sees it.
 TarvelExceptionData PublicRecordOf(const ExceptionDataDetails& details, std::string user_info);
 
 // The record as one JSON object, keys in ascending order.

@@ -1,6 +1,6 @@
 #include "tarvel/environment/configuration/exception_data_reporter.h"
 
-#include <utility>
+#include "base/object/weakly.h"
 
 namespace zo_tarvel {
 
@@ -30,10 +30,7 @@ void ExceptionDataReporterImpl::ReportException(
   std::shared_ptr<ITaskPostor> poster;
   {
     MutexLock guard(lock);
-    if (callback == nullptr) {
-      pending.push_back(details);
-      return;
-    }
+    if (callback == nullptr) return pending.push_back(details);
     function = callback;
     poster = task_poster.lock();
   }
@@ -43,13 +40,11 @@ void ExceptionDataReporterImpl::ReportException(
 void ExceptionDataReporterImpl::ReportException_i(
     const std::shared_ptr<ExceptionDataDetails>& details, ExceptionDataReporter function,
     const std::shared_ptr<ITaskPostor>& poster) {
-  const std::weak_ptr<_EnvironmentConfig> weak_config = GetEnvironmentConfig();
-  if (poster == nullptr || weak_config.expired()) return;
-  poster->PostTask([details, weak_config, function] {
-    const auto config = weak_config.lock();
-    if (config == nullptr) return;
-    function(PublicRecordOf(*details, config->ExceptionUserInfo()));
-  });
+  if (poster == nullptr) return;
+  poster->PostTask(zo_base::Weakly(GetEnvironmentConfig(),
+                                   [details, function](const _EnvironmentConfig& config) {
+                                     function(PublicRecordOf(*details, config.ExceptionUserInfo()));
+                                   }));
 }
 
 }  // namespace zo_tarvel

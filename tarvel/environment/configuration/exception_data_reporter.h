@@ -13,20 +13,20 @@
 
 namespace zo_tarvel {
 
-// Holds exception records until the client has said where they go, and then hands them over one by
-// one on the agent's work thread.
+// Holds exception records, without a limit, until the client has set its function, and then passes
+// them to it one by one on the agent's work thread.
 //
-// Threads: any. Ownership: the configuration owns it; with that go the client's function and the
-// records that still wait. There is no limit on their number.
+// Threads: any. Ownership: the configuration owns it and destroys with it the records that still
+// wait.
 class ExceptionDataReporterImpl : public IExceptionDataReporter,
                                   public EnvironmentConfigGetterBase {
  public:
-  // Records that find no living poster are lost.
+  // Records without a living poster are lost.
   void SetTaskPoster(std::shared_ptr<zo_base::ITaskPostor> poster) override ZO_EXCLUDES(lock);
   void ReportException(const std::shared_ptr<ExceptionDataDetails>& details) override
       ZO_EXCLUDES(lock);
 
-  // The first function stays. Null is none.
+  // The first function stays. Null sets none.
   void SetCallback(ExceptionDataReporter function) ZO_EXCLUDES(lock);
 
  private:

@@ -8,7 +8,7 @@ namespace zo_tarvel {
 // The two time-outs of a request over several URLs, in milliseconds.
 struct RequestTimeouts {
   std::int32_t timeout = 7'000;          // Of one sub request.
-  std::int32_t prefail_timeout = 2'000;  // After which the next URL is tried beside.
+  std::int32_t prefail_timeout = 2'000;  // Then the next URL is started in parallel.
 };
 
 // Brings both into their limits: 1 s to 30 s, and 200 ms to shortly before the time-out.

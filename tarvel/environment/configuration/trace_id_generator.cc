@@ -3,7 +3,9 @@
 #include <sys/random.h>
 
 #include <chrono>
+#include <cinttypes>
 #include <cstdint>
+#include <cstdio>
 #include <mutex>
 #include <random>
 
@@ -13,16 +15,13 @@
 namespace zo_tarvel {
 namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
-constexpr int kClockDigits = 16;
-
 std::uint32_t Seed() {
   std::uint32_t seed = 0;
   if (getrandom(&seed, sizeof seed, 0) == sizeof seed) return seed;
   return static_cast<std::uint32_t>(std::chrono::system_clock::now().time_since_epoch().count());
 }
 
-// Not destroyed: a thread may make an id while the process ends.
+// Never destroyed: a thread may make an id while the process ends.
 struct Generator {
   std::mutex lock;  // A leaf.
   std::mt19937 engine{Seed()};
@@ -31,19 +30,16 @@ struct Generator {
 
 Generator& TheGenerator() {
   static zo_base::NoDestructor<Generator> generator;
-  // A child would go on with the random digits of its parent.
-  static const bool registered = (zo_base::OnForkedChild([] { generator.Renew(); }), true);
-  static_cast<void>(registered);
+  // Otherwise a forked child would make the same random digits as its parent.
+  [[maybe_unused]] static const bool registered =
+      (zo_base::OnForkedChild([] { generator.Renew(); }), true);
   return *generator;
 }
 
 std::string ClockDigits() {
-  auto ticks = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch() /
-                                          std::chrono::nanoseconds(1));
-  std::string digits(kClockDigits, '0');
-  for (auto at = digits.rbegin(); at != digits.rend(); ++at, ticks >>= 4) {
-    *at = kHexDigits[ticks & 0xf];
-  }
+  const std::chrono::nanoseconds ticks = std::chrono::steady_clock::now().time_since_epoch();
+  char digits[17];
+  std::snprintf(digits, sizeof digits, "%016" PRIx64, static_cast<std::uint64_t>(ticks.count()));
   return digits;
 }
 
@@ -55,7 +51,7 @@ std::string GenerateTraceId() {
   const std::lock_guard<std::mutex> guard(generator.lock);
   for (const int length : {8, 4, 4, 12}) {
     id += '-';
-    for (int i = 0; i < length; ++i) id += kHexDigits[generator.digit(generator.engine)];
+    for (int i = 0; i < length; ++i) id += "0123456789abcdef"[generator.digit(generator.engine)];
   }
   return id;
 }

@@ -14,6 +14,7 @@
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/support/fake_lbs_service.h"
 
+namespace zo_tarvel {
 namespace {
 
 // Unbuffered and safe at any moment of the process's end.
@@ -22,28 +23,42 @@ void Tell(const std::string& step) {
   if (write(STDOUT_FILENO, line.data(), line.size()) < 0) std::_Exit(9);
 }
 
+void Await(const std::atomic<bool>& flag) {
+  while (!flag) std::this_thread::yield();
+}
+
 // The test names the directory of the log. HTTPDNS is off: a request of its own may be under way at
 // the end, and leaves its helper behind.
-zo_tarvel::_ZOTarvelEnvironmentSettings SettingsOfTest() {
-  zo_tarvel::_ZOTarvelEnvironmentSettings settings;
+_ZOTarvelEnvironmentSettings SettingsOfTest() {
+  _ZOTarvelEnvironmentSettings settings;
   settings.enable_httpdns = -1;
   std::snprintf(settings.log_path, sizeof settings.log_path, "%s", std::getenv("TEST_LOG_PATH"));
   return settings;
 }
 
-zo_tarvel::FakeLBSService* StartWithService(bool tell_end = true) {
-  zo_tarvel::FakeLBSService::Install();
-  const int id = zo_tarvel::StartTarvelEnvironment(SettingsOfTest());
-  auto* object = zo_tarvel::GetTarvelObject(id);
-  auto* service = dynamic_cast<zo_tarvel::FakeLBSService*>(object->GetLBSService());
-  if (tell_end) service->Connect<>(zo_base::SIG_ThreadEnd, [] { Tell("thread ended"); });
-  service->Init({});
+// For the exit in the log function.
+std::atomic<bool> log_function_exits{false};
+
+FakeLBSService* StartWithService(const std::string& how) {
+  FakeLBSService::Install();
+  auto settings = SettingsOfTest();
+  if (how == "exit in the log function") {
+    settings.custom_log = [](const char*) {
+      if (log_function_exits.exchange(false)) std::exit(0);
+    };
+  }
+  StartTarvelEnvironment(settings);
+  auto* const service = FakeLBSService::StartOne();
+  // After an exit in a callback the thread ends at a moment of its own.
+  if (how != "environment exit in a callback") {
+    service->Connect<>(zo_base::SIG_ThreadEnd, [] { Tell("thread ended"); });
+  }
   Tell("started");
   return service;
 }
 
-// Children that are forked off in the middle of the work of another thread, and use the library.
-// `id` is what a start of theirs returns.
+// Forks children in the middle of the work of another thread, which use the library. `id` is what a
+// start of theirs returns.
 template <class Work>
 void ForkChildren(int id, Work work) {
   std::atomic<bool> done{false};
@@ -54,10 +69,10 @@ void ForkChildren(int id, Work work) {
     const pid_t child = fork();
     if (child == 0) {
       ZO_LOG << "child";
-      const bool as_told = zo_tarvel::StartTarvelEnvironment(SettingsOfTest()) == id &&
-                           (zo_tarvel::GetTarvelObject(1) != nullptr) == (id != 0);
-      zo_tarvel::ExitTarvelEnvironment(1);
-      std::exit(as_told ? 0 : 1);
+      const bool expected = StartTarvelEnvironment(SettingsOfTest()) == id &&
+                            (GetTarvelObject(1) != nullptr) == (id != 0);
+      ExitTarvelEnvironment(1);
+      std::exit(expected ? 0 : 1);
     }
     int status = 0;
     if (waitpid(child, &status, 0) != child || status != 0) Tell("a child failed");
@@ -66,34 +81,19 @@ void ForkChildren(int id, Work work) {
   worker.join();
 }
 
-// The end of the process in the log function, which is called with the token's lock held, while the
-// service's thread waits for that lock.
-void EndInTheLogFunction() {
-  static std::atomic<bool> armed{false};
-  zo_tarvel::ExitTarvelEnvironment(1);
-  auto settings = SettingsOfTest();
-  settings.custom_log = [](const char*) {
-    if (armed.exchange(false)) std::exit(0);
-  };
-  zo_tarvel::StartTarvelEnvironment(settings);
-  auto* const service = zo_tarvel::FakeLBSService::StartOne();
-  const auto wait_and_log = [service](const std::string&) {
+// The log function is called with the token's lock held, while the service's thread waits for it.
+void EndInTheLogFunction(FakeLBSService* service) {
+  GetConfig()->Connect<const std::string>(SIG_BusinessTokenChanged, [service](const auto&) {
     std::atomic<bool> waits{false};
     service->PostTask([&waits] {
       waits = true;
-      zo_tarvel::GetConfig()->GetBusinessToken();
+      GetConfig()->GetBusinessToken();
     });
-    while (!waits) std::this_thread::yield();
-    armed = true;
+    Await(waits);
+    log_function_exits = true;
     ZO_LOG << "the last line";
-  };
-  zo_tarvel::GetConfig()->Connect<const std::string>(zo_tarvel::SIG_BusinessTokenChanged,
-                                                     wait_and_log);
-  zo_tarvel::GetTarvelObject(1)->SetBusinessToken("token");
-}
-
-[[noreturn]] void WaitForTheEnd() {
-  while (true) pause();
+  });
+  GetTarvelObject(1)->SetBusinessToken("token");
 }
 
 }  // namespace
@@ -101,59 +101,58 @@ void EndInTheLogFunction() {
 // What the image that is loaded and unloaded shows.
 extern "C" __attribute__((visibility("default"))) void RunClient(const char* ending) {
   const std::string how = ending;
-  // After an exit in a callback the thread ends at a moment of its own.
-  zo_tarvel::FakeLBSService* service = StartWithService(how != "environment exit in a callback");
+  std::atomic<bool> done{false};
+  FakeLBSService* const service = StartWithService(how);
   if (how == "regular exit") {
-    zo_tarvel::ExitTarvelEnvironment(1);
-  } else if (how == "two lives and return") {
-    zo_tarvel::ExitTarvelEnvironment(1);
-    StartWithService();
-  } else if (how == "two starts and return") {
-    zo_tarvel::StartTarvelEnvironment(SettingsOfTest());
+    ExitTarvelEnvironment(1);
+  } else if (how == "two lives, two starts and return") {
+    ExitTarvelEnvironment(1);
+    StartWithService(how);
+    StartTarvelEnvironment(SettingsOfTest());
   } else if (how == "exit on another thread") {
     std::thread([] { std::exit(0); }).detach();
-    WaitForTheEnd();
+    pause();
   } else if (how == "exit on another thread while exports are called") {
     std::thread([] { std::exit(0); }).detach();
     while (true) {
-      zo_tarvel::StartTarvelEnvironment(SettingsOfTest());
-      zo_tarvel::ExitTarvelEnvironment(0);
+      StartTarvelEnvironment(SettingsOfTest());
+      ExitTarvelEnvironment(0);
     }
   } else if (how == "exit in a callback") {
     service->PostTask([] { std::exit(0); });
-    WaitForTheEnd();
+    pause();
   } else if (how == "exit in a callback that an exit waits for") {
-    std::atomic<bool> entered{false};
-    service->PostTask([&entered, storage = zo_tarvel::GetStorage()] {
-      entered = true;
+    service->PostTask([&done, storage = GetStorage()] {
+      done = true;
       while (!storage->gate.exit_in_progress()) std::this_thread::yield();
       std::exit(0);
     });
-    while (!entered) std::this_thread::yield();
-    zo_tarvel::ExitTarvelEnvironment(1);
-    WaitForTheEnd();
+    Await(done);
+    ExitTarvelEnvironment(1);
+    pause();
   } else if (how == "environment exit in a callback") {
-    std::atomic<bool> done{false};
     service->PostTask([&done] {
-      zo_tarvel::ExitTarvelEnvironment(1);
+      ExitTarvelEnvironment(1);
       Tell("environment down");
       done = true;
     });
-    while (!done) std::this_thread::yield();
+    Await(done);
   } else if (how == "children forked off while it logs") {
     ForkChildren(0, [] { ZO_LOG << "parent"; });
   } else if (how == "children forked off while exports are called") {
-    zo_tarvel::ExitTarvelEnvironment(1);
+    ExitTarvelEnvironment(1);
     ForkChildren(1, [] {
-      zo_tarvel::ExitTarvelEnvironment(zo_tarvel::GetTarvelObject(1) == nullptr ? 1 : 0);
-      zo_tarvel::TarvelExceptionDataToJsonString({});
+      ExitTarvelEnvironment(GetTarvelObject(1) == nullptr ? 1 : 0);
+      TarvelExceptionDataToJsonString({});
     });
   } else if (how == "exit in the log function") {
-    EndInTheLogFunction();
+    EndInTheLogFunction(service);
   } else if (how != "return") {
     Tell("unknown ending");
   }
   Tell("client returns");
 }
 
-int main(int, char** argv) { RunClient(argv[1]); }
+}  // namespace zo_tarvel
+
+int main(int, char** argv) { zo_tarvel::RunClient(argv[1]); }

@@ -1,5 +1,5 @@
-// Loads an image, runs its client if it has one, unloads it, and tells whether it has gone. As
-// often as asked. Usage: loader IMAGE ROUNDS [ENDING]
+// Loads an image, runs its client if an ending is named, unloads it, and prints whether it has
+// gone. Usage: loader IMAGE ROUNDS [ENDING]
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -16,15 +16,14 @@ int CountFreeThreadLocalKeys() {
   return static_cast<int>(taken.size());
 }
 
+// Returns whether the image has gone.
 bool LoadRunUnload(const char* image, const char* ending) {
   void* handle = dlopen(image, RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
     std::puts(dlerror());
     return false;
   }
-  if (ending != nullptr) {
-    reinterpret_cast<void (*)(const char*)>(dlsym(handle, "RunClient"))(ending);
-  }
+  if (ending) reinterpret_cast<void (*)(const char*)>(dlsym(handle, "RunClient"))(ending);
   dlclose(handle);
   return dlopen(image, RTLD_NOW | RTLD_NOLOAD) == nullptr;
 }

@@ -14,8 +14,8 @@
 
 #include "tarvel/environment/configuration/environment_config.h"
 #include "tarvel/environment/environment_manager_storage.h"
-#include "tarvel/environment/lbs_service_factory.h"
 #include "tarvel/environment/tarvel_object_impl.h"
+#include "tests/support/event.h"
 #include "tests/support/fake_lbs_service.h"
 #include "tests/support/test_settings.h"
 
@@ -28,9 +28,12 @@ class EnvironmentTest : public ::testing::Test {
  protected:
   EnvironmentTest() { FakeLBSService::Install(); }
   ~EnvironmentTest() override {
-    while (storage_->started) ExitTarvelEnvironment(0);
+    ExitFully();
     EXPECT_EQ(storage_->start_count, 0);
-    SetLBSServiceFactory(nullptr);
+  }
+
+  void ExitFully() {
+    while (storage_->started) ExitTarvelEnvironment(0);
   }
 
   // Starts an environment with a service, and runs `callback` on the service's thread.
@@ -42,7 +45,7 @@ class EnvironmentTest : public ::testing::Test {
   const std::shared_ptr<EnvironmentManagerStorage> storage_ = GetStorage();
 };
 
-TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsAStartAfterTheObjectWasGivenUp) {
+TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsWithoutItsObject) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   ExitTarvelEnvironment(1);  // Without a start: not counted.
   for (int life = 0; life < 2; ++life) {
@@ -57,16 +60,15 @@ TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsAStartAfterTheObjectWasGiven
     EXPECT_EQ(GetTarvelObject(0), nullptr);
     ExitTarvelEnvironment(1);  // Gives up the object, and the environment stays.
     EXPECT_EQ(GetTarvelObject(1), nullptr);
-    EXPECT_TRUE(storage_->started && !storage_->config->IsExiting());
+    const auto config = storage_->config;
+    EXPECT_TRUE(storage_->started && !config->IsExiting());
     EXPECT_DEATH(StartTarvelEnvironment(TestSettings()), "");
-    const auto late_holder = storage_->config;
     ExitTarvelEnvironment(0);
-    EXPECT_FALSE(storage_->started);
-    EXPECT_TRUE(late_holder->IsExiting());
+    EXPECT_TRUE(!storage_->started && config->IsExiting());
   }
 }
 
-TEST_F(EnvironmentTest, MakesANewServiceAfterTheClientHasReleasedOneButNoneAfterItsOwnRelease) {
+TEST_F(EnvironmentTest, MakesANewServiceOnlyAfterTheClientReleasedTheOld) {
   StartTarvelEnvironment(TestSettings());
   auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
   const std::weak_ptr<zo_base::BaseThread> first =
@@ -88,51 +90,45 @@ TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
     RunOnServiceThread([&] {
       ExitTarvelEnvironment(1);
       EXPECT_FALSE(storage_->started);
-      id.set_value(starts_anew ? StartTarvelEnvironment(TestSettings()) : 0);
+      id.set_value(starts_anew ? StartTarvelEnvironment(TestSettings()) : 1);
     });
-    EXPECT_EQ(id.get_future().get(), starts_anew ? 1 : 0);
+    EXPECT_EQ(id.get_future().get(), 1);
     // The next life begins with the thread of the last one gone for good.
     EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-    while (storage_->started) ExitTarvelEnvironment(0);
+    ExitFully();
   }
 }
 
-TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForItWhateverItDoes) {
-  const auto release = [] {
-    if (IZOTarvelObject* object = GetTarvelObject(1)) object->ReleaseLBSService();
-  };
+TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForIt) {
   const std::pair<const char*, std::function<void()>> rows[] = {
-      {"releases its service", release},
+      {"releases its service", [] { GetTarvelObject(1)->ReleaseLBSService(); }},
       {"exits", [] { ExitTarvelEnvironment(1); }},
       {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
   for (const auto& [name, act] : rows) {
-    std::promise<void> entered, acted;
+    test_support::Event entered, acted;
     RunOnServiceThread([&, &act = act] {
-      entered.set_value();
+      entered.Set();
       while (!storage_->gate.exit_in_progress()) std::this_thread::yield();
       act();
-      acted.set_value();
+      acted.Set();
     });
-    entered.get_future().wait();
+    EXPECT_TRUE(entered.Await());
     ExitTarvelEnvironment(0);  // The object stays in the table while it is stopped.
-    EXPECT_EQ(acted.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready)
-        << name;
+    EXPECT_TRUE(acted.Await()) << name;
     EXPECT_FALSE(storage_->started);
   }
 }
 
-TEST_F(EnvironmentTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) {
+TEST_F(EnvironmentTest, CarriesExitsOfManyThreadsOutBeforeTheyReturn) {
   StartTarvelEnvironment(TestSettings());
   std::atomic<bool> done{false};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 2; ++i) {
-    threads.emplace_back([&] {
-      while (!done) {
-        StartTarvelEnvironment(TestSettings());
-        ExitTarvelEnvironment(0);
-      }
-    });
-  }
+  const auto start_and_exit = [&done] {
+    while (!done) {
+      StartTarvelEnvironment(TestSettings());
+      ExitTarvelEnvironment(0);
+    }
+  };
+  std::thread first(start_and_exit), second(start_and_exit);
   for (int round = 0; round < 2000; ++round) {
     storage_->objects.Insert(7, std::make_shared<ZOTarvelObjectImpl>(7));
     ++storage_->start_count;
@@ -140,11 +136,12 @@ TEST_F(EnvironmentTest, StartsAndExitsOfManyThreadsAreCarriedOutWhenTheyReturn) 
     ASSERT_EQ(GetTarvelObject(7), nullptr);
   }
   done = true;
-  for (auto& thread : threads) thread.join();
+  first.join();
+  second.join();
   EXPECT_EQ(storage_->start_count, 1);
 }
 
-TEST_F(EnvironmentTest, AnExitInTheMiddleOfAnExitOnTheSameThreadIsCarriedOutAfterIt) {
+TEST_F(EnvironmentTest, CarriesANestedExitOutAfterTheOuterOne) {
   for (int i = 0; i < 3; ++i) StartTarvelEnvironment(TestSettings());
   // The task never runs; its captures die on the thread that releases the service.
   std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) { ExitTarvelEnvironment(0); });
@@ -169,9 +166,10 @@ TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
   live();  // A sanitizer's own thread comes with the first one of the library.
   const auto before = threads();
   for (int life = 0; life < 300; ++life) live();
-  // One that was joined may be seen a little longer.
-  for (int i = 0; i < 1'000 && threads() > before; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  // The system may still list a joined thread for a moment.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (threads() > before && std::chrono::steady_clock::now() < deadline) {
+  }
   EXPECT_LE(threads(), before);
 }
 
@@ -184,56 +182,52 @@ std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& s
 TEST(EnvironmentConfigTest, CleansTheTimeouts) {
   const struct {
     const char* name;
-    int timeout, prefail;
-    int cleaned_timeout, cleaned_prefail;
-  } rows[] = {{"zero keeps both defaults", 0, 5000, 7000, 2000},
-              {"negative keeps both defaults", INT32_MIN, INT32_MIN, 7000, 2000},
-              {"too long is lowered", INT32_MAX, INT32_MAX, 30000, 29920},
-              {"prefail equal to time-out", 5000, 5000, 5000, 4920},
-              {"prefail compares with the cleaned time-out", 500, 999, 1000, 999},
-              {"prefail below its least", 1, 199, 1000, 200}};
+    RequestTimeouts given, cleaned;
+  } rows[] = {{"zero keeps both defaults", {0, 5000}, {7000, 2000}},
+              {"negative keeps both defaults", {INT32_MIN, INT32_MIN}, {7000, 2000}},
+              {"too long is lowered", {INT32_MAX, INT32_MAX}, {30000, 29920}},
+              {"prefail equal to time-out", {5000, 5000}, {5000, 4920}},
+              {"prefail compares with the cleaned time-out", {500, 999}, {1000, 999}},
+              {"prefail below its least", {1, 199}, {1000, 200}}};
   for (const auto& row : rows) {
     _ZOTarvelEnvironmentSettings settings;
-    settings.single_request_timeout = row.timeout;
-    settings.single_request_prefail_timeout = row.prefail;
+    settings.single_request_timeout = row.given.timeout;
+    settings.single_request_prefail_timeout = row.given.prefail_timeout;
     const auto config = Loaded(settings);
-    EXPECT_EQ(config->single_request_timeout(), row.cleaned_timeout) << row.name;
-    EXPECT_EQ(config->single_request_prefail_timeout(), row.cleaned_prefail) << row.name;
+    EXPECT_EQ(config->single_request_timeout(), row.cleaned.timeout) << row.name;
+    EXPECT_EQ(config->single_request_prefail_timeout(), row.cleaned.prefail_timeout) << row.name;
   }
 }
 
 // The digests are those of md5sum.
-#define IM_G1 "tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/"
-#define SHOP "tarvel_comp/fb54f3c5992b96d001bb16e8e92d968d/"
+#define IM_G1 "/tarvel_comp/d6f07bc61ae1384e48a8edaab463328b/"
+#define SHOP "/tarvel_comp/fb54f3c5992b96d001bb16e8e92d968d/"
+#define FULL "/tarvel_comp/9d84d8f1e8ef5d4a4a47dd1eee481831/"
 
-TEST(EnvironmentConfigTest, DerivesADirectoryPerBusinessFromTextsThatMayFillTheirArrays) {
+TEST(EnvironmentConfigTest, DerivesADirectoryPerBusinessEvenFromFullArrays) {
+  const std::string full_path(1024, 'l');
   const struct {
-    const char *business_type, *appdata_path, *log_path;
-    const char *appdata_directory, *log_directory;
-  } rows[] = {{"", "/data", "/log", "/data/" IM_G1, "/log/" IM_G1},
-              {"shop", "", "/log/", "/log/" SHOP, "/log/" SHOP},
-              {"shop", "C:\\app\\data\\", "", "C:/app/data/" SHOP, "C:/app/data/" SHOP},
-              {"shop", "", "", "/" SHOP, "/" SHOP}};
+    std::string business_type, appdata_path, log_path;
+    std::string appdata_directory, log_directory;
+  } rows[] = {{"", "/data", "/log", "/data" IM_G1, "/log" IM_G1},
+              {"shop", "", "/log/", "/log" SHOP, "/log" SHOP},
+              {"shop", "C:\\app\\data\\", "", "C:/app/data" SHOP, "C:/app/data" SHOP},
+              {"shop", "", "", SHOP, SHOP},
+              {std::string(32, 't'), "", full_path, full_path + FULL, full_path + FULL}};
   for (const auto& row : rows) {
     _ZOTarvelEnvironmentSettings settings;
-    std::strcpy(settings.business_type, row.business_type);
-    std::strcpy(settings.appdata_path, row.appdata_path);
-    std::strcpy(settings.log_path, row.log_path);
+    row.business_type.copy(settings.business_type, sizeof settings.business_type);
+    row.appdata_path.copy(settings.appdata_path, sizeof settings.appdata_path);
+    row.log_path.copy(settings.log_path, sizeof settings.log_path);
+    std::memset(settings.business_token, 'k', sizeof settings.business_token);
     const auto config = Loaded(settings);
     EXPECT_EQ(config->appdata_path(), row.appdata_directory);
     EXPECT_EQ(config->log_path(), row.log_directory);
+    EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
   }
-  _ZOTarvelEnvironmentSettings settings;
-  std::memset(settings.business_type, 't', sizeof settings.business_type);
-  std::memset(settings.business_token, 'k', sizeof settings.business_token);
-  std::memset(settings.log_path, 'l', sizeof settings.log_path);
-  const auto config = Loaded(settings);
-  EXPECT_EQ(config->business_type(), std::string(32, 't'));
-  EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
-  EXPECT_EQ(config->log_path().find("/tarvel_comp/"), 1024u);
 }
 
-TEST(EnvironmentConfigTest, TellsOfATokenOnlyWhenItDiffersAndOfAFamilyOnlyWhenAsked) {
+TEST(EnvironmentConfigTest, SignalsANewTokenAndAFamilyOnlyWhenAsked) {
   const auto config = Loaded({});
   std::vector<std::string> told;
   config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {

@@ -38,19 +38,15 @@ std::int32_t GetExceptionCategory(std::int32_t code) {
 }
 
 TarvelExceptionData PublicRecordOf(const ExceptionDataDetails& details, std::string user_info) {
-  TarvelExceptionData data;
-  data.user_info = std::move(user_info);
-  data.process_id = details.process_id;
-  data.action = details.action;
-  data.duration = details.duration;
-  data.start_time = details.start_time;
-  data.state = details.state;
-  data.exception_service = details.exception_service;
-  for (const auto& entry : details.extension) {
-    data.extension.push_back(
-        {entry.operation_type, entry.target, entry.code, entry.description, entry.context});
-  }
-  return data;
+  return {.user_info = std::move(user_info),
+          .reserved_info = {},
+          .process_id = details.process_id,
+          .action = details.action,
+          .duration = details.duration,
+          .start_time = details.start_time,
+          .state = details.state,
+          .exception_service = details.exception_service,
+          .extension = details.extension};
 }
 
 std::string ExceptionDataToJson(const TarvelExceptionData& data) {

@@ -9,14 +9,8 @@
 
 namespace zo_tarvel {
 
-// One failed sub request, as the library keeps it.
-struct ExceptionDataExtension {
-  std::int32_t operation_type = 0;
-  std::string target;
-  std::int32_t code = 0;
-  std::string description;
-  std::string context;
-};
+// One failed sub request, as the client sees it too.
+using ExceptionDataExtension = TarvelExceptionExtension;
 
 // An exception record on its way to the client, with the fields of TarvelExceptionData. Once
 // filled, it is shared between threads and only read.

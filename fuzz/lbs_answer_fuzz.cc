@@ -24,29 +24,28 @@ void Require(bool holds, const char* what) {
   std::abort();
 }
 
-void CheckAddress(const std::string& text) {
-  Require(!text.empty(), "no address is empty");
-  const LinkAddress address = SplitLinkAddress(text);
+void CheckAddress(const LinkAddress& address) {
+  Require(!address.text.empty() && !address.host.empty(), "no address is empty");
   Require(address.host.size() < kLinkAddressBufferSize, "the host fits its buffer");
   Require(address.port >= 0 && address.port <= 65'535, "the port is one");
   auto family = zo_net::kAddressFamilyAny;
   WQBASE::network::GetIPFamily(address.host, family);
   Require(static_cast<std::int32_t>(address.family) == family, "the family is the host's");
-  Require(FamilyOfLinkAddress(text) == address.family, "both ways give one family");
 }
 
 // One pass of a chooser through `list`.
-void CheckPass(const std::vector<std::string>& list, std::int32_t family) {
+void CheckPass(const std::vector<LinkAddress>& list, std::int32_t family) {
   HostChooser chooser("4:4", "6:6", -1);
   chooser.ResetHosts(list);
   std::string host;
-  for (const std::string& expected : list) {
-    const std::int32_t own = FamilyOfLinkAddress(expected);
+  for (const LinkAddress& expected : list) {
+    const std::int32_t own = expected.family;
     if (family != 0 && own != 0 && own != family) continue;
-    Require(!chooser.GetHost(family, host) && host == expected, "the next suitable address");
+    Require(!chooser.GetHost(family, host) && host == expected.text, "the next suitable address");
   }
   Require(chooser.GetHost(family, host) && host == (family == 2 ? "6:6" : "4:4"), "a default");
-  Require(chooser.GetCurrentHost() == (list.empty() ? "" : list.front()), "the list begins anew");
+  Require(chooser.GetCurrentHost() == (list.empty() ? "" : list.front().text),
+          "the list begins anew");
 }
 
 void CheckTexts(const LBSAnswer& answer) {
@@ -63,17 +62,15 @@ void CheckTexts(const LBSAnswer& answer) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string rsp(reinterpret_cast<const char*>(data), size);
-  std::string error;
-  const bool usable = CheckLBSAnswer(rsp, error);
-  Require(usable == error.empty(), "a refusal says why");
-  const auto answer = ReadLBSAnswer(rsp);
+  const auto [answer, error] = ParseLBSAnswer(rsp);
+  const bool usable = error.empty();
   Require(!usable || (answer && !answer->link.empty() && !answer->default_link.empty() &&
                       !answer->lbs.empty()),
           "a usable answer has all that is needed");
   if (!answer) return 0;
   CheckTexts(*answer);
   for (const auto* list : {&answer->link, &answer->default_link}) {
-    for (const std::string& text : *list) CheckAddress(text);
+    for (const LinkAddress& address : *list) CheckAddress(address);
     for (const std::int32_t family : {0, 1, 2}) CheckPass(*list, family);
   }
   return 0;

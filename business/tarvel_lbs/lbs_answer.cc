@@ -2,11 +2,10 @@
 
 #include <tarvel/tarvel.h>
 
-#include <algorithm>
+#include <utility>
 
 #include "base/process/steady_time.h"
 #include "base/text/utf8.h"
-#include "business/tarvel_lbs/link_address.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
@@ -16,42 +15,33 @@ using zo_base::kMillisecondsPerSecond;
 using zo_base::json11::Json;
 
 constexpr char kCommon[] = "common";
-constexpr char kLink[] = "link";
-constexpr char kDefaultLinks[] = "link.default";
-constexpr char kLBS[] = "lbs";
 
 // Life time of an answer that names none, in seconds: two or three refreshes a day.
 constexpr std::int64_t kDefaultTtl = 43'200;
 
-// Of each list of an answer: more than a client tries. All could be a million, which every start
-// would read back, and every question for a family may have to walk along.
+// Of each list of an answer: more than a client attempts. A million would slow down every start and
+// every question for one family.
 constexpr std::size_t kMostLinks = 10'000;
 
 bool Has(const Json& object, const char* key) { return object.object_items().count(key) != 0; }
 
-bool CanBeUsed(const Json& link) { return CanBeLinkAddress(link.string_value()); }
-
-std::vector<std::string> ReadLinks(const Json& list) {
-  std::vector<std::string> links;
+std::vector<LinkAddress> ReadLinks(const Json& list) {
+  std::vector<LinkAddress> links;
   for (const Json& item : list.array_items()) {
     if (links.size() == kMostLinks) break;
-    if (CanBeUsed(item)) links.push_back(item.string_value());
+    LinkAddress address = SplitLinkAddress(item.string_value());
+    if (IsUsable(address)) links.push_back(std::move(address));
   }
   return links;
 }
 
-bool HasLinks(const Json& list) {
-  const auto& items = list.array_items();
-  return std::any_of(items.begin(), items.end(), CanBeUsed);
-}
-
-// Bytes that are no UTF-8 could never be saved, and would keep all later answers from it as well.
+// Bytes that are no UTF-8 make the whole file impossible to save, also for later answers.
 std::string ReadText(const Json& value) {
   const std::string& text = value.string_value();
   return zo_base::IsUtf8(text) ? text : std::string();
 }
 
-// The JSON text of whatever stands there. It can be longer than the answer.
+// The JSON text of a member of any type. It can be longer than the answer.
 std::string ReadJsonText(const Json& object, const char* key) {
   if (!Has(object, key)) return std::string();
   std::string text = object[key].dump();
@@ -84,28 +74,11 @@ StatisticSettings ReadReport(const Json& report) {
   return settings;
 }
 
-const char* FindFault(const Json& answer) {
-  const Json& common = answer[kCommon];
-  if (answer.is_null()) return "json parse error";
-  if (!common.is_object()) return "json common not find or not object";
-  if (!HasLinks(common[kLink])) return "json common link error";
-  if (!HasLinks(common[kDefaultLinks])) return "json common default link error";
-  if (ReadText(common[kLBS]).empty()) return "json common lbs url error";
-  return nullptr;
-}
-
-}  // namespace
-
-std::optional<LBSAnswer> ReadLBSAnswer(const std::string& rsp) {
-  std::string error;
-  const Json json = Json::parse(rsp, error);
-  if (!Has(json, kCommon)) return std::nullopt;
-  const Json& common = json[kCommon];
-
+LBSAnswer ReadCommon(const Json& common) {
   LBSAnswer answer;
-  answer.link = ReadLinks(common[kLink]);
-  answer.default_link = ReadLinks(common[kDefaultLinks]);
-  answer.lbs = ReadText(common[kLBS]);
+  answer.link = ReadLinks(common["link"]);
+  answer.default_link = ReadLinks(common["link.default"]);
+  answer.lbs = ReadText(common["lbs"]);
   answer.lbs_backup = ReadBackupLBS(common["lbs.backup"]);
   answer.zeb_dl = ReadText(common["zebdl"]);
   answer.zeb_dl_list = ReadJsonText(common, "zebdls");
@@ -120,11 +93,25 @@ std::optional<LBSAnswer> ReadLBSAnswer(const std::string& rsp) {
   return answer;
 }
 
-bool CheckLBSAnswer(const std::string& rsp, std::string& error) {
+// Empty when nothing is missing.
+const char* FindFault(const LBSAnswer& answer) {
+  if (answer.link.empty()) return "json common link error";
+  if (answer.default_link.empty()) return "json common default link error";
+  return answer.lbs.empty() ? "json common lbs url error" : "";
+}
+
+}  // namespace
+
+ParsedLBSAnswer ParseLBSAnswer(const std::string& rsp) {
   std::string parse_error;
-  const char* const fault = FindFault(Json::parse(rsp, parse_error));
-  if (fault != nullptr) error = fault;
-  return fault == nullptr;
+  const Json json = Json::parse(rsp, parse_error);
+  if (json.is_null()) return {std::nullopt, "json parse error"};
+  const Json& common = json[kCommon];
+  ParsedLBSAnswer parsed;
+  if (Has(json, kCommon)) parsed.answer = ReadCommon(common);
+  parsed.error =
+      common.is_object() ? FindFault(*parsed.answer) : "json common not find or not object";
+  return parsed;
 }
 
 std::vector<std::string> ReadBackupLBS(const Json& list) {

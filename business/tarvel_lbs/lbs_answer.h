@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/json/json11.h"
+#include "business/tarvel_lbs/link_address.h"
 #include "tarvel/environment/configuration/environment_config.h"
 
 namespace zo_tarvel {
@@ -14,11 +15,11 @@ namespace zo_tarvel {
 // The "desc" of an answer that the client has given itself.
 inline constexpr char kGeneratedLocally[] = "generated locally";
 
-// What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. All that
-// is kept is UTF-8, and of an answer that fits the client's buffer each text does so as well.
+// What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. All
+// texts are UTF-8. If the answer fits the client's buffer, so does each of its texts.
 struct LBSAnswer {
-  std::vector<std::string> link;          // Without what can't be an address; 10,000 at most.
-  std::vector<std::string> default_link;  // Likewise.
+  std::vector<LinkAddress> link;          // Only usable ones, 10,000 at most.
+  std::vector<LinkAddress> default_link;  // Likewise.
   std::string lbs;
   std::vector<std::string> lbs_backup;
   std::string zeb_dl;
@@ -31,13 +32,16 @@ struct LBSAnswer {
   StatisticSettings report;
 };
 
-// Returns nullopt unless the text is an object with a "common" member. Missing or mistyped members
-// keep their defaults.
-std::optional<LBSAnswer> ReadLBSAnswer(const std::string& rsp);
+struct ParsedLBSAnswer {
+  // Nullopt unless the text is an object with a "common" member. Missing or mistyped members keep
+  // their defaults.
+  std::optional<LBSAnswer> answer;
+  // Empty when the answer has link addresses and an LBS URL, as one of the server must. The
+  // client's own answer counts all the same.
+  std::string error;
+};
 
-// Whether an answer can be used: it has link addresses and an LBS URL. What is wrong goes to
-// `error`, which otherwise stays as it is.
-bool CheckLBSAnswer(const std::string& rsp, std::string& error);
+ParsedLBSAnswer ParseLBSAnswer(const std::string& rsp);
 
 // The backup URLs in a JSON array, in their order. Of more than kMostBackupLBS the first ones: each
 // may have to be waited for.

@@ -98,7 +98,9 @@ bool LBSResponse::GenerateLocalResponse(const LBSSettings& settings, bool save) 
 }
 
 bool LBSResponse::CheckResponse(const std::string& text, std::string& error) const {
-  return CheckLBSAnswer(text, error);
+  const std::string fault = ParseLBSAnswer(text).error;
+  if (!fault.empty()) error = fault;
+  return fault.empty();
 }
 
 bool LBSResponse::SetResponse(const std::string& rsp, const std::string& root_addr,

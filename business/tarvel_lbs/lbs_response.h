@@ -45,7 +45,7 @@ class LBSResponse : public EnvironmentConfigGetterBase {
   // Builds an already expired answer from the settings, for a client that never reached the server.
   // Always returns true.
   bool GenerateLocalResponse(const LBSSettings& settings, bool save);
-  // See CheckLBSAnswer.
+  // Whether a text is an answer that can be used; if not, `error` says why. See ParsedLBSAnswer.
   bool CheckResponse(const std::string& text, std::string& error) const;
 
   bool SetResponse(const std::string& rsp, const std::string& root_addr,

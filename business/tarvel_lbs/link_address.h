@@ -7,20 +7,17 @@
 
 namespace zo_tarvel {
 
-// The parts of a link address "host:port".
+// A link address "host:port" with its parts. A plain value.
 struct LinkAddress {
+  std::string text;
   std::string host;       // As it is written, an IPv6 address in its brackets.
-  std::int32_t port = 0;  // 0 to 65535; 0 when there is none, and for one that can't be.
-  EMAddressFamily family = kEMAddressFamilyAny;  // Of an IP literal; of a name, any.
+  std::int32_t port = 0;  // 0 to 65535; 0 also for a port that is missing or out of range.
+  EMAddressFamily family = kEMAddressFamilyAny;  // Of an IP literal. Of a name, any.
 };
 
 LinkAddress SplitLinkAddress(const std::string& text);
 
-// The family alone.
-EMAddressFamily FamilyOfLinkAddress(const std::string& text);
-
-// False for a text without a host, and for one that is too long for a host, which wouldn't fit a
-// client's buffer, and a port.
-bool CanBeLinkAddress(const std::string& text);
+// Whether the address has a host, and one that fits the client's buffer.
+bool IsUsable(const LinkAddress& address);
 
 }  // namespace zo_tarvel

@@ -21,7 +21,7 @@ bool ZOTarvelLBSServiceImpl::ParseLBSResponse(const std::string& rsp, const std:
   ZO_LOG << "[lbs]ParseLBSResponse rsp:\r\n--------------------------\r\n"
          << rsp << "\r\n--------------------------";
   if (rsp.empty()) return false;
-  const auto answer = ReadLBSAnswer(rsp);
+  const auto answer = ParseLBSAnswer(rsp).answer;
   if (!answer) {
     ZO_LOG << "[lbs]ParseLBSResponse parsel result = false,use old rsp as active lbs";
     return false;

@@ -45,11 +45,10 @@ bool ZOTarvelLBSServiceImpl::GetLinkAddress(char* addr, std::int32_t* port,
   if (!IsInitd("get link address")) return false;
   const std::int32_t wish = family == nullptr ? kEMAddressFamilyAny : *family;
   ZO_LOG << "[lbs] Get link address addr_family = " << wish;
-  std::string text;
+  LinkAddress address;
   const auto chooser = LinkChooser();
-  const bool use_default = chooser == nullptr || chooser->GetHost(wish, text);
-  ZO_LOG << "[lbs] Get link address " << text << " use default:" << TextOf(use_default);
-  const LinkAddress address = SplitLinkAddress(text);
+  const bool use_default = chooser == nullptr || chooser->GetHost(wish, address);
+  ZO_LOG << "[lbs] Get link address " << address.text << " use default:" << TextOf(use_default);
   HandOut(address, addr, port, family);
   LogAddress(address, addr != nullptr);
   if (use_default) {
@@ -64,9 +63,9 @@ bool ZOTarvelLBSServiceImpl::GetCurrentLinkAddress(char* addr, std::int32_t* por
   const LibraryCall call;
   if (!IsInitd("get current link address")) return false;
   const auto chooser = LinkChooser();
-  const std::string text = chooser == nullptr ? std::string() : chooser->GetCurrentHost();
-  if (text.empty()) return false;
-  HandOut(SplitLinkAddress(text), addr, port, family);
+  const LinkAddress address = chooser == nullptr ? LinkAddress() : chooser->GetCurrentAddress();
+  if (address.text.empty()) return false;
+  HandOut(address, addr, port, family);
   return true;
 }
 

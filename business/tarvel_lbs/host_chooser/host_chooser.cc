@@ -1,32 +1,27 @@
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/log/log.h"
-#include "business/tarvel_lbs/link_address.h"
 
 namespace zo_tarvel {
 namespace {
 
 using zo_base::MutexLock;
 
-// A list is logged at every question. Its length is the server's choice, so only so many addresses
-// are shown: what one question costs doesn't depend on that choice.
+// Each question logs the list. The server chooses its length, so only this many addresses are
+// shown: the cost of a question must not depend on the server.
 constexpr std::size_t kMostLoggedHosts = 100;
 
-bool IsOneFamily(std::int32_t family) {
-  return family == kEMAddressFamilyIPv4 || family == kEMAddressFamilyIPv6;
-}
-
-// Names suit every family.
-bool Suits(const std::string& address, std::int32_t family) {
-  const std::int32_t own = FamilyOfLinkAddress(address);
-  return own == kEMAddressFamilyAny || own == family;
+bool Suits(const LinkAddress& address, std::int32_t family) {
+  const bool one_family = family == kEMAddressFamilyIPv4 || family == kEMAddressFamilyIPv6;
+  return !one_family || address.family == kEMAddressFamilyAny || address.family == family;
 }
 
 }  // namespace
 
-bool HostChooser::GetHost(std::int32_t family, std::string& out) {
+bool HostChooser::GetHost(std::int32_t family, LinkAddress& out) {
   LogHosts("GetHost Hosts");
   MutexLock hold(lock);
   if (TakeNextOf(family, out)) return false;
@@ -35,28 +30,35 @@ bool HostChooser::GetHost(std::int32_t family, std::string& out) {
   return true;
 }
 
-bool HostChooser::TakeNextOf(std::int32_t family, std::string& out) {
+bool HostChooser::GetHost(std::int32_t family, std::string& out) {
+  LinkAddress address;
+  const bool use_default = GetHost(family, address);
+  out = std::move(address.text);
+  return use_default;
+}
+
+bool HostChooser::TakeNextOf(std::int32_t family, LinkAddress& out) {
   while (current_index < hosts.size()) {
-    const std::string& host = hosts[current_index++];
-    if (IsOneFamily(family) && !Suits(host, family)) continue;
+    const LinkAddress& host = hosts[current_index++];
+    if (!Suits(host, family)) continue;
     out = host;
     return true;
   }
   return false;
 }
 
-const std::string& HostChooser::DefaultOf(std::int32_t family) const {
+const LinkAddress& HostChooser::DefaultOf(std::int32_t family) const {
   if (family == kEMAddressFamilyIPv4) return default_host;
   if (family == kEMAddressFamilyIPv6) return default_host_ipv6;
   // A name works on every network, a literal on one kind only.
-  const bool only_ipv6_is_name = FamilyOfLinkAddress(default_host) != kEMAddressFamilyAny &&
-                                 FamilyOfLinkAddress(default_host_ipv6) == kEMAddressFamilyAny;
+  const bool only_ipv6_is_name =
+      default_host.family != kEMAddressFamilyAny && default_host_ipv6.family == kEMAddressFamilyAny;
   return only_ipv6_is_name ? default_host_ipv6 : default_host;
 }
 
-std::string HostChooser::GetCurrentHost() const {
+LinkAddress HostChooser::GetCurrentAddress() const {
   MutexLock hold(lock);
-  return current_index < hosts.size() ? hosts[current_index] : std::string();
+  return current_index < hosts.size() ? hosts[current_index] : LinkAddress();
 }
 
 std::int32_t HostChooser::GetHostCount() const {
@@ -65,15 +67,16 @@ std::int32_t HostChooser::GetHostCount() const {
 }
 
 void HostChooser::SetDefaultHost(std::int32_t family, const std::string& host) {
+  const LinkAddress address = SplitLinkAddress(host);
   MutexLock hold(lock);
-  if (family == kEMAddressFamilyAny || family == kEMAddressFamilyIPv4) default_host = host;
-  if (family == kEMAddressFamilyAny || family == kEMAddressFamilyIPv6) default_host_ipv6 = host;
+  if (family == kEMAddressFamilyAny || family == kEMAddressFamilyIPv4) default_host = address;
+  if (family == kEMAddressFamilyAny || family == kEMAddressFamilyIPv6) default_host_ipv6 = address;
 }
 
-void HostChooser::ResetHosts(const std::vector<std::string>& list) {
+void HostChooser::ResetHosts(std::vector<LinkAddress> list) {
   {
     MutexLock hold(lock);
-    hosts = list;
+    hosts.swap(list);
     current_index = 0;
   }
   LogHosts("Reset Hosts");
@@ -90,7 +93,7 @@ void HostChooser::LogHosts(const char* operation) const {
     size = hosts.size();
     index = current_index;
     const std::size_t shown = std::min(size, kMostLoggedHosts);
-    for (std::size_t i = 0; i < shown; ++i) list.append(hosts[i]).append("\r\n");
+    for (std::size_t i = 0; i < shown; ++i) list.append(hosts[i].text).append("\r\n");
     if (shown < size) list += "...\r\n";
   }
   ZO_LOG << operation << " size:" << size << " current index :" << index << "\r\n"

@@ -1,6 +1,7 @@
 #include "business/tarvel_lbs/count_timer_invoker.h"
 
 #include "base/log/log.h"
+#include "base/object/weakly.h"
 #include "base/text/text_of.h"
 
 namespace zo_tarvel {
@@ -9,17 +10,6 @@ using zo_base::MutexLock;
 using zo_base::Task;
 using zo_base::TaskThread;
 using zo_base::TextOf;
-
-std::shared_ptr<CountTimerInvoker> CountTimerInvoker::Create(
-    std::int32_t times, std::int32_t time_ms, const std::shared_ptr<TaskThread>& thread) {
-  std::shared_ptr<CountTimerInvoker> invoker(new CountTimerInvoker(times, time_ms, thread),
-                                             [](CountTimerInvoker* unowned) {
-                                               unowned->Stop();
-                                               delete unowned;
-                                             });
-  invoker->self = invoker;
-  return invoker;
-}
 
 CountTimerInvoker::CountTimerInvoker(std::int32_t times, std::int32_t time_ms,
                                      const std::shared_ptr<TaskThread>& thread)
@@ -58,10 +48,8 @@ void CountTimerInvoker::Gather(const Task& requested) {
   // request without one.
   const std::int32_t before = count.fetch_add(1);
   if (before == 0) {
-    const auto on_time_out = [weak = self] {
-      if (const auto living = weak.lock()) living->OnTimeOut();
-    };
-    timer.Start(time_ms, on_time_out, 0);
+    const auto on_time_out = [](CountTimerInvoker& self) { self.OnTimeOut(); };
+    timer.Start(time_ms, zo_base::Weakly(shared_from_this(), on_time_out), 0);
   }
   if (before + 1 < times) return;
   ZO_LOG << "[count timer invoker][times] Invoke task";

@@ -18,7 +18,6 @@ using zo_base::ReadNumber;
 using zo_base::json11::Json;
 using zo_base::json11::ToJson;
 
-// No family.
 constexpr std::int32_t kUnknownFamily = -1;
 
 std::string LocalAnswer(const LBSSettings& settings) {
@@ -60,7 +59,7 @@ bool LBSResponse::Init(const LBSSettings& settings) {
   std::string error;
   const bool usable =
       LoadCache(settings) && CheckCache(settings) && CheckResponse(store.Get(lbs_key::kRsp), error);
-  // What can't be read just now may be a good answer, for the next start.
+  // A file that can't be read just now may hold a good answer for the next start.
   return usable || GenerateLocalResponse(settings, store.was_read());
 }
 
@@ -68,7 +67,7 @@ bool LBSResponse::LoadCache(const LBSSettings&) {
   const auto config = GetEnvironmentConfig();
   if (config == nullptr) return false;
   const std::string directory = config->appdata_path() + "lbs/";
-  std::error_code ignored;  // A directory that can't be made shows in the file that isn't there.
+  std::error_code ignored;  // Without the directory the load finds no file.
   zo_base::filesystem::create_directories(directory, ignored);
   store.Load(directory + "lbs.data");
   return !store.Get(lbs_key::kRsp).empty() && !store.Get(lbs_key::kRootAddr).empty() &&
@@ -78,18 +77,18 @@ bool LBSResponse::LoadCache(const LBSSettings&) {
 // An answer for any family suits every one.
 bool LBSResponse::CheckCache(const LBSSettings& settings) const {
   const std::int32_t cached = ReadNumber(GetIPVersion(), kUnknownFamily);
-  if (settings.addr_family != kEMAddressFamilyAny && cached != kEMAddressFamilyAny &&
-      settings.addr_family != cached) {
+  const std::int32_t family = settings.addr_family;
+  if (family != kEMAddressFamilyAny && cached != kEMAddressFamilyAny && family != cached) {
     ZO_LOG << "[lbs] Load lbs cache address family changed check fail cache :" << cached
-           << "  setting :" << settings.addr_family;
+           << "  setting :" << family;
     return false;
   }
   return store.Get(lbs_key::kRootAddr) == settings.lbs_main_addr;
 }
 
 bool LBSResponse::GenerateLocalResponse(const LBSSettings& settings, bool save) {
-  // Only in memory: whoever reads the file finds the old answer or the new one. And the file isn't
-  // read back, since another process may have written it meanwhile.
+  // Clear only the memory: a reader of the file finds the old answer or the new one. Don't read the
+  // file back: another process may have written it meanwhile.
   store.Clear(false);
   SetResponse(LocalAnswer(settings), settings.lbs_main_addr, std::to_string(settings.addr_family));
   store.Set(lbs_key::kRuntimeLBS, settings.lbs_main_addr);
@@ -119,9 +118,11 @@ void LBSResponse::SetBackupLBS(const std::vector<std::string>& list) {
   store.Set(lbs_key::kBackupAddr, ToJson(list).dump());
 }
 
-std::vector<std::string> LBSResponse::GetBackupLBS() const {
+std::vector<std::string> LBSResponse::GetLBSUrls() const {
   std::string error;
-  return ReadBackupLBS(Json::parse(store.Get(lbs_key::kBackupAddr), error));
+  auto urls = ReadBackupLBS(Json::parse(store.Get(lbs_key::kBackupAddr), error));
+  urls.insert(urls.begin(), store.Get(lbs_key::kRuntimeLBS));
+  return urls;
 }
 
 void LBSResponse::SetExpireTime(std::int64_t ms) {

@@ -2,6 +2,7 @@
 
 #include <tarvel/tarvel.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -12,10 +13,11 @@
 
 namespace zo_tarvel {
 
-// What the LBS service has made of the client's record. A plain value.
+// The client's record, cleaned. Constant after Assign but for the family, which follows the
+// network.
 struct LBSSettings {
-  // Takes over what `record` says, cleaned. `environment` gives the time-outs when the record has
-  // none; without one, the built-in ones stay.
+  // `environment` gives the time-outs when the record has none; without one, the built-in ones
+  // stay.
   void Assign(const _ZOTarvelLBSSettings& record, const _EnvironmentConfig* environment);
 
   // The values as log text.
@@ -27,7 +29,7 @@ struct LBSSettings {
   std::string default_link = kDefaultLink;
   std::string default_link_ipv6 = kDefaultLink;
   std::vector<std::string> link_list;
-  std::int32_t addr_family = kEMAddressFamilyIPv4;
+  std::atomic<std::int32_t> addr_family{kEMAddressFamilyIPv4};
   std::int32_t sreq_timeout_ms = RequestTimeouts().timeout;
   std::int32_t sreq_pred_fail_time_ms = RequestTimeouts().prefail_timeout;
   std::string def_lbs_host;

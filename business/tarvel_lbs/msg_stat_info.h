@@ -12,8 +12,6 @@ namespace zo_tarvel {
 struct MsgStatInfo {
   // One JSON object, with the one member "msg_stat_info".
   std::string ToJson() const;
-  // Members that are missing or no strings leave the field as it stands.
-  void FromJson(const std::string& text);
   // Long texts are cut.
   void FillRecord(_ZOTarvelMsgStatInfo& record) const;
 

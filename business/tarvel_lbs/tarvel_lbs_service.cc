@@ -1,11 +1,15 @@
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 
 #include <algorithm>
+#include <string>
 #include <string_view>
-#include <system_error>
+#include <utility>
 
 #include "base/log/log.h"
+#include "base/object/weakly.h"
 #include "base/process/forked_child.h"
+#include "base/text/text_of.h"
+#include "base/thread/library_call.h"
 #include "base/thread/thread_info.h"
 
 namespace zo_tarvel {
@@ -13,131 +17,104 @@ namespace {
 
 using zo_base::InForkedChild;
 using zo_base::LibraryCall;
-using zo_base::MutexLock;
-
-constexpr std::string_view kNotInited = "inited=false";
-
-// The service's requests for an update are gathered: this many, or for so many milliseconds.
-constexpr std::int32_t kGatheredUpdates = 3;
-constexpr std::int32_t kGatheringTime = 1'200;
+using zo_base::TextOf;
+using zo_base::Weakly;
 
 // The caller's buffer is zeroed, and as long as the interface says.
 void CopyOut(std::string_view text, char* out) {
   if (out != nullptr) std::copy(text.begin(), text.end(), out);
 }
 
+// Any of the pointers may be null.
+void HandOut(const LinkAddress& address, char* addr, std::int32_t* port, EMAddressFamily* family) {
+  CopyOut(address.host, addr);
+  if (port != nullptr) *port = address.port;
+  if (family != nullptr) *family = address.family;
+}
+
+const char* KindOf(EMAddressFamily family) {
+  if (family == kEMAddressFamilyIPv6) return "[lbs] Addr may be ipv6 ";
+  return family == kEMAddressFamilyIPv4 ? "[lbs] Addr may be ipv4 " : "[lbs] Addr may be domain ";
+}
+
+void LogAddress(const LinkAddress& address, bool has_buffer) {
+  const char* const shown = address.host.empty() ? "empty string !" : address.host.c_str();
+  ZO_LOG << KindOf(address.family) << (has_buffer ? shown : "null ptr !") << ":" << address.port;
+}
+
 }  // namespace
 
 ZOTarvelLBSServiceImpl::ZOTarvelLBSServiceImpl(zo_base::WallClock wall_clock)
-    : TaskThread("lbs service"), wall_clock(wall_clock), delay_timer(GetTaskLoop()) {}
+    : TaskThread("lbs service"), answer(settings, wall_clock), updater(*this, settings, answer) {}
 
-ZOTarvelLBSServiceImpl::~ZOTarvelLBSServiceImpl() {
-  for (auto& connection : connections) connection.disconnect();
+template <class F>
+bool ZOTarvelLBSServiceImpl::IsPutOff(F f) {
+  if (InForkedChild()) return true;
+  if (!zo_base::InLogFunction()) return false;
+  zo_base::RunAfterLibraryCall(Weakly(this, std::move(f)));
+  return true;
 }
 
 bool ZOTarvelLBSServiceImpl::Init(const _ZOTarvelLBSSettings& record) {
   const LibraryCall call;
   if (IsPutOff([record](auto& self) { self.Init(record); })) return true;
-  MutexLock hold(init_lock);
-  if (initd) {
-    EnsureThread();
-    return true;
+  zo_base::MutexLock hold(init_lock);
+  if (!updater.initd()) {
+    PrepInit(record);
+    Connect<>(zo_base::SIG_ThreadBegin,
+              Weakly(this, [](auto& self) { self.updater.OnThreadBegin(); }));
+    updater.SetInitd();
   }
-  PrepInit(record);
-  Connect<>(zo_base::SIG_ThreadBegin, Weakly([](auto& self) { self.OnOwnThreadBegin(); }));
-  // Before the thread begins: its first update comes to nothing as long as this isn't set.
-  initd = true;
-  EnsureThread();
+  updater.EnsureThread();
   return true;
-}
-
-// The service is there without its thread too, and each update asks for that again.
-void ZOTarvelLBSServiceImpl::EnsureThread() {
-  const std::string failure = StartIfPossible();
-  if (!failure.empty()) ZO_LOG << "lbs service thread failed:" << failure;
 }
 
 void ZOTarvelLBSServiceImpl::PrepInit(const _ZOTarvelLBSSettings& record) {
   const auto config = GetEnvironmentConfig();
   if (config) {
     config->SetAddressFamily(static_cast<zo_net::AddressFamily>(record.addr_family), false);
-    ConnectToConfig(*config);
   }
+  updater.Connect(config);
   settings.Assign(record, config.get());
-  addr_family = settings.addr_family;
   ZO_LOG << "[lbs] lbs config:\r\n" << settings.Dump();
-  response.SetEnvironmentConfig(config);
-  response.Init(settings);
-  ParseLBSResponse(response.store.Get(lbs_key::kRsp), response.GetIPVersion(), AnswerOrigin::kKept);
-}
-
-void ZOTarvelLBSServiceImpl::ConnectToConfig(_EnvironmentConfig& config) {
-  const std::weak_ptr<ZOTarvelLBSServiceImpl> weak = shared_from_this<ZOTarvelLBSServiceImpl>();
-  connections = {
-      config.Connect<zo_net::AddressFamily>(SIG_NetworkChanged,
-                                            [weak](zo_net::AddressFamily family) {
-                                              if (const auto living = weak.lock())
-                                                living->OnNetworkChanged(family);
-                                            }),
-      config.Connect<const std::string>(SIG_BusinessTokenChanged, [weak](const std::string&) {
-        if (const auto living = weak.lock()) living->OnBusinessTokenChanged();
-      })};
-}
-
-void ZOTarvelLBSServiceImpl::OnOwnThreadBegin() {
-  const auto config = GetEnvironmentConfig();
-  if (config == nullptr) return;
-  {
-    MutexLock hold(values_lock);
-    if (count_invoker == nullptr) {
-      count_invoker = CountTimerInvoker::Create(kGatheredUpdates, kGatheringTime,
-                                                shared_from_this<zo_base::TaskThread>());
-    }
-  }
-  if (config->GetBusinessToken().empty()) return;
-  PostTask(Weakly([](auto& self) { self.DelayUpdate(0); }));
-}
-
-std::shared_ptr<CountTimerInvoker> ZOTarvelLBSServiceImpl::Invoker() {
-  MutexLock hold(values_lock);
-  return count_invoker;
+  answer.Init(config);
 }
 
 void ZOTarvelLBSServiceImpl::Stop() {
-  if (const auto invoker = Invoker()) invoker->Stop();
+  updater.Stop();
   TaskThread::Stop();
-  detached = true;
   // A thread of the library may be the one that looks at an answer, or may be waited for by it.
-  if (!zo_base::OnLibraryThread()) AwaitAnswerUnderWay();
+  if (!zo_base::OnLibraryThread()) updater.AwaitAnswerUnderWay();
 }
 
-void ZOTarvelLBSServiceImpl::AwaitAnswerUnderWay() {
-  if (InForkedChild()) return;  // It isn't under way here.
-  MutexLock hold(answer_lock);
+void ZOTarvelLBSServiceImpl::Update(EMAddressFamily family, bool force) {
+  const LibraryCall call;
+  if (IsPutOff([family, force](auto& self) { self.Update(family, force); })) return;
+  if (IsInitd("Update")) updater.Update(static_cast<zo_net::AddressFamily>(family), force);
 }
 
 void ZOTarvelLBSServiceImpl::SetLBSCallback(LBSCallback callback, void* user) {
-  if (InForkedChild()) return;
-  lbs_callback.Set(callback, user);
+  if (!InForkedChild()) updater.lbs_callback.Set(callback, user);
 }
 
 void ZOTarvelLBSServiceImpl::SetAccIDGetter(AccIDGetter getter, void* user) {
   const LibraryCall call;
   if (InForkedChild()) return;
-  acc_id_getter.Set(getter, user);
+  updater.acc_id_getter.Set(getter, user);
   ZO_LOG << "[lbs]SetAccIDGetter";
 }
 
 void ZOTarvelLBSServiceImpl::SetRequestErrorCollector(RequestErrorCollector collector, void* user) {
   const LibraryCall call;
   if (InForkedChild()) return;
-  request_error_collector.Set(collector, user);
+  updater.request_error_collector.Set(collector, user);
   ZO_LOG << "[lbs]SetRequestErrorCollector";
 }
 
-// False in a dead forked child too, where the locks of the operations may be held for good.
+// Returns false in a dead forked child too, where the locks of the operations may be held for good.
 bool ZOTarvelLBSServiceImpl::IsInitd(const char* operation) const {
   if (InForkedChild()) return false;
+  const bool initd = updater.initd();
   if (!initd) ZO_LOG << "[lbs] Call " << operation << " but initd = false";
   return initd;
 }
@@ -145,12 +122,11 @@ bool ZOTarvelLBSServiceImpl::IsInitd(const char* operation) const {
 void ZOTarvelLBSServiceImpl::CopyText(const char* operation, const char* key, char* out) const {
   const LibraryCall call;
   if (!IsInitd(operation)) {
-    CopyOut(kNotInited, out);
-    return;
+    CopyOut("inited=false", out);
+  } else if (out != nullptr) {
+    const std::string text = answer.Text(key);
+    if (FitsLBSTextBuffer(text)) CopyOut(text, out);
   }
-  if (out == nullptr) return;
-  const std::string text = response.store.Get(key);
-  if (FitsLBSTextBuffer(text)) CopyOut(text, out);
 }
 
 void ZOTarvelLBSServiceImpl::GetZEBDL(char* out) { CopyText("GetZEBDL", lbs_key::kZebDl, out); }
@@ -169,16 +145,53 @@ void ZOTarvelLBSServiceImpl::GetDesc(char* out) { CopyText("GetDesc", lbs_key::k
 
 void ZOTarvelLBSServiceImpl::GetLBSResponse(bool no_wait, char* out) {
   const LibraryCall call;
-  // An exit during the wait lets go of this object.
+  // An exit during the wait releases this object.
   const auto self = shared_from_this<ZOTarvelLBSServiceImpl>();
-  if (initd && out != nullptr && !no_wait && !InForkedChild()) AwaitUpdate();
+  if (!no_wait && out != nullptr && !InForkedChild()) updater.AwaitUpdate();
   CopyText("get lbs response", lbs_key::kRsp, out);
 }
 
+bool ZOTarvelLBSServiceImpl::GetLinkAddress(char* addr, std::int32_t* port,
+                                            EMAddressFamily* family) {
+  const LibraryCall call;
+  if (!IsInitd("get link address")) return false;
+  const std::int32_t wish = family == nullptr ? kEMAddressFamilyAny : *family;
+  ZO_LOG << "[lbs] Get link address addr_family = " << wish;
+  LinkAddress address;
+  const bool use_default = answer.LinkChooser()->GetHost(wish, address);
+  ZO_LOG << "[lbs] Get link address " << address.text << " use default:" << TextOf(use_default);
+  HandOut(address, addr, port, family);
+  LogAddress(address, addr != nullptr);
+  if (use_default) {
+    ZO_LOG << "[lbs] Use default link addr,need update lbs ";
+    updater.OnLinksUsedUp();
+  }
+  return true;
+}
+
+bool ZOTarvelLBSServiceImpl::GetCurrentLinkAddress(char* addr, std::int32_t* port,
+                                                   EMAddressFamily* family) {
+  const LibraryCall call;
+  if (!IsInitd("get current link address")) return false;
+  const LinkAddress address = answer.LinkChooser()->GetCurrentAddress();
+  if (address.text.empty()) return false;
+  HandOut(address, addr, port, family);
+  return true;
+}
+
+void ZOTarvelLBSServiceImpl::OnCurrentLinkConnectSucceed(const char* host, std::int32_t port) {
+  const LibraryCall call;
+  if (!IsInitd("OnCurrentLinkConnectSucceed")) return;
+  answer.LinkChooser()->OnHostConnectSucceed(host == nullptr ? "" : host, port);
+}
+
+std::int32_t ZOTarvelLBSServiceImpl::GetLinkCount() {
+  const LibraryCall call;
+  return IsInitd("GetLinkCount") ? answer.LinkChooser()->GetHostCount() : -1;
+}
+
 void ZOTarvelLBSServiceImpl::GetMsgStatInfo(_ZOTarvelMsgStatInfo* info) {
-  if (info == nullptr || InForkedChild()) return;
-  MutexLock hold(values_lock);
-  msg_stat_info.FillRecord(*info);
+  if (info != nullptr && !InForkedChild()) answer.FillMsgStatInfo(*info);
 }
 
 }  // namespace zo_tarvel

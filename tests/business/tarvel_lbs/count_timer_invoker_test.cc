@@ -22,7 +22,8 @@ class CountTimerInvokerTest : public ::testing::Test {
   CountTimerInvokerTest() { thread_->Start(); }
 
   std::shared_ptr<CountTimerInvoker> NewInvoker(std::int32_t span) {
-    return CountTimerInvoker::Create(3, span, thread_->shared_from_this<zo_base::TaskThread>());
+    return std::make_shared<CountTimerInvoker>(3, span,
+                                               thread_->shared_from_this<zo_base::TaskThread>());
   }
   void Request(char name, bool immediately = false) {
     invoker_->Invoke([this, name] { ran_ += name; }, immediately);

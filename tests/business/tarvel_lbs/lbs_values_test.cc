@@ -11,10 +11,10 @@
 #include "base/text/strings.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
-#include "business/tarvel_lbs/lbs_request.h"
 #include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/link_address.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
+#include "business/tarvel_lbs/update_request.h"
 #include "tests/support/agent_environment.h"
 
 // The values that the LBS service works with: what it is told, what it asks, and what it hands out.

@@ -1,0 +1,154 @@
+#include "business/tarvel_lbs/update_request.h"
+
+#include "base/log/log.h"
+#include "base/text/strings.h"
+#include "network/curl/web_address.h"
+#include "network/http/http_response.h"
+#include "network/url/ip_address.h"
+#include "network/url/url.h"
+#include "tarvel/environment/configuration/exception_data.h"
+
+namespace zo_tarvel {
+namespace {
+
+namespace network = WQBASE::network;
+
+// How the server numbers the families.
+std::int32_t NetworkType(std::int32_t family) {
+  if (family == kEMAddressFamilyIPv4) return 0;
+  return family == kEMAddressFamilyIPv6 ? 1 : 2;
+}
+
+bool IsWebUrl(const std::string& url) {
+  const std::string prefix = network::GetSchemePrefix(url);
+  return prefix == "http://" || prefix == "https://";
+}
+
+bool HasPort(const std::string& url) {
+  return network::GetHost(url, true) != network::GetHost(url, false);
+}
+
+// Whether the transport takes the URL at all.
+bool CanBeFetched(const std::string& url) {
+  std::string error;
+  return network::ParseWebAddress(url, error).has_value();
+}
+
+std::string FallbackHost(const LBSAddresses& addresses) {
+  const std::string first = addresses.urls.empty() ? std::string() : addresses.urls.front();
+  const std::string host = network::GetHost(first, false);
+  const bool is_name = CanBeFetched(first) && !network::IsIPAddress(host);
+  return is_name ? host : addresses.def_lbs_host;
+}
+
+bool IsOfOtherFamily(const std::string& host, std::int32_t family) {
+  auto own = zo_net::kAddressFamilyAny;
+  return family != kEMAddressFamilyAny && network::GetIPFamily(host, own) && own != family;
+}
+
+// Nullopt when the URL can't be asked over https.
+std::optional<std::string> AsHttps(const std::string& url) {
+  if (network::IsHttps(url)) return url;
+  if (HasPort(url)) return std::nullopt;
+  std::string https = zo_base::ReplaceAll(url, "http://", "https://");
+  if (!network::IsHttps(https)) return std::nullopt;  // The scheme is written in capitals.
+  return https;
+}
+
+std::string WithQuery(const std::string& url, const std::string& query) {
+  const char* const joint = url.find('?') == std::string::npos ? "?" : "&";
+  return url + joint + query;
+}
+
+}  // namespace
+
+std::vector<UrlEntry> MakeLBSUrlEntries(const LBSAddresses& addresses, const std::string& query) {
+  const std::string fallback_host = FallbackHost(addresses);
+  std::vector<UrlEntry> entries;
+  for (const std::string& address : addresses.urls) {
+    if (!IsWebUrl(address)) continue;
+    const std::string host = network::GetHost(address, false);
+    if (IsOfOtherFamily(host, addresses.family)) continue;
+    const auto url = addresses.only_https ? AsHttps(address) : address;
+    if (!url) continue;
+    std::string whole = WithQuery(*url, query);
+    if (!CanBeFetched(whole)) continue;
+    entries.push_back({network::IsIPAddress(host) ? fallback_host : host, std::move(whole)});
+  }
+  return entries;
+}
+
+MultipleURLHttpRequest UpdateRequest::ToHttpRequest(std::vector<std::string> urls,
+                                                    const std::string& account_id,
+                                                    const LBSSettings& settings,
+                                                    const _EnvironmentConfig& config) const {
+  const std::string query = Query(account_id, settings, config);
+  LBSAddresses addresses{std::move(urls), settings.def_lbs_host, family,
+                         config.only_https_supported()};
+  MultipleURLHttpRequest request;
+  request.urls = MakeLBSUrlEntries(addresses, query);
+  if (request.urls.empty()) {
+    addresses.urls = {settings.lbs_main_addr};
+    request.urls = MakeLBSUrlEntries(addresses, query);
+  }
+  request.context = Context(config);
+  request.headers = MakeContextHeaders(request.context);
+  request.address_family = family;
+  request.time_out = settings.sreq_timeout_ms;
+  request.multiple_time_out = settings.sreq_pred_fail_time_ms;
+  return request;
+}
+
+std::string UpdateRequest::Query(const std::string& account_id, const LBSSettings& settings,
+                                 const _EnvironmentConfig& config) const {
+  std::string query;
+  const auto add_unless_empty = [&query](const char* key, const std::string& value) {
+    if (!value.empty()) query.append(key).append(network::UrlEncode(value)).append("&");
+  };
+  add_unless_empty("k=", token);
+  add_unless_empty("id=", account_id);
+  query.append("sv=").append(std::to_string(config.sv()));
+  query.append("&pv=").append(std::to_string(config.pv()));
+  query.append("&tp=").append(std::to_string(config.client_type()));
+  return query.append("&networkType=").append(std::to_string(NetworkType(settings.addr_family)));
+}
+
+MultipleURLHttpRequestContext UpdateRequest::Context(const _EnvironmentConfig& config) const {
+  MultipleURLHttpRequestContext context;
+  context.business = config.business_type();
+  context.app_key = token;
+  context.sdk_version = config.business_version();
+  context.sdk_version_code = config.sv();
+  context.protocol_version = config.pv();
+  context.client_type = config.client_type();
+  context.trace_id = config.GenerateTraceId();
+  context.exception_category = GetExceptionCategory(kServiceCodeLBS);
+  return context;
+}
+
+UpdateRequest::Verdict UpdateRequest::Check(std::int32_t index, const RequestErrorRecord& record,
+                                            const std::string& body,
+                                            const std::shared_ptr<_EnvironmentConfig>& config,
+                                            const Collector& collector) {
+  if (config == nullptr) {
+    ZO_LOG << "[lbs] Check response env == nullptr";
+    return {.stop = true, .error_message = {}};
+  }
+  const std::string current = config->GetBusinessToken();
+  const std::string message =
+      "Check response current business token :" + current + " request business token:" + token;
+  ZO_LOG << "[lbs] " << message;
+  if (current != token) return {.stop = true, .error_message = message};
+  ZO_LOG << "[lbs] Check response index:" << index << " code:" << record.code;
+  if (collector.function) collector.function(collector.user, &record);
+  if (record.code != network::kHttpOk) {
+    ZO_LOG << "[lbs] Check response res = false";
+    return {.add_statistic = true, .error_message = "Check response code != 200"};
+  }
+  auto parsed = ParseLBSAnswer(body);
+  const bool success = parsed.error.empty();
+  if (success) answer = std::move(parsed.answer);
+  return {.success = success, .error_message = std::move(parsed.error)};
+}
+
+}  // namespace zo_tarvel

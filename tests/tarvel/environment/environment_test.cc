@@ -142,12 +142,19 @@ TEST_F(EnvironmentTest, CarriesExitsOfManyThreadsOutBeforeTheyReturn) {
 }
 
 TEST_F(EnvironmentTest, CarriesANestedExitOutAfterTheOuterOne) {
-  for (int i = 0; i < 3; ++i) StartTarvelEnvironment(TestSettings());
-  // The task never runs; its captures die on the thread that releases the service.
-  std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) { ExitTarvelEnvironment(0); });
-  FakeLBSService::StartOne()->PostDelayedTask(60'000, [moved = std::move(exits_when_destroyed)] {});
-  ExitTarvelEnvironment(1);
-  EXPECT_EQ(storage_->start_count, 1);
+  for (const int starts : {1, 3}) {
+    for (int i = 0; i < starts; ++i) StartTarvelEnvironment(TestSettings());
+    // The task never runs; its captures are destroyed on the thread that releases the service.
+    std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) {
+      EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0);
+      ExitTarvelEnvironment(0);
+    });
+    FakeLBSService::StartOne()->PostDelayedTask(60'000,
+                                                [moved = std::move(exits_when_destroyed)] {});
+    ExitTarvelEnvironment(1);
+    EXPECT_EQ(storage_->start_count, starts / 2);
+    ExitFully();
+  }
 }
 
 // Each with tasks in flight at the exit, one of them in a loop.

@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <mutex>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -26,7 +25,7 @@ using Hosts = std::vector<std::string>;
 
 constexpr std::chrono::milliseconds kLookForStop{50};
 
-// HTTPDNS by itself, in an environment whose own is off.
+// An HTTPDNS manager of its own, in an environment without one.
 class Resolver {
  public:
   explicit Resolver(const ClientOptions& options) {
@@ -46,26 +45,22 @@ class Resolver {
   Resolver(const Resolver&) = delete;
   Resolver& operator=(const Resolver&) = delete;
 
-  // One host a query: the answer for several is refused as a whole when one of them is unknown.
-  // Returns when all are answered, the time is over or the user wants to stop.
+  // Sends one query for each host: an answer for several is refused as a whole when one of them is
+  // unknown. Returns when all have ended, the time is over or the user wants to stop.
   void Query(zo_net::AddressFamily family, const Hosts& hosts, std::chrono::duration<double> limit,
              const StopSignals& stop) {
-    const auto progress = std::make_shared<Progress>();
+    const auto ended = std::make_shared<std::counting_semaphore<>>(0);
     for (const std::string& host : hosts) {
-      manager_->InvokeQuery(family, {host},
-                            [progress](const zo_tarvel::HostCacheResult&) {
-                              const std::lock_guard lock(progress->mutex);
-                              ++progress->ended;
-                              progress->changed.notify_all();
-                              return true;
-                            },
-                            {});
+      const auto end_one = [ended](const zo_tarvel::HostCacheResult&) {
+        ended->release();
+        return true;
+      };
+      manager_->InvokeQuery(family, {host}, end_one, {});
     }
     const auto end = std::chrono::steady_clock::now() + limit;
-    std::unique_lock lock(progress->mutex);
-    while (progress->ended < hosts.size() && std::chrono::steady_clock::now() < end &&
-           !stop.HaveCome()) {
-      progress->changed.wait_for(lock, kLookForStop);
+    for (std::size_t left = hosts.size();
+         left > 0 && std::chrono::steady_clock::now() < end && !stop.HaveCome();) {
+      if (ended->try_acquire_for(kLookForStop)) --left;
     }
   }
 
@@ -88,12 +83,6 @@ class Resolver {
   }
 
  private:
-  struct Progress {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::size_t ended = 0;
-  };
-
   static double Seconds(std::int64_t milliseconds) {
     return std::max(0.0, static_cast<double>(milliseconds) / 1000);
   }
@@ -103,7 +92,6 @@ class Resolver {
       std::make_shared<zo_tarvel::HttpDNSManager>();
 };
 
-// Where an answer comes from.
 const char* SourceOf(bool was_cached, bool resolved) {
   if (was_cached) return "cache";
   return resolved ? "server" : "none";
@@ -111,7 +99,7 @@ const char* SourceOf(bool was_cached, bool resolved) {
 
 bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry& before,
                const Resolver::Entry& after) {
-  // A stale entry is answered as it stands, and renewed beside.
+  // The client uses a stale entry as it is, and renews it in the background.
   const bool was_cached = before.grade != zo_tarvel::HttpDNSGrade::kExpired;
   const Resolver::Entry& entry = was_cached ? before : after;
   const bool resolved = entry.grade != zo_tarvel::HttpDNSGrade::kExpired;

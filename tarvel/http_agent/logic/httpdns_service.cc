@@ -20,7 +20,7 @@ bool HttpDNSService::Init() {
   });
   if (manager == nullptr) return false;
   if (manager->Init()) return true;
-  manager.reset();  // Without its thread it would never answer.
+  manager.reset();  // Without its thread it would never call back.
   return false;
 }
 

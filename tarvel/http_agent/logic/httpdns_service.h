@@ -13,16 +13,16 @@
 
 namespace zo_tarvel {
 
-// The front of HTTPDNS, and the one place that looks at its switch in the configuration. While that
-// is off there is neither a manager nor a thread, and every operation only logs.
+// The front of HTTPDNS, and the one place that reads its switch in the configuration. While it is
+// off there is neither a manager nor a thread, and every operation only logs.
 //
-// Threads: any; InvokeQuery never during Uninit, since the agent stops its own thread first.
-// Ownership: the agent owns it; it owns the manager. For one Init and one Uninit.
+// Threads: any. InvokeQuery never runs during Uninit, since the agent stops its own thread first.
+// Ownership: the agent owns it; it owns the manager. It serves one Init and one Uninit.
 class HttpDNSService : public EnvironmentConfigGetterBase, public virtual zo_base::ZOObjectIMPL {
  public:
   bool Init();
   void Uninit();
-  // See HttpDNSManager. False, and no call back, while HTTPDNS is off.
+  // See HttpDNSManager. Returns false and never calls back while HTTPDNS is off.
   bool InvokeQuery(zo_net::AddressFamily family, const std::vector<std::string>& hosts,
                    const HttpDNSManager::QueryCallback& callback,
                    const MultipleURLHttpRequestContext& context);

@@ -1,5 +1,6 @@
 // An HTTPDNS answer with any bytes. Only hosts, ports and plain IP literals get out of it, and an
 // answer that passes the check has at least one of them.
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -25,9 +26,10 @@ void Require(bool holds, const char* what) {
   std::abort();
 }
 
-void CheckServers(const std::string& service_host, const zo_base::json11::Json& list) {
-  const auto servers = ReadServers(list, false);
-  const auto entries = MakeSUrlEntries(servers, service_host);
+void CheckServers(const zo_base::json11::Json& list) {
+  static _EnvironmentConfig config;
+  const auto servers = ReadServers(list);
+  const auto entries = MakeSRequest(config, zo_net::kAddressFamilyAny, servers).urls;
   Require(entries.size() == servers.size(), "an entry for each server");
   for (std::size_t i = 0; i < servers.size(); ++i) {
     const std::string& url = entries[i].url;
@@ -39,14 +41,13 @@ void CheckServers(const std::string& service_host, const zo_base::json11::Json& 
 
 void CheckService(const std::string& body) {
   std::string error;
-  if (!CheckSResponse(body, error)) {
-    Require(!error.empty(), "a refusal says why");
-    return;
-  }
-  const HttpDNSServiceAnswer answer = ReadSResponse(body);
-  Require(!answer.host.empty() && answer.ttl_ms >= 1'000, "a good answer has what is needed");
-  CheckServers(answer.host, answer.ipv4);
-  CheckServers(answer.host, answer.ipv6);
+  const auto answer = CheckSResponse(body, error);
+  Require(answer.has_value() == error.empty(), "a refusal says why");
+  if (!answer) return;
+  Require(!answer->host.empty() && answer->ttl >= std::chrono::seconds(1),
+          "a good answer has what is needed");
+  CheckServers(answer->ipv4);
+  CheckServers(answer->ipv6);
 }
 
 void CheckAddresses(const std::vector<std::string>& addresses) {
@@ -57,16 +58,18 @@ void CheckAddresses(const std::vector<std::string>& addresses) {
 }
 
 void CheckHosts(const std::string& body) {
+  std::string error;
+  const auto updates = CheckDResponse(200, body, {}, error);
+  Require(updates.has_value() == error.empty(), "a refusal says why");
+  if (!updates) return;
   HttpDNSHostCache cache;
-  const auto updates = ReadDResponse(body, {"asked.test"});
-  cache.SetEntries(updates, kNow);
+  cache.SetEntries(*updates, kNow);
   std::vector<std::string> hosts;
   std::vector<std::string> addresses;
-  for (const auto& update : updates) {
+  for (const auto& update : *updates) {
     Require(zo_base::IsUtf8(update.host) && WQBASE::network::CanBeAskedFor(update.host),
             "the name can be saved");
-    std::string error;
-    const bool good = CheckDResponse(200, body, {update.host}, error);
+    const bool good = CheckDResponse(200, body, {update.host}, error).has_value();
     const HttpDNSGrade grade = cache.Check(zo_net::kAddressFamilyAny, update.host, kNow, addresses);
     Require(!addresses.empty(), "what makes an entry has addresses");
     Require(!good || update.ttl_ms < 2 || grade == HttpDNSGrade::kGood, "and is good for a while");

@@ -30,10 +30,6 @@ std::int64_t Share(double share, std::int32_t ttl_ms) {
   return static_cast<std::int64_t>(share * ttl_ms);
 }
 
-void ReplaceUnlessEmpty(std::vector<std::string>& list, std::vector<std::string> replacement) {
-  if (!replacement.empty()) list = std::move(replacement);
-}
-
 std::string ToText(const HttpDNSCacheEntry& entry) {
   return Json(Json::object{
                   {"ttl", entry.ttl_ms},
@@ -47,14 +43,8 @@ std::string ToText(const HttpDNSCacheEntry& entry) {
 }  // namespace
 
 const char* NameOf(HttpDNSGrade grade) {
-  switch (grade) {
-    case HttpDNSGrade::kGood:
-      return "good";
-    case HttpDNSGrade::kStale:
-      return "stale";
-    default:
-      return "expired";
-  }
+  if (grade == HttpDNSGrade::kExpired) return "expired";
+  return grade == HttpDNSGrade::kGood ? "good" : "stale";
 }
 
 HttpDNSGrade HttpDNSHostCache::Check(zo_net::AddressFamily family, const std::string& host,
@@ -80,31 +70,28 @@ std::optional<HttpDNSCacheEntry> HttpDNSHostCache::Find(const std::string& host)
   return found == entries_.end() ? std::nullopt : std::optional(found->second);
 }
 
-void HttpDNSHostCache::SetEntry(const Update& update, std::int64_t now, bool no_good_period) {
-  auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, update.ipv4);
-  auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, update.ipv6);
+void HttpDNSHostCache::SetEntry(HttpDNSCacheEntry update, std::int64_t now, bool no_good_period) {
+  update.updated_at = now;
+  update.expired_time = no_good_period ? now : now + Share(kGoodShare, update.ttl_ms);
+  update.cache_expired_time = now + Share(kUsableShare, update.ttl_ms);
   MutexLock hold(lock_);
   HttpDNSCacheEntry& entry = entries_[update.host];
-  entry.host = update.host;
-  entry.ttl_ms = update.ttl_ms;
-  entry.updated_at = now;
-  entry.expired_time = no_good_period ? now : now + Share(kGoodShare, update.ttl_ms);
-  entry.cache_expired_time = now + Share(kUsableShare, update.ttl_ms);
-  ReplaceUnlessEmpty(entry.ipv4, std::move(ipv4));
-  ReplaceUnlessEmpty(entry.ipv6, std::move(ipv6));
+  if (update.ipv4.empty()) update.ipv4 = std::move(entry.ipv4);
+  if (update.ipv6.empty()) update.ipv6 = std::move(entry.ipv6);
+  entry = std::move(update);
 }
 
-void HttpDNSHostCache::SetEntries(const std::vector<Update>& updates, std::int64_t now) {
+void HttpDNSHostCache::SetEntries(const std::vector<HttpDNSCacheEntry>& updates, std::int64_t now) {
   MutexLock hold(lock_);
   MakeRoomFor(updates);
-  for (const Update& update : updates) SetEntry(update, now, false);
+  for (const HttpDNSCacheEntry& update : updates) SetEntry(update, now, false);
 }
 
-void HttpDNSHostCache::MakeRoomFor(const std::vector<Update>& updates) {
+void HttpDNSHostCache::MakeRoomFor(const std::vector<HttpDNSCacheEntry>& updates) {
   if (entries_.size() + updates.size() <= kMostHosts) return;
   std::set<std::string_view> named;
   std::size_t added = 0;
-  for (const Update& update : updates) {
+  for (const HttpDNSCacheEntry& update : updates) {
     if (named.insert(update.host).second) added += 1 - entries_.count(update.host);
   }
   if (entries_.size() + added <= kMostHosts) return;
@@ -132,15 +119,16 @@ bool HttpDNSHostCache::Load(const std::string& host, const std::string& text, st
   if (entries_.size() >= kMostHosts && entries_.count(host) == 0) return false;
   std::string error;
   const Json json = Json::parse(text, error);
-  Update update{host, LiteralsOf(zo_net::kAddressFamilyIPv4, TextsOf(json["ipv4"])),
-                LiteralsOf(zo_net::kAddressFamilyIPv6, TextsOf(json["ipv6"])), 0};
+  HttpDNSCacheEntry update{.host = host,
+                           .ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, TextsOf(json["ipv4"])),
+                           .ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, TextsOf(json["ipv6"]))};
   if (update.ipv4.empty() && update.ipv6.empty()) return false;
   const double remaining = json["cache_expired_time"].number_value() - static_cast<double>(now);
   const auto limited = zo_base::SaturatedCast<std::int64_t>(remaining);
   update.ttl_ms =
       static_cast<std::int32_t>(std::clamp(limited, kShortestLoadedTtl, kLongestLoadedTtl));
-  entries_.erase(host);  // Of a host that is there twice nothing is put together.
-  SetEntry(update, now, limited < kShortestLoadedTtl);
+  entries_.erase(host);  // Two entries of one host in a file must not be merged.
+  SetEntry(std::move(update), now, limited < kShortestLoadedTtl);
   return true;
 }
 

@@ -1,14 +1,12 @@
-// The queries for hosts, from the cache and from the servers.
+#include "tarvel/http_agent/http_dns/httpdns_host_resolver.h"
 
 #include <utility>
 
 #include "base/log/log.h"
-#include "base/process/filesystem.h"
+#include "base/object/weakly.h"
 #include "base/text/strings.h"
 #include "base/text/text_of.h"
 #include "network/url/host_rules.h"
-#include "tarvel/http_agent/http_dns/httpdns_messages.h"
-#include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 
 namespace zo_tarvel {
 namespace {
@@ -17,6 +15,7 @@ using WQBASE::network::CanBeAskedFor;
 using WQBASE::network::kLongestHost;
 using WQBASE::network::kMostAddresses;
 using zo_base::TextOf;
+using zo_base::Weakly;
 
 std::string Joined(const std::vector<std::string>& texts) { return zo_base::Join(texts, "|"); }
 
@@ -37,39 +36,20 @@ void LogGrade(const std::string& host, HttpDNSGrade grade,
 
 }  // namespace
 
-bool HttpDNSManager::InvokeQuery(zo_net::AddressFamily family,
-                                 const std::vector<std::string>& hosts,
-                                 const QueryCallback& callback,
-                                 const MultipleURLHttpRequestContext& context) {
-  PostTask(Weakly([query = Query{family, hosts, callback, context}](auto& self) {
-    self.DoQuery(query, false);
-  }));
-  return true;
-}
+HttpDNSHostResolver::HttpDNSHostResolver(zo_base::WallClock wall_clock,
+                                         std::shared_ptr<zo_base::ITaskLoop> task_loop,
+                                         std::shared_ptr<HttpDNSServerUpdater> servers)
+    : wall_clock(wall_clock),
+      task_loop(std::move(task_loop)),
+      servers(std::move(servers)),
+      host_cache_file([this](const std::string& host, const std::string& text) {
+        return host_cache.Load(host, text, this->wall_clock());
+      }) {}
 
-void HttpDNSManager::DoQuery(const Query& query, bool cache_only) {
+void HttpDNSHostResolver::DoQuery(const Query& query, bool cache_only) {
   LogQuery(query.family, query.hosts);
-  CacheReport report = CheckCache(query, cache_only);
-  if (!report.sync_hosts.empty()) {
-    ZO_LOG << "[http dns] Check cached need update type = sync host list : "
-           << Joined(report.sync_hosts);
-    Query rest = query;
-    rest.hosts = report.sync_hosts;
-    rest.callback = [known = report.result,
-                     callback = query.callback](const HostCacheResult& found) {
-      HostCacheResult all = found;
-      all.insert(known.begin(), known.end());
-      return callback(all);
-    };
-    const std::weak_ptr<HttpDNSManager> weak = shared_from_this<HttpDNSManager>();
-    const auto look_again = [weak, rest](bool) {
-      const auto living = weak.lock();
-      if (living == nullptr) return;
-      ZO_LOG << "[http dns] Sync update return,do query agin";
-      living->PostTask(living->Weakly([rest](auto& self) { self.DoQuery(rest, true); }));
-    };
-    UpdateCache(query.family, report.sync_hosts, look_again, query.context);
-  }
+  const CacheReport report = CheckCache(query, cache_only);
+  if (!report.sync_hosts.empty()) QueryAfterUpdate(query, report);
   if (!report.async_hosts.empty()) {
     ZO_LOG << "[http dns] Check cached need update type = async host list : "
            << Joined(report.async_hosts);
@@ -78,92 +58,87 @@ void HttpDNSManager::DoQuery(const Query& query, bool cache_only) {
   if (report.sync_hosts.empty()) query.callback(report.result);
 }
 
-HttpDNSManager::CacheReport HttpDNSManager::CheckCache(const Query& query, bool cache_only) const {
+HttpDNSHostResolver::CacheReport HttpDNSHostResolver::CheckCache(const Query& query,
+                                                                 bool cache_only) const {
   CacheReport report;
   const std::int64_t now = wall_clock();
   for (const std::string& host : query.hosts) {
     std::vector<std::string> addresses;
     const HttpDNSGrade grade = host_cache.Check(query.family, host, now, addresses);
     LogGrade(host, grade, addresses);
-    if (grade == HttpDNSGrade::kGood) {
-      report.result[host] = std::move(addresses);
-    } else if (cache_only) {
-      continue;
-    } else if (grade == HttpDNSGrade::kStale) {
-      report.result[host] = std::move(addresses);
-      if (CanBeAskedFor(host)) report.async_hosts.push_back(host);
-    } else if (CanBeAskedFor(host)) {
-      report.sync_hosts.push_back(host);
-    }
+    const bool is_good = grade == HttpDNSGrade::kGood, is_stale = grade == HttpDNSGrade::kStale;
+    if (is_good || (is_stale && !cache_only)) report.result[host] = std::move(addresses);
+    if (is_good || cache_only || !CanBeAskedFor(host)) continue;
+    (is_stale ? report.async_hosts : report.sync_hosts).push_back(host);
   }
   return report;
 }
 
-void HttpDNSManager::UpdateCache(zo_net::AddressFamily family, const Hosts& hosts,
-                                 const UpdateCallback& done,
-                                 const MultipleURLHttpRequestContext& context) {
+// Asks for the hosts that the cache doesn't know, and looks there once more.
+void HttpDNSHostResolver::QueryAfterUpdate(Query query, const CacheReport& report) {
+  ZO_LOG << "[http dns] Check cached need update type = sync host list : "
+         << Joined(report.sync_hosts);
+  query.hosts = report.sync_hosts;
+  query.callback = [known = report.result,
+                    callback = std::move(query.callback)](HostCacheResult found) {
+    found.insert(known.begin(), known.end());
+    return callback(found);
+  };
+  const auto look_again = [query](auto& self, bool) {
+    ZO_LOG << "[http dns] Sync update return,do query agin";
+    self.task_loop->PostTask(
+        Weakly(&self, [query](auto& resolver) { resolver.DoQuery(query, true); }));
+  };
+  UpdateCache(query.family, query.hosts, Weakly(this, look_again), query.context);
+}
+
+void HttpDNSHostResolver::UpdateCache(zo_net::AddressFamily family, const Hosts& hosts,
+                                      const UpdateCallback& done,
+                                      const MultipleURLHttpRequestContext& context) {
   if (hosts.empty()) return;
-  PostTask(Weakly([family, hosts, done, context](auto& self) {
-    self.SendDRequest(family, hosts, done, context);
+  task_loop->PostTask(Weakly(this, [family, hosts, done, context](auto& self) {
+    const auto config = self.GetEnvironmentConfig();
+    if (config == nullptr) return;
+    const auto check = [hosts](auto, auto code, const auto&, const auto& body, auto& error) {
+      return CheckDResponse(code, body, hosts, error);
+    };
+    const auto on_result = [done](auto& resolver, bool success, const auto&... answer) {
+      resolver.OnHosts(success, answer...);
+      if (done) done(success);
+    };
+    MultipleURLHttpRequest request =
+        MakeDRequest(*config, family, self.servers->GetServerList(family), hosts, context);
+    SetCallbacks(request, check, Weakly(&self, on_result));
+    ZO_LOG << "[http dns] Begin query hosts`s ips";
+    self.InvokeHttpRequest(request, false);
   }));
 }
 
-void HttpDNSManager::SendDRequest(zo_net::AddressFamily family, const Hosts& hosts,
-                                  const UpdateCallback& done,
-                                  const MultipleURLHttpRequestContext& context) {
-  const auto config = GetEnvironmentConfig();
-  if (config == nullptr) return;
-  MultipleURLHttpRequest request;
-  request.urls = MakeDUrlEntries(GetServerList(family), server_list.GetHost(), hosts);
-  request.context = context;
-  if (request.context.trace_id.empty()) request.context.trace_id = config->GenerateTraceId();
-  request.time_out = config->single_request_timeout();
-  request.multiple_time_out = config->single_request_prefail_timeout();
-  request.use_http_dns_if_fail = false;  // A lookup must not depend on itself.
-  request.address_family = family;
-  request.check_callback = [hosts](std::int32_t, std::int32_t code, const std::string&,
-                                   const std::string&, const std::string& body, std::uint64_t) {
-    MultipleURLHttpRequest::CheckCallbackResult verdict;
-    verdict.success = CheckDResponse(code, body, hosts, verdict.error_message);
-    verdict.add_statistic = !verdict.success;
-    return verdict;
-  };
-  request.result_callback =
-      [weak = std::weak_ptr<HttpDNSManager>(shared_from_this<HttpDNSManager>()), hosts, done](
-          bool, bool success, const std::string&, const std::string& body) {
-        if (const auto living = weak.lock()) living->OnHosts(success, body, hosts, done);
-      };
-  ZO_LOG << "[http dns] Begin query hosts`s ips";
-  InvokeHttpRequest(request, false);
-}
-
-void HttpDNSManager::OnHosts(bool success, const std::string& body, const Hosts& asked,
-                             const UpdateCallback& done) {
+void HttpDNSHostResolver::OnHosts(bool success, const std::string& body,
+                                  const std::optional<HttpDNSHostUpdates>& updates) {
   ZO_LOG << "[http dns] Query hosts`s ip success = " << TextOf(success)
          << "\r\n-----------------------\r\n"
          << body << "\r\n-----------------------";
   ZO_LOG << (success ? "[http dns] Query hosts`s ip success" : "[http dns] Query hosts`s ip fail");
-  if (success) {
-    host_cache.SetEntries(ReadDResponse(body, asked), wall_clock());
-    SaveCache();
-  }
-  if (done) done(success);
+  if (!success || !updates) return;
+  host_cache.SetEntries(*updates, wall_clock());
+  SaveCache();
 }
 
-// What is in memory always fits the file: a host takes its own length there, which needs no
-// escapes, and that of its text, with a backslash before each quote: 8 of the keys and 2 of each
-// address. To that come four quotes, a colon and a comma.
+// The whole memory fits the file. There an entry takes the length of its host, which needs no
+// escapes, and that of its text. The text has a backslash before each quote: 8 for its keys and 2
+// for each address. Around the two are four quotes, a colon and a comma.
 static_assert(HttpDNSHostCache::kMostHosts *
                   (kLongestHost + HttpDNSHostCache::kLongestText + 8 + 4 * kMostAddresses + 6) <
               zo_base::CachedKeyValueFile::kLongestFile);
 
-void HttpDNSManager::SaveCache() {
+void HttpDNSHostResolver::SaveCache() {
   const auto texts = host_cache.Dump();
   const auto set_all = [&] {
     for (const auto& [host, text] : texts) host_cache_file.Set(host, text);
   };
   set_all();
-  // The file keeps what memory has forgotten, as long as the next start can take all of it back.
+  // Entries that memory has dropped stay in the file while the next start can read it as a whole.
   if (host_cache_file.Size() > HttpDNSHostCache::kMostHosts ||
       host_cache_file.FileSize() > zo_base::CachedKeyValueFile::kLongestFile) {
     host_cache_file.Clear(false);
@@ -172,14 +147,10 @@ void HttpDNSManager::SaveCache() {
   host_cache_file.Save();
 }
 
-void HttpDNSManager::LoadCache() {
-  const std::string directory = Directory();
-  if (directory.empty()) return;
-  std::error_code ignored;
-  zo_base::filesystem::create_directories(directory, ignored);
-  // The file keeps what the cache in memory takes, so each entry is read once.
-  host_cache_file.Load(directory + "http_dns_cache.data");
-  if (host_cache_file.Size() == 0) host_cache.Clear();  // Of a file that isn't usable as a whole.
+void HttpDNSHostResolver::LoadCache(const std::string& path) {
+  // The filter of the file moves each entry into the cache in memory.
+  host_cache_file.Load(path);
+  if (host_cache_file.Size() == 0) host_cache.Clear();  // The file as a whole wasn't usable.
 }
 
 }  // namespace zo_tarvel

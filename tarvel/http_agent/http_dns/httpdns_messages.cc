@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <set>
-#include <string_view>
 #include <utility>
 
 #include "base/json/json_texts.h"
@@ -11,6 +10,7 @@
 #include "base/text/strings.h"
 #include "network/http/http_response.h"
 #include "network/url/host_rules.h"
+#include "tarvel/environment/configuration/exception_data.h"
 
 namespace zo_tarvel {
 namespace {
@@ -21,38 +21,52 @@ using WQBASE::network::kHttpOk;
 using WQBASE::network::LiteralsOf;
 using zo_base::kMillisecondsPerSecond;
 using zo_base::json11::Json;
+using Servers = std::vector<HttpDNSServerInfo>;
+using Texts = std::vector<std::string>;
 
 constexpr char kSFormat[] = "%s://%s/httpdns/v2/s";
 constexpr char kDFormat[] = "%s://%s/httpdns/v2/d?%s";
-// Of this host. Named with the others, and used by nothing.
+// The addresses of this host, listed for completeness. Nothing uses them.
 [[maybe_unused]] constexpr char kLoopbackIPv4[] = "127.0.0.1";
 [[maybe_unused]] constexpr char kLoopbackIPv6[] = "::1/128";
 constexpr std::int32_t kGoodCode = 200;  // Of the business, in the body.
-// A list that is said to live shorter would have its servers asked without a pause.
-constexpr std::int64_t kShortestServiceTtl = 1'000;
+// With a shorter time to live the servers would be asked without a pause.
+constexpr std::chrono::seconds kShortestServiceTtl{1};
 constexpr std::int32_t kDefaultHostTtl = 3'600'000;
 
-const char* SchemeOf(const HttpDNSServerInfo& server) { return server.https ? "https" : "http"; }
+// `make_url(scheme, authority)` returns the URL.
+template <class MakeUrl>
+MultipleURLHttpRequest MakeRequest(_EnvironmentConfig& config, zo_net::AddressFamily family,
+                                   const Servers& servers,
+                                   const MultipleURLHttpRequestContext& context, MakeUrl make_url) {
+  MultipleURLHttpRequest request;
+  for (const auto& server : servers) {
+    const char* const scheme = server.https ? "https" : "http";
+    request.urls.push_back({servers.front().host, make_url(scheme, AuthorityOf(server).c_str())});
+  }
+  request.context = context;
+  if (context.trace_id.empty()) request.context.trace_id = config.GenerateTraceId();
+  request.time_out = config.single_request_timeout();
+  request.multiple_time_out = config.single_request_prefail_timeout();
+  request.use_http_dns_if_fail = false;  // A lookup must not depend on itself.
+  request.address_family = family;
+  return request;
+}
 
 bool Has(const Json& object, const std::string& key) {
   return object.object_items().count(key) != 0;
 }
 
-bool HoldsAnAddress(const Json& list, zo_net::AddressFamily family) {
+bool HasAddresses(const Json& list, zo_net::AddressFamily family) {
   return !LiteralsOf(family, TextsOf(list)).empty();
 }
 
-const char* FindFaultOfHost(const Json& host) {
-  if (!HoldsAnAddress(host["ip"], zo_net::kAddressFamilyIPv4) &&
-      !HoldsAnAddress(host["ipv6"], zo_net::kAddressFamilyIPv6)) {
-    return " both ipv4 and ipv6 are empty";
-  }
-  if (!Has(host, "ttl")) return " ttl was not included in the response";
-  if (!(host["ttl"].number_value() > 0)) return " ttl <= 0 in the response";
-  return nullptr;
-}
-
-std::string FindFaultOfAnswer(const Json& answer, const std::string& parse_error) {
+// Up to the hosts. Sets `data` to the object of the hosts.
+std::string FindFaultInD(std::int32_t http_code, const std::string& body, Json& data) {
+  if (http_code != kHttpOk) return "Httpdns -d query hosts`s ip response code != 200";
+  if (body.empty()) return "Httpdns response error body is empty";
+  std::string parse_error;
+  const Json answer = Json::parse(body, parse_error);
   if (!parse_error.empty()) return "Httpdns response body parse error";
   if (!answer.is_object()) return "Httpdns response body(json) is not an object";
   if (!Has(answer, "code")) return "Httpdns response code(business) does not exist";
@@ -60,124 +74,94 @@ std::string FindFaultOfAnswer(const Json& answer, const std::string& parse_error
   if (code != kGoodCode) {
     return "Httpdns response code(business) error code:" + std::to_string(code);
   }
+  data = answer["data"];
   return Has(answer, "data") ? "" : "Httpdns response data(business) does not exist";
 }
 
-std::string FindFaultOfHosts(const Json& data, const std::vector<std::string>& hosts) {
-  for (const std::string& host : hosts) {
-    if (!Has(data, host)) return host + " doman was not included in the response";
-    if (const char* const fault = FindFaultOfHost(data[host])) return host + fault;
+std::string FindFaultOfHost(const Json& data, const std::string& host) {
+  if (!Has(data, host)) return host + " doman was not included in the response";
+  const Json& said = data[host];
+  if (!HasAddresses(said["ip"], zo_net::kAddressFamilyIPv4) &&
+      !HasAddresses(said["ipv6"], zo_net::kAddressFamilyIPv6)) {
+    return host + " both ipv4 and ipv6 are empty";
   }
-  return std::string();
+  if (!Has(said, "ttl")) return host + " ttl was not included in the response";
+  return said["ttl"].number_value() > 0 ? "" : host + " ttl <= 0 in the response";
 }
 
-std::string FindFaultInD(std::int32_t http_code, const std::string& body,
-                         const std::vector<std::string>& hosts) {
-  if (http_code != kHttpOk) return "Httpdns -d query hosts`s ip response code != 200";
-  if (body.empty()) return "Httpdns response error body is empty";
-  std::string parse_error;
-  const Json answer = Json::parse(body, parse_error);
-  const std::string fault = FindFaultOfAnswer(answer, parse_error);
-  return fault.empty() ? FindFaultOfHosts(answer["data"], hosts) : fault;
-}
-
-const char* FindFaultInS(const Json& answer) {
+std::string FindFaultInS(const Json& answer) {
   if (!answer.is_object()) return "Function S response is not in json format";
-  // One that can't be in a URL would make the servers unreachable, also after the next start.
+  // A host that cannot be in a URL would make the servers unreachable, also after the next start.
   if (!CanBeHost(answer["host"].string_value())) {
     return "Function S [host] in the response does not exist or the content is empty";
   }
   if (!answer["ttl"].is_number()) return "Function S [ttl] in the response does not exist";
-  if (!Has(answer, "ipv4") && !Has(answer, "ipv6")) {
-    return "Function S [ipv4/ipv6] in the response does not exist";
-  }
-  return nullptr;
+  const bool has_list = Has(answer, "ipv4") || Has(answer, "ipv6");
+  return has_list ? "" : "Function S [ipv4/ipv6] in the response does not exist";
 }
 
-// Seconds, beyond the range of the result cut to it.
-std::int32_t ToMilliseconds(const Json& ttl) {
-  return zo_base::SaturatedCast<std::int32_t>(ttl.number_value() * kMillisecondsPerSecond);
-}
-
-// What a member of an answer of D says, if that can be used and there is room.
-void AddUpdate(const std::string& host, const Json& said,
-               std::vector<HttpDNSHostCache::Update>& updates) {
+// Adds what a member of an answer of D says, if that can be used and there is room.
+void AddUpdate(const std::string& host, const Json& said, HttpDNSHostUpdates& updates) {
   if (updates.size() == HttpDNSHostCache::kMostUpdates || !CanBeAskedFor(host)) return;
   auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, TextsOf(said["ip"]));
   auto ipv6 = LiteralsOf(zo_net::kAddressFamilyIPv6, TextsOf(said["ipv6"]));
   if (ipv4.empty() && ipv6.empty()) return;
-  const std::int32_t ttl = Has(said, "ttl") ? ToMilliseconds(said["ttl"]) : kDefaultHostTtl;
-  if (ttl <= 0) return;  // It would end a good entry that nobody has asked about.
+  const std::int32_t ttl = Has(said, "ttl")
+                               ? zo_base::SaturatedCast<std::int32_t>(said["ttl"].number_value() *
+                                                                      kMillisecondsPerSecond)
+                               : kDefaultHostTtl;
+  if (ttl <= 0) return;  // It would end a good entry of a host that nobody has asked for.
   updates.push_back({host, std::move(ipv4), std::move(ipv6), ttl});
 }
 
 }  // namespace
 
-std::vector<UrlEntry> MakeSUrlEntries(const std::vector<HttpDNSServerInfo>& servers,
-                                      const std::string& service_host) {
-  std::vector<UrlEntry> entries;
-  entries.reserve(servers.size());
-  for (const auto& server : servers) {
-    entries.push_back({service_host, zo_base::StringFormat(kSFormat, SchemeOf(server),
-                                                           AuthorityOf(server).c_str())});
-  }
-  return entries;
+MultipleURLHttpRequest MakeSRequest(_EnvironmentConfig& config, zo_net::AddressFamily family,
+                                    const Servers& servers) {
+  MultipleURLHttpRequestContext context;
+  context.business = config.business_type();
+  context.exception_category = GetExceptionCategory(kServiceCodeHttpDns);
+  const auto make_url = [](const char* scheme, const char* authority) {
+    return zo_base::StringFormat(kSFormat, scheme, authority);
+  };
+  MultipleURLHttpRequest request = MakeRequest(config, family, servers, context, make_url);
+  request.headers = MakeContextHeaders(context);
+  return request;
 }
 
-std::vector<UrlEntry> MakeDUrlEntries(const std::vector<HttpDNSServerInfo>& servers,
-                                      const std::string& service_host,
-                                      const std::vector<std::string>& hosts) {
+MultipleURLHttpRequest MakeDRequest(_EnvironmentConfig& config, zo_net::AddressFamily family,
+                                    const Servers& servers, const Texts& hosts,
+                                    const MultipleURLHttpRequestContext& context) {
   const std::string query = "domain=" + zo_base::Join(hosts, ",");
-  std::vector<UrlEntry> entries;
-  entries.reserve(servers.size());
-  for (const auto& server : servers) {
-    entries.push_back(
-        {service_host, zo_base::StringFormat(kDFormat, SchemeOf(server),
-                                             AuthorityOf(server).c_str(), query.c_str())});
-  }
-  return entries;
+  const auto make_url = [&query](const char* scheme, const char* authority) {
+    return zo_base::StringFormat(kDFormat, scheme, authority, query.c_str());
+  };
+  return MakeRequest(config, family, servers, context, make_url);
 }
 
-bool CheckSResponse(const std::string& body, std::string& error) {
+std::optional<HttpDNSServiceAnswer> CheckSResponse(const std::string& body, std::string& error) {
   std::string parse_error;
-  const char* const fault = FindFaultInS(Json::parse(body, parse_error));
-  if (fault != nullptr) error = fault;
-  return fault == nullptr;
+  const Json json = Json::parse(body, parse_error);
+  error = FindFaultInS(json);
+  if (!error.empty()) return std::nullopt;
+  const std::chrono::seconds ttl(zo_base::SaturatedCast<std::int32_t>(json["ttl"].number_value()));
+  return HttpDNSServiceAnswer{json["host"].string_value(), std::max(ttl, kShortestServiceTtl),
+                              json["ipv4"], json["ipv6"]};
 }
 
-bool CheckDResponse(std::int32_t http_code, const std::string& body,
-                    const std::vector<std::string>& hosts, std::string& error) {
-  const std::string fault = FindFaultInD(http_code, body, hosts);
-  if (!fault.empty()) error = fault;
-  return fault.empty();
-}
-
-HttpDNSServiceAnswer ReadSResponse(const std::string& body) {
-  std::string error;
-  const Json json = Json::parse(body, error);
-  HttpDNSServiceAnswer answer;
-  answer.host = json["host"].string_value();
-  const std::int64_t seconds = zo_base::SaturatedCast<std::int32_t>(json["ttl"].number_value());
-  answer.ttl_ms = std::max(seconds * kMillisecondsPerSecond, kShortestServiceTtl);
-  answer.ipv4 = json["ipv4"];
-  answer.ipv6 = json["ipv6"];
-  return answer;
-}
-
-std::vector<HttpDNSHostCache::Update> ReadDResponse(const std::string& body,
-                                                    const std::vector<std::string>& asked) {
-  std::string error;
-  const Json json = Json::parse(body, error);
-  std::vector<HttpDNSHostCache::Update> updates;
-  if (json["code"].int_value() != kGoodCode) return updates;
-  const Json::object& members = json["data"].object_items();
-  const std::set<std::string_view> first(asked.begin(), asked.end());
-  for (const std::string_view host : first) {
-    const auto member = members.find(std::string(host));
-    if (member != members.end()) AddUpdate(member->first, member->second, updates);
+std::optional<HttpDNSHostUpdates> CheckDResponse(std::int32_t http_code, const std::string& body,
+                                                 const Texts& hosts, std::string& error) {
+  Json data;
+  error = FindFaultInD(http_code, body, data);
+  for (const std::string& host : hosts) {
+    if (error.empty()) error = FindFaultOfHost(data, host);
   }
-  for (const auto& [host, said] : members) {
-    if (first.count(host) == 0) AddUpdate(host, said, updates);
+  if (!error.empty()) return std::nullopt;
+  HttpDNSHostUpdates updates;
+  const std::set<std::string> first(hosts.begin(), hosts.end());
+  for (const std::string& host : first) AddUpdate(host, data[host], updates);
+  for (const auto& [host, said] : data.object_items()) {
+    if (!first.contains(host)) AddUpdate(host, said, updates);
   }
   return updates;
 }

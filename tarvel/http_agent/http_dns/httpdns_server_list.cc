@@ -12,15 +12,13 @@ namespace {
 
 using WQBASE::network::CanBeHost;
 using WQBASE::network::InBrackets;
-
-namespace network = WQBASE::network;
 using WQBASE::network::kHighestPort;
 using zo_base::MutexLock;
 using zo_base::json11::Json;
 
 constexpr std::int32_t kHttpPort = 80;
 constexpr std::int32_t kHttpsPort = 443;
-// Each may have to be waited for.
+// Each may have to time out before the next one is asked.
 constexpr std::size_t kMostServers = 32;
 
 bool CanBeInUrl(const HttpDNSServerInfo& server) {
@@ -36,30 +34,20 @@ HttpDNSServerInfo ReadServer(const Json& entry) {
   return server;
 }
 
-void AddByTurns(const std::vector<HttpDNSServerInfo>& ipv4,
-                const std::vector<HttpDNSServerInfo>& ipv6,
-                std::vector<HttpDNSServerInfo>& servers) {
-  for (std::size_t i = 0; i < std::max(ipv4.size(), ipv6.size()); ++i) {
-    if (i < ipv4.size()) servers.push_back(ipv4[i]);
-    if (i < ipv6.size()) servers.push_back(ipv6[i]);
-  }
-}
-
 }  // namespace
 
-std::vector<HttpDNSServerInfo> ReadServers(const Json& list, bool only_https) {
+std::vector<HttpDNSServerInfo> ReadServers(const Json& list) {
   std::vector<HttpDNSServerInfo> servers;
   for (const Json& entry : list.array_items()) {
     if (servers.size() == kMostServers) break;
     HttpDNSServerInfo server = ReadServer(entry);
-    if (!CanBeInUrl(server) || (only_https && !server.https)) continue;
-    servers.push_back(std::move(server));
+    if (CanBeInUrl(server)) servers.push_back(std::move(server));
   }
   return servers;
 }
 
 std::string AuthorityOf(const HttpDNSServerInfo& server) {
-  if (!network::IsIPAddress(server.host)) return server.host;
+  if (!WQBASE::network::IsIPAddress(server.host)) return server.host;
   const std::int32_t scheme_port = server.https ? kHttpsPort : kHttpPort;
   return server.host + ":" + std::to_string(server.port == 0 ? scheme_port : server.port);
 }
@@ -75,25 +63,18 @@ void HttpDNSServerList::SetServers(const std::string& host,
 
 std::vector<HttpDNSServerInfo> HttpDNSServerList::GetServers(zo_net::AddressFamily family,
                                                              bool only_https) const {
-  std::vector<HttpDNSServerInfo> servers{{"", kHttpsPort, true}};
-  std::vector<HttpDNSServerInfo> ipv4;
-  std::vector<HttpDNSServerInfo> ipv6;
-  {
-    MutexLock hold(lock_);
-    servers.front().host = host_;
-    if (family != zo_net::kAddressFamilyIPv6) ipv4 = ipv4_;
-    if (family != zo_net::kAddressFamilyIPv4) ipv6 = ipv6_;
-  }
-  const auto is_left_out = [only_https](const auto& server) { return only_https && !server.https; };
-  std::erase_if(ipv4, is_left_out);
-  std::erase_if(ipv6, is_left_out);
-  AddByTurns(ipv4, ipv6, servers);
-  return servers;
-}
-
-std::string HttpDNSServerList::GetHost() const {
+  const auto usable = [only_https](std::vector<HttpDNSServerInfo> list) {
+    std::erase_if(list, [&](const auto& server) { return only_https && !server.https; });
+    return list;
+  };
   MutexLock hold(lock_);
-  return host_;
+  const auto ipv4 = usable(ipv4_), ipv6 = usable(ipv6_);
+  std::vector<HttpDNSServerInfo> servers{{host_, kHttpsPort, true}};
+  for (std::size_t i = 0; i < std::max(ipv4.size(), ipv6.size()); ++i) {
+    if (family != zo_net::kAddressFamilyIPv6 && i < ipv4.size()) servers.push_back(ipv4[i]);
+    if (family != zo_net::kAddressFamilyIPv4 && i < ipv6.size()) servers.push_back(ipv6[i]);
+  }
+  return servers;
 }
 
 }  // namespace zo_tarvel

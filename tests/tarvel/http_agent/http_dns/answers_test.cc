@@ -7,11 +7,10 @@
 
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 
-// What the servers' answers and the files' entries are worth.
+// How answers of servers and entries of files are judged.
 namespace zo_tarvel {
 namespace {
 
-using testing::IsEmpty;
 using zo_net::kAddressFamilyAny, zo_net::kAddressFamilyIPv6;
 using Texts = std::vector<std::string>;
 constexpr HttpDNSGrade kGood = HttpDNSGrade::kGood, kStale = HttpDNSGrade::kStale,
@@ -34,7 +33,7 @@ TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
       {R"({"host": "h", "ttl": 1e300, "ipv6": []})", ""}};
   for (const auto& [body, wanted] : rows) {
     std::string error;
-    EXPECT_EQ(CheckSResponse(body, error), wanted.empty()) << body;
+    EXPECT_EQ(CheckSResponse(body, error).has_value(), wanted.empty()) << body;
     EXPECT_EQ(error, wanted) << body;
   }
 }
@@ -44,50 +43,47 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
     return R"({"code": 200, "data": {"b": {"ip": ["192.0.2.1"], "ttl": 1}, "a": )" + a + "}}";
   };
   const std::string empty = "a both ipv4 and ipv6 are empty", dead = "a ttl <= 0 in the response";
-  const struct {
-    std::int32_t code;
-    std::string body;
-    std::string error;
-  } rows[] = {
-      {404, "", "Httpdns -d query hosts`s ip response code != 200"},
-      {200, "", "Httpdns response error body is empty"},
-      {200, "{", "Httpdns response body parse error"},
-      {200, "[]", "Httpdns response body(json) is not an object"},
-      {200, "{}", "Httpdns response code(business) does not exist"},
-      {200, R"({"code": 404})", "Httpdns response code(business) error code:404"},
-      {200, R"({"code": 200})", "Httpdns response data(business) does not exist"},
-      {200, R"({"code": 200, "data": []})", "b doman was not included in the response"},
-      {200, data(R"({"ip": [], "ipv6": "::1", "ttl": 1})"), empty},
-      {200, data(R"({"ip": ["192.0.2.1/evil", "::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"), empty},
-      {200, data(R"({"ip": ["192.0.2.1"]})"), "a ttl was not included in the response"},
-      {200, data(R"({"ip": ["192.0.2.1"], "ttl": 0})"), dead},
-      {200, data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), dead},
-      {200, data(R"({"ipv6": ["[2001:db8::1]"], "ttl": 0.5})"), ""},
-  };
-  for (const auto& row : rows) {
-    std::string error;
-    EXPECT_EQ(CheckDResponse(row.code, row.body, {"b", "a"}, error), row.error.empty()) << row.body;
-    EXPECT_EQ(error, row.error) << row.body;
+  const std::pair<std::string, std::string> rows[] = {
+      {"", "Httpdns response error body is empty"},
+      {"{", "Httpdns response body parse error"},
+      {"[]", "Httpdns response body(json) is not an object"},
+      {"{}", "Httpdns response code(business) does not exist"},
+      {R"({"code": 404})", "Httpdns response code(business) error code:404"},
+      {R"({"code": 1e300})", "Httpdns response code(business) error code:2147483647"},
+      {R"({"code": 200})", "Httpdns response data(business) does not exist"},
+      {R"({"code": 200, "data": []})", "b doman was not included in the response"},
+      {data(R"({"ip": [], "ipv6": "::1", "ttl": 1})"), empty},
+      {data(R"({"ip": ["192.0.2.1/evil", "::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"), empty},
+      {data(R"({"ip": ["192.0.2.1"]})"), "a ttl was not included in the response"},
+      {data(R"({"ip": ["192.0.2.1"], "ttl": 0})"), dead},
+      {data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), dead},
+      {data(R"({"ipv6": ["[2001:db8::1]"], "ttl": 0.5})"), ""}};
+  std::string error;
+  for (const auto& [body, wanted] : rows) {
+    EXPECT_EQ(CheckDResponse(200, body, {"b", "a"}, error).has_value(), wanted.empty()) << body;
+    EXPECT_EQ(error, wanted) << body;
   }
+  EXPECT_FALSE(CheckDResponse(404, "", {}, error));
+  EXPECT_EQ(error, "Httpdns -d query hosts`s ip response code != 200");
 }
 
-TEST(HttpDNSAnswerTest, OfHostsGivesTheMembersThatCanBeUsedThoseAskedForFirst) {
+TEST(HttpDNSAnswerTest, OfHostsGivesTheUsableOnesThoseAskedForFirst) {
   const std::string usable = R"(": {"ip": ["192.0.2.1"], "ttl": 1}, ")", longest(255, 'm');
-  std::string body = R"({"code": 200, "data": {")";
-  for (const std::string& host : {longest, longest + 'm', std::string("b\\\\b"), std::string("c c"),
-                                  std::string(), std::string("\xff"), std::string("k\\u0000k")}) {
-    body += host + usable;
-  }
+  std::string body = R"({"code": 200, "data": {")", error;
+  for (const char* const host : {"b\\\\b", "c c", "", "\xff", "k\\u0000k"}) body += host + usable;
   for (const char* const ttl : {"0", "-5", "1e-9", "null", R"("1")"}) {
     body += std::to_string(body.size()) + R"(": {"ip": ["192.0.2.1"], "ttl": )" + ttl + R"(}, ")";
   }
-  body += "z" + usable + "a" + usable + R"(n": {"ip": ["evil.example"], "ttl": 1}}})";
+  body += longest + usable + longest + 'm' + usable + "z" + usable + "a" + usable;
+  body += R"(n": {"ip": ["evil.example"], "ttl": 1}}})";
+  const auto updates = CheckDResponse(200, body, {"z"}, error);
+  ASSERT_TRUE(updates);
   Texts hosts;
-  for (const auto& update : ReadDResponse(body, {"z", "none"})) hosts.push_back(update.host);
+  for (const auto& update : *updates) hosts.push_back(update.host);
   EXPECT_THAT(hosts, testing::ElementsAre("z", "a", longest));
 }
 
-// What is known of "a" is good and then stale for so long, and of nothing else is there anything.
+// Expects "a" to be good and then stale until these ages, and nothing else to be known.
 void ExpectGrades(const HttpDNSHostCache& cache, std::int64_t good, std::int64_t stale) {
   for (const std::int64_t age :
        {std::int64_t{-1}, std::int64_t{0}, good - 1, good, stale - 1, stale}) {
@@ -107,7 +103,7 @@ TEST(HttpDNSHostCacheTest, IsGoodForThreeQuartersOfTheTtlAndStaleUntilNineTenths
   }
 }
 
-TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMostWhateverItSays) {
+TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMost) {
   const auto in = [](std::int64_t ms) { return std::to_string(kNow + ms); };
   const struct {
     std::string end;
@@ -134,12 +130,11 @@ TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
       R"(["192.0.2.1/evil", "evil.example", "192.0.2.1:80", "::1", "", 7, "127.1", "0x7f.0.0.1", "192.0.2.9",
       "u@192.0.2.1", "192.0.2.1 ", "[::1]/x", "[::1", "2001:db8::1%eth0", "::0x7f.1", "192.0.2.9"])";
   const std::string entry = R"({"ip": )" + mixed + R"(, "ipv6": )" + mixed + R"(, "ttl": )";
+  std::string error;
   for (const char* ttl : {"1e300", "2147483648", "100"}) {
     HttpDNSHostCache cache;
-    for (const auto& update :
-         ReadDResponse(R"({"code": 200, "data": {"a": )" + entry + ttl + "}}}", {})) {
-      cache.SetEntry(update, kNow, false);
-    }
+    const std::string body = R"({"code": 200, "data": {"a": )" + entry + ttl + "}}}";
+    cache.SetEntries(CheckDResponse(200, body, {}, error).value(), kNow);
     Texts found;
     EXPECT_EQ(cache.Check(kAddressFamilyAny, "a", kNow, found), kGood) << ttl;
     EXPECT_THAT(found, testing::ElementsAre("192.0.2.9", "[::1]")) << ttl;
@@ -147,13 +142,11 @@ TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
   HttpDNSHostCache cache;
   EXPECT_FALSE(cache.Load("a", R"({"ipv4": ["1.2.3.4/evil", "::1"], "ipv6": ["e.example"]})", 0));
   EXPECT_FALSE(cache.Load("a", "[", 0));
-  EXPECT_THAT(ReadDResponse(R"({"code": 1e300, "data": {"a": {"ip": ["192.0.2.1"]}}})", {}),
-              IsEmpty());
 }
 
 TEST(HttpDNSHostCacheTest, TakesTheLongestEntryThatItDumpsBack) {
   HttpDNSHostCache cache, next;
-  HttpDNSHostCache::Update update{std::string(255, 'h'), {}, {}, INT32_MAX};
+  HttpDNSCacheEntry update{std::string(255, 'h'), {}, {}, INT32_MAX};
   for (int i = 100; i < 132; ++i) {
     update.ipv4.push_back("255.255.255." + std::to_string(i));
     update.ipv6.push_back("[0000:0000:0000:0000:0000:ffff:" + update.ipv4.back() + "]");

@@ -14,7 +14,7 @@
 #include "tests/support/event.h"
 #include "tests/support/temp_directory.h"
 
-// The HTTPDNS client with a test in the place of the agent: it gets the requests and answers them.
+// The HTTPDNS client, with a test in place of the agent: it takes the requests and answers them.
 namespace zo_tarvel {
 namespace {
 
@@ -53,7 +53,7 @@ class HttpDNSManagerTest : public testing::Test {
     if (manager_) manager_->Stop();
   }
 
-  // With these files; empty for none.
+  // Starts a manager that finds these files; an empty text stands for no file.
   void Begin(const std::string& servers, const std::string& hosts = "", bool only_https = false) {
     _ZOTarvelEnvironmentSettings settings;
     std::strcpy(settings.appdata_path, directory_.path().c_str());
@@ -73,7 +73,7 @@ class HttpDNSManagerTest : public testing::Test {
     EXPECT_TRUE(manager_->Init());
     Settle();
   }
-  // Until all posted so far, and what that has posted, has run.
+  // Waits until all posted tasks have run, and the tasks that these have posted.
   void Settle() {
     for (int i = 0; i < 5; ++i) {
       Event done;
@@ -95,11 +95,12 @@ class HttpDNSManagerTest : public testing::Test {
     manager_->InvokeQuery(zo_net::kAddressFamilyAny, hosts, take, context);
     Settle();
   }
-  void Answer(const MultipleURLHttpRequest& request, bool success, const std::string& body) {
+  // The only answer to the request, with status 200.
+  void Answer(const MultipleURLHttpRequest& request, const std::string& body) {
+    const bool success = request.check_callback(0, 200, "u", "", body, 0).success;
     request.result_callback(false, success, "", body);
     Settle();
   }
-  // A value in a file.
   std::string Saved(const std::string& name, const std::string& key) const {
     std::string error;
     return Json::parse(ReadFile(files_ + name), error)[key].string_value();
@@ -108,7 +109,7 @@ class HttpDNSManagerTest : public testing::Test {
   const CapturedLog log_;
   const TempDirectory directory_;
   std::string files_;
-  // Of the manager's thread; read after Settle.
+  // Written on the manager's thread, read after Settle.
   std::vector<MultipleURLHttpRequest> sent_;
   std::vector<HostCacheResult> results_;
   const std::shared_ptr<_EnvironmentConfig> config_ = std::make_shared<_EnvironmentConfig>();
@@ -173,7 +174,7 @@ TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
   Reload();
   EXPECT_EQ(UrlsOf(sent_[0])[1], "svc.example https://dns.example/httpdns/v2/s");
   const std::string list = R"([{"host": "192.0.2.77", "https": false}])";
-  Answer(sent_[0], true, R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
+  Answer(sent_[0], R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
   EXPECT_EQ(Saved(kFile, "ipv4"), list);
   Query({"a"});
   EXPECT_THAT(UrlsOf(sent_.back()),
@@ -184,7 +185,7 @@ TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
 TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
   Begin(ServerFile());
   Reload();
-  Answer(sent_[0], true,
+  Answer(sent_[0],
          R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": [{"host": "192.0.2.77"}]})");
   EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 600000 ms"));
   EXPECT_EQ(Saved(kFile, "ttl"), "600000");
@@ -196,7 +197,7 @@ TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
               ElementsAre("new.example https://new.example/httpdns/v2/s",
                           "new.example https://192.0.2.77:443/httpdns/v2/s",
                           "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
-  Answer(sent_.back(), true,
+  Answer(sent_.back(),
          R"({"host": "x", "ttl": 2592000, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
              {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"}]})");
   EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 2592000000 ms"));
@@ -205,9 +206,8 @@ TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
   Reload();
   EXPECT_EQ(UrlsOf(sent_.back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
   const std::string too_long(65'536, ' ');
-  Answer(
-      sent_.back(), true,
-      R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" + too_long + "\"}]}");
+  Answer(sent_.back(), R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" +
+                           too_long + "\"}]}");
   EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
 }
 
@@ -216,7 +216,7 @@ TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
   for (const int minutes : {1, 2, 3, 4, 5, 5, 0, 1}) {
     RecordedLog::Clear();
     Reload();
-    Answer(sent_.back(), minutes == 0, R"({"host": "h", "ttl": 600, "ipv4": []})");
+    Answer(sent_.back(), minutes == 0 ? R"({"host": "h", "ttl": 600, "ipv4": []})" : "");
     const std::string delay = std::to_string(minutes * 60'000);
     EXPECT_THAT(RecordedLog::Texts("[http dns] Update "),
                 ElementsAre(minutes == 0 ? "[http dns] Update success ttl : 600000 ms"
@@ -245,9 +245,7 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
   EXPECT_FALSE(sync.use_http_dns_if_fail);
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
       "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
-  EXPECT_TRUE(sync.check_callback(0, 200, "u", "", body, 0).success);
-  EXPECT_FALSE(async.check_callback(0, 200, "u", "", body, 0).success);
-  Answer(sync, true, body);
+  Answer(sync, body);
   const HostCacheResult wanted{{"a", {"192.0.2.1"}},
                                {"b", {"192.0.2.2"}},
                                {"c", {"192.0.2.3", "[2001:db8::3]"}},
@@ -257,10 +255,10 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
             R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
             R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})");
   EXPECT_EQ(Saved("http_dns_cache.data", "broken"), "");  // What is of no use is not kept.
-  Answer(async, false, "");
+  Answer(async, body);                                    // Not about "b".
   Query({"b"});       // Still stale: answered, and asked for again.
   Query({"d", "a"});  // Nobody will know the first.
-  Answer(sent_.back(), false, "");
+  Answer(sent_.back(), "");
   EXPECT_EQ(sent_.size(), 4U);
   EXPECT_THAT(results_, ElementsAre(wanted, HostCacheResult{{"b", {"192.0.2.2"}}},
                                     HostCacheResult{{"a", {"192.0.2.1"}}}));
@@ -278,9 +276,8 @@ TEST_F(HttpDNSManagerTest, KeepsOfVeryManyHostsThoseJustAskedForAndThoseThatEndL
   Begin(ServerFile(), many("{", 20'100, entry) + R"("junk": ""})");
   Query({"a"});
   const auto member = [](int) { return R"(.b": {"ip": ["192.0.2.1"], "ttl": 600})"; };
-  Answer(sent_.back(), true,
-         many(R"({"code": 200, "data": {)", 12'000, member) +
-             R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
+  Answer(sent_.back(), many(R"({"code": 200, "data": {)", 12'000, member) +
+                           R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
   EXPECT_EQ(results_.back(), (HostCacheResult{{"a", {"192.0.2.2"}}}));
   const auto known = manager_->GetHostCache().Dump();
   EXPECT_EQ(known.count("1") + known.count("19999") + known.count("1.b"), 2U);

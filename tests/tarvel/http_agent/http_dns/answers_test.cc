@@ -18,12 +18,11 @@ constexpr HttpDNSGrade kGood = HttpDNSGrade::kGood, kStale = HttpDNSGrade::kStal
 constexpr std::int64_t kNow = 1'700'000'000'000;
 
 TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
-  const std::string fault = "Function S response is not in json format";
   const std::string no_host =
       "Function S [host] in the response does not exist or the content is empty";
   const std::pair<std::string, std::string> rows[] = {
-      {"", fault},
-      {"{", fault},
+      {"", "Function S response is not in json format"},
+      {"[]", "Function S response is not in json format"},
       {"{}", no_host},
       {R"({"host": "", "ttl": 1, "ipv4": []})", no_host},
       {R"({"host": "h\r\nX: 1", "ttl": 1, "ipv4": []})", no_host},

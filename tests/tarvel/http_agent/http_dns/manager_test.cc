@@ -24,7 +24,7 @@ using testing::IsEmpty;
 using zo_base::json11::Json;
 using Texts = std::vector<std::string>;
 
-constexpr char kFile[] = "http_server_cache.data";
+constexpr char kServers[] = "http_server_cache.data", kHosts[] = "http_dns_cache.data";
 constexpr std::int64_t kNow = 1'700'000'000'000;
 
 std::string File(const std::map<std::string, std::string>& entries) {
@@ -39,12 +39,6 @@ std::string ServerFile() {
                    {"host": "0x7f.1"}])"},
        {"ipv6", R"([{"host": "[2001:db8::7]", "port": 8080, "https": true}])"},
        {"expired_time", std::to_string(kNow + 3'600'000)}});
-}
-
-Texts UrlsOf(const MultipleURLHttpRequest& request) {
-  Texts urls;
-  for (const auto& entry : request.urls) urls.push_back(entry.host + " " + entry.url);
-  return urls;
 }
 
 class HttpDNSManagerTest : public testing::Test {
@@ -65,8 +59,8 @@ class HttpDNSManagerTest : public testing::Test {
         [this](const MultipleURLHttpRequest& request, bool) { sent_.push_back(request); });
     files_ = config_->appdata_path() + "http_dns/";
     std::filesystem::create_directories(files_);
-    if (!servers.empty()) WriteFile(files_ + "http_server_cache.data", servers);
-    if (!hosts.empty()) WriteFile(files_ + "http_dns_cache.data", hosts);
+    if (!servers.empty()) WriteFile(files_ + kServers, servers);
+    if (!hosts.empty()) WriteFile(files_ + kHosts, hosts);
     if (manager_) manager_->Stop();
     manager_ = std::make_shared<HttpDNSManager>([] { return kNow; });
     manager_->SetEnvironmentConfig(config_);
@@ -85,6 +79,12 @@ class HttpDNSManagerTest : public testing::Test {
     manager_->PostTask([this] { manager_->DoReload(zo_net::kAddressFamilyAny); });
     Settle();
   }
+  // Each with the name that it stands for.
+  Texts UrlsSent(std::size_t request) const {
+    Texts urls;
+    for (const auto& entry : sent_.at(request).urls) urls.push_back(entry.host + " " + entry.url);
+    return urls;
+  }
   void Query(const Texts& hosts) {
     MultipleURLHttpRequestContext context;
     context.trace_id = "trace";
@@ -95,10 +95,10 @@ class HttpDNSManagerTest : public testing::Test {
     manager_->InvokeQuery(zo_net::kAddressFamilyAny, hosts, take, context);
     Settle();
   }
-  // The only answer to the request, with status 200.
-  void Answer(const MultipleURLHttpRequest& request, const std::string& body) {
-    const bool success = request.check_callback(0, 200, "u", "", body, 0).success;
-    request.result_callback(false, success, "", body);
+  // Gives the request its only answer, with status 200.
+  void Answer(std::size_t request, const std::string& body) {
+    const bool success = sent_.at(request).check_callback(0, 200, "u", "", body, 0).success;
+    sent_[request].result_callback(false, success, "", body);
     Settle();
   }
   std::string Saved(const std::string& name, const std::string& key) const {
@@ -118,17 +118,17 @@ class HttpDNSManagerTest : public testing::Test {
 
 TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
   Begin("");
-  EXPECT_EQ(Saved(kFile, "host"), "httpdns.tarvel.invalid");
-  EXPECT_EQ(Saved(kFile, "ttl"), "3600");
-  EXPECT_EQ(Saved(kFile, "updated_at"), std::to_string(kNow));
-  EXPECT_EQ(Saved(kFile, "expired_time"), std::to_string(kNow));
-  EXPECT_EQ(Saved(kFile, "ipv6"), R"([{"host": "[2001:db8::53]", "https": true, "port": 443}, )"
-                                  R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])");
+  EXPECT_EQ(Saved(kServers, "host"), "httpdns.tarvel.invalid");
+  EXPECT_EQ(Saved(kServers, "ttl"), "3600");
+  EXPECT_EQ(Saved(kServers, "updated_at"), std::to_string(kNow));
+  EXPECT_EQ(Saved(kServers, "expired_time"), std::to_string(kNow));
+  EXPECT_EQ(Saved(kServers, "ipv6"),
+            R"([{"host": "[2001:db8::53]", "https": true, "port": 443}, )"
+            R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])");
   EXPECT_TRUE(RecordedLog::Await("[http dns] Begin update service"));
   Settle();
-  const auto urls = UrlsOf(sent_.at(0));
-  ASSERT_EQ(urls.size(), 7U);
-  EXPECT_EQ(urls[1], "httpdns.tarvel.invalid https://192.0.2.53:443/httpdns/v2/s");
+  ASSERT_EQ(sent_.at(0).urls.size(), 7U);
+  EXPECT_EQ(UrlsSent(0)[1], "httpdns.tarvel.invalid https://192.0.2.53:443/httpdns/v2/s");
 }
 
 TEST_F(HttpDNSManagerTest, AsksForServersAtATimeThatTheFileSays) {
@@ -153,17 +153,16 @@ TEST_F(HttpDNSManagerTest, AsksServersForServersOneRequestAtATime) {
   Reload();
   Reload();
   ASSERT_EQ(sent_.size(), 1U);
-  const auto request = sent_[0];
-  EXPECT_THAT(UrlsOf(request), ElementsAre("svc.example https://svc.example/httpdns/v2/s",
-                                           "svc.example http://192.0.2.7:80/httpdns/v2/s",
-                                           "svc.example https://[2001:db8::7]:8080/httpdns/v2/s",
-                                           "svc.example https://dns.example/httpdns/v2/s",
-                                           "svc.example https://192.0.2.8:443/httpdns/v2/s"));
+  EXPECT_THAT(UrlsSent(0), ElementsAre("svc.example https://svc.example/httpdns/v2/s",
+                                       "svc.example http://192.0.2.7:80/httpdns/v2/s",
+                                       "svc.example https://[2001:db8::7]:8080/httpdns/v2/s",
+                                       "svc.example https://dns.example/httpdns/v2/s",
+                                       "svc.example https://192.0.2.8:443/httpdns/v2/s"));
+  const auto& request = sent_[0];
   EXPECT_THAT(request.headers, ElementsAre("X-VELDRIN-BUSINESS:im_g1"));
   EXPECT_EQ(request.time_out, 4'321);
   EXPECT_EQ(request.multiple_time_out, 1'234);
-  EXPECT_FALSE(request.use_http_dns_if_fail);
-  EXPECT_FALSE(request.context.trace_id.empty());
+  EXPECT_FALSE(request.use_http_dns_if_fail || request.context.trace_id.empty());
   const auto refused = request.check_callback(1, 500, "u", "", "", 0);
   EXPECT_FALSE(refused.success || refused.stop || !refused.add_statistic);
   EXPECT_EQ(refused.error_message, "Function S response code != 200");
@@ -172,55 +171,54 @@ TEST_F(HttpDNSManagerTest, AsksServersForServersOneRequestAtATime) {
 TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
   Begin(ServerFile(), "", true);
   Reload();
-  EXPECT_EQ(UrlsOf(sent_[0])[1], "svc.example https://dns.example/httpdns/v2/s");
+  EXPECT_EQ(UrlsSent(0)[1], "svc.example https://dns.example/httpdns/v2/s");
   const std::string list = R"([{"host": "192.0.2.77", "https": false}])";
-  Answer(sent_[0], R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
-  EXPECT_EQ(Saved(kFile, "ipv4"), list);
+  Answer(0, R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
+  EXPECT_EQ(Saved(kServers, "ipv4"), list);
   Query({"a"});
-  EXPECT_THAT(UrlsOf(sent_.back()),
+  EXPECT_THAT(UrlsSent(1),
               ElementsAre("new.example https://new.example/httpdns/v2/d?domain=a",
                           "new.example https://[2001:db8::7]:8080/httpdns/v2/d?domain=a"));
 }
 
-TEST_F(HttpDNSManagerTest, KeepsAListThatAnAnswerLeavesEmpty) {
+TEST_F(HttpDNSManagerTest, KeepsAListOfWhichAnAnswerHasNoUsableServer) {
+  const std::string list = R"([{"host": "192.0.2.77"}])", too_long(65'536, ' ');
   Begin(ServerFile());
   Reload();
-  Answer(sent_[0],
-         R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": [{"host": "192.0.2.77"}]})");
-  EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 600000 ms"));
-  EXPECT_EQ(Saved(kFile, "ttl"), "600000");
-  EXPECT_EQ(Saved(kFile, "expired_time"), std::to_string(kNow + 600'000));
-  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
-  EXPECT_THAT(Saved(kFile, "ipv6"), testing::HasSubstr("2001:db8::7"));
+  Answer(0, R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": )" + list + "}");
+  EXPECT_EQ(Saved(kServers, "ttl"), "600000");
+  EXPECT_EQ(Saved(kServers, "expired_time"), std::to_string(kNow + 600'000));
+  EXPECT_EQ(Saved(kServers, "ipv4"), list);
+  EXPECT_THAT(Saved(kServers, "ipv6"), testing::HasSubstr("2001:db8::7"));
   Reload();
-  EXPECT_THAT(UrlsOf(sent_.back()),
-              ElementsAre("new.example https://new.example/httpdns/v2/s",
-                          "new.example https://192.0.2.77:443/httpdns/v2/s",
-                          "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
-  Answer(sent_.back(),
-         R"({"host": "x", "ttl": 2592000, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
-             {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"}]})");
-  EXPECT_TRUE(RecordedLog::Await("[http dns] Update success ttl : 2592000000 ms"));
-  EXPECT_EQ(Saved(kFile, "ttl"), "2592000000");
-  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
+  EXPECT_THAT(UrlsSent(1), ElementsAre("new.example https://new.example/httpdns/v2/s",
+                                       "new.example https://192.0.2.77:443/httpdns/v2/s",
+                                       "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
+  Answer(1, R"({"host": "x", "ttl": 2592000, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
+                {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"}]})");
+  EXPECT_THAT(RecordedLog::Texts("[http dns] Update success"),
+              ElementsAre("[http dns] Update success ttl : 600000 ms",
+                          "[http dns] Update success ttl : 2592000000 ms"));
+  EXPECT_EQ(Saved(kServers, "ttl"), "2592000000");
+  EXPECT_EQ(Saved(kServers, "ipv4"), list);
   Reload();
-  EXPECT_EQ(UrlsOf(sent_.back()).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
-  const std::string too_long(65'536, ' ');
-  Answer(sent_.back(), R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" +
-                           too_long + "\"}]}");
-  EXPECT_EQ(Saved(kFile, "ipv4"), R"([{"host": "192.0.2.77"}])");
+  EXPECT_EQ(UrlsSent(2).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
+  Answer(2, R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" + too_long +
+                "\"}]}");
+  EXPECT_EQ(Saved(kServers, "ipv4"), list);
 }
 
 TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
   Begin(ServerFile());
-  for (const int minutes : {1, 2, 3, 4, 5, 5, 0, 1}) {
+  std::size_t request = 0;
+  for (const char* const next : {"6", "12", "18", "24", "30", "30", "", "6"}) {
     RecordedLog::Clear();
     Reload();
-    Answer(sent_.back(), minutes == 0 ? R"({"host": "h", "ttl": 600, "ipv4": []})" : "");
-    const std::string delay = std::to_string(minutes * 60'000);
-    EXPECT_THAT(RecordedLog::Texts("[http dns] Update "),
-                ElementsAre(minutes == 0 ? "[http dns] Update success ttl : 600000 ms"
-                                         : "[http dns] Update fail redo after :" + delay + "ms"));
+    Answer(request++, *next ? "" : R"({"host": "h", "ttl": 600, "ipv4": []})");
+    EXPECT_THAT(
+        RecordedLog::Texts("[http dns] Update "),
+        ElementsAre(*next ? std::string("[http dns] Update fail redo after :") + next + "0000ms"
+                          : "[http dns] Update success ttl : 600000 ms"));
   }
 }
 
@@ -237,34 +235,32 @@ TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
   Query({"a", "b", "c", "evil", "n&o=t", "d e", "f\\g", "\xff", too_long});  // From "n" on never.
   ASSERT_EQ(sent_.size(), 2U);
   EXPECT_THAT(results_, IsEmpty());
-  const auto sync = sent_[0], async = sent_[1];
-  EXPECT_EQ(UrlsOf(sync)[1], "svc.example http://192.0.2.7:80/httpdns/v2/d?domain=c,evil");
-  EXPECT_EQ(UrlsOf(async)[0], "svc.example https://svc.example/httpdns/v2/d?domain=b");
-  EXPECT_THAT(sync.headers, IsEmpty());
-  EXPECT_EQ(sync.context.trace_id, "trace");
-  EXPECT_FALSE(sync.use_http_dns_if_fail);
+  EXPECT_EQ(UrlsSent(0)[1], "svc.example http://192.0.2.7:80/httpdns/v2/d?domain=c,evil");
+  EXPECT_EQ(UrlsSent(1)[0], "svc.example https://svc.example/httpdns/v2/d?domain=b");
+  EXPECT_THAT(sent_[0].headers, IsEmpty());
+  EXPECT_EQ(sent_[0].context.trace_id, "trace");
+  EXPECT_FALSE(sent_[0].use_http_dns_if_fail);
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
       "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
-  Answer(sync, body);
+  Answer(0, body);
   const HostCacheResult wanted{{"a", {"192.0.2.1"}},
                                {"b", {"192.0.2.2"}},
                                {"c", {"192.0.2.3", "[2001:db8::3]"}},
                                {"evil", {"192.0.2.6"}}};
   EXPECT_THAT(results_, ElementsAre(wanted));
-  EXPECT_EQ(Saved("http_dns_cache.data", "c"),
-            R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
-            R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})");
-  EXPECT_EQ(Saved("http_dns_cache.data", "broken"), "");  // What is of no use is not kept.
-  Answer(async, body);                                    // Not about "b".
-  Query({"b"});       // Still stale: answered, and asked for again.
-  Query({"d", "a"});  // Nobody will know the first.
-  Answer(sent_.back(), "");
+  EXPECT_EQ(Saved(kHosts, "c"), R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
+                                R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})");
+  EXPECT_EQ(Saved(kHosts, "broken"), "");  // Unusable entries are not kept.
+  Answer(1, body);                         // It says nothing of "b".
+  Query({"b"});                            // Still stale: answered, and asked for again.
+  Query({"d", "a"});                       // Nobody will know "d".
+  Answer(3, "");
   EXPECT_EQ(sent_.size(), 4U);
   EXPECT_THAT(results_, ElementsAre(wanted, HostCacheResult{{"b", {"192.0.2.2"}}},
                                     HostCacheResult{{"a", {"192.0.2.1"}}}));
 }
 
-TEST_F(HttpDNSManagerTest, KeepsOfVeryManyHostsThoseJustAskedForAndThoseThatEndLast) {
+TEST_F(HttpDNSManagerTest, KeepsTheNewestOfVeryManyHosts) {
   const auto many = [](std::string text, int count, const std::function<std::string(int)>& member) {
     for (int i = 0; i < count; ++i) text += '"' + std::to_string(i) + member(i) + ", ";
     return text;
@@ -276,22 +272,19 @@ TEST_F(HttpDNSManagerTest, KeepsOfVeryManyHostsThoseJustAskedForAndThoseThatEndL
   Begin(ServerFile(), many("{", 20'100, entry) + R"("junk": ""})");
   Query({"a"});
   const auto member = [](int) { return R"(.b": {"ip": ["192.0.2.1"], "ttl": 600})"; };
-  Answer(sent_.back(), many(R"({"code": 200, "data": {)", 12'000, member) +
-                           R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
+  Answer(0, many(R"({"code": 200, "data": {)", 12'000, member) +
+                R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
   EXPECT_EQ(results_.back(), (HostCacheResult{{"a", {"192.0.2.2"}}}));
   const auto known = manager_->GetHostCache().Dump();
   EXPECT_EQ(known.count("1") + known.count("19999") + known.count("1.b"), 2U);
-  std::string error;  // The file has no more than the next start takes back.
-  const Json saved = Json::parse(ReadFile(files_ + "http_dns_cache.data"), error);
+  std::string error;  // The next start takes back no more than the file may have.
+  const Json saved = Json::parse(ReadFile(files_ + kHosts), error);
   EXPECT_LE(saved.object_items().size(), HttpDNSHostCache::kMostHosts);
   EXPECT_EQ(saved.object_items().count("a"), 1U);
 }
 
 TEST_F(HttpDNSManagerTest, DoesNothingWhileItIsOff) {
-  _ZOTarvelEnvironmentSettings settings;
-  std::strcpy(settings.appdata_path, directory_.path().c_str());
-  settings.enable_httpdns = -1;
-  config_->Load(settings);
+  config_->Load(TestSettings());
   HttpDNSService service;
   service.SetEnvironmentConfig(config_);
   EXPECT_FALSE(service.Init());

@@ -35,8 +35,8 @@ struct Outcome {
   std::vector<TarvelExceptionData> reports;
 };
 
-// Those of an environment with the files of an earlier run: servers, which it renews years later,
-// and the addresses of `hosts`. All lists are in JSON.
+// Settings of an environment that finds files of an earlier run: a list of servers that lives for
+// years, and the addresses of `hosts`. All lists are in JSON.
 _ZOTarvelEnvironmentSettings SettingsOn(const TempDirectory& directory, const std::string& servers,
                                         const std::map<std::string, std::string>& hosts = {}) {
   auto settings = AgentSettings();
@@ -46,9 +46,9 @@ _ZOTarvelEnvironmentSettings SettingsOn(const TempDirectory& directory, const st
   config->Load(settings);
   const std::string files = config->appdata_path() + "http_dns/";
   std::filesystem::create_directories(files);
-  const Json::object list{
-      {"host", "127.0.0.1"}, {"ipv4", servers}, {"expired_time", "4000000000000"}};
-  WriteFile(files + "http_server_cache.data", Json(list).dump());
+  const Json list =
+      Json::object{{"host", "127.0.0.1"}, {"ipv4", servers}, {"expired_time", "4000000000000"}};
+  WriteFile(files + "http_server_cache.data", list.dump());
   Json::object entries;
   for (const auto& [host, ips] : hosts) {
     entries[host] = R"({"cache_expired_time": 4000000000000, "ipv4": )" + ips + "}";
@@ -57,7 +57,7 @@ _ZOTarvelEnvironmentSettings SettingsOn(const TempDirectory& directory, const st
   return settings;
 }
 
-// Sends `urls` through such an environment. Waits for so many reports before the exit.
+// Sends one request to `urls` through such an environment, and awaits so many reports.
 Outcome Send(const Texts& urls, std::size_t reports,
              const std::map<std::string, std::string>& hosts = {}, bool reporting = true) {
   const TempDirectory directory;
@@ -86,7 +86,7 @@ Outcome Send(const Texts& urls, std::size_t reports,
     outcome.result = results.Take();
     while (outcome.reports.size() < reports) outcome.reports.push_back(records.Take());
   }
-  EXPECT_TRUE(results.TakeAll().empty());  // One result is all.
+  EXPECT_TRUE(results.TakeAll().empty());  // There is exactly one result.
   EXPECT_TRUE(reporting || records.TakeAll().empty());
   return outcome;
 }
@@ -114,7 +114,8 @@ TEST(SecondTryTest, GoesToTheAddressesUnderTheNamesOwnCertificate) {
     Texts wanted = urls;
     for (const auto& url :
          {on("127.0.0.2", 0), on("127.0.0.2", 1), on("127.0.0.3", 0), on("127.0.0.3", 1)}) {
-      wanted.push_back(url);  // The first with the wrong certificate, two where nobody listens.
+      wanted.push_back(
+          url);  // The first has the wrong certificate; nobody listens at the next two.
     }
     EXPECT_EQ(outcome.tried, wanted);
     EXPECT_EQ(outcome.result, "good it is here");
@@ -168,7 +169,8 @@ TEST(SecondTryTest, AsksNoFurtherServerAfterTheAgentHasStopped) {
   GetStorage()->http_agent->Uninit();
   stopped.Set();
   ASSERT_TRUE(sent.Await());
-  const auto later = std::make_shared<WQBASE::network::HttpRequestUser>();  // Answered after that.
+  // The transport would have delivered that answer before the one to this request.
+  const auto later = std::make_shared<WQBASE::network::HttpRequestUser>();
   later->setUrl(server.url("/later"));
   later->callback = [&](auto&&...) { received.Set(); };
   GetHttpClient()->send(later);

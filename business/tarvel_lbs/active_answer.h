@@ -1,20 +1,12 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
-
-#include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "base/lock/recursive_mutex.h"
 #include "base/process/wall_clock.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/lbs_response.h"
-#include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/msg_stat_info.h"
 
 namespace zo_tarvel {

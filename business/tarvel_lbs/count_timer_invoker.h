@@ -1,10 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <memory>
 
-#include "base/lock/recursive_mutex.h"
 #include "base/thread/task_thread.h"
 #include "base/thread/timer.h"
 

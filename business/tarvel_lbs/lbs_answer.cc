@@ -15,7 +15,6 @@ using zo_base::kMillisecondsPerSecond;
 using zo_base::json11::Json;
 
 constexpr char kCommon[] = "common";
-
 // Life time of an answer that names none, in seconds: two or three refreshes a day.
 constexpr std::int64_t kDefaultTtl = 43'200;
 
@@ -54,15 +53,12 @@ std::int64_t ReadTtl(const Json& common, const std::string& desc) {
   return desc == kGeneratedLocally ? 0 : kDefaultTtl;
 }
 
-void ReadHost(const Json& report, std::string& host) {
-  const std::string named = ReadText(report["host"]);
-  if (named.empty()) return;
-  host = WQBASE::network::GetScheme(named).empty() ? "https://" + named : named;
-}
-
 StatisticSettings ReadReport(const Json& report) {
   StatisticSettings settings;
-  ReadHost(report, settings.host);
+  const std::string host = ReadText(report["host"]);
+  if (!host.empty()) {
+    settings.host = WQBASE::network::GetScheme(host).empty() ? "https://" + host : host;
+  }
   const Json& api_error = report["apierror"];
   if (Has(api_error, "on")) settings.on = api_error["on"].bool_value() ? 1 : 0;
   const Json& threshold = api_error["threshold"];

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "base/json/json11.h"

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "base/file/cached_key_value_file.h"
 #include "business/tarvel_lbs/lbs_settings.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"

@@ -1,7 +1,5 @@
 #include "business/tarvel_lbs/lbs_settings.h"
 
-#include <cstddef>
-
 #include "base/text/text_of.h"
 
 namespace zo_tarvel {
@@ -20,16 +18,6 @@ std::vector<std::string> FilledSlots(const char (&slots)[kSlots][kSize]) {
     if (slot[0] != '\0') filled.push_back(TextOf(slot));
   }
   return filled;
-}
-
-template <class T>
-void AppendLine(std::string& text, const char* label, const T& value) {
-  text.append("-- ").append(label).append(":").append(value).append("\n");
-}
-
-void AppendList(std::string& text, const char* label, const std::vector<std::string>& items) {
-  AppendLine(text, label, "");
-  for (const std::string& item : items) text.append("   - ").append(item).append("\r\n");
 }
 
 }  // namespace
@@ -54,15 +42,9 @@ void LBSSettings::AssignAddresses(const _ZOTarvelLBSSettings& record) {
   default_link_ipv6 = default_link;
   AssignUnlessEmpty(default_link_ipv6, TextOf(record.default_link_ipv6));
   link_list = FilledSlots(record.link_list);
-  if (link_list.empty()) FillLinkList();
-}
-
-void LBSSettings::FillLinkList() {
-  const auto add = [this](const std::string& link) {
-    if (!link.empty()) link_list.push_back(link);
-  };
-  if (addr_family != kEMAddressFamilyIPv6) add(default_link);
-  if (addr_family != kEMAddressFamilyIPv4) add(default_link_ipv6);
+  if (!link_list.empty()) return;
+  if (addr_family != kEMAddressFamilyIPv6) link_list.push_back(default_link);
+  if (addr_family != kEMAddressFamilyIPv4) link_list.push_back(default_link_ipv6);
 }
 
 void LBSSettings::AssignTimeouts(std::int32_t timeout, std::int32_t pred_fail_time,
@@ -79,16 +61,23 @@ void LBSSettings::AssignTimeouts(std::int32_t timeout, std::int32_t pred_fail_ti
 
 std::string LBSSettings::Dump() const {
   std::string text;
-  AppendLine(text, "using_private", TextOf(using_private));
-  AppendLine(text, "lbs_main_addr", lbs_main_addr);
-  AppendLine(text, "default_link", default_link);
-  AppendLine(text, "default_link_ipv6", default_link_ipv6);
-  AppendLine(text, "addr_family", std::to_string(addr_family));
-  AppendLine(text, "sreq_timeout_ms", std::to_string(sreq_timeout_ms));
-  AppendLine(text, "sreq_pred_fail_time_ms", std::to_string(sreq_pred_fail_time_ms));
-  AppendLine(text, "def_lbs_host", def_lbs_host);
-  AppendList(text, "lbs_backup_addrs", lbs_backup_addrs);
-  AppendList(text, "link_list", link_list);
+  const auto add = [&text](const char* label, const std::string& value) {
+    text.append("-- ").append(label).append(":").append(value).append("\n");
+  };
+  const auto add_list = [&](const char* label, const std::vector<std::string>& items) {
+    add(label, "");
+    for (const std::string& item : items) text.append("   - ").append(item).append("\r\n");
+  };
+  add("using_private", TextOf(using_private));
+  add("lbs_main_addr", lbs_main_addr);
+  add("default_link", default_link);
+  add("default_link_ipv6", default_link_ipv6);
+  add("addr_family", std::to_string(addr_family));
+  add("sreq_timeout_ms", std::to_string(sreq_timeout_ms));
+  add("sreq_pred_fail_time_ms", std::to_string(sreq_pred_fail_time_ms));
+  add("def_lbs_host", def_lbs_host);
+  add_list("lbs_backup_addrs", lbs_backup_addrs);
+  add_list("link_list", link_list);
   return text;
 }
 

@@ -1,15 +1,8 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
-
-#include <atomic>
-#include <cstdint>
-#include <string>
 #include <vector>
 
-#include "tarvel/environment/configuration/deployment.h"
 #include "tarvel/environment/configuration/environment_config.h"
-#include "tarvel/environment/configuration/request_timeouts.h"
 
 namespace zo_tarvel {
 
@@ -36,7 +29,6 @@ struct LBSSettings {
 
  private:
   void AssignAddresses(const _ZOTarvelLBSSettings& record);
-  void FillLinkList();
   void AssignTimeouts(std::int32_t timeout, std::int32_t pred_fail_time,
                       const _EnvironmentConfig* environment);
 };

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <optional>
 #include <thread>
-#include <utility>
 
 #include "base/log/log.h"
 #include "base/object/weakly.h"
@@ -184,7 +182,7 @@ MultipleURLHttpRequest::CheckCallback LBSUpdater::MakeCheck(
     UpdateRequest::Verdict verdict{.stop = self.IsDetached(), .error_message = {}};
     if (!verdict.stop) {
       verdict = update->Check(index, record, body, self.GetEnvironmentConfig(),
-                              self.request_error_collector.Get());
+                              self.request_error_collector);
     }
     return std::optional(verdict);
   });

@@ -1,23 +1,11 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
-
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "base/lock/recursive_mutex.h"
 #include "base/object/signal_slot.h"
-#include "base/thread/task_thread.h"
 #include "base/thread/timer.h"
 #include "business/tarvel_lbs/active_answer.h"
-#include "business/tarvel_lbs/client_callback.h"
 #include "business/tarvel_lbs/count_timer_invoker.h"
-#include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/update_request.h"
 #include "business/tarvel_lbs/update_state.h"
-#include "tarvel/environment/configuration/environment_config_getter.h"
 
 namespace zo_tarvel {
 

@@ -2,8 +2,6 @@
 
 #include <tarvel/tarvel.h>
 
-#include <string>
-
 #include "tarvel/environment/configuration/deployment.h"
 
 namespace zo_tarvel {

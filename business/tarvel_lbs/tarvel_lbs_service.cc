@@ -1,9 +1,7 @@
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 
 #include <algorithm>
-#include <string>
 #include <string_view>
-#include <utility>
 
 #include "base/log/log.h"
 #include "base/object/weakly.h"
@@ -11,6 +9,7 @@
 #include "base/text/text_of.h"
 #include "base/thread/library_call.h"
 #include "base/thread/thread_info.h"
+#include "tarvel/environment/lbs_service_factory.h"
 
 namespace zo_tarvel {
 namespace {
@@ -194,4 +193,15 @@ void ZOTarvelLBSServiceImpl::GetMsgStatInfo(_ZOTarvelMsgStatInfo* info) {
   if (info != nullptr && !InForkedChild()) answer.FillMsgStatInfo(*info);
 }
 
+namespace {
+
+// Tells the objects of the environment how to make the service, while the library is loaded.
+[[maybe_unused]] const bool registered = [] {
+  SetLBSServiceFactory([]() -> std::shared_ptr<IZOTarvelLBSService> {
+    return std::make_shared<ZOTarvelLBSServiceImpl>();
+  });
+  return true;
+}();
+
+}  // namespace
 }  // namespace zo_tarvel

@@ -1,14 +1,5 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
-
-#include <cstdint>
-
-#include "base/lock/recursive_mutex.h"
-#include "base/process/wall_clock.h"
-#include "base/thread/task_thread.h"
-#include "business/tarvel_lbs/active_answer.h"
-#include "business/tarvel_lbs/lbs_settings.h"
 #include "business/tarvel_lbs/lbs_updater.h"
 #include "tarvel/environment/business_service.h"
 

@@ -34,11 +34,10 @@ bool CanBeFetched(const std::string& url) {
   return network::ParseWebAddress(url, error).has_value();
 }
 
-std::string FallbackHost(const LBSAddresses& addresses) {
-  const std::string first = addresses.urls.empty() ? std::string() : addresses.urls.front();
-  const std::string host = network::GetHost(first, false);
-  const bool is_name = CanBeFetched(first) && !network::IsIPAddress(host);
-  return is_name ? host : addresses.def_lbs_host;
+// The name that IP literals stand for: that of the first URL, if it has one.
+std::string FallbackHost(const std::string& first_url, const std::string& def_lbs_host) {
+  const std::string host = network::GetHost(first_url, false);
+  return CanBeFetched(first_url) && !network::IsIPAddress(host) ? host : def_lbs_host;
 }
 
 bool IsOfOtherFamily(const std::string& host, std::int32_t family) {
@@ -60,60 +59,8 @@ std::string WithQuery(const std::string& url, const std::string& query) {
   return url + joint + query;
 }
 
-}  // namespace
-
-std::vector<UrlEntry> MakeLBSUrlEntries(const LBSAddresses& addresses, const std::string& query) {
-  const std::string fallback_host = FallbackHost(addresses);
-  std::vector<UrlEntry> entries;
-  for (const std::string& address : addresses.urls) {
-    if (!IsWebUrl(address)) continue;
-    const std::string host = network::GetHost(address, false);
-    if (IsOfOtherFamily(host, addresses.family)) continue;
-    const auto url = addresses.only_https ? AsHttps(address) : address;
-    if (!url) continue;
-    std::string whole = WithQuery(*url, query);
-    if (!CanBeFetched(whole)) continue;
-    entries.push_back({network::IsIPAddress(host) ? fallback_host : host, std::move(whole)});
-  }
-  return entries;
-}
-
-MultipleURLHttpRequest UpdateRequest::ToHttpRequest(std::vector<std::string> urls,
-                                                    const std::string& account_id,
-                                                    const LBSSettings& settings,
-                                                    const _EnvironmentConfig& config) const {
-  const std::string query = Query(account_id, settings, config);
-  LBSAddresses addresses{std::move(urls), settings.def_lbs_host, family,
-                         config.only_https_supported()};
-  MultipleURLHttpRequest request;
-  request.urls = MakeLBSUrlEntries(addresses, query);
-  if (request.urls.empty()) {
-    addresses.urls = {settings.lbs_main_addr};
-    request.urls = MakeLBSUrlEntries(addresses, query);
-  }
-  request.context = Context(config);
-  request.headers = MakeContextHeaders(request.context);
-  request.address_family = family;
-  request.time_out = settings.sreq_timeout_ms;
-  request.multiple_time_out = settings.sreq_pred_fail_time_ms;
-  return request;
-}
-
-std::string UpdateRequest::Query(const std::string& account_id, const LBSSettings& settings,
-                                 const _EnvironmentConfig& config) const {
-  std::string query;
-  const auto add_unless_empty = [&query](const char* key, const std::string& value) {
-    if (!value.empty()) query.append(key).append(network::UrlEncode(value)).append("&");
-  };
-  add_unless_empty("k=", token);
-  add_unless_empty("id=", account_id);
-  query.append("sv=").append(std::to_string(config.sv()));
-  query.append("&pv=").append(std::to_string(config.pv()));
-  query.append("&tp=").append(std::to_string(config.client_type()));
-  return query.append("&networkType=").append(std::to_string(NetworkType(settings.addr_family)));
-}
-
-MultipleURLHttpRequestContext UpdateRequest::Context(const _EnvironmentConfig& config) const {
+MultipleURLHttpRequestContext ContextOf(const std::string& token,
+                                        const _EnvironmentConfig& config) {
   MultipleURLHttpRequestContext context;
   context.business = config.business_type();
   context.app_key = token;
@@ -124,6 +71,56 @@ MultipleURLHttpRequestContext UpdateRequest::Context(const _EnvironmentConfig& c
   context.trace_id = config.GenerateTraceId();
   context.exception_category = GetExceptionCategory(kServiceCodeLBS);
   return context;
+}
+
+}  // namespace
+
+MultipleURLHttpRequest UpdateRequest::ToHttpRequest(const std::vector<std::string>& urls,
+                                                    const std::string& account_id,
+                                                    const LBSSettings& settings,
+                                                    const _EnvironmentConfig& config) const {
+  std::string query;
+  const auto add_unless_empty = [&query](const char* key, const std::string& value) {
+    if (!value.empty()) query.append(key).append(network::UrlEncode(value)).append("&");
+  };
+  add_unless_empty("k=", token);
+  add_unless_empty("id=", account_id);
+  query.append("sv=").append(std::to_string(config.sv()));
+  query.append("&pv=").append(std::to_string(config.pv()));
+  query.append("&tp=").append(std::to_string(config.client_type()));
+  query.append("&networkType=").append(std::to_string(NetworkType(settings.addr_family)));
+
+  MultipleURLHttpRequest request;
+  const bool only_https = config.only_https_supported();
+  request.urls = MakeEntries(urls, query, settings.def_lbs_host, only_https);
+  if (request.urls.empty()) {
+    request.urls = MakeEntries({settings.lbs_main_addr}, query, settings.def_lbs_host, only_https);
+  }
+  request.context = ContextOf(token, config);
+  request.headers = MakeContextHeaders(request.context);
+  request.address_family = family;
+  request.time_out = settings.sreq_timeout_ms;
+  request.multiple_time_out = settings.sreq_pred_fail_time_ms;
+  return request;
+}
+
+std::vector<UrlEntry> UpdateRequest::MakeEntries(const std::vector<std::string>& urls,
+                                                 const std::string& query,
+                                                 const std::string& def_lbs_host,
+                                                 bool only_https) const {
+  const std::string fallback_host = FallbackHost(urls.front(), def_lbs_host);
+  std::vector<UrlEntry> entries;
+  for (const std::string& address : urls) {
+    if (!IsWebUrl(address)) continue;
+    const std::string host = network::GetHost(address, false);
+    if (IsOfOtherFamily(host, family)) continue;
+    const auto url = only_https ? AsHttps(address) : address;
+    if (!url) continue;
+    std::string whole = WithQuery(*url, query);
+    if (!CanBeFetched(whole)) continue;
+    entries.push_back({network::IsIPAddress(host) ? fallback_host : host, std::move(whole)});
+  }
+  return entries;
 }
 
 UpdateRequest::Verdict UpdateRequest::Check(std::int32_t index, const RequestErrorRecord& record,
@@ -140,7 +137,8 @@ UpdateRequest::Verdict UpdateRequest::Check(std::int32_t index, const RequestErr
   ZO_LOG << "[lbs] " << message;
   if (current != token) return {.stop = true, .error_message = message};
   ZO_LOG << "[lbs] Check response index:" << index << " code:" << record.code;
-  if (collector.function) collector.function(collector.user, &record);
+  const auto told = collector.Get();
+  if (told.function) told.function(told.user, &record);
   if (record.code != network::kHttpOk) {
     ZO_LOG << "[lbs] Check response res = false";
     return {.add_statistic = true, .error_message = "Check response code != 200"};

@@ -199,38 +199,45 @@ TEST(LBSSettingsTest, CleanTheTimeoutsOrTakeThoseOfTheEnvironment) {
   }
 }
 
-TEST(LBSRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
+TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
   const Texts literals{"https://1.2.3.4/4", "https://[::1]/6", "https://n/"};
-  const std::string v4 = "def.host https://1.2.3.4/4?q", v6 = "def.host https://[::1]/6?q",
-                    name = "n https://n/?q";
+  const std::string v4 = "def.host https://1.2.3.4/4?", v6 = "def.host https://[::1]/6?",
+                    name = "n https://n/?";
   const struct {
     Texts urls;
     std::int32_t family;
     bool only_https;
     Texts entries;  // "<host> <url>".
   } rows[] = {
-      {{}, 0, false, {}},
-      {{"http://a/p", "https://a:1/p?x=y"}, 0, false, {"a http://a/p?q", "a https://a:1/p?x=y&q"}},
-      {{"ftp://a/", "a/p", "", "a:80", "HTTP://a/"}, 0, false, {"a HTTP://a/?q"}},
+      {{""}, 0, false, {}},
+      {{"http://a/p", "https://a:1/p?x=y"}, 0, false, {"a http://a/p?", "a https://a:1/p?x=y&"}},
+      {{"ftp://a/", "a/p", "", "a:80", "HTTP://a/"}, 0, false, {"a HTTP://a/?"}},
       {{"https://bad%20host/", "http://a:99999/", "http://[::1/", literals[0]}, 0, false, {v4}},
       {literals, 0, false, {v4, v6, name}},
       {literals, 1, false, {v4, name}},
       {literals, 2, false, {v6, name}},
       // The first URL alone names the host of literals, whether it is asked or not.
-      {{"http://a:80/", "https://1.2.3.4/"}, 0, true, {"a https://1.2.3.4/?q"}},
-      {{"ftp://a/", "http://1.2.3.4/"}, 0, false, {"def.host http://1.2.3.4/?q"}},
+      {{"http://a:80/", "https://1.2.3.4/"}, 0, true, {"a https://1.2.3.4/?"}},
+      {{"ftp://a/", "http://1.2.3.4/"}, 0, false, {"def.host http://1.2.3.4/?"}},
       // Over https only: what has a port of its own would speak another protocol there.
-      {{"http://a/p", "http://a:80/p", "http://[::1]:1/"}, 0, true, {"a https://a/p?q"}},
+      {{"http://a/p", "http://a:80/p", "http://[::1]:1/"}, 0, true, {"a https://a/p?"}},
       {{"https://a:80/p", "HTTP://a/p", "http://a/?u=http://b/"},
        0,
        true,
-       {"a https://a:80/p?q", "a https://a/?u=https://b/&q"}},
+       {"a https://a:80/p?", "a https://a/?u=https://b/&"}},
   };
   for (const auto& row : rows) {
+    _ZOTarvelEnvironmentSettings of_environment;
+    of_environment.only_https_supported = row.only_https ? 1 : 0;
+    const auto config = std::make_shared<_EnvironmentConfig>();
+    config->Load(of_environment);
+    LBSSettings settings;
+    settings.def_lbs_host = "def.host";
+    settings.lbs_main_addr = "";  // Would be asked when there is no entry.
+    const UpdateRequest update(static_cast<zo_net::AddressFamily>(row.family), "");
     Texts entries;
-    for (const UrlEntry& entry :
-         MakeLBSUrlEntries({row.urls, "def.host", row.family, row.only_https}, "q")) {
-      entries.push_back(entry.host + " " + entry.url);
+    for (const UrlEntry& entry : update.ToHttpRequest(row.urls, "", settings, *config).urls) {
+      entries.push_back(entry.host + " " + entry.url.substr(0, entry.url.find("sv=")));
     }
     EXPECT_EQ(entries, row.entries) << testing::PrintToString(row.urls);
   }

@@ -1,30 +1,24 @@
 #include "tarvel/http_agent/logic/http_agent.h"
 
-#include <set>
-#include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "base/log/log.h"
+#include "base/object/weakly.h"
 #include "base/text/text_of.h"
 #include "base/thread/thread_info.h"
-#include "network/url/ip_address.h"
-#include "network/url/url.h"
 #include "tarvel/environment/configuration/exception_reporter_interface.h"
 #include "tarvel/http_agent/logic/internet_reachability.h"
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
-#include "tarvel/http_agent/logic/statistic_report.h"
+#include "tarvel/http_agent/logic/second_try.h"
 
 namespace zo_tarvel {
 namespace {
 
-using WQBASE::network::GetHost;
-using zo_base::TextOf;
-
 void LogFailed(const MultipleURLHttpRequest& request) {
   ZO_LOG << "[multiple]Request return false, use http dns if fail:"
-         << TextOf(request.use_http_dns_if_fail);
+         << zo_base::TextOf(request.use_http_dns_if_fail);
 }
 
 void LogCancelled(const MultipleURLHttpRequest& request) {
@@ -34,25 +28,26 @@ void LogCancelled(const MultipleURLHttpRequest& request) {
   ZO_LOG << "[multiple]Request cancel,internet connected is false url list:\r\n" << list;
 }
 
-// A silent name server takes seconds for each host, and each report keeps its answers meanwhile.
-// More of them at a time go out without addresses.
-constexpr int kMostLookups = 16;
+void LogHosts(const std::vector<std::string>& hosts) {
+  ZO_LOG << "[multiple]Use http dns,host_list size:" << hosts.size();
+  ZO_LOG << "[multiple]Use http dns,host:";
+  for (const std::string& host : hosts) ZO_LOG << "[multiple] -- " << host;
+}
 
-// Without its thread it does nothing; the environment comes up all the same.
+void LogAddresses(const HostCacheResult& addresses) {
+  for (const auto& [host, ips] : addresses) {
+    ZO_LOG << "[multiple]User http dns, host:" << host << "ip list:";
+    for (const std::string& ip : ips) ZO_LOG << "[multiple]User http dns, ------" << ip;
+  }
+}
+
+// The environment comes up also when the system gives the server no thread.
 void StartOrLog(zo_net::DnsServer& server) {
   try {
     server.Start();
   } catch (const std::system_error& error) {
     ZO_LOG << "dns server thread failed:" << error.what();
   }
-}
-
-// The URL with an address in the place of its host.
-std::string OnAddress(const std::string& url, const std::string& address) {
-  const std::string_view host = WQBASE::network::HostIn(url);
-  if (host.empty()) return url;
-  const auto at = static_cast<std::size_t>(host.data() - url.data());
-  return std::string(url).replace(at, host.size(), address);
 }
 
 }  // namespace
@@ -67,12 +62,12 @@ bool HttpAgent::Init() {
 void HttpAgent::InitOnce() {
   dns_server_ = std::make_shared<zo_net::DnsServer>();
   work_thread_ = std::make_shared<zo_base::TaskThread>("http_agent_work");
+  failure_report_ = std::make_shared<FailureReport>(*dns_server_, work_thread_->GetTaskLoop());
   if (const auto config = GetEnvironmentConfig()) {
-    const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
     config->SetHttpRequestInvoker(
-        [weak](const MultipleURLHttpRequest& request, bool post_to_work_thread) {
-          if (const auto agent = weak.lock()) agent->OnHttpRequest(request, post_to_work_thread);
-        });
+        Weakly(this, [](auto& self, const MultipleURLHttpRequest& request, bool post) {
+          self.OnHttpRequest(request, post);
+        }));
   }
   StartOrLog(*dns_server_);
   http_dns_service_ = std::make_shared<HttpDNSService>();
@@ -119,24 +114,18 @@ void HttpAgent::OnHttpRequest(const MultipleURLHttpRequest& request, bool post_t
     LogCancelled(request);
     if (!request.result_callback) return;
     if (post_to_work_thread) {
-      PostToWorkThread([request](HttpAgent&) { request.result_callback(true, false, "", ""); });
+      work_thread_->PostTask(
+          Weakly(this, [request](auto&) { request.result_callback(true, false, "", ""); }));
       return;
     }
   }
   // A helper needs a thread that its timers and answers can come back to.
   if (post_to_work_thread || zo_base::GetCurrentTaskLoop() == nullptr) {
-    PostToWorkThread([request](HttpAgent& agent) { agent.InvokeMultipleURLHttpRequest(request); });
+    work_thread_->PostTask(
+        Weakly(this, [request](auto& self) { self.InvokeMultipleURLHttpRequest(request); }));
   } else {
     InvokeMultipleURLHttpRequest(request);
   }
-}
-
-template <class F>
-void HttpAgent::PostToWorkThread(F task) {
-  const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
-  work_thread_->PostTask([weak, task = std::move(task)] {
-    if (const auto agent = weak.lock()) task(*agent);
-  });
 }
 
 // A separate function, so that leak checkers can suppress exactly the helpers that an exit leaves
@@ -146,112 +135,86 @@ MultipleURLHttpRequestHelper* HttpAgent::MakeUnownedHelper() {
 }
 
 void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& request) {
-  const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
   auto* const helper = MakeUnownedHelper();
   helper->SetEnvironmentConfig(GetEnvironmentConfig());
   helper->SetStopFlag(stopped_);
   // A process can be so short of thread-local keys that the thread doesn't know its loop.
-  const auto own_loop = zo_base::GetCurrentTaskLoop();
-  helper->SetTaskLoop(own_loop == nullptr ? work_thread_->GetTaskLoop() : own_loop);
+  if (zo_base::GetCurrentTaskLoop() == nullptr) helper->SetTaskLoop(work_thread_->GetTaskLoop());
   helper->SetRequest(request);
   helper->Connect<const bool, const bool, const std::string, const std::string,
                   const MultipleURLHttpRequest>(
       SIG_ALL_SUB_REQUEST_RETURN,
-      [weak, helper](bool stop, bool success, const std::string& headers, const std::string& body,
-                     const MultipleURLHttpRequest& adjusted) {
-        const auto agent = weak.lock();
-        if (agent == nullptr) return;
+      Weakly(this, [helper](auto& self, bool stop, bool success, const std::string& headers,
+                            const std::string& body, const MultipleURLHttpRequest& adjusted) {
         const std::shared_ptr<MultipleURLHttpRequestHelper> owned(helper);
         const auto outcome =
             std::make_shared<const Outcome>(Outcome{stop, success, headers, body, adjusted});
         const auto items = std::make_shared<std::list<_StatisticItem>>(owned->TakeStatisticItems());
-        agent->PostToWorkThread(
-            [outcome, items](HttpAgent& on_thread) { on_thread.FinishRequest(outcome, items); });
-      });
+        self.work_thread_->PostTask(Weakly(
+            &self, [outcome, items](auto& on_thread) { on_thread.FinishRequest(outcome, items); }));
+      }));
   helper->InvokeRequest();
-  // Without a URL there will be no signal.
+  // Without a URL there is no signal.
   if (request.urls.empty()) delete helper;
 }
 
-// Where a logical request really ends.
 void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
-                              const SharedItems& items) {
-  const MultipleURLHttpRequest& request = outcome->request;
+                              const FailureReport::Items& items) {
   if (GetEnvironmentConfig() == nullptr) return;
   ReportFailures(items);
   if (!outcome->success) {
-    LogFailed(request);
-    if (request.use_http_dns_if_fail) {
+    LogFailed(outcome->request);
+    if (outcome->request.use_http_dns_if_fail) {
       TryOnAddresses(outcome);
       return;
     }
-    LogFailed(request);
+    LogFailed(outcome->request);
   }
   Deliver(*outcome, outcome->stop);
 }
 
-void HttpAgent::Deliver(const Outcome& outcome, bool stop) {
-  if (GetEnvironmentConfig() == nullptr) return;
-  const auto& callback = outcome.request.result_callback;
-  if (callback) callback(stop, outcome.success, outcome.headers, outcome.body);
+void HttpAgent::ReportFailures(const FailureReport::Items& items) {
+  const auto config = GetEnvironmentConfig();
+  if (items->empty() || config == nullptr || !config->enable_exception_data_reporting()) return;
+  CompleteAndReport(items, ReportTo(config));
 }
 
-// --- Second try ---
+void HttpAgent::FromatStatisticItemList(const std::list<_StatisticItem>& items,
+                                        const StatisticReport& report) {
+  CompleteAndReport(std::make_shared<std::list<_StatisticItem>>(items), report);
+}
 
-HttpAgent::NamedUrls HttpAgent::NamedUrlsOf(const MultipleURLHttpRequest& request) {
-  NamedUrls named;
-  std::set<std::string> seen;  // A list can be as long as a server likes.
-  for (const auto& entry : request.urls) {
-    const std::string host = GetHost(entry.url, false);
-    if (WQBASE::network::IsIPAddress(host) || !seen.insert(entry.url).second) continue;
-    auto& urls = named.urls[host];
-    if (urls.empty()) named.hosts.push_back(host);
-    urls.push_back(entry.url);
-  }
-  return named;
+void HttpAgent::CompleteAndReport(const FailureReport::Items& items,
+                                  const StatisticReport& report) {
+  work_thread_->PostTask(Weakly(this, [items, report](auto& self) {
+    if (items->empty() || !report) return;
+    self.failure_report_->Complete(items, report, self.GetEnvironmentConfig());
+  }));
 }
 
 void HttpAgent::TryOnAddresses(const std::shared_ptr<const Outcome>& outcome) {
-  NamedUrls named = NamedUrlsOf(outcome->request);
-  if (named.hosts.empty()) {
+  const MultipleURLHttpRequest& request = outcome->request;
+  const std::vector<std::string> hosts = NamedHostsOf(request);
+  if (hosts.empty()) {
     ZO_LOG << "[multiple]Use http dns,host list empty";
     Deliver(*outcome, outcome->stop);
     return;
   }
-  ZO_LOG << "[multiple]Use http dns,host_list size:" << named.hosts.size();
-  ZO_LOG << "[multiple]Use http dns,host:";
-  for (const std::string& host : named.hosts) ZO_LOG << "[multiple] -- " << host;
-  const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
-  const auto hosts = named.hosts;
-  const auto on_addresses = [weak, outcome,
-                             named = std::move(named)](const HostCacheResult& addresses) {
-    const auto agent = weak.lock();
-    if (agent == nullptr) return false;
-    agent->PostToWorkThread([outcome, named, addresses](HttpAgent& on_thread) {
-      on_thread.OnAddresses(*outcome, named, addresses);
-    });
-    return agent->GetEnvironmentConfig() != nullptr;
-  };
-  const auto& request = outcome->request;
+  LogHosts(hosts);
+  const auto on_addresses = Weakly(this, [outcome](auto& self, const HostCacheResult& addresses) {
+    self.work_thread_->PostTask(Weakly(&self, [outcome, addresses](auto& on_thread) {
+      on_thread.OnAddressesKnown(*outcome, addresses);
+    }));
+    return self.GetEnvironmentConfig() != nullptr;
+  });
   const bool asked =
       http_dns_service_->InvokeQuery(request.address_family, hosts, on_addresses, request.context);
   if (!asked) Deliver(*outcome, outcome->stop);
 }
 
-void HttpAgent::OnAddresses(const Outcome& outcome, const NamedUrls& named,
-                            const HostCacheResult& addresses) {
-  MultipleURLHttpRequest request = outcome.request;
-  request.urls.clear();
-  request.use_http_dns_if_fail = false;  // There is no third try.
-  for (const auto& [host, ips] : addresses) {
-    ZO_LOG << "[multiple]User http dns, host:" << host << "ip list:";
-    const auto urls = named.urls.find(host);
-    for (const std::string& ip : ips) {
-      ZO_LOG << "[multiple]User http dns, ------" << ip;
-      if (urls == named.urls.end()) continue;
-      for (const auto& url : urls->second) request.urls.push_back({host, OnAddress(url, ip)});
-    }
-  }
+void HttpAgent::OnAddressesKnown(const Outcome& outcome, const HostCacheResult& addresses) {
+  LogAddresses(addresses);
+  const MultipleURLHttpRequest request = OnAddresses(outcome.request, addresses);
   if (request.urls.empty()) {
     ZO_LOG << "[multiple]Use http dns,url empty";
     Deliver(outcome, true);
@@ -260,63 +223,10 @@ void HttpAgent::OnAddresses(const Outcome& outcome, const NamedUrls& named,
   InvokeMultipleURLHttpRequest(request);
 }
 
-// --- Reports ---
-
-void HttpAgent::ReportFailures(const SharedItems& items) {
-  const auto config = GetEnvironmentConfig();
-  if (items->empty() || config == nullptr || !config->enable_exception_data_reporting()) return;
-  const std::weak_ptr<_EnvironmentConfig> weak = config;
-  FromatStatisticItemList(items, [weak](const std::list<_StatisticItem>& completed) {
-    const auto living = weak.lock();
-    const auto reporter = living == nullptr ? nullptr : living->GetExceptionReporter();
-    if (reporter) ReportStatisticItems(completed, *reporter);
-  });
-}
-
-void HttpAgent::FromatStatisticItemList(const std::list<_StatisticItem>& items,
-                                        const StatisticReport& report) {
-  FromatStatisticItemList(std::make_shared<std::list<_StatisticItem>>(items), report);
-}
-
-void HttpAgent::FromatStatisticItemList(const SharedItems& items, const StatisticReport& report) {
-  PostToWorkThread([items, report](HttpAgent& on_thread) {
-    if (!items->empty() && report) on_thread.ResolveHostsOf(items, report);
-  });
-}
-
-void HttpAgent::ResolveHostsOf(const SharedItems& items, const StatisticReport& report) {
-  // Each once: the DNS server answers for a list of distinct hosts only.
-  std::list<std::string> hosts;
-  std::set<std::string> seen;
-  for (const auto& item : *items) {
-    if (!item.host.empty() && seen.insert(item.host).second) hosts.push_back(item.host);
-  }
-  const bool backlog = lookups_under_way_ >= kMostLookups;
-  if (hosts.empty() || backlog || !dns_server_->IsRunning()) {
-    report(*items);
-    return;
-  }
-  ZO_LOG << "[HttpAgent]DNS server GetHostByName begin";
-  const auto config = GetEnvironmentConfig();
-  if (config == nullptr || config->IsExiting()) {
-    ZO_LOG << "[HttpAgent]DNS server GetHostByName end env exit";
-    return;
-  }
-  const std::weak_ptr<HttpAgent> weak = shared_from_this<HttpAgent>();
-  const auto on_hosts =
-      [weak, items, report](const std::map<std::string, zo_net::DnsServer::HostResult>& results) {
-        for (auto& item : *items) {
-          const auto result = results.find(item.host);
-          if (result != results.end()) item.ips = result->second.addresses;
-        }
-        ZO_LOG << "[HttpAgent]DNS server GetHostByName end";
-        if (const auto agent = weak.lock()) {
-          --agent->lookups_under_way_;
-          agent->PostToWorkThread([report, items](HttpAgent&) { report(*items); });
-        }
-      };
-  ++lookups_under_way_;
-  dns_server_->GetHostByName(hosts, on_hosts, config->address_family());
+void HttpAgent::Deliver(const Outcome& outcome, bool stop) {
+  if (GetEnvironmentConfig() == nullptr) return;
+  const auto& callback = outcome.request.result_callback;
+  if (callback) callback(stop, outcome.success, outcome.headers, outcome.body);
 }
 
 }  // namespace zo_tarvel

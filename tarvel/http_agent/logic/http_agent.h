@@ -1,9 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <list>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,9 +10,9 @@
 #include "base/thread/task_thread.h"
 #include "network/dns/dns_server.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
+#include "tarvel/http_agent/logic/failure_report.h"
 #include "tarvel/http_agent/logic/httpdns_service.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
-#include "tarvel/http_agent/logic/statistic_item.h"
 
 namespace zo_tarvel {
 
@@ -34,7 +32,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
 
   // Builds and starts its parts, once. Always true.
   bool Init();
-  // Stops them: from its begin on no further URL is started. May be called again.
+  // Stops them: no further URL is started from then on. May be called again.
   void Uninit();
 
   // Whether a request has a chance, as far as the system itself can tell.
@@ -45,12 +43,11 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
 
   // Completes the items with the addresses that the local DNS has for their hosts, and hands them
   // to `report` on the work thread. Any thread; returns at once.
-  using StatisticReport = std::function<void(const std::list<_StatisticItem>&)>;
   void FromatStatisticItemList(const std::list<_StatisticItem>& items,
                                const StatisticReport& report);
 
  private:
-  // What the slot of a helper's signal takes to the work thread.
+  // How a walk along the URLs has ended.
   struct Outcome {
     bool stop = false;
     bool success = false;
@@ -58,44 +55,31 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
     std::string body;
     MultipleURLHttpRequest request;
   };
-  // Failed answers on their way to a report. One list from the end of the walk on, as their bodies
-  // can be large: each step hands it to the next.
-  using SharedItems = std::shared_ptr<std::list<_StatisticItem>>;
 
   void InitOnce();
-  // Starts the work thread if it doesn't run yet. Without it requests fail on the caller's thread.
+  // Starts the work thread unless it runs. Without it, requests fail on the caller's thread.
   bool EnsureWorkThread();
-  void OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread);
   void SetTaskPosterOfReporter(std::shared_ptr<zo_base::ITaskPostor> poster);
-  // Has `task(HttpAgent&)` run there, unless this has gone by then.
-  template <class F>
-  void PostToWorkThread(F task);
+
+  void OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread);
   static MultipleURLHttpRequestHelper* MakeUnownedHelper();
-  void FinishRequest(const std::shared_ptr<const Outcome>& outcome, const SharedItems& items);
+  void FinishRequest(const std::shared_ptr<const Outcome>& outcome,
+                     const FailureReport::Items& items);
+  void ReportFailures(const FailureReport::Items& items);
+  void CompleteAndReport(const FailureReport::Items& items, const StatisticReport& report);
+  void TryOnAddresses(const std::shared_ptr<const Outcome>& outcome);
+  void OnAddressesKnown(const Outcome& outcome, const HostCacheResult& addresses);
   // Calls back with the result of a request that goes no further.
   void Deliver(const Outcome& outcome, bool stop);
-  void ReportFailures(const SharedItems& items);
-  void FromatStatisticItemList(const SharedItems& items, const StatisticReport& report);
-  void ResolveHostsOf(const SharedItems& items, const StatisticReport& report);
-
-  // --- Second try ---
-  // The URLs of each host that has a name, both in first-seen order.
-  struct NamedUrls {
-    std::vector<std::string> hosts;
-    std::map<std::string, std::vector<std::string>> urls;
-  };
-  static NamedUrls NamedUrlsOf(const MultipleURLHttpRequest& request);
-  void TryOnAddresses(const std::shared_ptr<const Outcome>& outcome);
-  void OnAddresses(const Outcome& outcome, const NamedUrls& named,
-                   const HostCacheResult& addresses);
 
   // Shared with the helpers, some of which outlive this.
   const std::shared_ptr<std::atomic<bool>> stopped_ = std::make_shared<std::atomic<bool>>(false);
   std::once_flag init_flag_;
+  // Constant after Init.
   std::shared_ptr<zo_base::TaskThread> work_thread_;
   std::shared_ptr<zo_net::DnsServer> dns_server_;
   std::shared_ptr<HttpDNSService> http_dns_service_;
-  std::atomic<int> lookups_under_way_{0};  // Of reports.
+  std::shared_ptr<FailureReport> failure_report_;
 };
 
 }  // namespace zo_tarvel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <list>
 #include <string>
 
@@ -7,6 +8,9 @@
 #include "tarvel/http_agent/logic/statistic_item.h"
 
 namespace zo_tarvel {
+
+// Takes completed items over.
+using StatisticReport = std::function<void(const std::list<_StatisticItem>&)>;
 
 // The details of a failed sub request, as one JSON object: its addresses under the host's name, its
 // headers, what came back, and what saved the request later.

@@ -9,11 +9,12 @@
 #include <utility>
 
 #include "base/object/object.h"
+#include "base/thread/thread_info.h"
 #include "base/thread/timer.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
-#include "tarvel/http_agent/logic/walk.h"
+#include "tarvel/http_agent/logic/walk_log.h"
 
 namespace zo_tarvel {
 
@@ -25,24 +26,23 @@ inline const char* SIG_ALL_SUB_REQUEST_RETURN() { return "SIG_ALL_SUB_REQUEST_RE
 // Carries out one logical request: starts its URLs in order, the next one when a URL takes long or
 // has failed, has each answer judged, and ends with the first good one.
 //
-// Threads: a task thread, which is the one that calls InvokeRequest; all timers and answers come
-// back to it. No lock.
-// Ownership: nobody's while the request runs. The slot of SIG_ALL_SUB_REQUEST_RETURN takes it over
-// and destroys it, so nothing of it is touched after the emission; an answer that comes later finds
-// its weak closure dead. When the agent stops first, it does nothing any more and is never
-// destroyed.
+// Threads: the task thread that makes it and calls InvokeRequest; all timers and answers come back
+// to it. No lock.
+// Ownership: nobody owns it while the request runs. The slot of SIG_ALL_SUB_REQUEST_RETURN takes it
+// over and destroys it, so nothing of it is touched after the emission; an answer that comes later
+// finds its weak closure dead. When the agent stops first, the helper does nothing any more and is
+// never destroyed.
 class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
                                      public zo_base::ZOObjectIMPL {
  public:
   MultipleURLHttpRequestHelper() = default;
   ~MultipleURLHttpRequestHelper() override;
 
-  // Where timers and answers come back to: the loop of the thread that calls InvokeRequest, for
-  // those who can't rely on the thread's record of it.
+  // Names the loop of the own thread, for a thread that has no record of it.
   void SetTaskLoop(std::weak_ptr<zo_base::ITaskLoop> loop) { task_loop_ = std::move(loop); }
 
   // Once the flag is true no URL is started, no answer judged and no signal emitted, on whatever
-  // thread an answer arrives: its own may have gone by then.
+  // thread an answer arrives: the own thread may have ended by then.
   void SetStopFlag(std::shared_ptr<const std::atomic<bool>> flag) { stop_flag_ = std::move(flag); }
 
   // Takes a copy, and adjusts it to the settings of the environment.
@@ -58,31 +58,28 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
 
   // Null when the agent has stopped, too.
   std::shared_ptr<_EnvironmentConfig> ConfigUnlessStopped();
-  void PutIPLiteralsFirst();
-  void AddTraceHeader();
-  void LogUrlList(const char* title) const;
   void PostSubRequest(std::int32_t index, std::uint64_t start_time);
 
   void OnUrlTakesLong(std::int32_t index);
-  void OnSubResponse(const SubResponse& response);
-  void TakeNote(WalkEvent event, const SubResponse& response, const Verdict& verdict);
-  void Act(WalkMove move, WalkEvent event, const WalkStanding& standing,
-           const SubResponse& response, const Verdict& verdict);
-  const std::string& UrlOf(const SubResponse& response) const;
+  void OnSubResponse(const SubRequestResult& result);
+  Verdict Judge(const SubRequestResult& result) const;
+  // Keeps for the report what failed, and which URL made up for it.
+  void RecordFailures(const SubRequestResult& result, const Verdict& verdict);
+  WalkMove MoveAfterAnswer(std::int32_t index, const Verdict& verdict, bool urls_left);
 
-  bool AllRequested() const;
+  bool UrlsLeft() const;
   bool AnyTimerRuns() const;
   void StartNext();
-  void StopAllTimers();
   void RemoveTimer(std::int32_t index);
-  void AddStatisticItem(const SubResponse& response, const std::string& error_message);
-  void MarkCorrected(const SubResponse& response);
+  void AddStatisticItem(const SubRequestResult& result, const std::string& error_message);
+  void MarkCorrected(const SubRequestResult& result);
   // Destroys this.
-  void End(const Verdict& verdict, const SubResponse& response);
+  void End(const Verdict& verdict, const SubRequestResult& result);
 
-  std::weak_ptr<zo_base::ITaskLoop> task_loop_;
+  std::weak_ptr<zo_base::ITaskLoop> task_loop_ = zo_base::GetCurrentTaskLoop();
   std::shared_ptr<const std::atomic<bool>> stop_flag_;  // Null for a helper without an agent.
   MultipleURLHttpRequest request_;
+  const WalkLog log_{request_};
   // One for each URL that was started and has not answered. Its timer runs while the next URL waits
   // for it.
   std::map<std::int32_t, std::shared_ptr<zo_base::Timer>> timers_;

@@ -23,11 +23,12 @@ std::map<std::string, std::string> HeaderMapOf(const std::vector<std::string>& l
 
 }  // namespace
 
-_StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request, const SubResponse& response,
-                                 const std::string& error_message, std::int64_t end_time) {
+_StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request,
+                                 const SubRequestResult& result, const std::string& error_message,
+                                 std::int64_t end_time) {
   _StatisticItem item;
   item.request_type = request.request_type;
-  item.url = request.urls[response.index].url;
+  item.url = request.urls[result.index].url;
   const std::string host = WQBASE::network::GetHost(item.url, false);
   if (WQBASE::network::IsIPAddress(host)) {
     item.ips.push_back(host);
@@ -36,12 +37,12 @@ _StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request, const Su
   }
   item.app_key = request.context.app_key;
   item.end_time = end_time;
-  item.code = response.code;
+  item.code = result.code;
   item.error_message = error_message;
-  item.duration = end_time - static_cast<std::int64_t>(response.start_time);
+  item.duration = end_time - static_cast<std::int64_t>(result.start_time);
   item.request_header = HeaderMapOf(request.headers);
-  item.response_header = HeaderMapOf(Split(response.headers, "\r\n"));
-  item.response_body = response.body;
+  item.response_header = HeaderMapOf(Split(result.headers, "\r\n"));
+  item.response_body = result.body;
   item.trace_id = request.context.trace_id;
   item.exception_category = std::max(0, request.context.exception_category);
   return item;

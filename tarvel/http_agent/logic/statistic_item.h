@@ -34,7 +34,7 @@ struct _StatisticItem {
 };
 
 // What a sub request came to.
-struct SubResponse {
+struct SubRequestResult {
   std::int32_t index = 0;  // Into the URLs of the request.
   std::uint64_t start_time = 0;
   std::int32_t code = 0;
@@ -42,7 +42,8 @@ struct SubResponse {
   std::string body;
 };
 
-_StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request, const SubResponse& response,
-                                 const std::string& error_message, std::int64_t end_time);
+_StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request,
+                                 const SubRequestResult& result, const std::string& error_message,
+                                 std::int64_t end_time);
 
 }  // namespace zo_tarvel

@@ -7,6 +7,7 @@
 #include "base/text/text_of.h"
 #include "base/thread/thread_info.h"
 #include "network/url/url.h"
+#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 namespace zo_tarvel {
 namespace {
@@ -24,15 +25,14 @@ std::shared_ptr<network::HttpClientEx> Client() {
   return getter == nullptr ? nullptr : getter();
 }
 
-// What the URL of a request says.
+// Which host a request is for, and how its URL reaches that host.
 struct Target {
   explicit Target(const HttpRequest& request)
       : url(request.url), host(request.host.empty() ? url.host() : request.host) {}
 
-  bool names_host_behind_ip() const { return url.is_on_ip() && !host.empty(); }
   bool wants_sni() const { return url.is_on_ip() && url.is_https(); }
 
-  const network::Url url;
+  const network::Url& url;
   const std::string host;
 };
 
@@ -43,13 +43,13 @@ std::int32_t PortOf(const network::Url& url) {
 
 std::shared_ptr<HttpRequestUser> ToClientRequest(const HttpRequest& request, const Target& target) {
   auto result = std::make_shared<HttpRequestUser>();
-  result->setUrl(request.url);
+  result->setUrl(request.url.text());
   result->setMethod(request.type == 0 ? network::kMethodGet : network::kMethodPost);
   result->setTimeOut(request.time_out);
   auto headers = network::Headers::FromLines(request.headers);
   if (!headers.Has("Host")) headers.Add("Host", target.host);
   result->setHeaders(std::move(headers));
-  if (target.names_host_behind_ip()) {
+  if (target.url.is_on_ip()) {
     result->setIP(std::string(target.url.host()));
     result->setPort(PortOf(target.url));
     result->setHost(target.host);
@@ -71,7 +71,7 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   line("host_from tarvel:" + target.host);
   line(std::string("host_is_ip:") + TextOf(target.url.is_on_ip()));
   line(std::string("is_https_url:") + TextOf(target.url.is_https()));
-  if (target.names_host_behind_ip()) {
+  if (target.url.is_on_ip()) {
     line("host_is_ip is true && host not empty set request host and port \r\n{");
     line("    call req->setIP:" + request.ip);
     line("    call req->setPort:" + std::to_string(request.port));
@@ -80,9 +80,7 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   }
   if (target.wants_sni()) line("call req->setSNI:true");
   line("Heads:");
-  for (const auto& [name, value] : request.headers) {
-    text.append("    ").append(name).append(":").append(value).append("\r\n");
-  }
+  for (const auto& [name, value] : request.headers) line("    " + name + ":" + value);
   ZO_LOG << "[http tool]Post request to http lib info:\r\n" << text;
 }
 
@@ -100,10 +98,6 @@ void Deliver(const HttpRequest::Callback& callback, const HttpResponseUser& resp
 
 }  // namespace
 
-void HttpTool::PostRequest(const HttpRequest& request) {
-  PostRequest(request, zo_base::GetCurrentTaskLoop());
-}
-
 void HttpTool::PostRequest(const HttpRequest& request,
                            const std::weak_ptr<zo_base::ITaskLoop>& caller_loop) {
   const Target target(request);
@@ -118,12 +112,11 @@ void HttpTool::PostRequest(const HttpRequest& request,
     }
   };
   const auto client = Client();
-  const std::string fault = client == nullptr ? "No HTTP client" : client->StartIfPossible();
-  if (fault.empty()) {
+  const auto failure = std::make_shared<HttpResponseUser>();
+  failure->error_text = client == nullptr ? "No HTTP client" : client->StartIfPossible();
+  if (failure->error_text.empty()) {
     client->send(client_request);
   } else {
-    const auto failure = std::make_shared<HttpResponseUser>();
-    failure->error_text = fault;
     client_request->callback(failure, 0);
   }
 }

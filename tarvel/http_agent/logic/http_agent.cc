@@ -22,9 +22,8 @@ void LogFailed(const MultipleURLHttpRequest& request) {
 }
 
 void LogCancelled(const MultipleURLHttpRequest& request) {
-  if (zo_base::GetLogWriterFor(zo_base::kLogApp) == nullptr) return;
   std::string list;
-  for (const auto& entry : request.urls) list.append(" --").append(entry.url).append("\r\n");
+  for (const auto& entry : request.urls) list.append(" --").append(entry.url.text()).append("\r\n");
   ZO_LOG << "[multiple]Request cancel,internet connected is false url list:\r\n" << list;
 }
 
@@ -62,7 +61,8 @@ bool HttpAgent::Init() {
 void HttpAgent::InitOnce() {
   dns_server_ = std::make_shared<zo_net::DnsServer>();
   work_thread_ = std::make_shared<zo_base::TaskThread>("http_agent_work");
-  failure_report_ = std::make_shared<FailureReport>(*dns_server_, work_thread_->GetTaskLoop());
+  failure_reporter_ = std::make_shared<FailureReporter>(*dns_server_, work_thread_->GetTaskLoop());
+  failure_reporter_->SetEnvironmentConfig(GetEnvironmentConfig());
   if (const auto config = GetEnvironmentConfig()) {
     config->SetHttpRequestInvoker(
         Weakly(this, [](auto& self, const MultipleURLHttpRequest& request, bool post) {
@@ -159,9 +159,9 @@ void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& reque
 }
 
 void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
-                              const FailureReport::Items& items) {
+                              const FailureReporter::Items& items) {
   if (GetEnvironmentConfig() == nullptr) return;
-  ReportFailures(items);
+  failure_reporter_->Report(items);
   if (!outcome->success) {
     LogFailed(outcome->request);
     if (outcome->request.use_http_dns_if_fail) {
@@ -173,23 +173,9 @@ void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
   Deliver(*outcome, outcome->stop);
 }
 
-void HttpAgent::ReportFailures(const FailureReport::Items& items) {
-  const auto config = GetEnvironmentConfig();
-  if (items->empty() || config == nullptr || !config->enable_exception_data_reporting()) return;
-  CompleteAndReport(items, ReportTo(config));
-}
-
 void HttpAgent::FromatStatisticItemList(const std::list<_StatisticItem>& items,
                                         const StatisticReport& report) {
-  CompleteAndReport(std::make_shared<std::list<_StatisticItem>>(items), report);
-}
-
-void HttpAgent::CompleteAndReport(const FailureReport::Items& items,
-                                  const StatisticReport& report) {
-  work_thread_->PostTask(Weakly(this, [items, report](auto& self) {
-    if (items->empty() || !report) return;
-    self.failure_report_->Complete(items, report, self.GetEnvironmentConfig());
-  }));
+  failure_reporter_->Complete(std::make_shared<std::list<_StatisticItem>>(items), report);
 }
 
 void HttpAgent::TryOnAddresses(const std::shared_ptr<const Outcome>& outcome) {

@@ -10,7 +10,7 @@
 #include "base/thread/task_thread.h"
 #include "network/dns/dns_server.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
-#include "tarvel/http_agent/logic/failure_report.h"
+#include "tarvel/http_agent/logic/failure_reporter.h"
 #include "tarvel/http_agent/logic/httpdns_service.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
@@ -64,9 +64,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   void OnHttpRequest(const MultipleURLHttpRequest& request, bool post_to_work_thread);
   static MultipleURLHttpRequestHelper* MakeUnownedHelper();
   void FinishRequest(const std::shared_ptr<const Outcome>& outcome,
-                     const FailureReport::Items& items);
-  void ReportFailures(const FailureReport::Items& items);
-  void CompleteAndReport(const FailureReport::Items& items, const StatisticReport& report);
+                     const FailureReporter::Items& items);
   void TryOnAddresses(const std::shared_ptr<const Outcome>& outcome);
   void OnAddressesKnown(const Outcome& outcome, const HostCacheResult& addresses);
   // Calls back with the result of a request that goes no further.
@@ -79,7 +77,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   std::shared_ptr<zo_base::TaskThread> work_thread_;
   std::shared_ptr<zo_net::DnsServer> dns_server_;
   std::shared_ptr<HttpDNSService> http_dns_service_;
-  std::shared_ptr<FailureReport> failure_report_;
+  std::shared_ptr<FailureReporter> failure_reporter_;
 };
 
 }  // namespace zo_tarvel

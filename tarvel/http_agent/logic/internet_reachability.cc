@@ -10,13 +10,13 @@
 namespace zo_tarvel {
 namespace {
 
-// Of a root name server, at home in every routing table. Nothing is ever sent there.
+// A root name server's addresses, which every routing table covers. Nothing is ever sent there.
 constexpr char kPublicIPv4[] = "198.41.0.4";
 constexpr char kPublicIPv6[] = "2001:503:ba3e::2:30";
 constexpr std::uint16_t kAnyPort = 443;
 
-// The address that the system would send from, after connecting a datagram socket: that looks up
-// the route and does no more. False without a route.
+// Finds the address that the system would send from. Connecting a datagram socket only looks up the
+// route. Returns false without one.
 template <class Address>
 bool FindSourceAddress(int family, const Address& destination, Address& source) {
   const int fd = socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -3,21 +3,13 @@
 #include <algorithm>
 
 #include "base/process/wall_clock.h"
-#include "network/url/ip_address.h"
-#include "network/url/url.h"
 #include "tarvel/http_agent/http_tools/http_tool.h"
+#include "tarvel/http_agent/logic/walk_log.h"
 
 namespace zo_tarvel {
 namespace {
 
-WalkEvent EventOf(const MultipleURLHttpRequest::CheckCallbackResult& verdict) {
-  if (verdict.success) return WalkEvent::kGoodAnswer;
-  return verdict.stop ? WalkEvent::kStopAnswer : WalkEvent::kFailedAnswer;
-}
-
-bool IsOnIPLiteral(const UrlEntry& entry) {
-  return WQBASE::network::IsIPAddress(WQBASE::network::GetHost(entry.url, false));
-}
+bool IsOnIPLiteral(const UrlEntry& entry) { return entry.url.is_on_ip(); }
 
 void AddTraceHeader(MultipleURLHttpRequest& request) {
   constexpr char kName[] = "X-VELDRIN-TRACE-ID";
@@ -32,7 +24,9 @@ void AddTraceHeader(MultipleURLHttpRequest& request) {
 
 }  // namespace
 
-MultipleURLHttpRequestHelper::~MultipleURLHttpRequestHelper() { log_.Released(); }
+MultipleURLHttpRequestHelper::~MultipleURLHttpRequestHelper() {
+  ZO_LOG << "[multiple]Request return,release request object";
+}
 
 std::shared_ptr<_EnvironmentConfig> MultipleURLHttpRequestHelper::ConfigUnlessStopped() {
   if (stop_flag_ != nullptr && stop_flag_->load()) return nullptr;
@@ -44,22 +38,22 @@ void MultipleURLHttpRequestHelper::SetRequest(const MultipleURLHttpRequest& requ
   const auto config = ConfigUnlessStopped();
   if (config == nullptr) return;
   request_ = request;
-  log_.RequestTaken();
+  walk_log::RequestTaken(request_);
   if (config->http_request_ip_preferred()) {
     std::stable_partition(request_.urls.begin(), request_.urls.end(), IsOnIPLiteral);
   }
   if (!config->enable_httpdns()) {
-    log_.HttpDnsIsOff();
+    ZO_LOG << "[multiple]Unenable httpdns,reset use_http_dns_if_fail flag false";
     request_.use_http_dns_if_fail = false;
   }
   AddTraceHeader(request_);
-  log_.RequestAdjusted();
+  walk_log::UrlList("adjustment", request_);
 }
 
 void MultipleURLHttpRequestHelper::InvokeRequest() {
   if (ConfigUnlessStopped() == nullptr) return;
   if (request_.urls.empty()) {
-    log_.NoUrl();
+    ZO_LOG << "[multiple] Request url list empty";
     if (request_.result_callback) request_.result_callback(true, false, "", "");
     return;
   }
@@ -67,7 +61,7 @@ void MultipleURLHttpRequestHelper::InvokeRequest() {
   const auto timer = std::make_shared<zo_base::Timer>(task_loop_);
   timers_[index] = timer;
   PostSubRequest(index, static_cast<std::uint64_t>(zo_base::WallClockMilliseconds()));
-  log_.UrlStarted(index);
+  walk_log::UrlStarted(index, request_.urls[index].url.text());
   // The timer is destroyed with this, so its closure needs no guard.
   timer->Start(
       request_.multiple_time_out, [this, index] { OnUrlTakesLong(index); }, 0);
@@ -94,49 +88,42 @@ void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
   const auto entry = timers_.find(index);
   if (entry == timers_.end()) return;
   entry->second->Stop();  // The entry stays: it stands for the sub request, which goes on.
-  const bool urls_left = UrlsLeft();
-  log_.UrlTakesLong(index, urls_left, current_index_ + 1);
-  const WalkMove move = MoveAfter(WalkEvent::kUrlTakesLong, {.urls_left = urls_left});
-  if (move == WalkMove::kStartNext) StartNext();
+  walk_log::UrlTakesLong(index, UrlsLeft(), current_index_ + 1);
+  if (UrlsLeft()) StartNext();
 }
 
 void MultipleURLHttpRequestHelper::OnSubResponse(const SubRequestResult& result) {
   if (ConfigUnlessStopped() == nullptr) return;
   const bool urls_left = UrlsLeft();
-  log_.Answered(result, urls_left);
-  const Verdict verdict = Judge(result);
-  log_.Judged(result, verdict);
-  RecordFailures(result, verdict);
-  const WalkMove move = MoveAfterAnswer(result.index, verdict, urls_left);
-  if (move == WalkMove::kStartNext) StartNext();
-  if (move == WalkMove::kEnd) End(verdict, result);
-}
-
-MultipleURLHttpRequestHelper::Verdict MultipleURLHttpRequestHelper::Judge(
-    const SubRequestResult& result) const {
-  return request_.check_callback(result.index, result.code, request_.urls[result.index].url,
-                                 result.headers, result.body, result.start_time);
-}
-
-void MultipleURLHttpRequestHelper::RecordFailures(const SubRequestResult& result,
-                                                  const Verdict& verdict) {
+  walk_log::Answered(result.index, result.code, urls_left);
+  const std::string& url = request_.urls[result.index].url.text();
+  const Verdict verdict = request_.check_callback(result.index, result.code, url, result.headers,
+                                                  result.body, result.start_time);
+  walk_log::Judged(result.index, url, verdict);
   if (verdict.success) {
     MarkCorrected(result);
   } else if (verdict.add_statistic) {
     AddStatisticItem(result, verdict.error_message);
   }
+  if (verdict.success || verdict.stop) {
+    End(verdict, result);
+  } else {
+    GoOnAfterFailure(result, verdict, urls_left);
+  }
 }
 
-WalkMove MultipleURLHttpRequestHelper::MoveAfterAnswer(std::int32_t index, const Verdict& verdict,
-                                                       bool urls_left) {
-  const WalkEvent event = EventOf(verdict);
-  const bool failed = event == WalkEvent::kFailedAnswer;
-  if (failed) RemoveTimer(index);
-  const WalkStanding standing{
-      .urls_left = urls_left, .timer_runs = AnyTimerRuns(), .others_in_flight = !timers_.empty()};
-  const WalkMove move = MoveAfter(event, standing);
-  if (failed) log_.MoveAfterFailure(index, standing, move, current_index_ + 1);
-  return move;
+void MultipleURLHttpRequestHelper::GoOnAfterFailure(const SubRequestResult& result,
+                                                    const Verdict& verdict, bool urls_left) {
+  RemoveTimer(result.index);
+  if (urls_left) {
+    const bool must_wait = AnyTimerRuns();  // That timer starts the next URL.
+    const std::int32_t next = current_index_ + 1;
+    walk_log::FailureWithUrlsLeft(result.index, must_wait, next, request_.urls[next].url.text());
+    if (!must_wait) StartNext();
+  } else if (timers_.empty()) {
+    ZO_LOG << "[multiple][rsp]All sub url has been requested";
+    End(verdict, result);
+  }
 }
 
 bool MultipleURLHttpRequestHelper::UrlsLeft() const {
@@ -158,12 +145,12 @@ void MultipleURLHttpRequestHelper::RemoveTimer(std::int32_t index) {
   if (entry == timers_.end()) return;
   const bool was_running = entry->second->IsRunning();
   timers_.erase(entry);
-  log_.TimerRemoved(index, was_running);
+  walk_log::TimerRemoved(index, was_running);
 }
 
 void MultipleURLHttpRequestHelper::AddStatisticItem(const SubRequestResult& result,
                                                     const std::string& error_message) {
-  const std::string& url = request_.urls[result.index].url;
+  const std::string& url = request_.urls[result.index].url.text();
   const bool known = std::any_of(
       statistic_items_.begin(), statistic_items_.end(),
       [&](const _StatisticItem& item) { return item.code == result.code && item.url == url; });
@@ -177,7 +164,7 @@ void MultipleURLHttpRequestHelper::MarkCorrected(const SubRequestResult& result)
   const std::int64_t duration = zo_base::WallClockMilliseconds() - start_time;
   for (_StatisticItem& item : statistic_items_) {
     item.corrected = true;
-    item.corr_url = request_.urls[result.index].url;
+    item.corr_url = request_.urls[result.index].url.text();
     item.corr_start_time = start_time;
     item.corr_duration = duration;
   }

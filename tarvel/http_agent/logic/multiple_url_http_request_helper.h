@@ -14,7 +14,6 @@
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
-#include "tarvel/http_agent/logic/walk_log.h"
 
 namespace zo_tarvel {
 
@@ -62,10 +61,7 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
 
   void OnUrlTakesLong(std::int32_t index);
   void OnSubResponse(const SubRequestResult& result);
-  Verdict Judge(const SubRequestResult& result) const;
-  // Keeps for the report what failed, and which URL made up for it.
-  void RecordFailures(const SubRequestResult& result, const Verdict& verdict);
-  WalkMove MoveAfterAnswer(std::int32_t index, const Verdict& verdict, bool urls_left);
+  void GoOnAfterFailure(const SubRequestResult& result, const Verdict& verdict, bool urls_left);
 
   bool UrlsLeft() const;
   bool AnyTimerRuns() const;
@@ -79,7 +75,6 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   std::weak_ptr<zo_base::ITaskLoop> task_loop_ = zo_base::GetCurrentTaskLoop();
   std::shared_ptr<const std::atomic<bool>> stop_flag_;  // Null for a helper without an agent.
   MultipleURLHttpRequest request_;
-  const WalkLog log_{request_};
   // One for each URL that was started and has not answered. Its timer runs while the next URL waits
   // for it.
   std::map<std::int32_t, std::shared_ptr<zo_base::Timer>> timers_;

@@ -4,57 +4,36 @@
 #include <set>
 #include <string_view>
 
-#include "network/url/ip_address.h"
-#include "network/url/url.h"
-
 namespace zo_tarvel {
-namespace {
 
-struct NamedUrls {
-  std::vector<std::string> hosts;
-  std::map<std::string, std::vector<std::string>> urls;  // Of each host.
-};
-
-NamedUrls NamedUrlsOf(const MultipleURLHttpRequest& request) {
-  NamedUrls named;
-  std::set<std::string> seen;  // A server may send a list of any length.
-  for (const auto& entry : request.urls) {
-    const std::string host = WQBASE::network::GetHost(entry.url, false);
-    if (WQBASE::network::IsIPAddress(host) || !seen.insert(entry.url).second) continue;
-    auto& urls = named.urls[host];
-    if (urls.empty()) named.hosts.push_back(host);
-    urls.push_back(entry.url);
-  }
-  return named;
-}
-
-std::string UrlOnAddress(const std::string& url, const std::string& address) {
-  const std::string_view host = WQBASE::network::HostIn(url);
-  if (host.empty()) return url;
-  const auto at = static_cast<std::size_t>(host.data() - url.data());
-  return std::string(url).replace(at, host.size(), address);
-}
-
-}  // namespace
+using WQBASE::network::Url;
 
 std::vector<std::string> NamedHostsOf(const MultipleURLHttpRequest& request) {
-  return NamedUrlsOf(request).hosts;
+  std::vector<std::string> hosts;
+  std::set<std::string_view> seen;  // A server may send a list of any length.
+  for (const auto& [name, url] : request.urls) {
+    if (!url.is_on_ip() && seen.insert(url.host()).second) hosts.emplace_back(url.host());
+  }
+  return hosts;
 }
 
-MultipleURLHttpRequest OnAddresses(const MultipleURLHttpRequest& request,
+MultipleURLHttpRequest OnAddresses(MultipleURLHttpRequest request,
                                    const HostCacheResult& addresses) {
-  MultipleURLHttpRequest result = request;
-  result.urls.clear();
-  result.use_http_dns_if_fail = false;
-  NamedUrls named = NamedUrlsOf(request);
-  for (const auto& [host, ips] : addresses) {
-    for (const std::string& ip : ips) {
-      for (const auto& url : named.urls[host]) {
-        result.urls.push_back({host, UrlOnAddress(url, ip)});
-      }
+  std::map<std::string, std::vector<Url>> urls;  // Of each name.
+  std::set<std::string_view> seen;
+  for (const auto& [name, url] : request.urls) {
+    if (!url.is_on_ip() && seen.insert(url.text()).second) {
+      urls[std::string(url.host())].push_back(url);
     }
   }
-  return result;
+  request.urls.clear();
+  request.use_http_dns_if_fail = false;
+  for (const auto& [host, ips] : addresses) {
+    for (const std::string& ip : ips) {
+      for (const Url& url : urls[host]) request.urls.push_back({host, url.WithHost(ip)});
+    }
+  }
+  return request;
 }
 
 }  // namespace zo_tarvel

@@ -14,7 +14,7 @@ std::vector<std::string> NamedHostsOf(const MultipleURLHttpRequest& request);
 
 // The request with the addresses in the place of the names: by host, then by address, then in the
 // order of its URLs. It has no URL if no address is known. It never leads to a third try.
-MultipleURLHttpRequest OnAddresses(const MultipleURLHttpRequest& request,
+MultipleURLHttpRequest OnAddresses(MultipleURLHttpRequest request,
                                    const HostCacheResult& addresses);
 
 }  // namespace zo_tarvel

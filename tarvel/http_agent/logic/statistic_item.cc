@@ -3,20 +3,15 @@
 #include <algorithm>
 
 #include "base/text/strings.h"
-#include "network/url/ip_address.h"
-#include "network/url/url.h"
+#include "network/http/headers.h"
 
 namespace zo_tarvel {
 namespace {
 
-using zo_base::Split;
-
-// Name and value of each line; of a value with a ":" in it, the end.
 std::map<std::string, std::string> HeaderMapOf(const std::vector<std::string>& lines) {
   std::map<std::string, std::string> headers;
-  for (const std::string& line : lines) {
-    const auto pieces = Split(line, ":");
-    if (pieces.size() >= 2) headers[pieces.front()] = pieces.back();
+  for (const auto& [name, value] : WQBASE::network::Headers::FromLines(lines)) {
+    headers[name] = value;
   }
   return headers;
 }
@@ -28,12 +23,12 @@ _StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request,
                                  std::int64_t end_time) {
   _StatisticItem item;
   item.request_type = request.request_type;
-  item.url = request.urls[result.index].url;
-  const std::string host = WQBASE::network::GetHost(item.url, false);
-  if (WQBASE::network::IsIPAddress(host)) {
-    item.ips.push_back(host);
+  const auto& url = request.urls[result.index].url;
+  item.url = url.text();
+  if (url.is_on_ip()) {
+    item.ips.emplace_back(url.host());
   } else {
-    item.host = host;
+    item.host = url.host();
   }
   item.app_key = request.context.app_key;
   item.end_time = end_time;
@@ -41,7 +36,7 @@ _StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request,
   item.error_message = error_message;
   item.duration = end_time - static_cast<std::int64_t>(result.start_time);
   item.request_header = HeaderMapOf(request.headers);
-  item.response_header = HeaderMapOf(Split(result.headers, "\r\n"));
+  item.response_header = HeaderMapOf(zo_base::Split(result.headers, "\r\n"));
   item.response_body = result.body;
   item.trace_id = request.context.trace_id;
   item.exception_category = std::max(0, request.context.exception_category);

@@ -26,14 +26,14 @@ struct _StatisticItem {
   std::string response_body;
   std::string trace_id;
   std::int32_t exception_category = 0;
-  // Which later answer saved the request, if one did.
+  // The later answer that saved the request, if there was one.
   bool corrected = false;
   std::string corr_url;
   std::int64_t corr_start_time = 0;
   std::int64_t corr_duration = 0;
 };
 
-// What a sub request came to.
+// How a sub request has ended.
 struct SubRequestResult {
   std::int32_t index = 0;  // Into the URLs of the request.
   std::uint64_t start_time = 0;

@@ -237,7 +237,7 @@ TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
     const UpdateRequest update(static_cast<zo_net::AddressFamily>(row.family), "");
     Texts entries;
     for (const UrlEntry& entry : update.ToHttpRequest(row.urls, "", settings, *config).urls) {
-      entries.push_back(entry.host + " " + entry.url.substr(0, entry.url.find("sv=")));
+      entries.push_back(entry.host + " " + entry.url.text().substr(0, entry.url.text().find("sv=")));
     }
     EXPECT_EQ(entries, row.entries) << testing::PrintToString(row.urls);
   }

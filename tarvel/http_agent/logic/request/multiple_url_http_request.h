@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "network/url/url.h"
 #include "tarvel/environment/configuration/request_timeouts.h"
 
 namespace zo_tarvel {
 
-// Who asks: the identity of a request's caller, for the headers and for reports.
+// The identity of a request's caller, for the headers and for reports.
 struct MultipleURLHttpRequestContext {
   std::string business;
   std::string app_key;
@@ -23,21 +24,21 @@ struct MultipleURLHttpRequestContext {
   std::int32_t exception_category = -1;  // Of GetExceptionCategory; not above 0: none.
 };
 
-// The headers that tell a server of the caller, each as name, ":" and value, sorted by name. What
-// is empty in the context has none.
+// The headers that tell a server of the caller, each as name, ":" and value, sorted by name. An
+// empty member of the context has no header.
 std::vector<std::string> MakeContextHeaders(const MultipleURLHttpRequestContext& context);
 
-// One place to ask. `host` is the name that the URL stands for, and differs from the URL's own host
-// when that has been rewritten to an IP literal; empty for the URL's own.
+// One place to ask. `host` is the name that the URL stands for when its own host has been rewritten
+// to an IP literal; empty for the URL's own host.
 struct UrlEntry {
   std::string host;
-  std::string url;
+  WQBASE::network::Url url;
 };
 
 // One logical request, which any one of several URLs may answer.
 //
 // A plain value: every stage that it passes through has its own copy. The two callbacks are
-// normally weak closures, so that a caller that has gone is not called.
+// normally weak closures, so that a destroyed caller is not called.
 struct MultipleURLHttpRequest {
   // The verdict on one answer.
   struct CheckCallbackResult {
@@ -48,29 +49,29 @@ struct MultipleURLHttpRequest {
   };
 
   // Judges each answer, on the agent's work thread. Must be set.
-  // `code` is the HTTP status, 0 when there was no answer; then `body` is the error text.
-  // `headers` are lines of name, ":" and value, joined by "\r\n". `start_time`: when this sub
+  // `code` is the HTTP status; without an answer it is 0 and `body` is the error message.
+  // `headers` are lines of name, ":" and value, joined by "\r\n". `start_time` is when this sub
   // request was sent, in milliseconds since 1970.
   using CheckCallback = std::function<CheckCallbackResult(
       std::int32_t index, std::int32_t code, const std::string& url, const std::string& headers,
       const std::string& body, std::uint64_t start_time)>;
 
-  // Gets the one result, on the agent's work thread: exactly once, unless the environment goes
-  // down before. Headers and body are those of the answer that decided; may be empty.
+  // Gets the one result, on the agent's work thread: exactly once, unless the environment exits
+  // before. Headers and body are those of the answer that decided. May be empty.
   using ResultCallback = std::function<void(bool stop, bool success, const std::string& headers,
                                             const std::string& body)>;
 
   std::vector<std::string> headers;  // Each as name, ":" and value.
   MultipleURLHttpRequestContext context;
-  std::string body;                                                    // Sent with a POST only.
-  std::int32_t time_out = RequestTimeouts().timeout;                   // See there.
-  std::int32_t multiple_time_out = RequestTimeouts().prefail_timeout;  // The same.
-  std::string extra;                                                   // Carried only.
+  std::string body;  // Sent with a POST only.
+  std::int32_t time_out = RequestTimeouts().timeout;
+  std::int32_t multiple_time_out = RequestTimeouts().prefail_timeout;
+  std::string extra;              // Carried only.
   std::int32_t request_type = 0;  // 0 is GET, any other value POST.
   std::vector<UrlEntry> urls;     // In the order of trying.
   CheckCallback check_callback;
   ResultCallback result_callback;
-  bool use_http_dns_if_fail = true;  // When all have failed: resolve the hosts and try once more.
+  bool use_http_dns_if_fail = true;  // On total failure: resolve the hosts and retry once.
   zo_net::AddressFamily address_family = zo_net::kAddressFamilyAny;  // Of those addresses.
 };
 

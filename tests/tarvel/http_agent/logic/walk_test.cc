@@ -169,7 +169,7 @@ void ExpectStartsInOrder(const std::vector<UrlEntry>& urls, const std::vector<st
   const auto starts = RecordedLog::Records("[multiple]Send sub url request:");
   ASSERT_EQ(starts.size(), moves.size() + 1);
   for (std::size_t i = 0; i < starts.size(); ++i) {
-    EXPECT_EQ(starts[i].text, "[multiple]Send sub url request:" + urls.at(i).url);
+    EXPECT_EQ(starts[i].text, "[multiple]Send sub url request:" + urls.at(i).url.text());
     if (i == 0 || moves[i - 1][0] != 't') continue;
     const std::int64_t waited = starts[i].at - starts.at(std::stoul(moves[i - 1].substr(1))).at;
     EXPECT_GE(waited, multiple_time_out);
@@ -181,7 +181,7 @@ void ExpectStartsInOrder(const std::vector<UrlEntry>& urls, const std::vector<st
 std::vector<std::string> ToText(const std::vector<_StatisticItem>& items,
                                 const std::vector<UrlEntry>& urls) {
   const auto index_of = [&](const std::string& url) {
-    const auto same = [&](const UrlEntry& entry) { return entry.url == url; };
+    const auto same = [&](const UrlEntry& entry) { return entry.url.text() == url; };
     return std::to_string(std::find_if(urls.begin(), urls.end(), same) - urls.begin());
   };
   std::vector<std::string> texts;
@@ -247,7 +247,7 @@ TEST(WalkTest, GoesByTheTable) {
     EXPECT_EQ(outcome.stop, walk.result.ends_with("stop"));
     EXPECT_EQ(outcome.headers, walker.judged_headers);
     EXPECT_EQ(outcome.body, walker.judged_body);
-    EXPECT_EQ(walker.judged_url, sites.entries.at(std::stoul(walker.judged.back())).url);
+    EXPECT_EQ(walker.judged_url, sites.entries.at(std::stoul(walker.judged.back())).url.text());
     EXPECT_EQ(ToText(outcome.items, sites.entries), Split(walk.statistics, " "));
     environment.Exit();
     EXPECT_THAT(RecordedLog::Texts(kDestroyed), ElementsAre(kDestroyed));

@@ -20,13 +20,13 @@
 
 namespace test_support {
 
-// One record of the log: its text without what stands before and behind.
+// One record of the log: its text without the prefix and the line end.
 struct LogRecord {
   std::string text;
   std::int64_t at = 0;  // Milliseconds of the steady clock.
 };
 
-// All that the library of this process has logged since Clear, as it happens. Any thread.
+// All that the library of this process has logged since Clear. Any thread.
 class RecordedLog {
  public:
   // A custom_log function.
@@ -35,21 +35,21 @@ class RecordedLog {
     std::string_view text = line;
     text.remove_prefix(text.find("] ", text.find(kIdent) + kIdent.size()) + 2);
     text.remove_suffix(1);
-    const std::lock_guard lock(The().mutex);
-    The().records.push_back({std::string(text), zo_base::SteadyMilliseconds()});
-    The().changed.notify_all();
+    const std::lock_guard lock(mutex_);
+    records_.push_back({std::string(text), zo_base::SteadyMilliseconds()});
+    changed_.notify_all();
   }
 
   static void Clear() {
-    const std::lock_guard lock(The().mutex);
-    The().records.clear();
+    const std::lock_guard lock(mutex_);
+    records_.clear();
   }
 
   // Those that begin with `begin`.
   static std::vector<LogRecord> Records(std::string_view begin = "") {
-    const std::lock_guard lock(The().mutex);
+    const std::lock_guard lock(mutex_);
     std::vector<LogRecord> records;
-    for (const LogRecord& record : The().records) {
+    for (const LogRecord& record : records_) {
       if (record.text.starts_with(begin)) records.push_back(record);
     }
     return records;
@@ -60,30 +60,24 @@ class RecordedLog {
     return texts;
   }
 
-  // False when there has been no such record for so long that there will be none.
+  // Returns false when no such record has come for so long that none will.
   [[nodiscard]] static bool Await(std::string_view text) {
-    std::unique_lock lock(The().mutex);
-    return The().changed.wait_for(lock, std::chrono::seconds(20), [&] {
-      const auto& records = The().records;
-      return std::any_of(records.begin(), records.end(),
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(20), [&] {
+      return std::any_of(records_.begin(), records_.end(),
                          [&](const LogRecord& record) { return record.text == text; });
     });
   }
 
  private:
-  struct State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<LogRecord> records;
-  };
-  static State& The() {
-    static auto* const state = new State;  // The library may log to the very end.
-    return *state;
-  }
+  // Never destroyed: the library may log to the very end.
+  static inline auto& mutex_ = *new std::mutex;
+  static inline auto& changed_ = *new std::condition_variable;
+  static inline auto& records_ = *new std::vector<LogRecord>;
 };
 
 // Sends to RecordedLog what the library logs while this lives, without an environment. Make it
-// before the threads that log, and let it go after they have ended.
+// before the threads that log, and destroy it after they have ended.
 class CapturedLog {
  public:
   CapturedLog() {
@@ -102,8 +96,8 @@ inline zo_tarvel::_ZOTarvelEnvironmentSettings AgentSettings() {
   return settings;
 }
 
-// An environment that is up for the length of a scope, and the way of a business class to its
-// agent.
+// An environment that is up for the length of a scope. InvokeHttpRequest reaches its agent as a
+// business class does.
 class AgentEnvironment : public zo_tarvel::EnvironmentConfigGetterBase {
  public:
   explicit AgentEnvironment(

@@ -39,45 +39,43 @@ using namespace test_support;
 
 constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
 
-// The results of one logical request.
-struct Results {
-  std::atomic<int> count{0};
-  bool stop = false, success = false;
-  std::string headers, body, thread;
-  Event first;
+// Answers "/bad" with a failure, and repeats the body of any other request.
+struct Site : HttpServer {
+  Site() {
+    Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  }
 };
+
+// What a logical request came to, and on which thread.
+struct Result {
+  bool success = false, stop = false;
+  std::string body, headers, thread;
+};
+using Results = Mailbox<Result>;
 
 MultipleURLHttpRequest Request(const std::vector<std::string>& urls, Results& results) {
   MultipleURLHttpRequest request;
   for (const std::string& url : urls) request.urls.push_back({"", url});
-  request.time_out = 20'000;
-  request.multiple_time_out = 20'000;
+  request.time_out = request.multiple_time_out = 20'000;
   request.check_callback = [](std::int32_t, std::int32_t code, auto&&...) {
     return MultipleURLHttpRequest::CheckCallbackResult{code == 200, true, false, ""};
   };
   request.result_callback = [&results](bool stop, bool success, const std::string& headers,
                                        const std::string& body) {
-    results.stop = stop;
-    results.success = success;
-    results.headers = headers;
-    results.body = body;
-    results.thread = zo_base::GetCurrentThreadInfo()->name;
-    ++results.count;
-    results.first.Set();
+    results.Put({success, stop, body, headers, zo_base::GetCurrentThreadInfo()->name});
   };
   return request;
 }
 
 TEST(HttpAgentTest, GivesOneResultOnItsThreadWhoeverAsks) {
-  HttpServer server;
-  server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  const Site site;
   const struct {
     std::vector<std::string> urls;
     bool success, stop;
     std::string body;
   } rows[] = {
-      {{kRefused, server.url("/bad"), server.url("/good")}, true, false, "question"},
-      {{kRefused, server.url("/bad")}, false, false, "bad"},
+      {{kRefused, site.url("/bad"), site.url("/good")}, true, false, "question"},
+      {{kRefused, site.url("/bad")}, false, false, "bad"},
       {{}, false, true, ""},
   };
   for (const std::string caller : {"thread of a client", "the same, at once", "task thread"}) {
@@ -93,14 +91,14 @@ TEST(HttpAgentTest, GivesOneResultOnItsThreadWhoeverAsks) {
       const bool post = caller == "thread of a client";
       const auto ask = [&] { environment.InvokeHttpRequest(request, post); };
       caller == "task thread" ? worker->PostTask(ask) : ask();
-      ASSERT_TRUE(results.first.Await());
+      const Result result = results.Take();
       environment.Exit();
-      EXPECT_EQ(results.count, 1);
-      EXPECT_TRUE(results.success == row.success && results.stop == row.stop);
-      EXPECT_EQ(results.body, row.body);
+      EXPECT_TRUE(results.TakeAll().empty());
+      EXPECT_TRUE(result.success == row.success && result.stop == row.stop);
+      EXPECT_EQ(result.body, row.body);
       // Without a URL there is nothing to wait for.
       const bool at_once = row.urls.empty() && caller == "task thread";
-      EXPECT_EQ(results.thread, at_once ? "worker" : "http_agent_work");
+      EXPECT_EQ(result.thread, at_once ? "worker" : "http_agent_work");
     }
   }
 }
@@ -131,28 +129,27 @@ TEST(HttpAgentTest, TranslatesARequestAndItsAnswerForTheTransport) {
         {row.host, "http://" + row.authority + ":" + std::to_string(server.port()) + "/"}};
     request.headers = {row.header};
     environment.InvokeHttpRequest(request, true);
-    ASSERT_TRUE(results.first.Await());
+    const Result result = results.Take();
     const SeenRequest seen = server.requests().back();
     EXPECT_EQ(seen.method, "GET");
     EXPECT_EQ(seen.header("Host"), row.seen_host);
     EXPECT_EQ(seen.header("X-One"), row.seen_header);
-    EXPECT_EQ(results.headers, "B:2\r\nContent-Length:" + std::to_string(row.answer.size()));
-    EXPECT_EQ(results.body, row.body);
+    EXPECT_EQ(result.headers, "B:2\r\nContent-Length:" + std::to_string(row.answer.size()));
+    EXPECT_EQ(result.body, row.body);
   }
 }
 
-TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
+TEST(HttpAgentTest, GivesEachOfManyParallelRequestsOneResult) {
   constexpr std::size_t kThreads = 8, kEach = 50;
-  HttpServer server;
-  server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  const Site site;
   RawServer late([](RawConnection& connection) {
     connection.ReadRequest();
     connection.AwaitStop(std::chrono::milliseconds(50));
     connection.Send(HttpAnswer("200 OK", "good"));
   });
-  const std::string urls[] = {server.url("/"), late.url("/"), server.url("/bad"), kRefused};
-  AgentEnvironment environment;
+  const std::string urls[] = {site.url("/"), late.url("/"), site.url("/bad"), kRefused};
   std::vector<Results> results(kThreads * kEach);
+  AgentEnvironment environment;
   std::vector<std::jthread> threads;
   for (std::size_t begin = 0; begin < results.size(); begin += kEach) {
     threads.emplace_back([&, begin] {
@@ -165,15 +162,14 @@ TEST(HttpAgentTest, GivesEachOfManyRequestsFromManyThreadsItsOneResult) {
     });
   }
   threads.clear();
-  for (Results& one : results) ASSERT_TRUE(one.first.Await());
-  environment.Exit();
   for (std::size_t i = 0; i < results.size(); ++i) {
-    EXPECT_EQ(results[i].count, 1) << i;
-    EXPECT_EQ(results[i].success, i % 4 < 2 || i / 4 % 4 < 2) << i;
+    EXPECT_EQ(results[i].Take().success, i % 4 < 2 || i / 4 % 4 < 2) << i;
   }
+  environment.Exit();
+  for (Results& one : results) EXPECT_TRUE(one.TakeAll().empty());
 }
 
-TEST(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
+TEST(ExitTest, InOrDuringACallbackIsTheEnd) {
   RawServer silent(NeverAnswers());
   HttpServer good;
   for (const bool in_callback : {true, false}) {
@@ -189,7 +185,7 @@ TEST(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
           environment.WasExited();
         }
         entered.Set();
-        // Beside it, the exit waits for the callback.
+        // An exit on another thread waits for the callback.
         EXPECT_TRUE(in_callback || RecordedLog::Await("stop http agent begin"));
       };
       auto request = Request(
@@ -208,13 +204,13 @@ TEST(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
       EXPECT_LT(MillisecondsOf([&] { environment.Exit(); }), 5'000);
       EXPECT_EQ(GetTarvelObject(1), nullptr);
       const int checked = checks;
-      const int count = in_callback ? (where == "result" ? 1 : 0) : results.count.load();
-      // Nothing comes after the exit, also in a new life in which a request is answered.
+      if (!in_callback) results.TakeAll();
+      // Nothing comes after the exit, also in a new environment in which a request is answered.
       AgentEnvironment next;
       next.InvokeHttpRequest(Request({good.url("/")}, later), true);
-      EXPECT_TRUE(later.first.Await() && later.success);
+      EXPECT_TRUE(later.Take().success);
       next.Exit();
-      EXPECT_EQ(results.count, count);
+      EXPECT_EQ(results.TakeAll().size(), in_callback && where == "result" ? 1U : 0U);
       EXPECT_EQ(checks, checked);
     }
   }
@@ -222,25 +218,24 @@ TEST(ExitTest, InOrBesideACallbackIsTheEndWhateverTheVerdict) {
 
 TEST(ExitTest, AtAnyMomentEndsCleanly) {
   RawServer silent(NeverAnswers());
-  HttpServer server;
-  server.Answer("/bad", [](const SeenRequest&) { return ServerAnswer{500, {}, "bad"}; });
+  const Site site;
   for (int round = 0; round < 100; ++round) {
-    AgentEnvironment environment;
     std::vector<Results> results(20);
+    AgentEnvironment environment;
     for (Results& one : results) {
-      auto request =
-          Request({silent.url("/"), kRefused, server.url("/bad"), server.url("/good")}, one);
+      auto request = Request({silent.url("/"), kRefused, site.url("/bad"), site.url("/")}, one);
       request.multiple_time_out = 1;
       environment.InvokeHttpRequest(request, true);
     }
-    EXPECT_TRUE(round % 2 == 0 || results[round % 20].first.Await());
+    Results& awaited = results[round % 20];
+    if (round % 2 == 1) awaited.Put(awaited.Take());
     EXPECT_LT(MillisecondsOf([&] { environment.Exit(); }), 5'000);
-    for (const Results& one : results) EXPECT_LE(one.count, 1);
+    for (Results& one : results) EXPECT_LE(one.TakeAll().size(), 1U);
   }
 }
 
-// The way to everywhere leads through the loopback interface, which has an address of this host
-// only, or also one that for the system is of elsewhere.
+// Routes everything through the loopback interface: to an address of this host, or to one that the
+// system takes for another host's.
 bool AddWayOut(bool with_address) {
   ifreq alias{};
   std::strcpy(alias.ifr_name, with_address ? "lo:1" : "lo");
@@ -256,7 +251,7 @@ bool AddWayOut(bool with_address) {
   return result == 0;
 }
 
-TEST(HttpAgentNetworkTest, APostedRequestGoesOutOnlyOnAWayOutOfThisHostUnlessNoneIsNeeded) {
+TEST(HttpAgentNetworkTest, PostedRequestsNeedAWayOutOfThisHost) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("")) return kNotPermitted;
     EXPECT_FALSE(IsInternetReachable());
@@ -281,15 +276,14 @@ TEST(HttpAgentNetworkTest, APostedRequestGoesOutOnlyOnAWayOutOfThisHostUnlessNon
       AgentEnvironment environment(settings);
       auto request = Request({url}, results);
       environment.InvokeHttpRequest(request, row.posted);
-      EXPECT_TRUE(results.first.Await());
+      const Result result = results.Take();
       request.result_callback = nullptr;
       environment.InvokeHttpRequest(request, row.posted);
       environment.Exit();
       EXPECT_EQ(RecordedLog::Texts("[multiple]Request cancel"),
                 std::vector<std::string>(row.needed && !row.way_out ? 2 : 0, cancelled));
-      EXPECT_EQ(results.count, 1);
-      EXPECT_EQ(results.success, row.sent);
-      EXPECT_EQ(results.stop, !row.sent);
+      EXPECT_TRUE(results.TakeAll().empty());
+      EXPECT_TRUE(result.success == row.sent && result.stop == !row.sent);
     }
     return 0;
   });
@@ -314,21 +308,18 @@ std::string TakeRecord() {
   return function + ":" + data.process_id;
 }
 
-void Report(const std::string& process_id, std::vector<ExceptionDataExtension> extension = {{}}) {
-  const auto details = CreateExceptionDataDetails(1);
-  details->process_id = process_id;
-  details->extension = std::move(extension);
-  GetConfig()->GetExceptionReporter()->ReportException(details);
+void Report(ExceptionDataDetails details) {
+  GetConfig()->GetExceptionReporter()->ReportException(
+      std::make_shared<ExceptionDataDetails>(std::move(details)));
 }
+void Report(const std::string& process_id) { Report({process_id, 1, 0, 0, 1, 0, {{}}}); }
 
 TEST(ExceptionRecordsTest, CarryAllFields) {
   AgentEnvironment environment;
   SetExceptionDataReporter(First);
-  const auto details = CreateExceptionDataDetails(1);
-  *details = {"a\"b", 2, 1LL << 40, 1LL << 41, 3, 4, {{5, "target", 6, "what", "more"}, {}}};
-  environment.GetEnvironmentConfig()->GetExceptionReporter()->ReportException(details);
+  Report({"a\"b", 2, 1LL << 40, 1LL << 41, 3, 4, {{5, "target", 6, "what", "more"}, {}}});
   const TarvelExceptionData data = records.Take().second;
-  EXPECT_EQ(data.user_info + data.reserved_info, "");  // Else left out all the same.
+  EXPECT_EQ(data.user_info + data.reserved_info, "");  // The JSON never has them.
   EXPECT_EQ(TarvelExceptionDataToJsonString(data),
             R"({"action": 2, "duration": 1099511627776, "exception_service": 4, )"
             R"("extension": [{"code": 6, "context": "more", "description": "what", )"
@@ -337,7 +328,7 @@ TEST(ExceptionRecordsTest, CarryAllFields) {
             R"("process_id": "a\"b", "start_time": 2199023255552, "state": 3})");
 }
 
-TEST(ExceptionRecordsTest, AndTheirFunctionEndWithTheirLifeAlsoWhenTheFunctionExits) {
+TEST(ExceptionRecordsTest, EndWithTheirEnvironmentAlsoWhenTheirFunctionExits) {
   SetExceptionDataReporter(First);  // Before the start: not remembered.
   {
     AgentEnvironment environment;
@@ -352,10 +343,10 @@ TEST(ExceptionRecordsTest, AndTheirFunctionEndWithTheirLifeAlsoWhenTheFunctionEx
   EXPECT_EQ(TakeRecord(), "second:4");
 }
 
-TEST(ExceptionRecordsTest, GoOnceAndInOrderToTheFirstFunctionWhateverThreadSetsIt) {
+TEST(ExceptionRecordsTest, GoOnceAndInOrderToTheFirstFunction) {
   constexpr std::size_t kThreads = 8, kEach = 200;
   AgentEnvironment environment;
-  Report("without a failure", {});
+  Report({"without a failure", 1, 0, 0, 1, 0, {}});
   SetExceptionDataReporter(nullptr);
   std::vector<std::jthread> threads;
   for (std::size_t t = 0; t < kThreads; ++t) {

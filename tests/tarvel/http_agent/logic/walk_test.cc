@@ -25,13 +25,6 @@ constexpr int kNever = 60'000;  // Milliseconds; more than any test waits.
 constexpr char kDestroyed[] = "[multiple]Request return,release request object";
 constexpr char kRefused[] = "http://127.0.0.1:1/";  // Nobody listens on this port.
 
-// The record of the log that "s1" (started) or "f1" (failed) stands for.
-std::string RecordOf(const std::string& event) {
-  return (event[0] == 's' ? "[multiple]Start timer index:"
-                          : "[multiple][rsp]Remove timer index :") +
-         event.substr(1);
-}
-
 const std::string kGood = HttpAnswer("200 OK", "good");
 
 // The check judges by the body, which is the name of the behaviour.
@@ -53,30 +46,32 @@ void Behave(const std::string& how, RawConnection& connection) {
   }
 }
 
+// Waits until URL 1 was started, for "s1", or has failed, for "f1".
+bool AwaitEvent(const std::string& event) {
+  const std::string text =
+      event[0] == 's' ? "[multiple]Start timer index:" : "[multiple][rsp]Remove timer index :";
+  return RecordedLog::Await(text + event.substr(1));
+}
+
 // A list of URLs, each with a server that behaves as its word says; "bad<s1" does so as soon as URL
 // 1 has been started. "refused" has no server.
-class Sites {
- public:
+struct Sites {
   explicit Sites(const std::string& behaviours) {
     for (const std::string& word : Split(behaviours, " ")) {
       if (word == "refused") {
         entries.push_back({"", kRefused});
         continue;
       }
-      servers_.emplace_back([parts = Split(word, "<")](RawConnection& connection) {
+      servers.emplace_back([parts = Split(word, "<")](RawConnection& connection) {
         if (connection.ReadRequest().empty()) return;
-        if (parts.size() < 2 || RecordedLog::Await(RecordOf(parts[1]))) {
-          Behave(parts[0], connection);
-        }
+        if (parts.size() < 2 || AwaitEvent(parts[1])) Behave(parts[0], connection);
       });
-      entries.push_back({"", servers_.back().url("/" + std::to_string(entries.size()))});
+      entries.push_back({"", servers.back().url("/" + std::to_string(entries.size()))});
     }
   }
 
   std::vector<UrlEntry> entries;
-
- private:
-  std::list<RawServer> servers_;
+  std::list<RawServer> servers;
 };
 
 struct Outcome {
@@ -98,13 +93,10 @@ class Walker {
     request.urls = std::move(urls);
     request.multiple_time_out = multiple_time_out;
     request.time_out = time_out;
-    request.check_callback = [this](std::int32_t index, std::int32_t code, const std::string& url,
-                                    const std::string& headers, const std::string& body,
-                                    std::uint64_t) {
+    request.check_callback = [this](std::int32_t index, std::int32_t code, auto& url, auto& headers,
+                                    auto& body, std::uint64_t) {
       judged.push_back(std::to_string(index) + ":" + std::to_string(code));
-      judged_url = url;
-      judged_headers = headers;
-      judged_body = body;
+      last_judged = {url, headers, body};
       return VerdictOn(body);
     };
     return request;
@@ -122,10 +114,8 @@ class Walker {
     return outcome_;
   }
 
-  std::vector<std::string> judged;  // Index and code of each answer.
-  std::string judged_url;           // Of the last answer.
-  std::string judged_headers;
-  std::string judged_body;
+  std::vector<std::string> judged;       // Index and code of each answer.
+  std::vector<std::string> last_judged;  // URL, headers and body of the last one.
 
  private:
   void Begin(const MultipleURLHttpRequest& request, Event& over) {
@@ -135,8 +125,7 @@ class Walker {
     helper->Connect<const bool, const bool, const std::string, const std::string,
                     const MultipleURLHttpRequest>(
         SIG_ALL_SUB_REQUEST_RETURN,
-        [this, helper, &over](bool stop, bool success, const std::string& headers,
-                              const std::string& body, const MultipleURLHttpRequest& adjusted) {
+        [this, helper, &over](bool stop, bool success, auto& headers, auto& body, auto& adjusted) {
           const std::unique_ptr<MultipleURLHttpRequestHelper> owned(helper);
           const auto items = owned->TakeStatisticItems();
           outcome_ = {outcome_.signals + 1,        stop, success, headers, body, adjusted,
@@ -151,30 +140,27 @@ class Walker {
 };
 
 // What had each URL after the first one started: "t0" the timer of URL 0, "a1" the answer of 1.
-std::vector<std::string> Moves() {
+// All were started in the order of the list, and none by a timer before its time.
+std::vector<std::string> Moves(const std::vector<UrlEntry>& urls, int multiple_time_out) {
+  constexpr char kStarted[] = "[multiple]Send sub url request:";
   constexpr std::string_view kBy = " triggered by :";
   std::vector<std::string> moves;
-  for (const std::string& text : RecordedLog::Texts("[multiple]")) {
-    const auto by = text.find(kBy);
-    if (by == std::string::npos) continue;
-    const std::string kind = text.starts_with("[multiple][time out]") ? "t" : "a";
-    moves.push_back(kind + std::to_string(std::atoi(text.c_str() + by + kBy.size())));
+  std::vector<std::int64_t> starts;  // When each URL was started.
+  for (const auto& [text, at] : RecordedLog::Records("[multiple]")) {
+    if (text.starts_with(kStarted)) {
+      EXPECT_EQ(text, kStarted + urls.at(starts.size()).url);
+      starts.push_back(at);
+    } else if (const auto by = text.find(kBy); by != std::string::npos) {
+      const auto index = std::stoul(text.substr(by + kBy.size()));
+      const bool by_timer = text.starts_with("[multiple][time out]");
+      moves.push_back((by_timer ? "t" : "a") + std::to_string(index));
+      if (!by_timer) continue;
+      EXPECT_GE(at - starts.at(index), multiple_time_out);
+      EXPECT_LE(at - starts.at(index), multiple_time_out + 10'000);
+    }
   }
+  EXPECT_EQ(starts.size(), moves.size() + 1);
   return moves;
-}
-
-// All that were started were so in the order of the list, and none by a timer before its time.
-void ExpectStartsInOrder(const std::vector<UrlEntry>& urls, const std::vector<std::string>& moves,
-                         int multiple_time_out) {
-  const auto starts = RecordedLog::Records("[multiple]Send sub url request:");
-  ASSERT_EQ(starts.size(), moves.size() + 1);
-  for (std::size_t i = 0; i < starts.size(); ++i) {
-    EXPECT_EQ(starts[i].text, "[multiple]Send sub url request:" + urls.at(i).url.text());
-    if (i == 0 || moves[i - 1][0] != 't') continue;
-    const std::int64_t waited = starts[i].at - starts.at(std::stoul(moves[i - 1].substr(1))).at;
-    EXPECT_GE(waited, multiple_time_out);
-    EXPECT_LE(waited, multiple_time_out + 10'000);
-  }
 }
 
 // "500@0>1": code and URL of a failure, and the URL that made up for it.
@@ -212,7 +198,7 @@ const Walk kWalks[] = {
      "success stop", ""},
     {"a transfer time-out starts the next", "silent good", "a0", "0:0 1:200", "success", "0@0>1",
      kNever, 1'000},
-    {"a slow URL gets the next beside it", "silent good", "t0", "1:200", "success", "", 200},
+    {"a slow URL gets the next in parallel", "silent good", "t0", "1:200", "success", "", 200},
     {"a failure waits while another timer runs", "bad<s1 silent good", "t0 t1", "0:500 2:200",
      "success", "500@0>2", 1'500},
     {"a failure after all timers starts the next", "silent bad good", "t0 a1", "1:500 2:200",
@@ -239,22 +225,19 @@ TEST(WalkTest, GoesByTheTable) {
     Walker walker;
     const Outcome& outcome =
         walker.Run(walker.Request(sites.entries, walk.multiple_time_out, walk.time_out));
-    const std::vector<std::string> moves = Moves();
-    EXPECT_EQ(moves, Split(walk.moves, " "));
-    ExpectStartsInOrder(sites.entries, moves, walk.multiple_time_out);
+    EXPECT_EQ(Moves(sites.entries, walk.multiple_time_out), Split(walk.moves, " "));
     EXPECT_EQ(walker.judged, Split(walk.judged, " "));
     EXPECT_EQ(outcome.success, walk.result.starts_with("success"));
     EXPECT_EQ(outcome.stop, walk.result.ends_with("stop"));
-    EXPECT_EQ(outcome.headers, walker.judged_headers);
-    EXPECT_EQ(outcome.body, walker.judged_body);
-    EXPECT_EQ(walker.judged_url, sites.entries.at(std::stoul(walker.judged.back())).url.text());
+    const std::string& decided = sites.entries.at(std::stoul(walker.judged.back())).url.text();
+    EXPECT_THAT(walker.last_judged, ElementsAre(decided, outcome.headers, outcome.body));
     EXPECT_EQ(ToText(outcome.items, sites.entries), Split(walk.statistics, " "));
     environment.Exit();
     EXPECT_THAT(RecordedLog::Texts(kDestroyed), ElementsAre(kDestroyed));
   }
 }
 
-TEST(WalkRaceTest, TwoGoodAnswersAtTheSameMomentGiveOneResult) {
+TEST(WalkRaceTest, TwoGoodAnswersAtOnceGiveOneResult) {
   AgentEnvironment environment;
   Walker walker;
   for (int round = 0; round < 50; ++round) {
@@ -281,7 +264,7 @@ TEST(WalkRaceTest, AnAnswerAfterTheEndReachesNobody) {
   ASSERT_TRUE(sent.Await());
   walker.Run(walker.Request({{"", prompt.url("/")}}));  // The late answer comes before this one's.
   EXPECT_THAT(walker.judged, ElementsAre("0:200"));
-  EXPECT_EQ(walker.judged_url, prompt.url("/"));
+  EXPECT_EQ(walker.last_judged[0], prompt.url("/"));
 }
 
 TEST(WalkAdjustmentTest, ChangesTheRequestAsTheSettingsSay) {

@@ -1,15 +1,9 @@
 #include <sys/resource.h>
 
-#include <atomic>
-#include <cstring>
 #include <filesystem>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <string>
 #include <thread>
 
 #include "base/file/whole_file.h"
-#include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/tarvel_lbs_service.h"
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tests/support/lbs_client.h"
@@ -59,7 +53,7 @@ class LBSCacheTest : public LBSServiceTest {
   const LBSServiceFactory real_ = GetLBSServiceFactory();
 };
 
-TEST_F(LBSCacheTest, TimesTheNextUpdateByTheTtlButNotForMoreThanFiveHours) {
+TEST_F(LBSCacheTest, TimesTheNextUpdateByTheTtl) {
   const struct {
     const char* ttl;
     std::int64_t clock;
@@ -90,7 +84,7 @@ TEST_F(LBSCacheTest, TimesTheNextUpdateByTheTtlButNotForMoreThanFiveHours) {
   }
 }
 
-TEST_F(LBSCacheTest, AsksInTimeAndNotAllTheTimeWhateverFileAndClockSay) {
+TEST_F(LBSCacheTest, AsksInTimeWhateverFileAndClockSay) {
   const struct {
     std::string expire_time;
     std::int64_t clock;
@@ -152,7 +146,7 @@ TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
   }
 }
 
-TEST_F(LBSCacheTest, StartsFromAnAnswerOfItsOwnEvenWhenNothingCanBeSaved) {
+TEST_F(LBSCacheTest, StartsFromItsOwnAnswerWithoutACacheFile) {
   const struct {
     std::uint32_t family;  // Those of the settings.
     const char* link;
@@ -185,7 +179,7 @@ TEST_F(LBSCacheTest, StartsFromAnAnswerOfItsOwnEvenWhenNothingCanBeSaved) {
 }
 
 #ifndef __SANITIZE_ADDRESS__  // Its check of virtual calls opens a pipe.
-TEST_F(LBSCacheTest, LeavesACacheThatItCannotReadJustNowToTheNextStart) {
+TEST_F(LBSCacheTest, LeavesAnUnreadableCacheToTheNextStart) {
   StartWithCache("name", "of the cache");
   static rlimit descriptors{};
   getrlimit(RLIMIT_NOFILE, &descriptors);
@@ -202,7 +196,7 @@ TEST_F(LBSCacheTest, LeavesACacheThatItCannotReadJustNowToTheNextStart) {
 #endif
 
 // As a second process does that starts at the same time, over and over.
-TEST_F(LBSCacheTest, GoesOnWithItsOwnAnswerWhateverOthersWriteAndNeverEmptiesTheFile) {
+TEST_F(LBSCacheTest, KeepsItsOwnAnswerWhateverOthersWrite) {
   Restart();
   const std::string path = CachePath();
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());

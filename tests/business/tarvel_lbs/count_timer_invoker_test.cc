@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -42,7 +40,7 @@ class CountTimerInvokerTest : public ::testing::Test {
   std::shared_ptr<CountTimerInvoker> invoker_ = NewInvoker(kSpan);
 };
 
-TEST_F(CountTimerInvokerTest, RunsTheLatestTaskAtTheThirdRequestAtTheEndOfTheSpanOrWhenTold) {
+TEST_F(CountTimerInvokerTest, RunsTheLatestTaskOfABurst) {
   const struct {
     const char* requests;  // Those in capitals are immediate.
     const char* at_once;
@@ -67,7 +65,7 @@ TEST_F(CountTimerInvokerTest, RunsTheLatestTaskAtTheThirdRequestAtTheEndOfTheSpa
   }
 }
 
-TEST_F(CountTimerInvokerTest, LeavesNoRequestOfManyThreadsWithoutARunOrASpan) {
+TEST_F(CountTimerInvokerTest, LosesNoRequestOfManyThreads) {
   invoker_ = NewInvoker(1);
   for (int round = 0; round < 100; ++round) {
     std::vector<std::jthread> threads;

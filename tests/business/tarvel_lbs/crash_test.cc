@@ -1,17 +1,8 @@
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <iterator>
-#include <memory>
 #include <random>
-#include <string>
-#include <string_view>
 #include <thread>
 
 #include "tests/support/lbs_client.h"
@@ -58,7 +49,7 @@ int KilledClient(const std::string& directory, const std::string& url,
   return std::stoi(client.output().substr(client.output().rfind(' ')));
 }
 
-TEST_F(LBSServiceTest, LeavesAWholeAnswerNotOlderThanTheLastToldOneWheneverItIsKilled) {
+TEST_F(LBSServiceTest, LeavesAWholeAnswerWheneverItIsKilled) {
   constexpr std::size_t kPadding = 100'000;  // Long answers, which take a while to store.
   const std::string padding = R"("zebdl":")" + std::string(kPadding, 'x') + R"(",)";
   // By value: the last one killed may be asking still when this test is over.

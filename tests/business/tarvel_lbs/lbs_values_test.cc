@@ -1,19 +1,10 @@
 #include <gtest/gtest.h>
-#include <tarvel/tarvel.h>
 
 #include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "base/json/json_texts.h"
 #include "base/text/strings.h"
-#include "business/tarvel_lbs/host_chooser/host_chooser.h"
-#include "business/tarvel_lbs/lbs_answer.h"
-#include "business/tarvel_lbs/lbs_settings.h"
-#include "business/tarvel_lbs/link_address.h"
-#include "business/tarvel_lbs/msg_stat_info.h"
+#include "business/tarvel_lbs/active_answer.h"
 #include "business/tarvel_lbs/update_request.h"
 #include "tests/support/agent_environment.h"
 
@@ -151,7 +142,7 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
   }
 }
 
-TEST(LBSAnswerTest, TakesLinearTimeForManyLinksAndLogsAndKeepsOnlySoMuch) {
+TEST(LBSAnswerTest, KeepsAndLogsOnlySoManyLinks) {
   constexpr int kLinks = 10'000;
   std::string links = "[\"\",\"1.2.3.4:0\"";
   for (int i = 1; i <= kLinks; ++i) links += ",\"1.2.3.4:" + std::to_string(i) + '"';
@@ -202,14 +193,16 @@ TEST(LBSSettingsTest, CleanTheTimeoutsOrTakeThoseOfTheEnvironment) {
 TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
   const Texts literals{"https://1.2.3.4/4", "https://[::1]/6", "https://n/"};
   const std::string v4 = "def.host https://1.2.3.4/4?", v6 = "def.host https://[::1]/6?",
-                    name = "n https://n/?";
+                    name = "n https://n/?", main = "main https://main/?";
   const struct {
     Texts urls;
     std::int32_t family;
     bool only_https;
     Texts entries;  // "<host> <url>".
   } rows[] = {
-      {{""}, 0, false, {}},
+      {{""}, 0, false, {main}},  // Nobody else can be asked.
+      {{"mailto:a"}, 0, false, {main}},
+      {{"http://[::1]/"}, 1, false, {main}},
       {{"http://a/p", "https://a:1/p?x=y"}, 0, false, {"a http://a/p?", "a https://a:1/p?x=y&"}},
       {{"ftp://a/", "a/p", "", "a:80", "HTTP://a/"}, 0, false, {"a HTTP://a/?"}},
       {{"https://bad%20host/", "http://a:99999/", "http://[::1/", literals[0]}, 0, false, {v4}},
@@ -233,7 +226,7 @@ TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
     config->Load(of_environment);
     LBSSettings settings;
     settings.def_lbs_host = "def.host";
-    settings.lbs_main_addr = "";  // Would be asked when there is no entry.
+    settings.lbs_main_addr = "https://main/";
     const UpdateRequest update(static_cast<zo_net::AddressFamily>(row.family), "");
     Texts entries;
     for (const UrlEntry& entry : update.ToHttpRequest(row.urls, "", settings, *config).urls) {
@@ -270,7 +263,7 @@ std::string Asked(HostChooser& chooser, const std::string& families) {
   return answers;
 }
 
-TEST(HostChooserTest, HandsOutItsListThenADefaultThenItsListAnew) {
+TEST(HostChooserTest, HandsOutItsListThenADefault) {
   constexpr char kMixed[] = "1.2.3.4:1 [2001:db8::1]:2 name:3";
   const struct {
     const char* hosts;
@@ -305,7 +298,7 @@ TEST(HostChooserTest, TakesADefaultForOneFamilyOrForBoth) {
   for (const std::int32_t family : {0, 1, 2, 3}) {
     HostChooser chooser("d4:4", "d6:6", -1);
     chooser.SetDefaultHost(family, "x:1");
-    EXPECT_EQ(Asked(chooser, "12"), expected[family]) << "set for family " << family;
+    EXPECT_EQ(Asked(chooser, "12"), expected[family]) << family;
   }
 }
 

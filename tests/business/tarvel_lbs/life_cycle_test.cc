@@ -2,19 +2,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <cstring>
 #include <filesystem>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 #include "tests/support/child_process.h"
-#include "tests/support/event.h"
 #include "tests/support/lbs_client.h"
 
 // Releases, exits, and many threads at once.
@@ -57,7 +48,7 @@ class LBSLifeCycleTest : public LBSServiceTest {
   }
 };
 
-TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobodyAndTheNextServiceWorks) {
+TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobody) {
   BeginUpdate();
   EXPECT_TRUE(AnybodyIsConnected());
   object()->ReleaseLBSService();
@@ -67,7 +58,7 @@ TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobodyAndTheNextServiceWo
   ExpectThatTheNextServiceWorks();
 }
 
-TEST_F(LBSLifeCycleTest, AnExitEndsAnUpdateAndTheWaitForItAndTheNextLifeWorks) {
+TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
   BeginUpdate();
   RunAllPosted();  // Who asked is no owner any more.
   IZOTarvelLBSService* const waited_for = service();
@@ -84,7 +75,7 @@ TEST_F(LBSLifeCycleTest, AnExitEndsAnUpdateAndTheWaitForItAndTheNextLifeWorks) {
   ExpectThatTheNextServiceWorks();
 }
 
-TEST_F(LBSLifeCycleTest, AReleaseWaitsForAFunctionOfTheClientThatIsUnderWay) {
+TEST_F(LBSLifeCycleTest, AReleaseWaitsForTheClientsFunction) {
   static std::atomic<bool> left;
   left = false;
   const auto take_time = [](void* entered, const RequestErrorRecord*) {
@@ -160,7 +151,7 @@ TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
 }
 
 #ifndef __SANITIZE_THREAD__  // It bears no threads in a child of several threads' process.
-TEST(LBSThreadsTest, NobodyWaitsForWhatNoThreadIsThereForAndAllWorksOnceThereAreThreads) {
+TEST(LBSThreadsTest, NeverHangsWithoutThreadsAndRecoversWithThem) {
   HttpServer server;
   const std::string fresh = R"({"common":{"link":["a:1"],"link.default":["a:1"],"lbs":"ftp:"}})";
   server.Answer(kPath, [&](auto&&) { return LBSServiceTest::GoodAnswer(fresh); });

@@ -1,10 +1,5 @@
-#include <atomic>
-#include <chrono>
-#include <cstring>
 #include <deque>
 #include <functional>
-#include <mutex>
-#include <string>
 #include <thread>
 
 #include "base/thread/library_call.h"
@@ -85,7 +80,7 @@ class LogFunctionTest : public LBSServiceTest {
   std::deque<Life> lives_;  // A thread that ended its own environment may still log.
 };
 
-TEST_F(LogFunctionTest, MayExitReleaseStartAndWaitForReadersOutOfEveryLine) {
+TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
   const struct {
     const char* name;
     std::function<void()> act;
@@ -126,7 +121,7 @@ TEST_F(LogFunctionTest, MayExitReleaseStartAndWaitForReadersOutOfEveryLine) {
 }
 
 // Out of a line of a start or an exit, whose rest both carry out as far as they can.
-TEST(ProcessEndTest, ComesInAChildThatIsForkedOffInTheMiddleOfAStartOrAnExit) {
+TEST(ProcessEndTest, ComesInAChildForkedInAStartOrExit) {
   for (const char* const line : {"- start -", "stop all tarvel obj begin", "- exit -"}) {
     SCOPED_TRACE(line);
     EXPECT_GOOD_CHILD([line] {
@@ -149,7 +144,7 @@ TEST(ProcessEndTest, ComesInAChildThatIsForkedOffInTheMiddleOfAStartOrAnExit) {
 }
 
 // Another thread of the client is in an operation, and goes on with it when all is down.
-TEST(ProcessEndTest, LeavesWhatTheClientsThreadsAreInTheMiddleOf) {
+TEST(ProcessEndTest, LeavesOperationsOfOtherThreadsAlone) {
   EXPECT_GOOD_CHILD([] {
     static std::atomic<bool> has_begun{false}, is_down{false}, has_ended{false};
     auto settings = TestSettings();

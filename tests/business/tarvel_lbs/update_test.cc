@@ -1,8 +1,5 @@
-#include <chrono>
-#include <cstring>
 #include <future>
 #include <set>
-#include <string>
 
 #include "tests/support/lbs_client.h"
 
@@ -40,7 +37,7 @@ TEST_F(LBSServiceTest, AnAnswerToTheOldTokenDoesNotCount) {
   EXPECT_EQ(Cached("lbs_rsp"), Answer("others"));
 }
 
-TEST_F(LBSServiceTest, AsksNobodyWithoutATokenAndNoAnswerCountsWhenThatChangesWhileItIsTold) {
+TEST_F(LBSServiceTest, AsksOnlyForTheTokenOfTheMoment) {
   Serve({Answer("old"), Answer("new")});
   Init();
   object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
@@ -109,7 +106,7 @@ TEST_F(LBSServiceTest, NamesTokenAccountVersionsAndNetworkInItsRequest) {
   }
 }
 
-TEST_F(LBSServiceTest, WalksThroughTheBackupsOfTheSettingsAndThenThoseOfTheAnswer) {
+TEST_F(LBSServiceTest, WalksThroughTheBackupUrls) {
   HttpServer other;
   other.Answer(kPath, [this](auto&&) { return GoodAnswer(Answer("other")); });
   const std::string more = R"("lbs.backup":[")" + other.url(kPath) + R"("],)";
@@ -130,38 +127,13 @@ TEST_F(LBSServiceTest, WalksThroughTheBackupsOfTheSettingsAndThenThoseOfTheAnswe
                           "200 " + other.url(kPath) + query + " " + Answer("other")));
 }
 
-TEST_F(LBSServiceTest, GoesBackToTheUrlOfTheSettingsWhenTheAnswerNamesNobodyToAsk) {
-  for (const std::string lbs : {"mailto:lbs@lbs.test", "http://[2001:db8::1]/lbs/conf.jsp"}) {
-    const std::string dead_end = Answer("dead end", R"("lbs":")" + lbs + R"(",)");
-    Serve({dead_end, dead_end, Answer("fresh")});
-    Restart();
-    Init();
-    EXPECT_EQ(Update(), "200 " + dead_end);
-    EXPECT_EQ(Update(), "200 " + dead_end);
-    object()->ReleaseLBSService();
-    Init();
-    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), "dead end");
-    EXPECT_EQ(Update(), "200 " + Answer("fresh"));
-  }
-}
-
-TEST_F(LBSServiceTest, AsksOverHttpsOnlyWhenToldSo) {
-  environment_settings_.only_https_supported = 1;
-  Restart();
-  SetUrls({"http://127.0.0.1/lbs/conf.jsp", url_});
-  Init();
-  Update();
-  EXPECT_THAT(sub_answers_.TakeAll(), ElementsAre(HasSubstr(" https://127.0.0.1/lbs/conf.jsp?")));
-  EXPECT_EQ(server_->connections(), 0);
-}
-
 // --- What an answer changes ---
 
 constexpr char kTexts[] =
     R"("zebdl":"http://zeb.test","zebdls":["a","b"],"zeb":[1],"desc":"the fresh one",)"
     R"("msg.stat.enable":true,"report":{"host":"stat.test"},)";
 
-TEST_F(LBSServiceTest, AnswersNothingBeforeInitThenFromItsOwnAnswerThenFromAFreshOne) {
+TEST_F(LBSServiceTest, HandsOutTheTextsOfTheActiveAnswer) {
   const struct {
     Getter getter;
     const char* local;
@@ -209,7 +181,7 @@ TEST_F(LBSServiceTest, AnswersNothingBeforeInitThenFromItsOwnAnswerThenFromAFres
             R"("msg_stat_info_enable": "true", "msg_stat_info_host": "https://stat.test"}})");
 }
 
-TEST_F(LBSServiceTest, RotatesLinkAddressesAndAsksOnceForMoreWhenTheyAreUsedUp) {
+TEST_F(LBSServiceTest, AsksOnceForMoreWhenLinksAreUsedUp) {
   const std::string first = "192.0.2.1 81 1", second = "[2001:db8::2] 82 2",
                     third = "link.test 83 0", fallback = "192.0.2.99 99 1";
   Serve({Answer("fresh")});
@@ -221,6 +193,7 @@ TEST_F(LBSServiceTest, RotatesLinkAddressesAndAsksOnceForMoreWhenTheyAreUsedUp) 
     EXPECT_EQ(NextLink(), link);
     service()->OnCurrentLinkConnectSucceed("192.0.2.1", 81);
   }
+  EXPECT_EQ(CurrentLink(), "none");
   ServeHeld(Answer("more"));
   EXPECT_EQ(NextLink(), fallback);  // Which asks.
   EXPECT_EQ(NextLink(kEMAddressFamilyIPv6), second);
@@ -266,7 +239,7 @@ TEST_F(LBSServiceTest, NeverWaitsForTheUpdateThatItIsPartOf) {
   EXPECT_EQ(told_.Take(), Answer("fresh"));
 }
 
-TEST_F(LBSServiceTest, WaitsForTheUpdateUnderWayAndForNoneThatHasNoUrlToAsk) {
+TEST_F(LBSServiceTest, WaitsOnlyForAnUpdateThatAsksAUrl) {
   ServeHeld(Answer("fresh"));
   Init();
   service()->Update(kEMAddressFamilyIPv6, true);  // The one URL has an IPv4 literal.

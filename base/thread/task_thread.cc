@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/process/steady_time.h"
 #include "base/thread/library_call.h"
 
 namespace zo_base {
@@ -63,8 +62,8 @@ class TaskThread::ThreadTaskLoop final : public ITaskLoop {
   std::vector<std::unique_ptr<const Delegate>> attached_ ZO_GUARDED_BY(lock_);
 };
 
-TaskThread::TaskThread(std::string name)
-    : BaseThread(std::move(name)), task_loop(std::make_shared<ThreadTaskLoop>()) {
+TaskThread::TaskThread(std::string name, SteadyClock& clock)
+    : BaseThread(std::move(name)), clock(clock), task_loop(std::make_shared<ThreadTaskLoop>()) {
   // The first task of the loop, so that `ready` means that the loop has really started.
   priority_work.push_back([this] { ready.store(true, std::memory_order_release); });
 }
@@ -140,7 +139,7 @@ void TaskThread::PostDelayed(std::int32_t delay_ms, std::int64_t times, Task tas
   {
     MutexLock lock(delayed_lock);
     const std::int64_t earliest_before = delayed.earliest_run_at();
-    delayed.Add(SteadyMilliseconds(), delay_ms, times, std::move(task));
+    delayed.Add(clock.Now(), delay_ms, times, std::move(task));
     const std::int64_t earliest = delayed.earliest_run_at();
     earliest_delayed.store(earliest, std::memory_order_release);
     is_earliest = earliest < earliest_before;
@@ -244,11 +243,12 @@ bool TaskThread::TakePostedTasks() {
 bool TaskThread::RunDelayTasks() {
   if (!RunPriorityTasks()) return false;
   const std::int64_t earliest = earliest_delayed.load(std::memory_order_acquire);
-  if (earliest == DelayedTaskQueue::kNever || SteadyMilliseconds() < earliest) return true;
+  if (earliest == DelayedTaskQueue::kNever || clock.Now() < earliest) return true;
 
   const LibraryCall call;  // The tasks run under the lock.
   MutexLock lock(delayed_lock);
-  const bool walked_to_the_end = delayed.RunDue(SteadyMilliseconds, [this](DelayedTask& entry) {
+  const auto now = [this] { return clock.Now(); };
+  const bool walked_to_the_end = delayed.RunDue(now, [this](DelayedTask& entry) {
     delayed_lock.AssertHeld();
     return !stopping_requested() && RunDelayedTask(entry);
   });
@@ -285,11 +285,13 @@ bool TaskThread::WaitForWork() {
 }
 
 bool TaskThread::WaitForWorkLocked() {
+  // Read before the delay: should the clock move in between, the wait ends early and never late.
+  const std::int64_t now = clock.Now();
   const std::int64_t delay = NextDelay();
   if (delay > kIdleTaskGapMs && (RunOneIdleTask() || stopping_requested())) return false;
 
   while (AllQueuesEmpty()) {
-    if (wake_condition.WaitUntil(wake_lock, SteadyMilliseconds() + delay)) return true;
+    if (clock.WaitUntil(wake_condition, wake_lock, now + delay)) return true;
     // That wake-up may have come late, for a task long since run. Whoever posts from here on must
     // wake this thread anew, so this stands before the look at the queues.
     waiting.store(true, std::memory_order_release);
@@ -316,7 +318,7 @@ bool TaskThread::RunOneIdleTask() {
 std::int64_t TaskThread::NextDelay() {
   MutexLock lock(delayed_lock);
   if (delayed.empty()) return kIdleWakeMs;
-  return std::max<std::int64_t>(delayed.earliest_run_at() - SteadyMilliseconds(), 0);
+  return std::max<std::int64_t>(delayed.earliest_run_at() - clock.Now(), 0);
 }
 
 bool TaskThread::HasDelayedTasks() {

@@ -9,6 +9,7 @@
 
 #include "base/lock/condition.h"
 #include "base/lock/recursive_mutex.h"
+#include "base/process/clock.h"
 #include "base/thread/base_thread.h"
 #include "base/thread/delayed_task_queue.h"
 #include "base/thread/task_loop.h"
@@ -34,7 +35,7 @@ namespace zo_base {
 // destroyed with this object. A task must not raise: nothing catches it.
 class TaskThread : public BaseThread, public ITaskDelegate {
  public:
-  explicit TaskThread(std::string name);
+  explicit TaskThread(std::string name, SteadyClock& clock = SteadyClock::OfSystem());
   ~TaskThread() override;
 
   virtual std::shared_ptr<ITaskLoop> GetTaskLoop();
@@ -83,8 +84,9 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   void WakeUp(Wake whom);
   void _DoStop();
 
-  // The function that `stop_closure` of the base refers to.
-  std::shared_ptr<std::function<void()>> do_stop;
+  SteadyClock& clock;
+  const std::shared_ptr<ITaskLoop> task_loop;
+
   std::atomic<bool> ready{false};
   std::atomic<bool> task_running{false};  // In a normal, priority or delayed task.
 
@@ -102,7 +104,9 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   // and the thread swaps them in whole, so a poster waits for a swap at most.
   alignas(kCacheLine) TaskQueue normal_work;
   TaskQueue priority_work;
-  int normal_tasks_run = 0;  // Since the last wait.
+  int normal_tasks_run = 0;                        // Since the last wait.
+  std::shared_ptr<std::function<void()>> do_stop;  // What `stop_closure` of the base refers to.
+
   TaskQueue priority_incoming ZO_GUARDED_BY(priority_lock);
   DelayedTaskQueue delayed ZO_GUARDED_BY(delayed_lock);
   TaskQueue idle ZO_GUARDED_BY(idle_lock);
@@ -116,7 +120,6 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   std::atomic<bool> waiting{false};  // The thread is in WaitForWork and nobody has woken it.
 
   Condition wake_condition;
-  const std::shared_ptr<ITaskLoop> task_loop;
 };
 
 }  // namespace zo_base

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/log/log.h"
-#include "base/process/steady_time.h"
+#include "base/process/clock.h"
 
 namespace zo_tarvel {
 namespace {

@@ -3,7 +3,7 @@
 #include <map>
 #include <memory>
 
-#include "base/process/wall_clock.h"
+#include "base/process/clock.h"
 #include "business/tarvel_lbs/host_chooser/host_chooser.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/lbs_response.h"

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "base/process/steady_time.h"
+#include "base/process/clock.h"
 #include "base/text/utf8.h"
 #include "network/url/url.h"
 

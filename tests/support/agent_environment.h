@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "base/log/log.h"
-#include "base/process/steady_time.h"
+#include "base/process/clock.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/support/test_settings.h"

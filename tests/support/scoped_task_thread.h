@@ -12,6 +12,8 @@ namespace test_support {
 // tasks use.
 class ScopedTaskThread {
  public:
+  explicit ScopedTaskThread(zo_base::SteadyClock& clock = zo_base::SteadyClock::OfSystem())
+      : thread_(std::make_shared<zo_base::TaskThread>("worker", clock)) {}
   ~ScopedTaskThread() {
     Release();
     if (thread_) thread_->Stop();
@@ -45,7 +47,7 @@ class ScopedTaskThread {
 
  private:
   std::shared_ptr<Event> released_;
-  std::shared_ptr<zo_base::TaskThread> thread_ = std::make_shared<zo_base::TaskThread>("worker");
+  std::shared_ptr<zo_base::TaskThread> thread_;
 };
 
 }  // namespace test_support

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/process/steady_time.h"
+#include "base/process/clock.h"
 #include "network/curl/curl_requestor.h"
 
 namespace test_support {

@@ -10,7 +10,7 @@
 
 #include "base/file/cached_key_value_file.h"
 #include "base/object/object.h"
-#include "base/process/wall_clock.h"
+#include "base/process/clock.h"
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_updater.h"

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/json/json_texts.h"
-#include "base/process/steady_time.h"
+#include "base/process/clock.h"
 #include "base/text/saturated_cast.h"
 #include "base/text/strings.h"
 #include "network/http/http_response.h"

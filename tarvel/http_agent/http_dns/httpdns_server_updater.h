@@ -12,7 +12,7 @@
 
 #include "base/file/cached_key_value_file.h"
 #include "base/object/object.h"
-#include "base/process/wall_clock.h"
+#include "base/process/clock.h"
 #include "base/thread/timer.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/process/wall_clock.h"
+#include "base/process/clock.h"
 #include "tarvel/http_agent/http_tools/http_tool.h"
 #include "tarvel/http_agent/logic/walk_log.h"
 

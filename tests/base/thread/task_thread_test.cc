@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <latch>
@@ -14,15 +15,17 @@
 #include <vector>
 
 #include "base/object/connectable.h"
-#include "base/process/steady_time.h"
+#include "base/process/clock.h"
 #include "base/thread/native_thread.h"
 #include "base/thread/timer.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_base {
 namespace {
 
 using test_support::Event;
+using test_support::ManualClock;
 using test_support::ScopedTaskThread;
 using ::testing::ElementsAre;
 
@@ -57,46 +60,48 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
 
 TEST(TimerTest, RunsAsOftenAsAskedLikeATaskInALoop) {
   for (const std::int32_t times : {0, 1, 3, INT32_MIN}) {
-    // The run that posts, with the same delay, a task that looks at the count.
-    const int asks_in = times > 0 ? times : times < 0 ? 5 : 1;
     for (const bool by_timer : {false, true}) {
-      int runs = 0, runs_seen = 0;
-      Event seen;
-      ScopedTaskThread thread;
+      std::atomic<int> runs = 0;
+      ManualClock clock;
+      ScopedTaskThread thread(clock);
       Timer timer(thread->GetTaskLoop());
-      const auto repeated = [&] {
-        if (++runs == asks_in) thread->PostDelayedTask(1, [&] { runs_seen = runs, seen.Set(); });
-      };
       thread->Start();  // A timer's task from before it would be lost.
-      if (by_timer) timer.Start(1, repeated, times);
-      if (!by_timer) thread->PostLoopTask(1, repeated, times);
-      EXPECT_TRUE(seen.Await());
-      EXPECT_EQ(runs_seen, asks_in + (times < 0 ? 1 : 0)) << "with times " << times;
+      if (by_timer)
+        timer.Start(
+            kFarMs, [&] { ++runs; }, times);
+      if (!by_timer)
+        thread->PostLoopTask(
+            kFarMs, [&] { ++runs; }, times);
+      for (int span = 1; span <= 5; ++span) {
+        clock.Advance(kFarMs - 1);
+        ASSERT_TRUE(thread.RunAllPosted());
+        EXPECT_LT(runs, span);
+        clock.Advance(1);
+        ASSERT_TRUE(thread.RunAllPosted());
+        EXPECT_EQ(runs, times < 0 ? span : std::min(span, std::max(times, 1)));
+      }
     }
   }
 }
 
 TEST(TimerTest, StartedAgainRunsOnlyTheLastTaskAndDestroyedByItNeverRunsItAgain) {
   std::string ran;
-  Event finished;
-  ScopedTaskThread thread;
+  ManualClock clock;
+  ScopedTaskThread thread(clock);
   std::optional<Timer> timer(thread->GetTaskLoop());
   const auto cancelled = [&] { ran += "cancelled "; };
   const auto last = [&, text = std::make_shared<std::string>("x")] {
-    if (ran == "xx") {
-      timer.reset();
-      thread->PostDelayedTask(5, [&] { finished.Set(); });  // All has run by then.
-    }
+    if (ran == "xx") timer.reset();
     ran += *text;  // The task still owns what it captured.
   };
-  thread->PostTask([&] {
-    timer->Start(1, cancelled, 0);
-    timer->Start(1, cancelled, -1);
-    timer->Start(2, last, -1);
-  });
   thread->Start();
-  EXPECT_TRUE(finished.Await());
-  thread->Stop();
+  timer->Start(kFarMs, cancelled, 0);
+  timer->Start(kFarMs, cancelled, -1);
+  timer->Start(2 * kFarMs, last, -1);
+  for (int span = 0; span < 10; ++span) {
+    clock.Advance(kFarMs);
+    ASSERT_TRUE(thread.RunAllPosted());
+  }
   EXPECT_EQ(ran, "xxx");
 }
 

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/support/event.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/scoped_task_thread.h"
 
 namespace zo_tarvel {
@@ -13,31 +17,25 @@ namespace {
 
 constexpr std::int32_t kSpan = 20;  // Milliseconds.
 
-// Most tests hold the owning thread while they call, so that no span ends meanwhile, however slow
-// the machine is.
 class CountTimerInvokerTest : public ::testing::Test {
  protected:
   CountTimerInvokerTest() { thread_->Start(); }
 
-  std::shared_ptr<CountTimerInvoker> NewInvoker(std::int32_t span) {
-    return std::make_shared<CountTimerInvoker>(3, span,
-                                               thread_->shared_from_this<zo_base::TaskThread>());
-  }
   void Request(char name, bool immediately = false) {
     invoker_->Invoke([this, name] { ran_ += name; }, immediately);
   }
-  // Lets the thread go on until a span that begins now would have ended.
-  [[nodiscard]] bool RunSpan() {
-    test_support::Event ended;
-    // Delayed tasks run in the order of their times, then of posting.
-    thread_->PostDelayedTask(kSpan, [&] { ended.Set(); });
-    thread_.Release();
-    return ended.Await();
+  // Lets `milliseconds` pass, and waits for what becomes due.
+  [[nodiscard]] bool Pass(std::int32_t milliseconds) {
+    clock_.Advance(milliseconds);
+    return thread_.RunAllPosted();
   }
 
   std::string ran_;  // Names of the tasks that ran.
-  test_support::ScopedTaskThread thread_;
-  std::shared_ptr<CountTimerInvoker> invoker_ = NewInvoker(kSpan);
+  test_support::ManualClock clock_;
+  test_support::ScopedTaskThread thread_{clock_};
+  const std::shared_ptr<CountTimerInvoker> invoker_ =
+      std::make_shared<CountTimerInvoker>(3, kSpan,
+                                          thread_->shared_from_this<zo_base::TaskThread>());
 };
 
 TEST_F(CountTimerInvokerTest, RunsTheLatestTaskOfABurst) {
@@ -51,33 +49,35 @@ TEST_F(CountTimerInvokerTest, RunsTheLatestTaskOfABurst) {
               {"abCd", "C", "C", "Cd"}, {"abCde", "C", "C", "Ce"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.requests);
-    ASSERT_TRUE(thread_.Hold());
     ran_.clear();
-    std::string ran_by_then;
     for (const char* name = row.requests; *name != '\0'; ++name) {
       Request(*name, *name < 'a');
-      if (name == row.requests) thread_->PostDelayedTask(kSpan, [&] { ran_by_then = ran_; });
+      ASSERT_TRUE(Pass(1));  // So the first span ends first.
     }
     EXPECT_EQ(ran_, row.at_once);
-    ASSERT_TRUE(RunSpan());
-    EXPECT_EQ(ran_by_then, row.by_the_end_of_the_first_span);
+    ASSERT_TRUE(Pass(kSpan - static_cast<std::int32_t>(std::strlen(row.requests))));
+    EXPECT_EQ(ran_, row.by_the_end_of_the_first_span);
+    ASSERT_TRUE(Pass(kSpan));
     EXPECT_EQ(ran_, row.in_all);
   }
 }
 
 TEST_F(CountTimerInvokerTest, LosesNoRequestOfManyThreads) {
-  invoker_ = NewInvoker(1);
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 300; ++round) {
     std::vector<std::jthread> threads;
     for (int thread = 0; thread < 4; ++thread) {
       threads.emplace_back([&, thread] {
-        for (int i = 0; i < 10; ++i) invoker_->Invoke([] {}, thread == 0 && i % 2 == 0);
+        for (int i = 0; i < 3; ++i) {
+          invoker_->Invoke([] {}, thread == 0 && i % 2 == 0);
+          clock_.Advance(kSpan);
+        }
       });
     }
     threads.clear();
     // One that was counted but has no span would keep this one from its own.
     const auto ran = std::make_shared<test_support::Event>();
     invoker_->Invoke([ran] { ran->Set(); }, false);
+    clock_.Advance(kSpan);
     ASSERT_TRUE(ran->Await()) << round;
   }
 }

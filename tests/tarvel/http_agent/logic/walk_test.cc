@@ -148,7 +148,7 @@ std::vector<std::string> Moves(const std::vector<UrlEntry>& urls, int multiple_t
   std::vector<std::int64_t> starts;  // When each URL was started.
   for (const auto& [text, at] : RecordedLog::Records("[multiple]")) {
     if (text.starts_with(kStarted)) {
-      EXPECT_EQ(text, kStarted + urls.at(starts.size()).url);
+      EXPECT_EQ(text, kStarted + urls.at(starts.size()).url.text());
       starts.push_back(at);
     } else if (const auto by = text.find(kBy); by != std::string::npos) {
       const auto index = std::stoul(text.substr(by + kBy.size()));

@@ -11,21 +11,16 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string_view>
 #include <system_error>
 
 #include "base/process/filesystem.h"
+#include "base/process/open_file.h"
 
 namespace zo_base {
 namespace {
 
 constexpr std::string_view kSiblingEnding = ".tmp";
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using OpenFile = std::unique_ptr<std::FILE, CloseFile>;
 
 // Tells this process from an earlier one that had the same number.
 std::string ProcessStamp() {
@@ -62,40 +57,32 @@ bool IsShortOfSomething(int error) {
   return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR || error == EIO;
 }
 
-bool WriteToDisk(std::FILE* file, const std::string& text) {
-  return fchmod(fileno(file), S_IRUSR | S_IWUSR) == 0 &&
-         std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0 &&
-         fsync(fileno(file)) == 0;
+// Makes the file private whatever the umask is.
+bool WriteToDisk(FileDescriptor& file, const std::string& text) {
+  return fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && WriteAll(file.get(), text) &&
+         fsync(file.get()) == 0 && file.Close();
 }
 
 }  // namespace
 
 FileRead ReadWholeFile(const std::string& path, std::size_t longest, std::string& text) {
   text.clear();
-  // Without O_NONBLOCK the open of a FIFO would wait for its writer.
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd < 0) return IsShortOfSomething(errno) ? FileRead::kFailed : FileRead::kDone;
-  const OpenFile file(fdopen(fd, "rb"));
-  if (file == nullptr) {
-    close(fd);
-    return FileRead::kFailed;
-  }
-  struct stat status {};
-  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return FileRead::kDone;
-  const auto size = static_cast<std::uint64_t>(status.st_size);
+  const OpenFile file(path, O_RDONLY);
+  if (!file) return IsShortOfSomething(file.error()) ? FileRead::kFailed : FileRead::kDone;
+  const auto size = static_cast<std::uint64_t>(file.status().st_size);
   if (size > longest) return FileRead::kTooLong;
   text.resize(static_cast<std::size_t>(size));
-  text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-  return std::ferror(file.get()) == 0 ? FileRead::kDone : FileRead::kFailed;
+  const auto read = ReadAt(file.fd(), 0, text.data(), text.size());
+  text.resize(read.value_or(0));
+  return read ? FileRead::kDone : FileRead::kFailed;
 }
 
 bool ReplaceWholeFile(const std::string& path, const std::string& text) {
   const std::string sibling = SiblingOf(path);
-  // "x": whatever has taken the name, such as a link to elsewhere, isn't written to.
-  OpenFile file(std::fopen(sibling.c_str(), "w+xe"));
-  if (file == nullptr) return false;
-  const bool replaced = WriteToDisk(file.get(), text) && std::fclose(file.release()) == 0 &&
-                        std::rename(sibling.c_str(), path.c_str()) == 0;
+  // O_EXCL: whatever has taken the name, such as a link to elsewhere, isn't written to.
+  FileDescriptor file(open(sibling.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
+  if (file.get() < 0) return false;
+  const bool replaced = WriteToDisk(file, text) && std::rename(sibling.c_str(), path.c_str()) == 0;
   if (!replaced) unlink(sibling.c_str());
   return replaced;
 }

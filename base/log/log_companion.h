@@ -40,10 +40,6 @@ struct Companion {
 // is used as it stands.
 Companion OpenCompanion(const std::string& path, std::int32_t size, const LogSink& sink);
 
-// Closes a file and gives its lock back. A close alone leaves the lock with any child that was
-// forked off meanwhile.
-void UnlockAndClose(int fd);
-
 // Recovered text between the lines that mark it in the log.
 std::string WithLoadBanners(std::string_view text);
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include <thread>
 
 #include "base/process/filesystem.h"
+#include "base/process/open_file.h"
 
 namespace zo_base {
 namespace {
@@ -24,69 +24,27 @@ constexpr std::size_t kCopyChunk = 8192;
 constexpr off_t kLongestCopy = off_t{32} * 1024 * 1024;
 // Another process may be writing or cutting the same log. It takes a few milliseconds, unless that
 // process is stopped: then this one goes on without waiting for it.
-constexpr int kLockTries = 50;
+constexpr int kLockAttempts = 50;
 constexpr std::chrono::milliseconds kLockPause{2};
 
-// An open file, closed and unlocked at the end of the scope.
-class OpenFile {
- public:
-  // Regular files only, and none that a link leads to; made private, since logs hold the token.
-  OpenFile(const std::string& path, int flags)
-      : fd_(static_cast<int>(TEMP_FAILURE_RETRY(
-            open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR)))) {
-    if (fd_ >= 0 && (fstat(fd_, &status_) != 0 || !S_ISREG(status_.st_mode))) Close();
+// Takes the file for this process alone. False when another keeps it.
+bool LockAgainstOtherProcesses(const OpenFile& file) {
+  for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
+    // Where files can't be locked there is nobody to wait for.
+    const long locked = TEMP_FAILURE_RETRY(flock(file.fd(), LOCK_EX | LOCK_NB));
+    if (locked == 0 || errno != EWOULDBLOCK) return true;
+    std::this_thread::sleep_for(kLockPause);
   }
-  ~OpenFile() { Close(); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  explicit operator bool() const { return fd_ >= 0; }
-  int fd() const { return fd_; }
-  off_t size() const { return status_.st_size; }
-
-  bool LockAgainstOtherProcesses() const {
-    for (int tries = 0; tries < kLockTries; ++tries) {
-      // Where files can't be locked there is nobody to wait for.
-      const long locked = TEMP_FAILURE_RETRY(flock(fd_, LOCK_EX | LOCK_NB));
-      if (locked == 0 || errno != EWOULDBLOCK) return true;
-      std::this_thread::sleep_for(kLockPause);
-    }
-    return false;
-  }
-
-  bool IsAt(const std::string& path) const {
-    struct stat named {};
-    return lstat(path.c_str(), &named) == 0 && named.st_ino == status_.st_ino &&
-           named.st_dev == status_.st_dev;
-  }
-
- private:
-  void Close() {
-    if (fd_ >= 0) UnlockAndClose(fd_);
-    fd_ = -1;
-  }
-
-  int fd_;
-  struct stat status_ {};
-};
-
-bool WriteAll(int fd, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = TEMP_FAILURE_RETRY(write(fd, data, size));
-    if (written < 0) return false;
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
+  return false;
 }
 
 bool CopyFrom(int from, off_t offset, int to) {
   std::array<char, kCopyChunk> chunk;
   while (true) {
-    const ssize_t read = TEMP_FAILURE_RETRY(pread(from, chunk.data(), chunk.size(), offset));
-    if (read == 0) return true;
-    if (read < 0 || !WriteAll(to, chunk.data(), static_cast<std::size_t>(read))) return false;
-    offset += read;
+    const auto read = ReadAt(from, offset, chunk.data(), chunk.size());
+    if (!read || !WriteAll(to, {chunk.data(), *read})) return false;
+    if (*read < chunk.size()) return true;
+    offset += static_cast<off_t>(*read);
   }
 }
 
@@ -153,9 +111,9 @@ void LogFile::Append(const std::string& text) {
   for (int round = 0; round < 2; ++round) {
     const OpenFile log(path_, O_WRONLY | O_APPEND | O_CREAT);
     if (!log) return;
-    log.LockAgainstOtherProcesses();
+    LockAgainstOtherProcesses(log);
     if (round == 0 && !log.IsAt(path_)) continue;
-    WriteAll(log.fd(), text.data(), text.size());
+    static_cast<void>(WriteAll(log.fd(), text));
     return;
   }
 }
@@ -163,14 +121,14 @@ void LogFile::Append(const std::string& text) {
 void LogFile::Shrink() {
   const OpenFile log(path_, O_RDONLY);
   const off_t limit = max_file_size_;
-  if (!log || limit > log.size()) return;
-  if (!log.LockAgainstOtherProcesses() || !log.IsAt(path_)) return;
+  if (!log || limit > log.status().st_size) return;
+  if (!LockAgainstOtherProcesses(log) || !log.IsAt(path_)) return;
   const std::string temporary_path = path_ + ".tmp";
   unlink(temporary_path.c_str());  // One that was left behind, or planted.
   const OpenFile temporary(temporary_path, O_WRONLY | O_CREAT | O_EXCL);
   if (!temporary) return;
   // A copy that is not whole, on a full disk, must not take the log's place.
-  const off_t cut = std::max(limit / 2, log.size() - std::max(limit, kLongestCopy));
+  const off_t cut = std::max(limit / 2, log.status().st_size - std::max(limit, kLongestCopy));
   if (!CopyFrom(log.fd(), cut, temporary.fd()) ||
       std::rename(temporary_path.c_str(), path_.c_str()) != 0) {
     unlink(temporary_path.c_str());

@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/process/open_file.h"
+
 namespace zo_base {
 namespace {
 
@@ -35,16 +37,6 @@ bool OverwritesInPlace(int fd) {
   if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return true;
   flags |= FS_NOCOW_FL;
   return ioctl(fd, FS_IOC_SETFLAGS, &flags) != 0 && errno == EOPNOTSUPP;
-}
-
-bool WriteAt(int fd, off_t offset, std::string_view data) {
-  while (!data.empty()) {
-    const ssize_t written = TEMP_FAILURE_RETRY(pwrite(fd, data.data(), data.size(), offset));
-    if (written < 0) return false;
-    data.remove_prefix(static_cast<std::size_t>(written));
-    offset += written;
-  }
-  return true;
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "base/file/file_descriptor.h"
+#include "base/process/open_file.h"
 #include "base/thread/base_thread.h"
 #include "network/curl/connection_pool.h"
 #include "network/curl/transfer.h"

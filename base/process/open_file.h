@@ -1,0 +1,70 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace zo_base {
+
+// Owns a descriptor; negative for none.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  ~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+  int get() const { return fd_; }
+  // False when the system has reported a late failure of a write.
+  [[nodiscard]] bool Close() { return close(std::exchange(fd_, -1)) == 0; }
+
+ private:
+  int fd_;
+};
+
+// A regular file, opened at a path where anything may stand: follows no link, waits for no FIFO,
+// and closes on exec. A file that it creates is private to the user. A lock that is taken on it
+// ends with it.
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, int flags);
+  ~OpenFile();
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  explicit operator bool() const { return fd_ >= 0; }
+  // Why it isn't open; 0 where something else than a regular file was found.
+  int error() const { return error_; }
+  int fd() const { return fd_; }
+  const struct stat& status() const { return status_; }  // When it was opened.
+
+  // Whether `path` still names this file.
+  bool IsAt(const std::string& path) const;
+  // Hands the descriptor over to the caller.
+  [[nodiscard]] int Release() { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_;
+  int error_ = 0;
+  struct stat status_ {};
+};
+
+// Closes a file and gives its lock back. A close alone leaves the lock with any child that was
+// forked off meanwhile.
+void UnlockAndClose(int fd);
+
+// How many bytes were read, fewer than `size` only at the end of the file; nullopt on a failure.
+[[nodiscard]] std::optional<std::size_t> ReadAt(int fd, off_t offset, char* out, std::size_t size);
+
+// Write all of `data`, or return false.
+[[nodiscard]] bool WriteAt(int fd, off_t offset, std::string_view data);
+[[nodiscard]] bool WriteAll(int fd, std::string_view data);
+
+}  // namespace zo_base

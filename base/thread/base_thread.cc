@@ -135,7 +135,7 @@ void BaseThread::CallStopClosure() {
 }
 
 void BaseThread::Join() {
-  if (const auto native = CurrentNativeThread()) native->Join();
+  if (const auto native = CurrentNativeThread()) static_cast<void>(native->Join());
 }
 
 std::shared_ptr<NativeThread> BaseThread::CurrentNativeThread() {

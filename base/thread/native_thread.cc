@@ -20,11 +20,6 @@ namespace {
 constexpr std::chrono::seconds kLongestWaitAtExit{5};
 constexpr std::chrono::milliseconds kPollAtExit{1};
 
-struct UnjoinedThreads {
-  std::mutex lock;
-  std::vector<std::shared_ptr<NativeThread>> threads;  // Guarded by `lock`.
-};
-
 // Signals belong to the client, who may wait for one with signalfd: the system gives a signal to
 // any thread that doesn't block it. While this lives, the calling thread blocks all but those that
 // a thread's own instructions raise. A thread that it starts inherits that, and so do the threads
@@ -49,30 +44,26 @@ class SignalsBlocked {
 
 thread_local const NativeThread* current_thread = nullptr;
 
-// Which thread of the library waits for the end of which: callbacks on two of them may stop each
-// the other one's object at the same moment. Threads of the client are not in it, since nobody here
-// waits for them.
-struct Waits {
-  std::mutex lock;                                               // A leaf.
-  std::map<const NativeThread*, const NativeThread*> target_of;  // Guarded by `lock`.
+// What the library knows of the ends of its threads.
+struct Ends {
+  _thread_recursive_mutex lock;  // A leaf.
+  std::vector<std::shared_ptr<NativeThread>> unjoined ZO_GUARDED_BY(lock);
+  // Which thread of the library waits for the end of which: callbacks on two of them may stop each
+  // other's object at the same moment. Threads of the client are not in it, since nobody here waits
+  // for them.
+  std::map<const NativeThread*, const NativeThread*> target_of ZO_GUARDED_BY(lock);
 };
 
 // Not destroyed: a thread may end while the process runs its exit handlers.
-struct Ends {
-  UnjoinedThreads unjoined;
-  Waits waits;
-};
 NoDestructor<Ends>& AllEnds() {
   static NoDestructor<Ends> ends;
   return ends;
 }
 
-UnjoinedThreads& Unjoined() { return AllEnds()->unjoined; }
-Waits& AllWaits() { return AllEnds()->waits; }
-
 bool AllJoined() {
-  const std::lock_guard<std::mutex> lock(Unjoined().lock);
-  return Unjoined().threads.empty();
+  Ends& ends = *AllEnds();
+  MutexLock lock(ends.lock);
+  return ends.unjoined.empty();
 }
 
 // The calling thread's wait for another, unless that would close a circle.
@@ -81,8 +72,9 @@ class Wait {
   explicit Wait(const NativeThread& target) : allowed_(Begin(target)) {}
   ~Wait() {
     if (current_thread == nullptr || !allowed_) return;
-    const std::lock_guard<std::mutex> lock(AllWaits().lock);
-    AllWaits().target_of.erase(current_thread);
+    Ends& ends = *AllEnds();
+    MutexLock lock(ends.lock);
+    ends.target_of.erase(current_thread);
   }
   Wait(const Wait&) = delete;
   Wait& operator=(const Wait&) = delete;
@@ -92,14 +84,14 @@ class Wait {
  private:
   static bool Begin(const NativeThread& target) {
     if (current_thread == nullptr) return true;
-    const std::lock_guard<std::mutex> lock(AllWaits().lock);
-    auto& target_of = AllWaits().target_of;
+    Ends& ends = *AllEnds();
+    MutexLock lock(ends.lock);
     for (const NativeThread* next = &target; next != nullptr;) {
       if (next == current_thread) return false;
-      const auto wait = target_of.find(next);
-      next = wait == target_of.end() ? nullptr : wait->second;
+      const auto wait = ends.target_of.find(next);
+      next = wait == ends.target_of.end() ? nullptr : wait->second;
     }
-    target_of[current_thread] = &target;
+    ends.target_of[current_thread] = &target;
     return true;
   }
 
@@ -130,7 +122,7 @@ const JoinAtExit join_at_exit;
 
 void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body) {
   if (InForkedChild()) throw std::system_error(EAGAIN, std::generic_category());
-  const std::lock_guard<std::mutex> lock(thread->lock_);
+  MutexLock lock(thread->lock_);
   const SignalsBlocked blocked;
   thread->thread_ = std::thread([thread, body = std::move(body)]() mutable {
     const LibraryThreadScope scope;
@@ -143,36 +135,41 @@ void NativeThread::Start(const std::shared_ptr<NativeThread>& thread, std::funct
 
 bool NativeThread::Join() {
   if (InForkedChild()) {
-    // A fork in the middle of an exit. The thread isn't here, nor can its handle be given back.
-    if (thread_.joinable()) static_cast<void>(new std::thread(std::move(thread_)));
+    AbandonInForkedChild();
     return true;
   }
   const Wait wait(*this);
   if (!wait.allowed()) return false;
-  const std::lock_guard<std::mutex> lock(lock_);
+  MutexLock lock(lock_);
   if (thread_.joinable()) thread_.join();
   return true;
 }
 
+void NativeThread::AbandonInForkedChild() {
+  if (thread_.joinable()) static_cast<void>(new std::thread(std::move(thread_)));
+}
+
 void JoinWhenFinished(const std::shared_ptr<NativeThread>& thread) {
   JoinFinishedThreads();
-  const std::lock_guard<std::mutex> lock(Unjoined().lock);
-  auto& threads = Unjoined().threads;
+  Ends& ends = *AllEnds();
+  MutexLock lock(ends.lock);
+  auto& threads = ends.unjoined;
   if (std::find(threads.begin(), threads.end(), thread) == threads.end()) threads.push_back(thread);
 }
 
 void JoinFinishedThreads() {
   std::vector<std::shared_ptr<NativeThread>> finished;
   {
-    const std::lock_guard<std::mutex> lock(Unjoined().lock);
-    auto& threads = Unjoined().threads;
+    Ends& ends = *AllEnds();
+    MutexLock lock(ends.lock);
+    auto& threads = ends.unjoined;
     const auto first_finished = std::partition(
         threads.begin(), threads.end(), [](const auto& thread) { return !thread->finished(); });
     finished.assign(first_finished, threads.end());
     threads.erase(first_finished, threads.end());
     if (threads.empty()) threads.shrink_to_fit();  // Nothing else gives it back at an unload.
   }
-  for (const auto& thread : finished) thread->Join();
+  for (const auto& thread : finished) static_cast<void>(thread->Join());
 }
 
 }  // namespace zo_base

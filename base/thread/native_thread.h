@@ -3,8 +3,9 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
+
+#include "base/lock/recursive_mutex.h"
 
 namespace zo_base {
 
@@ -14,10 +15,6 @@ namespace zo_base {
 // Threads: any.
 class NativeThread {
  public:
-  NativeThread() = default;
-  NativeThread(const NativeThread&) = delete;
-  NativeThread& operator=(const NativeThread&) = delete;
-
   // Runs `body` on a new thread and destroys it there. The calling thread passes its own reference.
   // The new thread blocks all signals but those that its own instructions raise.
   // Raises std::system_error when the system gives no thread, and in a dead forked child.
@@ -26,14 +23,19 @@ class NativeThread {
   // Waits for the end; true at once when it never started or was joined before. False, without
   // waiting, where that would never end: on the thread itself, and on a thread that it waits for
   // itself, directly or through others.
-  bool Join();
+  [[nodiscard]] bool Join();
   // The body has been run and destroyed, so that a Join takes no time.
   bool finished() const { return finished_.load(std::memory_order_acquire); }
 
  private:
+  // After a fork in the middle of an exit: the thread isn't here, nor can its handle be given back.
+  // Takes no lock, since the thread that held it isn't here either.
+  void AbandonInForkedChild() ZO_NO_THREAD_SAFETY_ANALYSIS;
+
   std::atomic<bool> finished_{false};
-  std::mutex lock_;     // Held while starting and joining.
-  std::thread thread_;  // Guarded by `lock_`.
+
+  _thread_recursive_mutex lock_;  // Held while starting and joining.
+  std::thread thread_ ZO_GUARDED_BY(lock_);
 };
 
 // Sees to the end of a thread that nobody can join: one that was stopped by itself or by a thread

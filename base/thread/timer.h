@@ -20,8 +20,6 @@ class Timer {
  public:
   explicit Timer(std::weak_ptr<ITaskLoop> task_loop) : task_loop(std::move(task_loop)) {}
   virtual ~Timer() { Stop(); }
-  Timer(const Timer&) = delete;
-  Timer& operator=(const Timer&) = delete;
 
   // Runs `task` after `delay_ms`, on the timer's loop; if that has gone, on the loop of the calling
   // thread; without either, nothing happens. `times` 0 is one shot, n gives n runs `delay_ms`

@@ -54,7 +54,6 @@ class Json final {
   Type type() const;
   bool is_null() const { return type() == NUL; }
   bool is_number() const { return type() == NUMBER; }
-  bool is_bool() const { return type() == BOOL; }
   bool is_string() const { return type() == STRING; }
   bool is_array() const { return type() == ARRAY; }
   bool is_object() const { return type() == OBJECT; }
@@ -88,10 +87,6 @@ class Json final {
   bool operator<(const Json& other) const;
   // For the containers: with `<` alone they would compare each pair twice, at each level of depth.
   std::weak_ordering operator<=>(const Json& other) const;
-  bool operator!=(const Json& other) const { return !(*this == other); }
-  bool operator<=(const Json& other) const { return !(other < *this); }
-  bool operator>(const Json& other) const { return other < *this; }
-  bool operator>=(const Json& other) const { return !(*this < other); }
 
  private:
   friend class JsonPayloads;

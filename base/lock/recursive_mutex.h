@@ -17,8 +17,6 @@ class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
  public:
   _thread_recursive_mutex() noexcept;
   ~_thread_recursive_mutex();
-  _thread_recursive_mutex(const _thread_recursive_mutex&) = delete;
-  _thread_recursive_mutex& operator=(const _thread_recursive_mutex&) = delete;
 
   void lock() noexcept ZO_ACQUIRE() {
     if (pthread_mutex_trylock(&mutex_) != 0) pthread_mutex_lock(&mutex_);

@@ -20,8 +20,6 @@ class ZO_CAPABILITY("mutex") SpinRWLock {
 
   explicit SpinRWLock(Mode mode = kYield, std::int64_t sleep_us = 100)
       : mode_(mode), sleep_us_(sleep_us) {}
-  SpinRWLock(const SpinRWLock&) = delete;
-  SpinRWLock& operator=(const SpinRWLock&) = delete;
 
   void LockRead() ZO_ACQUIRE_SHARED();
   void UnlockRead() ZO_RELEASE_SHARED();

@@ -26,8 +26,6 @@ class LogFile {
 
   LogFile() = default;
   ~LogFile() { Close(); }
-  LogFile(const LogFile&) = delete;
-  LogFile& operator=(const LogFile&) = delete;
 
   // Sizes in bytes, 0 for the default. A LogOpenResult.
   std::int32_t Open(const std::string& path, std::uint32_t max_file_size,

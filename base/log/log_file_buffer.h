@@ -31,8 +31,6 @@ class LogFileBuffer {
  public:
   explicit LogFileBuffer(LogSink sink) : sink_(std::move(sink)) {}
   ~LogFileBuffer() { Close(); }
-  LogFileBuffer(const LogFileBuffer&) = delete;
-  LogFileBuffer& operator=(const LogFileBuffer&) = delete;
 
   // Opens and maps the companion, `size` bytes long (16 bytes to 64 MiB, else the nearer end), and
   // sends what it holds to the sink. A LogOpenResult; when ready, kLogReady at once.

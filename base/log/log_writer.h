@@ -8,12 +8,8 @@
 
 namespace zo_base {
 
-// Severities; the lower, the more severe.
-inline constexpr std::int32_t kLogKernel = 0;
-inline constexpr std::int32_t kLogAssert = 1;
-inline constexpr std::int32_t kLogError = 2;
+// Severities from 0; the lower, the more severe.
 inline constexpr std::int32_t kLogWarning = 3;
-inline constexpr std::int32_t kLogInternal = 4;
 inline constexpr std::int32_t kLogApp = 5;       // What all statements use but for two dumps.
 inline constexpr std::int32_t kLogProtocol = 6;  // Dumps of answers; a log file leaves them out.
 

@@ -27,8 +27,6 @@ class ConnectAble {
  public:
   ConnectAble() = default;
   virtual ~ConnectAble() { Disconnect(nullptr); }
-  ConnectAble(const ConnectAble&) = delete;
-  ConnectAble& operator=(const ConnectAble&) = delete;
 
   // `callable` is copied. Wrap one that refers to an object by ToWeakClosure, unless the emitter is
   // sure to go first.

@@ -77,7 +77,7 @@ void CheckHosts(const std::string& body) {
   }
 }
 
-// An entry of the file, which comes back for five minutes at most.
+// An entry of the file is used for five minutes at most.
 void CheckEntryOfFile(const std::string& text) {
   constexpr std::int64_t kLongestUse = 270'000;
   HttpDNSHostCache cache;

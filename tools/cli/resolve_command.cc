@@ -67,7 +67,7 @@ class Resolver {
   struct Entry {
     zo_tarvel::HttpDNSGrade grade = zo_tarvel::HttpDNSGrade::kExpired;
     std::vector<std::string> addresses;
-    double good_seconds = 0;  // What is left.
+    double good_seconds = 0;  // Both count from now.
     double usable_seconds = 0;
   };
   Entry Find(zo_net::AddressFamily family, const std::string& host) const {

@@ -22,7 +22,7 @@ using zo_base::json11::ToJson;
 constexpr double kGoodShare = 0.75;
 constexpr double kUsableShare = 0.9;
 
-// Limits of the life of an entry that comes back from the file, in milliseconds.
+// Limits of the time to live of an entry from the file, in milliseconds.
 constexpr std::int64_t kShortestLoadedTtl = 3'000;
 constexpr std::int64_t kLongestLoadedTtl = 300'000;
 

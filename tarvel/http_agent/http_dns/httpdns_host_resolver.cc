@@ -74,7 +74,7 @@ HttpDNSHostResolver::CacheReport HttpDNSHostResolver::CheckCache(const Query& qu
   return report;
 }
 
-// Asks for the hosts that the cache doesn't know, and looks there once more.
+// Asks for the hosts that the cache doesn't know, and then looks them up in the cache again.
 void HttpDNSHostResolver::QueryAfterUpdate(Query query, const CacheReport& report) {
   ZO_LOG << "[http dns] Check cached need update type = sync host list : "
          << Joined(report.sync_hosts);

@@ -29,7 +29,7 @@ constexpr char kDFormat[] = "%s://%s/httpdns/v2/d?%s";
 // The addresses of this host, listed for completeness. Nothing uses them.
 [[maybe_unused]] constexpr char kLoopbackIPv4[] = "127.0.0.1";
 [[maybe_unused]] constexpr char kLoopbackIPv6[] = "::1/128";
-constexpr std::int32_t kGoodCode = 200;  // Of the business, in the body.
+constexpr std::int32_t kGoodCode = 200;  // In the body, beside the HTTP status.
 // With a shorter time to live the servers would be asked without a pause.
 constexpr std::chrono::seconds kShortestServiceTtl{1};
 constexpr std::int32_t kDefaultHostTtl = 3'600'000;
@@ -61,7 +61,7 @@ bool HasAddresses(const Json& list, zo_net::AddressFamily family) {
   return !LiteralsOf(family, TextsOf(list)).empty();
 }
 
-// Up to the hosts. Sets `data` to the object of the hosts.
+// Checks an answer of D but for its hosts, and sets `data` to the object of these.
 std::string FindFaultInD(std::int32_t http_code, const std::string& body, Json& data) {
   if (http_code != kHttpOk) return "Httpdns -d query hosts`s ip response code != 200";
   if (body.empty()) return "Httpdns response error body is empty";
@@ -100,7 +100,7 @@ std::string FindFaultInS(const Json& answer) {
   return has_list ? "" : "Function S [ipv4/ipv6] in the response does not exist";
 }
 
-// Adds what a member of an answer of D says, if that can be used and there is room.
+// Adds what an answer of D says of one host, if that is usable and there is room.
 void AddUpdate(const std::string& host, const Json& said, HttpDNSHostUpdates& updates) {
   if (updates.size() == HttpDNSHostCache::kMostUpdates || !CanBeAskedFor(host)) return;
   auto ipv4 = LiteralsOf(zo_net::kAddressFamilyIPv4, TextsOf(said["ip"]));

@@ -28,8 +28,8 @@ MultipleURLHttpRequest MakeDRequest(_EnvironmentConfig& config, zo_net::AddressF
                                     const MultipleURLHttpRequestContext& context);
 
 // Sets both callbacks, so that each body is parsed once. `check(index, code, url, body, error)`
-// returns what a good answer says, as an optional, and sets `error` for any other.
-// `done(success, body, said)` gets that of the last answer checked, with which the request ends.
+// returns an optional: what a good answer says, or nothing and `error`. `done(success, body, said)`
+// gets the optional of the last answer, with which the request ends; the two never run at once.
 template <class Check, class Done>
 void SetCallbacks(MultipleURLHttpRequest& request, Check check, Done done) {
   std::string error;
@@ -51,7 +51,7 @@ void SetCallbacks(MultipleURLHttpRequest& request, Check check, Done done) {
 struct HttpDNSServiceAnswer {
   std::string host;
   std::chrono::milliseconds ttl{};  // At least a second, 68 years at most.
-  zo_base::json11::Json ipv4;       // Both lists are those of the answer, unchecked.
+  zo_base::json11::Json ipv4;       // Both lists are unchecked.
   zo_base::json11::Json ipv6;
 };
 using HttpDNSHostUpdates = std::vector<HttpDNSCacheEntry>;

@@ -13,7 +13,7 @@ namespace zo_tarvel {
 
 struct HttpDNSServerInfo {
   std::string host;       // A name or an IP literal, IPv6 in brackets.
-  std::int32_t port = 0;  // Of an IP literal; 0 for that of the scheme.
+  std::int32_t port = 0;  // Applies to IP literals only; 0 stands for the scheme's port.
   bool https = true;
 
   bool operator==(const HttpDNSServerInfo&) const = default;
@@ -26,15 +26,15 @@ std::vector<HttpDNSServerInfo> ReadServers(const zo_base::json11::Json& list);
 // The authority of a URL on this server: a name without a port, or an IP literal with one.
 std::string AuthorityOf(const HttpDNSServerInfo& server);
 
-// The HTTPDNS servers in memory. Any thread.
+// The HTTPDNS servers in memory. It may be used on any thread.
 class HttpDNSServerList {
  public:
   // An empty list doesn't replace a known one.
   void SetServers(const std::string& host, const std::vector<HttpDNSServerInfo>& ipv4,
                   const std::vector<HttpDNSServerInfo>& ipv6);
 
-  // The service's name first, then the addresses, which help while the local DNS is broken; for
-  // any family both kinds by turns. `only_https` leaves out addresses without https.
+  // Returns the service's name first, then the addresses, which help while the local DNS is broken.
+  // The two families take turns. `only_https` leaves out addresses without https.
   std::vector<HttpDNSServerInfo> GetServers(zo_net::AddressFamily family, bool only_https) const;
 
  private:

@@ -49,7 +49,7 @@ bool CanBeUsed(const std::string& key, const std::string& value) {
 constexpr milliseconds kLongestFirstDelay = std::chrono::hours(24);
 constexpr milliseconds kExpirySlack{2'000};
 constexpr milliseconds kDelayOfExpired{50};
-constexpr milliseconds kLongestDelay{std::numeric_limits<std::int32_t>::max()};  // Of a timer.
+constexpr milliseconds kLongestDelay{std::numeric_limits<std::int32_t>::max()};  // A timer's.
 // The next attempt waits for as many units as there were failures in a row, up to five.
 constexpr milliseconds kRetryUnit = std::chrono::minutes(1);
 constexpr std::int32_t kMostRetryUnits = 5;

@@ -4,8 +4,7 @@
 
 namespace zo_tarvel {
 
-// A function of the client's with its user pointer, which belong together. Copied out before it is
-// called, so no lock is held then.
+// A client's function with its user pointer. Get copies both, so that the call holds no lock.
 //
 // Threads: any.
 template <class Function>

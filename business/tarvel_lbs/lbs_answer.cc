@@ -1,7 +1,5 @@
 #include "business/tarvel_lbs/lbs_answer.h"
 
-#include <tarvel/tarvel.h>
-
 #include <utility>
 
 #include "base/process/clock.h"
@@ -15,6 +13,7 @@ using zo_base::kMillisecondsPerSecond;
 using zo_base::json11::Json;
 
 constexpr char kCommon[] = "common";
+
 // Life time of an answer that names none, in seconds: two or three refreshes a day.
 constexpr std::int64_t kDefaultTtl = 43'200;
 

@@ -11,8 +11,7 @@
 
 namespace zo_tarvel {
 
-// A hosted service in the shape of the real one: a task thread that reaches the configuration and
-// hears its signals. What it does on its thread is up to the test.
+// A hosted service that is a task thread like the real one. Tests post to its thread.
 class FakeLBSService final : public IZOTarvelLBSService,
                              public IBusinessService,
                              public virtual zo_base::TaskThread {
@@ -34,7 +33,7 @@ class FakeLBSService final : public IZOTarvelLBSService,
 
   bool Init(const _ZOTarvelLBSSettings&) override {
     const auto nothing = [] {};
-    PostLoopTask(1, nothing, -1);  // In flight whenever the thread is stopped.
+    PostLoopTask(1, nothing, -1);  // A stop always meets a task.
     Start();
     return true;
   }

@@ -29,8 +29,8 @@ inline constexpr char kDeadUrl[] = "http://127.0.0.1:1/lbs/conf.jsp";  // Nobody
 using Getter = void (IZOTarvelLBSService::*)(char*);
 using LinkGetter = bool (IZOTarvelLBSService::*)(char*, std::int32_t*, EMAddressFamily*);
 
-// A client of the service, with files, server and environment of its own. The environment has no
-// token, so nothing is asked for until a test says so.
+// A client of the service with its own files, server and environment. The environment has no
+// token, so the service sends no request until a test tells it to.
 class LBSServiceTest : public testing::Test {
  public:
   LBSServiceTest() {
@@ -46,17 +46,17 @@ class LBSServiceTest : public testing::Test {
     settings_.sreq_pred_fail_time_ms = 30'000;
     Restart();
   }
-  void TearDown() override {  // Nothing runs any more when a test's own members go.
+  void TearDown() override {  // No callback meets destroyed members of a test.
     environment_.reset();
     server_.reset();
   }
 
-  // Has the environment up, with the service made but not started.
+  // Starts the environment anew, but not the service.
   void Restart() {
     environment_.reset();
     environment_.emplace(environment_settings_);
   }
-  // Has the service tell `told_` and `sub_answers_`.
+  // Connects `told_` and `sub_answers_` to the service.
   void SetCallbacks() {
     const auto tell = [](std::int32_t code, const char* response, void* user) {
       EXPECT_EQ(zo_base::GetCurrentThreadInfo()->name, std::string("lbs service"));
@@ -76,7 +76,7 @@ class LBSServiceTest : public testing::Test {
     EXPECT_TRUE(service()->Init(settings_));
     RunAllPosted();
   }
-  // The main one, then the backups.
+  // The main URL, then the backups.
   void SetUrls(const std::vector<std::string>& urls) {
     std::strcpy(settings_.lbs_main_addr, urls.at(0).c_str());
     for (std::size_t i = 1; i < urls.size(); ++i) {
@@ -84,21 +84,21 @@ class LBSServiceTest : public testing::Test {
     }
   }
 
-  // Asks by force, and waits until that has ended. `family` as that of Update.
+  // Forces an update, and waits for its end.
   std::string Update(EMAddressFamily family = kEMAddressFamilyIPv4) {
     service()->Update(family, true);
     return TakeTold();
   }
-  // Waits until the update that is told of has ended in all.
+  // Waits until an update has been told of and has ended.
   std::string TakeTold() {
     std::string told = told_.Take();
     Response();
     return told;
   }
-  // Waits until all that was posted to the service's thread so far has run.
+  // Waits until the tasks that were posted to the service's thread have run.
   void RunAllPosted() {
     auto* const thread = dynamic_cast<zo_base::TaskThread*>(service());
-    for (int i = 0; i < 2; ++i) {  // The first tasks of all may post others.
+    for (int i = 0; i < 2; ++i) {  // These tasks may post others.
       const auto done = std::make_shared<test_support::Event>();
       thread->PostTask([done] { done->Set(); });
       EXPECT_TRUE(done->Await());
@@ -116,7 +116,7 @@ class LBSServiceTest : public testing::Test {
   std::string TextOf(Getter getter) {
     return TextOf([&](char* out) { (service()->*getter)(out); });
   }
-  // Waits for an update under way, unless told otherwise.
+  // Waits for an update under way unless `no_wait`.
   std::string Response(bool no_wait = false) {
     return TextOf([&](char* out) { service()->GetLBSResponse(no_wait, out); });
   }
@@ -134,22 +134,22 @@ class LBSServiceTest : public testing::Test {
     return LinkOf(&IZOTarvelLBSService::GetCurrentLinkAddress, kEMAddressFamilyAny);
   }
 
-  // The good answer of this name, whose "lbs" is the server; `more` is put into "common".
+  // A good answer of this name whose "lbs" is the server. `more` goes into "common".
   std::string Answer(const std::string& name, const std::string& more = "") const {
     return R"({"common":{"link":["192.0.2.1:81","[2001:db8::2]:82","link.test:83"],)"
            R"("link.default":["192.0.2.99:99"],"lbs":")" +
            url_ + R"(",)" + more + R"("name":")" + name + R"("}})";
   }
   static test_support::ServerAnswer GoodAnswer(const std::string& text) { return {200, {}, text}; }
-  // Has the server answer with `texts` in turn, and with the last one ever after.
+  // The server answers with each of `texts` once, and then always with the last.
   void Serve(std::vector<std::string> texts) {
     const auto next = std::make_shared<std::atomic<std::size_t>>(0);
     server_->Answer(kPath, [texts = std::move(texts), next](auto&&) {
       return GoodAnswer(texts[std::min(next->fetch_add(1), texts.size() - 1)]);
     });
   }
-  // Has the server say so once it is asked with `query`, and answer with `text` when it may. All
-  // else has the answer "others" at once.
+  // The server sets `asked_` at a request with `query`, and answers `text` after `may_answer_`.
+  // Other requests get the answer "others" at once.
   void ServeHeld(const std::string& text, const std::string& query = "") {
     server_->Answer(kPath, [this, text, query](const test_support::SeenRequest& seen) {
       if (seen.target.find(query) == std::string::npos) return GoodAnswer(Answer("others"));
@@ -171,7 +171,7 @@ class LBSServiceTest : public testing::Test {
   _ZOTarvelEnvironmentSettings environment_settings_ = test_support::AgentSettings();
   _ZOTarvelLBSSettings settings_;
   std::optional<test_support::HttpServer> server_{std::in_place};
-  const std::string url_ = server_->url(kPath);  // For handlers, too.
+  const std::string url_ = server_->url(kPath);  // Handlers on other threads read it too.
   std::optional<test_support::AgentEnvironment> environment_;
 };
 

@@ -8,7 +8,7 @@
 #include "tarvel/environment/lbs_service_factory.h"
 #include "tests/support/lbs_client.h"
 
-// The life time of answers, by a clock of the test's own, and across starts.
+// The life time of answers, timed by the test's own clock, and their cache.
 namespace zo_tarvel {
 namespace {
 
@@ -30,8 +30,8 @@ class LBSCacheTest : public LBSServiceTest {
     SetLBSServiceFactory(real_);
   }
 
-  // A start with a token, and with a cached answer. A member of its file has this value, or is
-  // missing where that is empty.
+  // Starts with a token and a cached answer. In the file, `key` has this value; an empty one
+  // removes the key.
   void StartWithCache(const std::string& key, const std::string& value) {
     Restart();
     std::filesystem::create_directories(std::filesystem::path(CachePath()).parent_path());
@@ -63,9 +63,9 @@ TEST_F(LBSCacheTest, TimesTheNextUpdateByTheTtl) {
       {R"("ttl":10,)", kNow, kNow + 10'000, 10'000},
       {R"("ttl":999999999,)", kNow, kNow + 999'999'999'000, 18'000'000},
       {"", kNow, kNow + kDay / 2, 18'000'000},
-      {R"("ttl":-1,)", kNow, kNow + kDay / 2, 18'000'000},     // As before.
-      {R"("desc":"generated locally",)", kNow, kNow, 60'000},  // Over when it comes.
-      // The clock jumps meanwhile.
+      {R"("ttl":-1,)", kNow, kNow + kDay / 2, 18'000'000},     // Keeps the time of expiry.
+      {R"("desc":"generated locally",)", kNow, kNow, 60'000},  // Has expired when it arrives.
+      // The clock has jumped.
       {R"("ttl":3600,)", kNow - 700 * kDay, kNow - 700 * kDay + 3'600'000, 3'600'000},
       {R"("ttl":3600,)", kNow + 366 * kDay, kNow + 366 * kDay + 3'600'000, 3'600'000},
   };
@@ -98,7 +98,7 @@ TEST_F(LBSCacheTest, AsksInTimeWhateverFileAndClockSay) {
       {"9223372036854775807", kNow, 18'000'000},
       {"9223372036854775807", -kDay, 18'000'000},
       {"-9223372036854775808", kNow, 20},
-      {"", kNow, 18'000'000},  // Lives from now on.
+      {"", kNow, 18'000'000},  // Its life time begins now.
   };
   Serve({Answer("fresh")});
   for (const auto& row : rows) {
@@ -118,7 +118,7 @@ TEST_F(LBSCacheTest, AsksInTimeWhateverFileAndClockSay) {
 TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
   const struct {
     std::uint32_t family;  // Of the settings.
-    const char* name;      // That of the answer; the service's own has none.
+    const char* name;      // Of the answer; the local one has none.
     const char* key;
     std::string value;
   } rows[] = {
@@ -148,10 +148,10 @@ TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
 
 TEST_F(LBSCacheTest, StartsFromItsOwnAnswerWithoutACacheFile) {
   const struct {
-    std::uint32_t family;  // Those of the settings.
+    std::uint32_t family;  // Of the settings, as the next two.
     const char* link;
     const char* link_ipv6;
-    std::string links;  // Those of the answer.
+    std::string links;  // Of the answer.
     std::string default_link;
   } rows[] = {{1, "l:1", "s:2", R"("l:1")", "l:1"},
               {2, "l:1", "s:2", R"("s:2")", "s:2"},
@@ -159,7 +159,7 @@ TEST_F(LBSCacheTest, StartsFromItsOwnAnswerWithoutACacheFile) {
               {2, "l:1", "", R"("l:1")", "l:1"},
               {0xffffffff, "l:1", "s:2", R"("l:1")", "l:1"},
               {1, "", "s:2", '"' + std::string(kDefaultLink) + '"', kDefaultLink}};
-  std::filesystem::create_directories(CachePath());  // A directory has the place of the file.
+  std::filesystem::create_directories(CachePath());  // A directory is in the file's place.
   SetUrls({"https://main", "https://b"});
   for (const auto& row : rows) {
     Restart();
@@ -178,7 +178,7 @@ TEST_F(LBSCacheTest, StartsFromItsOwnAnswerWithoutACacheFile) {
   }
 }
 
-#ifndef __SANITIZE_ADDRESS__  // Its check of virtual calls opens a pipe.
+#ifndef __SANITIZE_ADDRESS__  // UBSan's check of virtual calls opens a pipe.
 TEST_F(LBSCacheTest, LeavesAnUnreadableCacheToTheNextStart) {
   StartWithCache("name", "of the cache");
   static rlimit descriptors{};
@@ -195,7 +195,7 @@ TEST_F(LBSCacheTest, LeavesAnUnreadableCacheToTheNextStart) {
 }
 #endif
 
-// As a second process does that starts at the same time, over and over.
+// A second process writes and empties the same file all the time.
 TEST_F(LBSCacheTest, KeepsItsOwnAnswerWhateverOthersWrite) {
   Restart();
   const std::string path = CachePath();

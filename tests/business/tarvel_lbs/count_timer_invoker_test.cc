@@ -40,7 +40,7 @@ class CountTimerInvokerTest : public ::testing::Test {
 
 TEST_F(CountTimerInvokerTest, RunsTheLatestTaskOfABurst) {
   const struct {
-    const char* requests;  // Those in capitals are immediate.
+    const char* requests;  // Capitals are immediate.
     const char* at_once;
     const char* by_the_end_of_the_first_span;
     const char* in_all;
@@ -74,7 +74,7 @@ TEST_F(CountTimerInvokerTest, LosesNoRequestOfManyThreads) {
       });
     }
     threads.clear();
-    // One that was counted but has no span would keep this one from its own.
+    // A counted request without a span would keep this one from starting a span.
     const auto ran = std::make_shared<test_support::Event>();
     invoker_->Invoke([ran] { ran->Set(); }, false);
     clock_.Advance(kSpan);

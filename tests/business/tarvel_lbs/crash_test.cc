@@ -8,13 +8,13 @@
 #include "tests/support/lbs_client.h"
 #include "tests/support/program.h"
 
-// A client's process is killed while it stores answers. This program is that client, too.
+// Kills a client's process while it stores answers. This program is also that client.
 namespace zo_tarvel {
 namespace {
 
 using namespace test_support;
 
-// Asks anew, by force, whenever it is told of an answer. Prints the name of each. For ever.
+// Forces an update whenever it is told of an answer. Prints the name of each. Never returns.
 int StoreAnswers(const char* directory, const char* url) {
   _ZOTarvelEnvironmentSettings environment;
   std::strcpy(environment.appdata_path, directory);
@@ -26,7 +26,7 @@ int StoreAnswers(const char* directory, const char* url) {
   service->SetLBSCallback(
       [](std::int32_t code, const char* response, void* user) {
         const std::string_view text = response;
-        const auto* const number = &text[text.rfind("name") + 7];  // `"name":"1"}}` is its end.
+        const auto* const number = &text[text.rfind("name") + 7];  // It ends in `"name":"1"}}`.
         if (code != 200 || dprintf(STDOUT_FILENO, " %d", std::atoi(number)) < 0) _exit(1);
         static_cast<IZOTarvelLBSService*>(user)->Update(kEMAddressFamilyAny, true);
       },
@@ -37,8 +37,8 @@ int StoreAnswers(const char* directory, const char* url) {
   while (true) pause();
 }
 
-// Runs StoreAnswers in a process, and kills it `after` it has told of its first answer. Answers the
-// number of the last one that it told of.
+// Runs StoreAnswers in a process, and kills it this time `after` its first answer. Returns the
+// number of the last answer that it printed.
 int KilledClient(const std::string& directory, const std::string& url,
                  std::chrono::microseconds after) {
   Program client({"/proc/self/exe", directory, url});
@@ -50,9 +50,9 @@ int KilledClient(const std::string& directory, const std::string& url,
 }
 
 TEST_F(LBSServiceTest, LeavesAWholeAnswerWheneverItIsKilled) {
-  constexpr std::size_t kPadding = 100'000;  // Long answers, which take a while to store.
+  constexpr std::size_t kPadding = 100'000;  // Long answers take a while to store.
   const std::string padding = R"("zebdl":")" + std::string(kPadding, 'x') + R"(",)";
-  // By value: the last one killed may be asking still when this test is over.
+  // By value: the last killed client's request may still arrive after the test.
   const auto answered = std::make_shared<std::atomic<int>>(0);
   server_->Answer(kPath, [this, padding, answered](auto&&) {
     return ServerAnswer{200, {}, Answer(std::to_string(++*answered), padding)};
@@ -71,7 +71,7 @@ TEST_F(LBSServiceTest, LeavesAWholeAnswerWheneverItIsKilled) {
     Init();
     EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), name);
     EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
-    // What a killed one leaves behind doesn't add up.
+    // Temporary files of killed clients don't accumulate.
     EXPECT_LE(std::distance(std::filesystem::directory_iterator(directory), {}), 2);
   }
 }

@@ -8,7 +8,7 @@
 #include "business/tarvel_lbs/update_request.h"
 #include "tests/support/agent_environment.h"
 
-// The values that the LBS service works with: what it is told, what it asks, and what it hands out.
+// The values of the LBS service: settings, requests, answers and link addresses.
 namespace zo_tarvel {
 namespace {
 
@@ -30,7 +30,7 @@ std::vector<LinkAddress> AddressesIn(const char* texts) {
 
 std::string Common(const std::string& members) { return "{\"common\": {" + members + "}}"; }
 
-// An answer with these members, which are JSON texts.
+// An answer with these members. They are JSON texts.
 std::string AnswerWith(const std::string& link, const std::string& default_link,
                        const std::string& lbs = "\"u\"") {
   return Common("\"link\": " + link + ", \"link.default\": " + default_link + ", \"lbs\": " + lbs);
@@ -68,7 +68,7 @@ TEST(LBSAnswerTest, IsCheckedInOrder) {
 
 using Fields = std::map<std::string, std::string>;
 
-// All that an answer says, without what says nothing.
+// The fields of an answer that aren't empty.
 Fields FieldsOf(const LBSAnswer& answer) {
   const auto& [on, host, count, time, min_delay] = answer.report;
   Fields fields{{"link", ToJson(TextsOf(answer.link)).dump()},
@@ -90,12 +90,12 @@ Fields FieldsOf(const LBSAnswer& answer) {
 
 TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
   const std::string host = kDefaultStatisticsHost, local = kGeneratedLocally;
-  const std::string fits(kLBSTextBufferSize - 3, 'x');  // And two quotes, and the zero.
-  std::string grows = "[0.1";  // A number of 19 characters as it is written out.
+  const std::string fits(kLBSTextBufferSize - 3, 'x');  // Plus two quotes and the zero.
+  std::string grows = "[0.1";  // Written out, the number has 19 characters.
   while (grows.size() < 2'000'000) grows += ",0.1";
   const struct {
     std::string members;  // Of "common".
-    Fields fields;        // Those that differ from what an empty "common" gives.
+    Fields fields;        // That differ from those of an empty "common".
   } rows[] = {
       {"", {}},
       {R"("link": ["a:1", ""], "link.default": ["", "b:2", 5], "lbs.backup": ["v", 1])",
@@ -103,7 +103,7 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
       {R"("lbs": "u", "zebdl": "d", "name": "n")", {{"lbs", "u"}, {"zeb_dl", "d"}, {"name", "n"}}},
       {R"("zebdls": [{"k": 1}], "zeb": "z")",
        {{"zeb_dl_list", R"([{"k": 1}])"}, {"zeb_list", "\"z\""}}},
-      // Wrong types, no UTF-8, and too long for the client's buffer.
+      // Wrong types, invalid UTF-8, texts too long for the client's buffer.
       {R"("link": "a:1", "link.default": {"b": 2}, "lbs": 1, "lbs.backup": "v", "zebdl": [])", {}},
       {R"("name": {}, "desc": null, "ttl": "60", "report": [])", {}},
       {"\"name\": \"a\xc3\", \"zeb\": [\"\xed\xa0\x80\"], \"desc\": \"\xf0\x9f\x99\x82\"",
@@ -113,7 +113,7 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
       {"\"zeb\": " + grows + "]", {}},
       {R"("msg.stat.enable": true)", {{"stat", "on"}}},
       {R"("msg.stat.enable": "true")", {{"stat", "off"}}},
-      // Ten characters are a double, which has no 64-bit value.
+      // A number of ten characters is a double, which reads as 0.
       {R"("ttl": 999999999)", {{"ttl", "999999999"}}},
       {R"("ttl": 1000000000)", {}},
       {R"("ttl": 0)", {}},
@@ -200,7 +200,7 @@ TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
     bool only_https;
     Texts entries;  // "<host> <url>".
   } rows[] = {
-      {{""}, 0, false, {main}},  // Nobody else can be asked.
+      {{""}, 0, false, {main}},  // No other URL can be asked.
       {{"mailto:a"}, 0, false, {main}},
       {{"http://[::1]/"}, 1, false, {main}},
       {{"http://a/p", "https://a:1/p?x=y"}, 0, false, {"a http://a/p?", "a https://a:1/p?x=y&"}},
@@ -209,10 +209,10 @@ TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
       {literals, 0, false, {v4, v6, name}},
       {literals, 1, false, {v4, name}},
       {literals, 2, false, {v6, name}},
-      // The first URL alone names the host of literals, whether it is asked or not.
+      // The first URL names the host of literals, even if it isn't asked.
       {{"http://a:80/", "https://1.2.3.4/"}, 0, true, {"a https://1.2.3.4/?"}},
       {{"ftp://a/", "http://1.2.3.4/"}, 0, false, {"def.host http://1.2.3.4/?"}},
-      // Over https only: what has a port of its own would speak another protocol there.
+      // Over https only: a port of an http URL speaks another protocol.
       {{"http://a/p", "http://a:80/p", "http://[::1]:1/"}, 0, true, {"a https://a/p?"}},
       {{"https://a:80/p", "HTTP://a/p", "http://a/?u=http://b/"},
        0,
@@ -252,7 +252,7 @@ TEST(LinkAddressTest, SplitsAText) {
   }
 }
 
-// What `chooser` answers to questions of these families, each a digit; a "*" marks a default.
+// What `chooser` returns for these families, each a digit. A "*" marks a default.
 std::string Asked(HostChooser& chooser, const std::string& families) {
   std::string answers;
   for (const char family : families) {

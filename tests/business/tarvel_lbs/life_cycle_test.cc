@@ -22,16 +22,16 @@ bool AnybodyIsConnected() {
 
 class LBSLifeCycleTest : public LBSServiceTest {
  protected:
-  LBSLifeCycleTest() { GetConfig()->Disconnect(SIG_NetworkChanged); }  // That of others.
+  LBSLifeCycleTest() { GetConfig()->Disconnect(SIG_NetworkChanged); }  // Of the agent.
 
-  // Starts the service, and has the server hold an update that is under way.
+  // Starts the service and an update that the server doesn't answer yet.
   void BeginUpdate() {
     Init();
     ServeHeld(Answer("late"));
     service()->Update(kEMAddressFamilyAny, true);
     EXPECT_TRUE(asked_.Await());
   }
-  // An answer that is just being looked at holds the service that asked for it.
+  // A callback that is running holds the service strongly.
   void RunAllPostedToTheAgent() {
     Event done;
     MultipleURLHttpRequest request;
@@ -60,14 +60,14 @@ TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobody) {
 
 TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
   BeginUpdate();
-  RunAllPosted();  // Who asked is no owner any more.
+  RunAllPosted();  // The task that sent the request owns the service no longer.
   IZOTarvelLBSService* const waited_for = service();
   const std::weak_ptr<zo_base::BaseThread> owners =
       dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();
   const auto owners_before = owners.use_count();
   std::thread waiting(
       [waited_for] { TextOf([&](char* out) { waited_for->GetLBSResponse(false, out); }); });
-  while (owners.use_count() <= owners_before) std::this_thread::yield();  // It isn't in there yet.
+  while (owners.use_count() <= owners_before) std::this_thread::yield();  // Not waiting yet.
   environment_->Exit();
   waiting.join();
   may_answer_.Set();
@@ -98,7 +98,7 @@ TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {
   Serve({Answer("fresh")});
   for (int cycle = 0; cycle < 50; ++cycle) {
     SetCallbacks();
-    EXPECT_TRUE(service()->Init(settings_));  // The thread may not even have begun.
+    EXPECT_TRUE(service()->Init(settings_));  // The thread may not have begun yet.
     if (cycle % 2 == 0) RunAllPosted();
     service()->Update(kEMAddressFamilyAny, cycle % 3 == 0);
     object()->NotifyNetworkChanged(static_cast<zo_net::AddressFamily>(cycle % 3));
@@ -110,7 +110,7 @@ TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {
   EXPECT_EQ(Update(), "200 " + Answer("fresh"));
 }
 
-// Forked off beside all of them, with an update under way that nobody will end.
+// The fork happens during any operation, and during an update that never ends in the child.
 TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
   BeginUpdate();
   IZOTarvelObject* const object = this->object();
@@ -150,12 +150,12 @@ TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
   may_answer_.Set();
 }
 
-#ifndef __SANITIZE_THREAD__  // It bears no threads in a child of several threads' process.
+#ifndef __SANITIZE_THREAD__  // TSan supports no threads in a child of a process with threads.
 TEST(LBSThreadsTest, NeverHangsWithoutThreadsAndRecoversWithThem) {
   HttpServer server;
   const std::string fresh = R"({"common":{"link":["a:1"],"link.default":["a:1"],"lbs":"ftp:"}})";
   server.Answer(kPath, [&](auto&&) { return LBSServiceTest::GoodAnswer(fresh); });
-  for (rlim_t threads = 1; threads <= 6; ++threads) {  // The main one, and 0 to 5.
+  for (rlim_t threads = 1; threads <= 6; ++threads) {  // The main thread and 0 to 5 more.
     const TempDirectory directory;
     std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
     EXPECT_GOOD_CHILD([&] {
@@ -164,7 +164,7 @@ TEST(LBSThreadsTest, NeverHangsWithoutThreadsAndRecoversWithThem) {
       std::strcpy(environment.business_token, "token");
       _ZOTarvelLBSSettings settings;
       std::strcpy(settings.lbs_main_addr, server.url(kPath).c_str());
-      rlimit limit{threads, 100};  // Of a user that nobody else is, nor root.
+      rlimit limit{threads, 100};  // Counted for this user alone, who isn't root.
       if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setuid(54'321) != 0) return kNotPermitted;
       StartTarvelEnvironment(environment);
       IZOTarvelLBSService* const service = GetTarvelObject(1)->GetLBSService();

@@ -6,14 +6,14 @@
 #include "tests/support/child_process.h"
 #include "tests/support/lbs_client.h"
 
-// What the client's log function may do to the library, out of every line that a small life writes.
+// The client's log function calls the library, from every line that a short life of it logs.
 namespace zo_tarvel {
 namespace {
 
 using namespace test_support;
 
-// Acts once, out of the line of this number or the first behind it that may: a client's other
-// thread must be in no call while the library takes away what that works on.
+// Acts once, at the line of this number or at the first allowed one after it: no other thread of
+// the client may be in a call while the library frees what that call uses.
 struct Life {
   std::function<void()> act;
   int act_at = 0;
@@ -21,7 +21,7 @@ struct Life {
   std::atomic<int> lines{0};
   std::mutex call;  // Held by the client in a call, and by another thread that acts.
   std::atomic<bool> has_acted{false};
-  std::atomic<bool> is_over{false};  // All that was asked for has been done.
+  std::atomic<bool> is_over{false};  // All put-off calls have been carried out.
 };
 std::atomic<Life*> life{nullptr};
 
@@ -44,8 +44,8 @@ class LogFunctionTest : public LBSServiceTest {
     Serve({Answer("fresh")});
   }
 
-  // One call of the client, which is left out when the environment has been taken down. What it has
-  // set off comes to its end, so that the lines of each thread have their turn.
+  // One call of the client, unless the environment is down. Waits until its consequences have been
+  // logged, so that `act` meets the lines of every thread.
   void Call(const std::function<void()>& call) {
     {
       const std::lock_guard lock(life.load()->call);
@@ -58,7 +58,7 @@ class LogFunctionTest : public LBSServiceTest {
     }
   }
 
-  // Whether there was such a line.
+  // Returns whether there was such a line.
   bool Live(int act_at, const std::function<void()>& act) {
     life = &lives_.emplace_back();
     life.load()->act = act;
@@ -120,7 +120,7 @@ TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
   life = nullptr;
 }
 
-// Out of a line of a start or an exit, whose rest both carry out as far as they can.
+// The log function forks in the middle of a start or an exit. Both processes carry out the rest.
 TEST(ProcessEndTest, ComesInAChildForkedInAStartOrExit) {
   for (const char* const line : {"- start -", "stop all tarvel obj begin", "- exit -"}) {
     SCOPED_TRACE(line);
@@ -143,7 +143,7 @@ TEST(ProcessEndTest, ComesInAChildForkedInAStartOrExit) {
   }
 }
 
-// Another thread of the client is in an operation, and goes on with it when all is down.
+// Another thread of the client is in an operation, and continues when the library is down.
 TEST(ProcessEndTest, LeavesOperationsOfOtherThreadsAlone) {
   EXPECT_GOOD_CHILD([] {
     static std::atomic<bool> has_begun{false}, is_down{false}, has_ended{false};

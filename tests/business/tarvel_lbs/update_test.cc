@@ -3,8 +3,7 @@
 
 #include "tests/support/lbs_client.h"
 
-// What has the service ask for a fresh answer, what goes out and to whom, and what the answer
-// changes.
+// When the service asks for a fresh answer, whom it asks, and what the answer changes.
 namespace zo_tarvel {
 namespace {
 
@@ -117,7 +116,8 @@ TEST_F(LBSServiceTest, WalksThroughTheBackupUrls) {
   Init();
   object()->SetBusinessToken("t");
   EXPECT_EQ(TakeTold(), "200 " + Answer("fresh", more));
-  EXPECT_EQ(server_->requests().at(0).header("Host"), "lbs.test");  // What the literal stands for.
+  EXPECT_EQ(server_->requests().at(0).header("Host"),
+            "lbs.test");  // The name that the literal stands for.
   EXPECT_THAT(sub_answers_.TakeAll(),
               ElementsAre(StartsWith("0 " + (kDeadUrl + query) + " "),
                           "200 " + url_ + query + " " + Answer("fresh", more)));
@@ -195,10 +195,10 @@ TEST_F(LBSServiceTest, AsksOnceForMoreWhenLinksAreUsedUp) {
   }
   EXPECT_EQ(CurrentLink(), "none");
   ServeHeld(Answer("more"));
-  EXPECT_EQ(NextLink(), fallback);  // Which asks.
+  EXPECT_EQ(NextLink(), fallback);  // Asks for a fresh list.
   EXPECT_EQ(NextLink(kEMAddressFamilyIPv6), second);
   EXPECT_EQ(NextLink(), third);
-  EXPECT_EQ(NextLink(), fallback);  // Which finds that it has been asked.
+  EXPECT_EQ(NextLink(), fallback);  // An update is under way already.
   EXPECT_EQ(NextLink(), first);
   may_answer_.Set();
   TakeTold();

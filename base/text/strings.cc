@@ -6,6 +6,9 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 namespace zo_base {
 namespace {
@@ -14,27 +17,12 @@ using CharacterSet = std::bitset<UCHAR_MAX + 1>;
 
 unsigned char ByteOf(char c) { return static_cast<unsigned char>(c); }
 
-bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
-bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
-char LowerOf(char c) { return IsUpper(c) ? static_cast<char>(c - 'A' + 'a') : c; }
+char LowerOf(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 CharacterSet SetOf(std::string_view characters) {
   CharacterSet set;
   for (const char c : characters) set.set(ByteOf(c));
   return set;
-}
-
-// For each prefix of `pattern`, the length of the longest shorter prefix that also ends it: where a
-// search goes on after a mismatch, without looking back.
-std::vector<std::size_t> BordersOf(std::string_view pattern) {
-  std::vector<std::size_t> borders(pattern.size(), 0);
-  std::size_t border = 0;
-  for (std::size_t i = 1; i < pattern.size(); ++i) {
-    while (border > 0 && pattern[i] != pattern[border]) border = borders[border - 1];
-    if (pattern[i] == pattern[border]) ++border;
-    borders[i] = border;
-  }
-  return borders;
 }
 
 }  // namespace
@@ -61,23 +49,18 @@ std::string Join(const std::vector<std::string>& texts, std::string_view separat
   return joined;
 }
 
-// Knuth, Morris and Pratt: a plain search takes quadratic time on a text such as "aaaa" for "aab".
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
   if (from.empty()) return std::string(text);
-  const std::vector<std::size_t> borders = BordersOf(from);
   std::string replaced;
-  std::size_t copied = 0;
-  std::size_t matched = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    while (matched > 0 && text[i] != from[matched]) matched = borders[matched - 1];
-    if (text[i] == from[matched]) ++matched;
-    if (matched < from.size()) continue;
-    const std::size_t found = i + 1 - from.size();
-    replaced.append(text.substr(copied, found - copied)).append(to);
-    copied = i + 1;
-    matched = 0;
+  // Not std::string_view's find: it takes quadratic time on a text such as "aaaa" for "aab".
+  while (!text.empty()) {
+    const void* const found = memmem(text.data(), text.size(), from.data(), from.size());
+    if (found == nullptr) break;
+    const auto before = static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+    replaced.append(text.substr(0, before)).append(to);
+    text.remove_prefix(before + from.size());
   }
-  return replaced.append(text.substr(copied));
+  return replaced.append(text);
 }
 
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
@@ -97,26 +80,21 @@ void ToLower(std::string& text) {
 
 void ToUpper(std::string& text) {
   for (char& c : text) {
-    if (IsLower(c)) c = static_cast<char>(c - 'a' + 'A');
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
   }
 }
 
 std::string StringFormat(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
+  char* printed = nullptr;
   // clang-tidy reads va_start aright in the first file of a run only.
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  const int length = vasprintf(&printed, format, arguments);
   va_end(arguments);
-  if (length <= 0) return {};
-
-  std::string text(static_cast<std::size_t>(length), '\0');
-  va_start(arguments, format);
-  // The terminating zero goes where the string has its own.
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
-  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-  va_end(arguments);
-  return text;
+  if (length < 0) return {};
+  const std::unique_ptr<char, decltype(&std::free)> owner(printed, &std::free);
+  return std::string(printed, static_cast<std::size_t>(length));
 }
 
 }  // namespace zo_base

@@ -5,7 +5,7 @@
 
 #include "base/json/json11_value.h"
 #include "base/process/no_destructor.h"
-#include "base/text/saturated_cast.h"
+#include "base/text/numbers.h"
 
 namespace zo_base::json11 {
 namespace {
@@ -251,6 +251,12 @@ const Json::array& Json::array_items() const { return payload().array_items(); }
 const Json::object& Json::object_items() const { return payload().object_items(); }
 const Json& Json::operator[](std::size_t index) const { return payload()[index]; }
 const Json& Json::operator[](const std::string& key) const { return payload()[key]; }
+
+std::vector<std::string> TextsOf(const Json& list) {
+  std::vector<std::string> texts;
+  for (const Json& item : list.array_items()) texts.push_back(item.string_value());
+  return texts;
+}
 
 void Json::dump(std::string& out) const { payload().dump(out); }
 

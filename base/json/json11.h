@@ -96,4 +96,10 @@ class Json final {
   std::shared_ptr<const JsonValue> payload_;  // Without one this is a null value.
 };
 
+// Lists of strings in JSON. What is no string reads as an empty one.
+std::vector<std::string> TextsOf(const Json& list);
+inline Json ToJson(const std::vector<std::string>& texts) {
+  return Json::array(texts.begin(), texts.end());
+}
+
 }  // namespace zo_base::json11

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -7,6 +9,14 @@
 // Helpers on strings of bytes. All but StringFormat take linear time and are the same in every
 // locale; letters are those of ASCII.
 namespace zo_base {
+
+// The text in a fixed array of a client's record, which may have been filled to its end.
+template <std::size_t kSize>
+std::string TextOf(const char (&array)[kSize]) {
+  return std::string(array, strnlen(array, kSize));
+}
+
+inline const char* TrueOrFalse(bool value) { return value ? "true" : "false"; }
 
 // The pieces between characters of the set `delimiters`, without empty ones. With an empty set the
 // text is the only piece.

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -8,7 +11,7 @@
 #include "base/lock/recursive_mutex.h"
 #include "base/object/object.h"
 #include "base/thread/native_thread.h"
-#include "base/thread/thread_interface.h"
+#include "base/thread/thread_info.h"
 
 namespace zo_base {
 
@@ -18,6 +21,25 @@ inline const char* SIG_InternalBegin() { return "SIG_InternalBegin"; }
 inline const char* SIG_ThreadBegin() { return "SIG_ThreadBegin"; }
 inline const char* SIG_ThreadEnd() { return "SIG_ThreadEnd"; }
 inline const char* SIG_InternalEnd() { return "SIG_InternalEnd"; }
+
+// A named thread. See BaseThread for what each operation does.
+class IThread {
+ public:
+  virtual ~IThread() = default;
+  virtual std::string GetName() = 0;
+  virtual pthread_t GetThreadId() = 0;
+  virtual std::uint64_t GetNumericThreadId() = 0;
+  virtual bool IsRunning() = 0;
+  virtual bool IsStopping() = 0;
+  virtual void Start() = 0;
+  virtual void Stop() = 0;
+  virtual void Join() = 0;
+  virtual void StartOnCurrentThread(const std::string& name) = 0;
+  virtual bool IsCurrentThread() = 0;
+  virtual void SetThreadInfo(const ThreadInfo& info) = 0;
+  virtual void FillThreadInfo(ThreadInfo& info) = 0;
+  virtual void ClearThreadInfo() = 0;
+};
 
 // A named operating-system thread. The body is a function given at construction, or `Run`.
 //

@@ -2,14 +2,14 @@
 
 #include "base/log/log.h"
 #include "base/object/weakly.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 
 namespace zo_tarvel {
 
 using zo_base::MutexLock;
 using zo_base::Task;
 using zo_base::TaskThread;
-using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 
 CountTimerInvoker::CountTimerInvoker(std::int32_t times, std::int32_t time_ms,
                                      const std::shared_ptr<TaskThread>& thread)
@@ -21,7 +21,7 @@ void CountTimerInvoker::Stop() {
 }
 
 void CountTimerInvoker::Invoke(const Task& requested, bool immediately) {
-  ZO_LOG << "[count timer invoker] call Invoke immediately:" << TextOf(immediately);
+  ZO_LOG << "[count timer invoker] call Invoke immediately:" << TrueOrFalse(immediately);
   if (stopped) return;
   if (immediately) {
     InvokeNow(requested);

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <system_error>
 
-#include "base/json/json_texts.h"
+#include "base/json/json11.h"
 #include "base/log/log.h"
 #include "base/process/filesystem.h"
-#include "base/text/read_number.h"
+#include "base/text/numbers.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 
 namespace zo_tarvel {

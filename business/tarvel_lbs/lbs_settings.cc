@@ -1,11 +1,12 @@
 #include "business/tarvel_lbs/lbs_settings.h"
 
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 
 namespace zo_tarvel {
 namespace {
 
 using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 
 void AssignUnlessEmpty(std::string& field, const std::string& text) {
   if (!text.empty()) field = text;
@@ -68,7 +69,7 @@ std::string LBSSettings::Dump() const {
     add(label, "");
     for (const std::string& item : items) text.append("   - ").append(item).append("\r\n");
   };
-  add("using_private", TextOf(using_private));
+  add("using_private", TrueOrFalse(using_private));
   add("lbs_main_addr", lbs_main_addr);
   add("default_link", default_link);
   add("default_link_ipv6", default_link_ipv6);

@@ -7,7 +7,7 @@
 #include "base/log/log.h"
 #include "base/object/weakly.h"
 #include "base/process/forked_child.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 #include "base/thread/library_call.h"
 #include "base/thread/thread_info.h"
 #include "network/http/http_response.h"
@@ -18,6 +18,7 @@ namespace {
 using WQBASE::network::kHttpOk;
 using zo_base::MutexLock;
 using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 using zo_base::Weakly;
 
 // Requests for an update are gathered: this many, or for so many milliseconds.
@@ -96,7 +97,7 @@ void LBSUpdater::OnNetworkChanged(zo_net::AddressFamily family) {
 }
 
 void LBSUpdater::Update(zo_net::AddressFamily family, bool force) {
-  ZO_LOG << "[lbs]Call Update force = " << TextOf(force);
+  ZO_LOG << "[lbs]Call Update force = " << TrueOrFalse(force);
   RequestUpdate(force, family, force);
 }
 
@@ -129,7 +130,7 @@ void LBSUpdater::OnTtlExhausted() {
 }
 
 void LBSUpdater::UpdateLBS(zo_net::AddressFamily family, bool force) {
-  ZO_LOG << "[lbs]UpdateLBS force = " << TextOf(force) << " AddressFamily:" << family;
+  ZO_LOG << "[lbs]UpdateLBS force = " << TrueOrFalse(force) << " AddressFamily:" << family;
   if (!updatting_lbs_.Begin(force)) {
     ZO_LOG << "[lbs]UpdateLBS updatting_lbs_ = true,return";
     return;
@@ -215,7 +216,7 @@ void LBSUpdater::OnUpdateEnd(const UpdateRequest& update, bool stop, bool succes
     updatting_lbs_.On(UpdateEvent::kLeftOpen);
     return;
   }
-  ZO_LOG << "[lbs] Update LBS success = " << TextOf(success);
+  ZO_LOG << "[lbs] Update LBS success = " << TrueOrFalse(success);
   ZO_LOG_AT(zo_base::kLogProtocol) << "[lbs] Update LBS \r\n-----------------------\r\n"
                                    << body << "\r\n-----------------------";
   if (success) answer.ParseLBSResponse(body, std::to_string(update.family), update.answer);

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "base/json/json11.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 
 namespace zo_tarvel {
 namespace {
@@ -20,7 +20,7 @@ void Fill(char (&array)[kSize], const std::string& text) {
 }  // namespace
 
 std::string MsgStatInfo::ToJson() const {
-  const Json::object members{{"msg_stat_info_enable", zo_base::TextOf(enable)},
+  const Json::object members{{"msg_stat_info_enable", zo_base::TrueOrFalse(enable)},
                              {"msg_stat_info_host", host},
                              {"msg_stat_info_api", api},
                              {"desc", desc}};

@@ -6,7 +6,7 @@
 #include "base/log/log.h"
 #include "base/object/weakly.h"
 #include "base/process/forked_child.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 #include "base/thread/library_call.h"
 #include "base/thread/thread_info.h"
 #include "tarvel/environment/lbs_service_factory.h"
@@ -16,7 +16,7 @@ namespace {
 
 using zo_base::InForkedChild;
 using zo_base::LibraryCall;
-using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 using zo_base::Weakly;
 
 // The caller's buffer is zeroed, and as long as the interface says.
@@ -158,7 +158,8 @@ bool ZOTarvelLBSServiceImpl::GetLinkAddress(char* addr, std::int32_t* port,
   ZO_LOG << "[lbs] Get link address addr_family = " << wish;
   LinkAddress address;
   const bool use_default = answer.LinkChooser()->GetHost(wish, address);
-  ZO_LOG << "[lbs] Get link address " << address.text << " use default:" << TextOf(use_default);
+  ZO_LOG << "[lbs] Get link address " << address.text
+         << " use default:" << TrueOrFalse(use_default);
   HandOut(address, addr, port, family);
   LogAddress(address, addr != nullptr);
   if (use_default) {

@@ -5,8 +5,8 @@
 
 #include "base/object/weakly.h"
 #include "base/process/forked_child.h"
+#include "base/thread/base_thread.h"
 #include "base/thread/library_call.h"
-#include "base/thread/thread_interface.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/lbs_service_factory.h"
 

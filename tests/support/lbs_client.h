@@ -108,17 +108,17 @@ class LBSServiceTest : public testing::Test {
   IZOTarvelObject* object() { return GetTarvelObject(1); }
   IZOTarvelLBSService* service() { return object()->GetLBSService(); }
   template <class F>
-  static std::string TextOf(F getter) {
+  static std::string TextFrom(F getter) {
     std::vector<char> out(kLBSTextBufferSize);
     getter(out.data());
     return out.data();
   }
-  std::string TextOf(Getter getter) {
-    return TextOf([&](char* out) { (service()->*getter)(out); });
+  std::string TextFrom(Getter getter) {
+    return TextFrom([&](char* out) { (service()->*getter)(out); });
   }
   // Waits for an update under way unless `no_wait`.
   std::string Response(bool no_wait = false) {
-    return TextOf([&](char* out) { service()->GetLBSResponse(no_wait, out); });
+    return TextFrom([&](char* out) { service()->GetLBSResponse(no_wait, out); });
   }
   // A link address as "host port family".
   std::string LinkOf(LinkGetter getter, EMAddressFamily family) {

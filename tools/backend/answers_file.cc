@@ -22,7 +22,7 @@ Json ObjectIn(const Json& object, const char* key) {
   return member;
 }
 
-std::optional<std::string> TextOf(const Json& object, const char* key) {
+std::optional<std::string> MemberText(const Json& object, const char* key) {
   const auto found = object.find(key);
   return found == object.end() ? std::nullopt : std::optional(found->dump());
 }
@@ -82,10 +82,10 @@ Fault Answers::FaultOf(const std::string& url_path) const {
   return ReadFault(ObjectIn(ObjectIn(file_, "faults"), url_path.c_str()));
 }
 
-std::optional<std::string> Answers::LBSAnswer() const { return TextOf(file_, "lbs"); }
+std::optional<std::string> Answers::LBSAnswer() const { return MemberText(file_, "lbs"); }
 
 std::optional<std::string> Answers::HttpDNSServers() const {
-  return TextOf(ObjectIn(file_, "httpdns"), "servers");
+  return MemberText(ObjectIn(file_, "httpdns"), "servers");
 }
 
 std::string Answers::HttpDNSHosts(const std::string& asked) const {

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/text/read_number.h"
+#include "base/text/numbers.h"
 #include "tools/backend/answers_file.h"
 #include "tools/backend/backend.h"
 #include "tools/backend/certificate.h"

@@ -36,7 +36,7 @@ const char* NameOf(zo_tarvel::EMAddressFamily family) {
 
 std::string WithoutQuery(const std::string& url) { return url.substr(0, url.find('?')); }
 
-std::string TextOf(const char* text) { return text == nullptr ? "" : text; }
+std::string TextOrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 Json ParsedOrText(const std::string& text) {
   std::string error;
@@ -143,14 +143,14 @@ void Client::OnAnswer(std::int32_t code, const char* response, void* client) {
 // On the library's request thread.
 void Client::OnAttempt(void* client, const zo_tarvel::RequestErrorRecord* record) {
   auto& self = *static_cast<Client*>(client);
-  const std::string url = TextOf(record->url);
+  const std::string url = TextOrEmpty(record->url);
   std::string text = WithoutQuery(url) + "  " + std::to_string(record->code);
-  if (record->code == 0) text += "  " + TextOf(record->body);
+  if (record->code == 0) text += "  " + TextOrEmpty(record->body);
   self.printer_.Print("tried", text,
                       {{"url", url},
                        {"code", record->code},
-                       {"headers", TextOf(record->headers)},
-                       {"body", TextOf(record->body)}});
+                       {"headers", TextOrEmpty(record->headers)},
+                       {"body", TextOrEmpty(record->body)}});
   const std::lock_guard lock(self.mutex_);
   if (record->code != kFresh) self.failures_.emplace(record->code, url);
 }

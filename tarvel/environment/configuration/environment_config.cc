@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/text/md5.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 #include "tarvel/environment/configuration/exception_data_reporter.h"
 
 namespace zo_tarvel {
@@ -11,6 +11,7 @@ namespace {
 
 using zo_base::MutexLock;
 using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 
 // Two businesses never share a directory.
 std::string BusinessDirectory(std::string root, const std::string& business_type) {
@@ -98,14 +99,15 @@ std::string _EnvironmentConfig::FormatBanner() const {
   AppendLine(banner, "client type:", std::to_string(client_type_));
   AppendLine(banner, "appdata path:", appdata_path_);
   AppendLine(banner, "log path:", log_path_);
-  AppendLine(banner, "enable httpdns:", TextOf(enable_httpdns_));
-  AppendLine(banner, "try http request on netunav:", TextOf(try_http_request_on_netunav_));
-  AppendLine(banner, "only https supported:", TextOf(only_https_supported_));
+  AppendLine(banner, "enable httpdns:", TrueOrFalse(enable_httpdns_));
+  AppendLine(banner, "try http request on netunav:", TrueOrFalse(try_http_request_on_netunav_));
+  AppendLine(banner, "only https supported:", TrueOrFalse(only_https_supported_));
   AppendLine(banner, "single request timeout:", std::to_string(single_request_timeout()));
   AppendLine(banner,
              "single request prefail timeout:", std::to_string(single_request_prefail_timeout()));
-  AppendLine(banner, "http request ip preferred:", TextOf(http_request_ip_preferred_));
-  AppendLine(banner, "enable exception data reporting:", TextOf(enable_exception_data_reporting_));
+  AppendLine(banner, "http request ip preferred:", TrueOrFalse(http_request_ip_preferred_));
+  AppendLine(banner,
+             "enable exception data reporting:", TrueOrFalse(enable_exception_data_reporting_));
   return banner;
 }
 

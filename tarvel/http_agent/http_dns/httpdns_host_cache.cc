@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "base/json/json_texts.h"
-#include "base/text/saturated_cast.h"
+#include "base/json/json11.h"
+#include "base/text/numbers.h"
 
 namespace zo_tarvel {
 namespace {

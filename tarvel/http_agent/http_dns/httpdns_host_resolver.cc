@@ -5,7 +5,6 @@
 #include "base/log/log.h"
 #include "base/object/weakly.h"
 #include "base/text/strings.h"
-#include "base/text/text_of.h"
 #include "network/url/host_rules.h"
 
 namespace zo_tarvel {
@@ -14,7 +13,7 @@ namespace {
 using WQBASE::network::CanBeAskedFor;
 using WQBASE::network::kLongestHost;
 using WQBASE::network::kMostAddresses;
-using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 using zo_base::Weakly;
 
 std::string Joined(const std::vector<std::string>& texts) { return zo_base::Join(texts, "|"); }
@@ -116,7 +115,7 @@ void HttpDNSHostResolver::UpdateCache(zo_net::AddressFamily family, const Hosts&
 
 void HttpDNSHostResolver::OnHosts(bool success, const std::string& body,
                                   const std::optional<HttpDNSHostUpdates>& updates) {
-  ZO_LOG << "[http dns] Query hosts`s ip success = " << TextOf(success)
+  ZO_LOG << "[http dns] Query hosts`s ip success = " << TrueOrFalse(success)
          << "\r\n-----------------------\r\n"
          << body << "\r\n-----------------------";
   ZO_LOG << (success ? "[http dns] Query hosts`s ip success" : "[http dns] Query hosts`s ip fail");

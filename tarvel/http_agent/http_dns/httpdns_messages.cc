@@ -4,9 +4,9 @@
 #include <set>
 #include <utility>
 
-#include "base/json/json_texts.h"
+#include "base/json/json11.h"
 #include "base/process/clock.h"
-#include "base/text/saturated_cast.h"
+#include "base/text/numbers.h"
 #include "base/text/strings.h"
 #include "network/http/http_response.h"
 #include "network/url/host_rules.h"

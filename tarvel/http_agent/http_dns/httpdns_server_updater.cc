@@ -8,8 +8,8 @@
 
 #include "base/log/log.h"
 #include "base/object/weakly.h"
-#include "base/text/read_number.h"
-#include "base/text/text_of.h"
+#include "base/text/numbers.h"
+#include "base/text/strings.h"
 #include "base/text/utf8.h"
 #include "network/http/http_response.h"
 #include "network/url/host_rules.h"
@@ -21,7 +21,7 @@ namespace {
 using std::chrono::milliseconds;
 using WQBASE::network::CanBeHost;
 using WQBASE::network::kHttpOk;
-using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 using zo_base::Weakly;
 using zo_base::json11::Json;
 using Servers = std::vector<HttpDNSServerInfo>;
@@ -78,7 +78,7 @@ std::optional<HttpDNSServiceAnswer> CheckS(std::int32_t index, std::int32_t code
     return std::nullopt;
   }
   auto answer = CheckSResponse(body, error);
-  ZO_LOG << "[http dns] Check response(S) res = " << TextOf(answer.has_value())
+  ZO_LOG << "[http dns] Check response(S) res = " << TrueOrFalse(answer.has_value())
          << (answer ? std::string() : " error_message:" + error);
   return answer;
 }
@@ -156,7 +156,7 @@ void HttpDNSServerUpdater::DoReload(zo_net::AddressFamily family) {
 
 void HttpDNSServerUpdater::OnReloadEnd(bool success, const std::string& body,
                                        const std::optional<HttpDNSServiceAnswer>& answer) {
-  ZO_LOG << "[http dns] Service update complete success = " << TextOf(success);
+  ZO_LOG << "[http dns] Service update complete success = " << TrueOrFalse(success);
   ZO_LOG_AT(zo_base::kLogProtocol)
       << "[http dns] Service update complete \r\n-----------------------\r\n"
       << body << "\r\n-----------------------";

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "base/log/log.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 #include "base/thread/thread_info.h"
 #include "network/url/url.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
@@ -12,7 +12,7 @@
 namespace zo_tarvel {
 namespace {
 
-using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 
 namespace network = WQBASE::network;
 using network::HttpRequestUser;
@@ -69,8 +69,8 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   line(std::string("type:") + network::VerbOf(request.method));
   line("time_out:" + std::to_string(request.time_out));
   line("host_from tarvel:" + target.host);
-  line(std::string("host_is_ip:") + TextOf(target.url.is_on_ip()));
-  line(std::string("is_https_url:") + TextOf(target.url.is_https()));
+  line(std::string("host_is_ip:") + TrueOrFalse(target.url.is_on_ip()));
+  line(std::string("is_https_url:") + TrueOrFalse(target.url.is_https()));
   if (target.url.is_on_ip()) {
     line("host_is_ip is true && host not empty set request host and port \r\n{");
     line("    call req->setIP:" + request.ip);

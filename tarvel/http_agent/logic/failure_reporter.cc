@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "base/json/json_texts.h"
+#include "base/json/json11.h"
 #include "base/log/log.h"
 #include "base/object/weakly.h"
 #include "tarvel/environment/configuration/exception_data.h"

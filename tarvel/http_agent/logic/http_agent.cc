@@ -6,7 +6,7 @@
 
 #include "base/log/log.h"
 #include "base/object/weakly.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 #include "base/thread/thread_info.h"
 #include "tarvel/environment/configuration/exception_reporter_interface.h"
 #include "tarvel/http_agent/logic/internet_reachability.h"
@@ -18,7 +18,7 @@ namespace {
 
 void LogFailed(const MultipleURLHttpRequest& request) {
   ZO_LOG << "[multiple]Request return false, use http dns if fail:"
-         << zo_base::TextOf(request.use_http_dns_if_fail);
+         << zo_base::TrueOrFalse(request.use_http_dns_if_fail);
 }
 
 void LogCancelled(const MultipleURLHttpRequest& request) {

@@ -4,14 +4,14 @@
 #include <string>
 
 #include "base/log/log.h"
-#include "base/text/text_of.h"
+#include "base/text/strings.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 // The lines that a walk along the URLs of a request writes to the log, one function for each step.
 // Any thread.
 namespace zo_tarvel::walk_log {
 
-using zo_base::TextOf;
+using zo_base::TrueOrFalse;
 
 inline void UrlList(const char* title, const MultipleURLHttpRequest& request) {
   if (zo_base::GetLogWriterFor(zo_base::kLogApp) == nullptr) return;
@@ -26,7 +26,7 @@ inline void UrlList(const char* title, const MultipleURLHttpRequest& request) {
 inline void RequestTaken(const MultipleURLHttpRequest& request) {
   ZO_LOG << "[multiple]Invoke send multiple_time_out:" << request.multiple_time_out
          << " time_out:" << request.time_out
-         << " use http dns:" << TextOf(request.use_http_dns_if_fail);
+         << " use http dns:" << TrueOrFalse(request.use_http_dns_if_fail);
   UrlList("raw", request);
 }
 
@@ -39,14 +39,14 @@ inline void UrlStarted(std::int32_t index, const std::string& url) {
 inline void UrlTakesLong(std::int32_t index, bool urls_left, std::int32_t next) {
   ZO_LOG << "[multiple][time out]Sub url request time out index:" << index;
   ZO_LOG << "[multiple][time out]Stop sub url request timer index :" << index;
-  ZO_LOG << "[multiple][time out]All url requested :" << TextOf(!urls_left);
+  ZO_LOG << "[multiple][time out]All url requested :" << TrueOrFalse(!urls_left);
   if (!urls_left) return;
   ZO_LOG << "[multiple][time out]Switch to index :" << next << " triggered by :" << index;
 }
 
 inline void Answered(std::int32_t index, std::int32_t code, bool urls_left) {
   ZO_LOG << "[multiple][rsp]Index:" << index << " code :" << code;
-  ZO_LOG << "[multiple][rsp]All url requested :" << TextOf(!urls_left);
+  ZO_LOG << "[multiple][rsp]All url requested :" << TrueOrFalse(!urls_left);
 }
 
 inline void Judged(std::int32_t index, const std::string& url,
@@ -68,7 +68,7 @@ inline void TimerRemoved(std::int32_t index, bool was_running) {
 
 inline void FailureWithUrlsLeft(std::int32_t index, bool must_wait, std::int32_t next,
                                 const std::string& next_url) {
-  ZO_LOG << "[multiple][rsp]Has waitting request " << TextOf(must_wait);
+  ZO_LOG << "[multiple][rsp]Has waitting request " << TrueOrFalse(must_wait);
   if (must_wait) return;
   ZO_LOG << "[multiple][rsp]Switch to index :" << next << " triggered by :" << index
          << " url:" << next_url;

@@ -140,8 +140,8 @@ TEST_F(LBSCacheTest, StartsFromACacheThatFitsItsSettings) {
     SCOPED_TRACE(std::to_string(row.family) + " " + row.key + " " + row.value.substr(0, 100));
     settings_.addr_family = row.family;
     StartWithCache(row.key, row.value);
-    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), row.name);
-    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc) == kGeneratedLocally, *row.name == '\0');
+    EXPECT_EQ(TextFrom(&IZOTarvelLBSService::GetName), row.name);
+    EXPECT_EQ(TextFrom(&IZOTarvelLBSService::GetDesc) == kGeneratedLocally, *row.name == '\0');
     EXPECT_FALSE(nlohmann::json::parse(ReadFile(CachePath())).contains("of no use"));
   }
 }

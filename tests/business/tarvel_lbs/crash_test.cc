@@ -69,7 +69,7 @@ TEST_F(LBSServiceTest, LeavesAWholeAnswerWheneverItIsKilled) {
 
     object()->ReleaseLBSService();
     Init();
-    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), name);
+    EXPECT_EQ(TextFrom(&IZOTarvelLBSService::GetName), name);
     EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
     // Temporary files of killed clients don't accumulate.
     EXPECT_LE(std::distance(std::filesystem::directory_iterator(directory), {}), 2);

@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "base/json/json_texts.h"
+#include "base/json/json11.h"
 #include "base/text/strings.h"
 #include "business/tarvel_lbs/active_answer.h"
 #include "business/tarvel_lbs/update_request.h"
@@ -230,7 +230,8 @@ TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
     const UpdateRequest update(static_cast<zo_net::AddressFamily>(row.family), "");
     Texts entries;
     for (const UrlEntry& entry : update.ToHttpRequest(row.urls, "", settings, *config).urls) {
-      entries.push_back(entry.host + " " + entry.url.text().substr(0, entry.url.text().find("sv=")));
+      entries.push_back(entry.host + " " +
+                        entry.url.text().substr(0, entry.url.text().find("sv=")));
     }
     EXPECT_EQ(entries, row.entries) << testing::PrintToString(row.urls);
   }

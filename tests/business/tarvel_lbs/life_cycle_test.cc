@@ -42,7 +42,7 @@ class LBSLifeCycleTest : public LBSServiceTest {
   void ExpectThatTheNextServiceWorks() {
     Serve({Answer("fresh")});
     Init();
-    EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetDesc), "generated locally");
+    EXPECT_EQ(TextFrom(&IZOTarvelLBSService::GetDesc), "generated locally");
     EXPECT_EQ(Update(), "200 " + Answer("fresh"));
     EXPECT_THAT(told_.TakeAll(), testing::IsEmpty());
   }
@@ -66,7 +66,7 @@ TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
       dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();
   const auto owners_before = owners.use_count();
   std::thread waiting(
-      [waited_for] { TextOf([&](char* out) { waited_for->GetLBSResponse(false, out); }); });
+      [waited_for] { TextFrom([&](char* out) { waited_for->GetLBSResponse(false, out); }); });
   while (owners.use_count() <= owners_before) std::this_thread::yield();  // Not waiting yet.
   environment_->Exit();
   waiting.join();
@@ -138,7 +138,7 @@ TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
     if (child == 0) {
       alarm(10);
       use();
-      TextOf([service](char* out) { service->GetLBSResponse(false, out); });
+      TextFrom([service](char* out) { service->GetLBSResponse(false, out); });
       object->ReleaseLBSService();
       _exit(0);
     }
@@ -171,7 +171,7 @@ TEST(LBSThreadsTest, NeverHangsWithoutThreadsAndRecoversWithThem) {
       service->Init(settings);
       const auto updated = [service] {
         service->Update(kEMAddressFamilyAny, true);
-        return LBSServiceTest::TextOf([&](char* out) { service->GetLBSResponse(false, out); });
+        return LBSServiceTest::TextFrom([&](char* out) { service->GetLBSResponse(false, out); });
       };
       EXPECT_TRUE(updated() != fresh || threads > 1);
       limit.rlim_cur = limit.rlim_max;
@@ -194,7 +194,7 @@ TEST_F(LBSLifeCycleTest, ServesManyThreadsWhileAnswersComeIn) {
                   AnyOf("192.0.2.1 81 1", "[2001:db8::2] 82 2", "link.test 83 0", "192.0.2.99 99 1",
                         "192.0.2.9 9 1"));
       EXPECT_EQ(service()->GetLinkCount(), 3);
-      EXPECT_THAT(TextOf(&IZOTarvelLBSService::GetName), AnyOf("a", "b", "c"));
+      EXPECT_THAT(TextFrom(&IZOTarvelLBSService::GetName), AnyOf("a", "b", "c"));
       _ZOTarvelMsgStatInfo info;
       service()->GetMsgStatInfo(&info);
       service()->Update(kEMAddressFamilyAny, round % 20 == thread);

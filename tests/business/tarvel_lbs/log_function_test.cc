@@ -67,7 +67,7 @@ class LogFunctionTest : public LBSServiceTest {
     Call([this] { service()->SetAccIDGetter([](void*, char* id) { *id = 'i'; }, nullptr); });
     Call([this] { service()->Init(settings_); });
     Call([this] { service()->Update(kEMAddressFamilyAny, true); });
-    Call([this] { TextOf([this](char* out) { service()->GetLBSResponse(false, out); }); });
+    Call([this] { TextFrom([this](char* out) { service()->GetLBSResponse(false, out); }); });
     Call([this] { object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6); });
     Call([this] { object()->SetBusinessToken("u"); });
     for (int i = 0; i < 4; ++i) Call([this] { NextLink(); });
@@ -105,7 +105,7 @@ TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
                    service->Update(kEMAddressFamilyAny, true);
                    char host[kLinkAddressBufferSize] = {};
                    service->GetLinkAddress(host, nullptr, nullptr);
-                   TextOf([service](char* out) { service->GetLBSResponse(false, out); });
+                   TextFrom([service](char* out) { service->GetLBSResponse(false, out); });
                  }
                  object->SetBusinessToken("v");
                  object->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);

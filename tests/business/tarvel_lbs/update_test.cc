@@ -32,7 +32,7 @@ TEST_F(LBSServiceTest, AnAnswerToTheOldTokenDoesNotCount) {
   RunAllPosted();
   EXPECT_THAT(told_.TakeAll(), IsEmpty());
   EXPECT_EQ(sub_answers_.TakeAll().size(), 1U);
-  EXPECT_EQ(TextOf(&IZOTarvelLBSService::GetName), "others");
+  EXPECT_EQ(TextFrom(&IZOTarvelLBSService::GetName), "others");
   EXPECT_EQ(Cached("lbs_rsp"), Answer("others"));
 }
 
@@ -145,7 +145,7 @@ TEST_F(LBSServiceTest, HandsOutTheTextsOfTheActiveAnswer) {
       {&IZOTarvelLBSService::GetName, "", "fresh"},
       {&IZOTarvelLBSService::GetDesc, "generated locally", "the fresh one"},
   };
-  for (const auto& row : rows) EXPECT_EQ(TextOf(row.getter), "inited=false");
+  for (const auto& row : rows) EXPECT_EQ(TextFrom(row.getter), "inited=false");
   EXPECT_EQ(Response(), "inited=false");
   EXPECT_EQ(NextLink(), "none");
   EXPECT_EQ(CurrentLink(), "none");
@@ -155,7 +155,7 @@ TEST_F(LBSServiceTest, HandsOutTheTextsOfTheActiveAnswer) {
   Init();
   settings_.link_list[0][0] = 'x';
   EXPECT_TRUE(service()->Init(settings_));  // Does nothing.
-  for (const auto& row : rows) EXPECT_EQ(TextOf(row.getter), row.local);
+  for (const auto& row : rows) EXPECT_EQ(TextFrom(row.getter), row.local);
   EXPECT_EQ(NextLink(), "192.0.2.9 9 1");
   _ZOTarvelMsgStatInfo info;
   service()->GetMsgStatInfo(&info);
@@ -163,7 +163,7 @@ TEST_F(LBSServiceTest, HandsOutTheTextsOfTheActiveAnswer) {
 
   Serve({Answer("fresh", kTexts)});
   EXPECT_EQ(Update(), "200 " + Answer("fresh", kTexts));
-  for (const auto& row : rows) EXPECT_EQ(TextOf(row.getter), row.fresh);
+  for (const auto& row : rows) EXPECT_EQ(TextFrom(row.getter), row.fresh);
   service()->GetMsgStatInfo(&info);
   EXPECT_TRUE(info.enable);
   EXPECT_STREQ(info.host, "https://stat.test");

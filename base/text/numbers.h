@@ -1,9 +1,21 @@
 #pragma once
 
-#include <cstdint>
+#include <charconv>
 #include <limits>
+#include <string_view>
+#include <system_error>
 
 namespace zo_base {
+
+// A decimal integer. `fallback` for what is no number from end to end, and for one that is out of
+// range.
+template <class Integer>
+Integer ReadNumber(std::string_view text, Integer fallback) {
+  Integer number = 0;
+  const char* const end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, number);
+  return read.ec == std::errc() && read.ptr == end ? number : fallback;
+}
 
 // The integer part of a number that may come from anywhere: beyond the range of `Integer` the
 // nearer end of that, and 0 for what is no number.

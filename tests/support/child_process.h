@@ -10,11 +10,11 @@
 
 namespace test_support {
 
-// What a child's body answers when the system doesn't permit what it needs.
+// Returned by a child's body when the system doesn't permit what it needs.
 inline constexpr int kNotPermitted = 77;
 
-// Runs `body` in a child process of one thread, and lets that end as a program does. Answers the
-// wait status: 0 when the body answered 0. Expectations of gtest that fail in the body make it 1.
+// Runs `body` in a child process of one thread, which ends as a program does. Returns the wait
+// status: 0 when the body returned 0 and none of its expectations failed.
 inline int RunInChild(const std::function<int()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
@@ -32,7 +32,7 @@ inline int RunInChild(const std::function<int()>& body) {
 
 }  // namespace test_support
 
-// Expects that `body` answers 0 in a child; skips the test where it isn't permitted.
+// Expects that `body` returns 0 in a child. Skips the test when the body returns kNotPermitted.
 #define EXPECT_GOOD_CHILD(...)                                                                   \
   do {                                                                                           \
     const int child_status = ::test_support::RunInChild(__VA_ARGS__);                            \

@@ -6,7 +6,7 @@
 
 namespace test_support {
 
-// Something that happens once on another thread, which a test awaits instead of sleeping.
+// A test awaits it instead of sleeping; another thread sets it.
 class Event {
  public:
   void Set() {
@@ -15,7 +15,7 @@ class Event {
     changed_.notify_all();  // Under the lock: a waiter may destroy this as soon as it is woken.
   }
 
-  // False when it has not happened for so long that it counts as never happening.
+  // False when it is not set within 20 s.
   [[nodiscard]] bool Await() {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, std::chrono::seconds(20), [this] { return happened_; });

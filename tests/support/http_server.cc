@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <iterator>
 #include <sstream>
 
 namespace test_support {
@@ -9,31 +10,27 @@ namespace test_support {
 namespace {
 
 SeenRequest Parse(const std::string& text) {
-  const std::size_t head_end = text.find("\r\n\r\n") + 2;
   SeenRequest seen;
-  std::istringstream lines(text.substr(0, head_end));
-  std::string line;
-  std::getline(lines, line);
-  std::istringstream(line) >> seen.method >> seen.target;
-  while (std::getline(lines, line)) {
-    line.pop_back();  // The carriage return.
-    const std::size_t colon = line.find(':');
-    const std::size_t value = line.find_first_not_of(" \t", colon + 1);
-    seen.headers.emplace_back(line.substr(0, colon),
-                              value == std::string::npos ? "" : line.substr(value));
+  std::istringstream in(text);
+  std::string line, name;
+  in >> seen.method >> seen.target;
+  std::getline(in, line);
+  while (std::getline(in, line) && line != "\r") {
+    std::istringstream header(line);
+    std::string value;
+    std::getline(header, name, ':');
+    std::getline(header >> std::ws, value, '\r');
+    seen.headers.emplace_back(name, value);
   }
-  seen.body = text.substr(head_end + 2);
+  seen.body.assign(std::istreambuf_iterator<char>(in), {});
   return seen;
 }
 
 }  // namespace
 
-std::string SeenRequest::header(std::string_view name) const {
+std::string SeenRequest::header(const std::string& name) const {
   for (const auto& [own_name, value] : headers) {
-    if (own_name.size() == name.size() &&
-        strncasecmp(own_name.data(), name.data(), name.size()) == 0) {
-      return value;
-    }
+    if (strcasecmp(own_name.c_str(), name.c_str()) == 0) return value;
   }
   return {};
 }
@@ -55,20 +52,19 @@ void HttpServer::Converse(RawConnection& connection) {
   std::string text;
   while ((text = connection.ReadRequest()).find("\r\n\r\n") != std::string::npos) {
     const SeenRequest seen = Parse(text);
-    const ServerAnswer answer = Record(seen)(seen);
+    const Handler handler = Record(seen);
+    const ServerAnswer answer = handler ? handler(seen) : ServerAnswer{200, {}, seen.body};
     std::string headers;
     for (const auto& [name, value] : answer.headers) headers += name + ": " + value + "\r\n";
     connection.Send(HttpAnswer(std::to_string(answer.status) + " Said", answer.body, headers));
   }
 }
 
-// Its handler.
 HttpServer::Handler HttpServer::Record(const SeenRequest& seen) {
   const std::lock_guard lock(mutex_);
   requests_.push_back(seen);
   const auto found = handlers_.find(seen.target.substr(0, seen.target.find('?')));
-  if (found != handlers_.end()) return found->second;
-  return [](const SeenRequest& request) { return ServerAnswer{200, {}, request.body}; };
+  return found == handlers_.end() ? nullptr : found->second;
 }
 
 }  // namespace test_support

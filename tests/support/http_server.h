@@ -16,8 +16,8 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 
 // A request as the server read it.
 struct SeenRequest {
-  // Of the first header of this name, in any case; empty without one.
-  std::string header(std::string_view name) const;
+  // The value of the first header of this name, in upper or lower case; empty without one.
+  std::string header(const std::string& name) const;
 
   std::string method;
   std::string target;  // As sent: path and query, nothing decoded.
@@ -34,10 +34,10 @@ struct ServerAnswer {
 // An HTTP/1.1 server on a loopback address.
 //
 // It keeps connections alive until the peer closes. Any verb goes to the handler of the path (the
-// target up to its query); where none is set, the answer is a 200 whose body repeats the request's.
+// target up to its query). Without one the answer is a 200 whose body repeats the request's.
 //
-// Threads: all from any thread. Handlers run on the connections' threads, several at once; a
-// handler that blocks holds up the destructor, which else is prompt whatever the peers do.
+// Threads: call from any thread. Handlers run on the connections' threads, several at once. A
+// handler that blocks holds up the destructor; peers can't.
 class HttpServer {
  public:
   using Handler = std::function<ServerAnswer(const SeenRequest&)>;
@@ -54,7 +54,7 @@ class HttpServer {
 
  private:
   void Converse(RawConnection& connection);
-  Handler Record(const SeenRequest& seen);
+  Handler Record(const SeenRequest& seen);  // Returns its handler, or null.
 
   mutable std::mutex mutex_;
   // Guarded by mutex_.

@@ -2,17 +2,17 @@
 
 #include <signal.h>
 
-#include <array>
+#include <vector>
 
 namespace test_support {
 
 namespace {
 
-constexpr std::array<const char*, 3> kNames{"lbs1.lab", "lbs2.lab", "httpdns.lab"};
-constexpr std::array<const char*, 3> kAddresses{"127.0.0.2", "127.0.0.3", "127.0.0.4"};
-constexpr char kForeignAddress[] = "127.0.0.9";
+// By Host.
+const std::string kNames[] = {"lbs1.lab", "lbs2.lab", "httpdns.lab", "foreign"};
+const std::string kAddresses[] = {"127.0.0.2", "127.0.0.3", "127.0.0.4", "127.0.0.9"};
 
-// What all of them know. The first two addresses are those of the LBS hosts.
+// What all hosts know.
 constexpr char kAnswers[] = R"(
  "lbs": {"common": {"name": "lab", "ttl": 3600, "lbs": "https://lbs1.lab/lbs/conf.jsp",
                     "link": ["192.0.2.11:8080"], "link.default": ["192.0.2.99:8080"]}},
@@ -21,69 +21,55 @@ constexpr char kAnswers[] = R"(
              "hosts": {"lbs1.lab": {"ip": ["127.0.0.2"], "ttl": 600},
                        "lbs2.lab": {"ip": ["127.0.0.3"], "ttl": 600}}})";
 
-std::vector<std::string> Records(const std::array<const char*, 3>& addresses) {
-  std::vector<std::string> records{"--local=/lab/"};
-  for (std::size_t i = 0; i < kNames.size(); ++i) {
-    records.push_back(std::string("--host-record=") + kNames[i] + ',' + addresses[i]);
-  }
-  return records;
-}
-
 }  // namespace
 
-Lab::Lab(const std::string& backend) : backend_(backend) {
+Lab::Lab(const std::string& backend) {
   std::string trusted;
-  for (const Host host : {kFirst, kSecond, kHttpDns}) {
-    WriteAnswers(host, "");
-    const std::string certificate = directory_ / (std::string(kNames[host]) + ".pem");
-    StartBackend(kNames[host], kAddresses[host],
-                 {"--name", kNames[host], "--write-certificate", certificate});
+  for (const Host host : {kFirst, kSecond, kHttpDns, kForeign}) {
+    SetFault(host, host == kForeign ? R"("status": 404)" : "");
+    const std::string certificate = directory_ / "certificate.pem";
+    const std::vector<std::string> command{
+        backend,  AnswersFileOf(host), "--tls-listen",        kAddresses[host] + ":443",
+        "--name", kNames[host],        "--write-certificate", certificate};
+    hosts_.emplace_back(command).AwaitOutput("listening");
     trusted += ReadFile(certificate);
   }
   WriteFile(trust_store(), trusted);
-  WriteFile(AnswersFileOf("foreign"), "{}");
-  StartBackend("foreign", kForeignAddress, {});
   WriteFile(httpdns_servers(), R"({"host": "httpdns.lab", "expired_time": "4000000000000",
       "ipv4": "[{\"host\": \"127.0.0.4\", \"port\": 443, \"https\": true}]"})");
-  name_server_.emplace(Records(kAddresses));
+  StartNameServer(kFirst, kSecond);
 }
 
-std::string Lab::UrlOf(Host host) {
-  return std::string("https://").append(kNames[host]).append("/lbs/conf.jsp");
-}
+std::string Lab::UrlOf(Host host) { return "https://" + kNames[host] + "/lbs/conf.jsp"; }
 
 std::string Lab::AddressOf(Host host) { return kAddresses[host]; }
 
-void Lab::StartBackend(const std::string& name, const std::string& address,
-                       const std::vector<std::string>& options) {
-  std::vector<std::string> arguments{backend_, AnswersFileOf(name), "--tls-listen",
-                                     address + ":443"};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  hosts_.emplace_back(arguments).AwaitOutput("listening");
+std::string Lab::AnswersFileOf(Host host) const { return directory_ / (kNames[host] + ".json"); }
+
+void Lab::WriteAnswers(Host host, const std::string& more) const {
+  WriteFile(AnswersFileOf(host), "{" + (kAnswers + (", " + more)) + "}");
 }
 
-void Lab::WriteAnswers(Host host, const std::string& faults) const {
-  std::string text = "{";
-  text.append(kAnswers).append(faults.empty() ? "" : ", ").append(faults).append("}");
-  WriteFile(AnswersFileOf(kNames[host]), text);
-}
-
-void Lab::SetFault(Host host, const std::string& fault) {
+void Lab::SetFault(Host host, const std::string& fault) const {
   WriteAnswers(host, R"("faults": {"/lbs/conf.jsp": {)" + fault + "}}");
 }
 
-void Lab::ShowWrongCertificate(Host host) { WriteAnswers(host, R"("wrong_certificate": ["*"])"); }
+void Lab::ShowWrongCertificate(Host host) const {
+  WriteAnswers(host, R"("wrong_certificate": ["*"])");
+}
 
 void Lab::CutOff(Host host) {
   hosts_[host].Signal(SIGUSR1);
   hosts_[host].AwaitOutput("drops all packets");
 }
 
-void Lab::Kill(Host host) { hosts_[host].Kill(); }
-
-void Lab::PoisonNames() {
+void Lab::StartNameServer(Host first, Host second) {
   name_server_.reset();
-  name_server_.emplace(Records({kForeignAddress, kForeignAddress, kAddresses[kHttpDns]}));
+  const auto record = [](Host host, Host at) {
+    return "--host-record=" + kNames[host] + "," + kAddresses[at];
+  };
+  name_server_.emplace(std::vector<std::string>{
+      "--local=/lab/", record(kFirst, first), record(kSecond, second), record(kHttpDns, kHttpDns)});
 }
 
 }  // namespace test_support

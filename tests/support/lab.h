@@ -3,7 +3,6 @@
 #include <deque>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tests/support/name_server.h"
 #include "tests/support/program.h"
@@ -15,42 +14,39 @@ namespace test_support {
 // private_network.h), each on an address of its own and each able to fail in its own way.
 class Lab {
  public:
-  enum Host { kFirst, kSecond, kHttpDns };
+  enum Host { kFirst, kSecond, kHttpDns, kForeign };
 
   // `backend` is the path of the backend program. All serve when this returns.
   explicit Lab(const std::string& backend);
 
-  // "https://lbs1.lab/lbs/conf.jsp" of an LBS host.
+  // Returns "https://lbs1.lab/lbs/conf.jsp" for an LBS host.
   static std::string UrlOf(Host host);
   static std::string AddressOf(Host host);
 
-  // Has the LBS path of the host go wrong in this way: members of a fault, see docs/backend.md.
-  void SetFault(Host host, const std::string& fault);
-  // Shows those who connect to this host a certificate that isn't its own.
-  void ShowWrongCertificate(Host host);
+  // Makes the LBS path of the host fail. `fault` is the members of a fault, see docs/backend.md.
+  void SetFault(Host host, const std::string& fault) const;
+  // Shows clients of this host a certificate for another name.
+  void ShowWrongCertificate(Host host) const;
   // Drops all packets to the host.
   void CutOff(Host host);
-  void Kill(Host host);
-  // The name server says of all names of LBS hosts that they are at an address where another server
-  // answers.
-  void PoisonNames();
+  void Kill(Host host) { hosts_[host].Kill(); }
+  // Makes the name server return the address of a foreign host for the names of the LBS hosts.
+  void PoisonNames() { StartNameServer(kForeign, kForeign); }
   void SilenceNameServer() { name_server_.reset(); }
 
-  // Certificates of all hosts.
+  // The certificates of all hosts.
   std::string trust_store() const { return directory_ / "trusted.pem"; }
-  // What a client that has met the HTTPDNS host has kept: its server cache file.
+  // The server cache file of a client that has reached the HTTPDNS host before.
   std::string httpdns_servers() const { return directory_ / "servers.data"; }
 
  private:
-  std::string AnswersFileOf(const std::string& name) const { return directory_ / (name + ".json"); }
-  void StartBackend(const std::string& name, const std::string& address,
-                    const std::vector<std::string>& options);
-  void WriteAnswers(Host host, const std::string& faults) const;
+  std::string AnswersFileOf(Host host) const;
+  void WriteAnswers(Host host, const std::string& more) const;
+  void StartNameServer(Host first, Host second);
 
   const TempDirectory directory_;
-  const std::string backend_;
   std::optional<NameServer> name_server_;
-  std::deque<Program> hosts_;  // By Host; then the one where poisoned names lead.
+  std::deque<Program> hosts_;  // By Host.
 };
 
 }  // namespace test_support

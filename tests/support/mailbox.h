@@ -9,7 +9,7 @@
 
 namespace test_support {
 
-// What callbacks put in on their threads, and the test takes out in order.
+// Callbacks put items in on their threads; the test takes them out in order.
 template <class T>
 class Mailbox {
  public:
@@ -18,7 +18,7 @@ class Mailbox {
     items_.push_back(std::move(item));
     changed_.notify_all();
   }
-  // Throws when there has been nothing for so long that there will be nothing.
+  // Waits for an item. Throws when none comes within 20 s.
   T Take() {
     std::unique_lock lock(mutex_);
     const bool came =
@@ -28,7 +28,7 @@ class Mailbox {
     items_.pop_front();
     return item;
   }
-  // What is there now.
+  // Returns the present items, without waiting.
   std::deque<T> TakeAll() {
     const std::lock_guard lock(mutex_);
     return std::exchange(items_, {});

@@ -7,17 +7,22 @@
 
 namespace test_support {
 
-// A production name server on 127.0.0.1, port 53, that knows nothing but what it is told. For a
+// A production name server on 127.0.0.1, port 53, that knows only what its options say. For a
 // private network (see private_network.h).
-class NameServer {
+class NameServer : public Program {
  public:
   // Options of dnsmasq, such as "--host-record=good.example,192.0.2.1". Serves when this returns.
-  explicit NameServer(const std::vector<std::string>& options);
-
-  static bool IsInstalled();
+  explicit NameServer(const std::vector<std::string>& options) : Program(Arguments(options)) {
+    AwaitOutput("started");
+  }
 
  private:
-  Program program_;
+  static std::vector<std::string> Arguments(std::vector<std::string> options) {
+    options.insert(options.begin(),
+                   {"/usr/sbin/dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv",
+                    "--no-hosts", "--listen-address=127.0.0.1", "--bind-interfaces"});
+    return options;
+  }
 };
 
 }  // namespace test_support

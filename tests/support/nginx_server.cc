@@ -6,17 +6,16 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <deque>
-#include <filesystem>
 #include <iostream>
+#include <list>
 #include <thread>
 #include <utility>
 
 namespace test_support {
 
 NginxServer::NginxServer(NginxOptions options) : options_(std::move(options)) {
-  std::deque<ListeningSocket> sockets;
-  std::string inherited = "NGINX=";  // What nginx takes over instead of opening it: "3;4;".
+  std::list<ListeningSocket> sockets;
+  std::string inherited = "NGINX=";  // The descriptors that nginx takes over: "3;4;".
   for (const NginxListener& listener : options_.listeners) {
     const ListeningSocket& socket = sockets.emplace_back(listener.address);
     ports_.push_back(socket.port());
@@ -24,10 +23,7 @@ NginxServer::NginxServer(NginxOptions options) : options_(std::move(options)) {
     fcntl(socket.fd(), F_SETFL, O_NONBLOCK);  // As nginx would have opened it.
     fcntl(socket.fd(), F_SETFD, 0);
   }
-  std::filesystem::create_directory(directory_ / "files");
-  for (const auto& [name, content] : options_.files) {
-    WriteFile(directory_.path() + "/files/" + name, content);
-  }
+  for (const auto& [name, content] : options_.files) WriteFile(directory_ / name, content);
   WriteFile(directory_ / "nginx.conf", Configuration());
   process_.emplace(std::vector<std::string>{"/usr/bin/env", "-i", inherited, "/usr/sbin/nginx",
                                             "-p", directory_.path(), "-c", "nginx.conf", "-e",
@@ -59,7 +55,6 @@ std::string NginxServer::Configuration() const {
   std::string text = geteuid() == 0 ? "user root;\n" : "";  // For its worker.
   text += R"(daemon off;
 pid nginx.pid;
-lock_file nginx.lock;
 events {}
 http {
 log_format line '$server_protocol $host $http_host $ssl_server_name $connection '
@@ -74,14 +69,12 @@ default_type text/plain;
 ssl_protocols TLSv1.2 TLSv1.3;
 )";
   for (std::size_t i = 0; i < options_.listeners.size(); ++i) {
-    const NginxListener& own = options_.listeners[i];
-    text += "server {\nroot files;\nlisten " + UrlOf("", own.address, ports_[i], "").substr(3);
-    if (own.certificate) text += " ssl";
-    if (own.http2) text += " http2";
-    text += ";\n";
-    if (own.certificate) {
-      text += "ssl_certificate " + own.certificate->certificate_file + ";\n";
-      text += "ssl_certificate_key " + own.certificate->key_file + ";\n";
+    const auto& [address, certificate, http2] = options_.listeners[i];
+    text += "server {\nroot .;\nlisten " + UrlOf("", address, ports_[i], "").substr(3) +
+            (certificate ? " ssl" : "") + (http2 ? " http2" : "") + ";\n";
+    if (certificate) {
+      text += "ssl_certificate " + certificate->certificate_file + ";\nssl_certificate_key " +
+              certificate->key_file + ";\n";
     }
     text += options_.server_text + "\n}\n";
   }

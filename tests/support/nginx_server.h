@@ -17,7 +17,7 @@ namespace test_support {
 struct NginxListener {
   std::string address = "127.0.0.1";
   std::optional<ServerCertificate> certificate = {};  // With one, it speaks TLS.
-  bool http2 = false;  // Without a certificate: for clients that know beforehand.
+  bool http2 = false;  // Without a certificate only for clients that know it in advance.
 };
 
 struct NginxOptions {
@@ -26,23 +26,20 @@ struct NginxOptions {
   std::string server_text = {};                   // Directives for every listener's server block.
 };
 
-// A production server as a process of its own, with all of its files in one directory. Several run
-// side by side; ports can't collide, as its sockets listen before it starts. For the same reason a
-// client may connect at once.
+// A production server as a process of its own, with all of its files in one directory. Its sockets
+// listen before it starts, so ports of several can't collide, and a client may connect at once.
 //
-// The process ends with this, or with the thread that made it. What was wrong with one that ended
-// before is told on standard error.
+// The process ends with this, or with the thread that made it. If it has ended before, standard
+// error tells why.
 class NginxServer {
  public:
   explicit NginxServer(NginxOptions options = {});
   ~NginxServer();
-  NginxServer(const NginxServer&) = delete;
-  NginxServer& operator=(const NginxServer&) = delete;
 
   int port(std::size_t listener = 0) const { return ports_.at(listener); }
   std::string url(std::string_view path, std::size_t listener = 0) const;
 
-  // A line for each request that has ended, in order, with "-" for what there is not:
+  // Returns a line for each request that has ended, in order, with "-" for what is missing:
   // protocol, host, Host header, SNI, number of the connection, method, target.
   // Waits until there are `lines`, for 10 s at most.
   std::string AccessLog(std::size_t lines) const;

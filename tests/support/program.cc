@@ -6,8 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -15,13 +13,11 @@ namespace test_support {
 
 Program::Program(const std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
-  for (const std::string& argument : arguments) {
-    pointers.push_back(const_cast<char*>(argument.c_str()));
-  }
+  for (const auto& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
   pointers.push_back(nullptr);
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  process_ = fork();
+  if (pipe2(ends, O_CLOEXEC) != 0 || (process_ = fork()) < 0)
+    throw std::runtime_error("no process");
   if (process_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     dup2(ends[1], STDOUT_FILENO);
@@ -30,31 +26,24 @@ Program::Program(const std::vector<std::string>& arguments) {
     _exit(127);
   }
   close(ends[1]);
-  pipe_ = ends[0];
-  if (process_ < 0) throw std::runtime_error("no process");
+  pipe_ = fdopen(ends[0], "r");
 }
 
 Program::~Program() {
   Kill();
-  close(pipe_);
+  std::fclose(pipe_);
 }
 
 bool Program::Read() {
-  std::array<char, 4096> bytes;
-  ssize_t count = 0;
-  do {
-    count = read(pipe_, bytes.data(), bytes.size());
-  } while (count < 0 && errno == EINTR);
-  if (count > 0) output_.append(bytes.data(), static_cast<std::size_t>(count));
-  return count > 0;
+  const int byte = std::getc(pipe_);
+  if (byte != EOF) output_ += static_cast<char>(byte);
+  return byte != EOF;
 }
 
 void Program::AwaitOutput(const std::string& text) {
-  std::size_t found = 0;
-  while ((found = output_.find(text, awaited_)) == std::string::npos) {
+  for (const std::size_t begin = output_.size(); output_.find(text, begin) == std::string::npos;) {
     if (!Read()) throw std::runtime_error("a program has ended early: " + output_);
   }
-  awaited_ = found + text.size();
 }
 
 void Program::Signal(int signal) const {
@@ -62,9 +51,8 @@ void Program::Signal(int signal) const {
 }
 
 void Program::Kill() {
-  if (process_ <= 0) return;
   Signal(SIGKILL);
-  waitpid(std::exchange(process_, -1), nullptr, 0);
+  if (process_ > 0) waitpid(std::exchange(process_, -1), nullptr, 0);
 }
 
 int Program::Wait() {

@@ -4,7 +4,9 @@
 #include <chrono>
 #include <functional>
 #include <list>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -12,13 +14,12 @@
 namespace test_support {
 
 // A TCP socket that listens on an address literal, on a port that the system picks. Throws when
-// the address can't be had.
+// the address is not available.
 class ListeningSocket {
  public:
   explicit ListeningSocket(const std::string& address);
   ~ListeningSocket();
   ListeningSocket(const ListeningSocket&) = delete;
-  ListeningSocket& operator=(const ListeningSocket&) = delete;
 
   int fd() const { return fd_; }
   int port() const { return port_; }
@@ -28,44 +29,39 @@ class ListeningSocket {
   int port_ = 0;
 };
 
-// "http://127.0.0.1:80/path"; an IPv6 literal gets its brackets.
+// Returns "http://127.0.0.1:80/path"; an IPv6 literal gets its brackets.
 std::string UrlOf(std::string_view scheme, const std::string& address, int port,
                   std::string_view path);
 
-// One accepted connection, in the hands of a server's handler, on the handler's thread. Nothing
-// here outlasts the server's end: whatever waits then returns.
+// One accepted connection, used by a server's handler on the handler's thread. Every wait returns
+// when the server ends.
 class RawConnection {
  public:
-  RawConnection(int fd, int stop_fd);  // Owns `fd`; `stop_fd` becomes readable at the server's end.
-  ~RawConnection();
-  RawConnection(const RawConnection&) = delete;
-  RawConnection& operator=(const RawConnection&) = delete;
+  explicit RawConnection(int fd) : fd_(fd) {}
 
-  // The next request: its head, and as much of a body as Content-Length says. What there is of it
-  // when the peer closes or the server ends; empty when nothing came.
+  // Returns the next request: its head, and as much of a body as Content-Length says. Returns what
+  // has come of it when the peer closes or the server ends.
   std::string ReadRequest();
 
   // False when the peer is gone or the server ends. Raises no signal.
   bool Send(std::string_view bytes);
 
-  // Closes so that the peer sees a reset. Nothing can be read or sent any more.
-  void Reset();
+  // Makes the peer see a reset when the handler returns.
+  void Reset() const;
 
   // True as soon as the peer has closed or the server ends, false when the limit has passed before
   // that. Without a limit it only ever returns true.
-  bool AwaitStop(std::optional<std::chrono::milliseconds> limit = std::nullopt);
+  bool AwaitStop(std::optional<std::chrono::milliseconds> limit = std::nullopt) const;
 
  private:
-  bool AwaitReady(short events);
   bool Receive();
 
-  int fd_;
-  const int stop_fd_;
+  const int fd_;          // Owned by the server.
   std::string received_;  // Read from the socket, and not yet part of a request.
 };
 
 // A server that speaks no protocol by itself: each connection is handed to a function on a thread
-// of its own, and closed in good order when that returns (unread input makes it a reset).
+// of its own, and closed when that returns (unread input makes it a reset).
 //
 // The destructor ends every wait of the handlers and joins them.
 class RawServer {
@@ -74,8 +70,6 @@ class RawServer {
 
   explicit RawServer(Handler handler, const std::string& address = "127.0.0.1");
   ~RawServer();
-  RawServer(const RawServer&) = delete;
-  RawServer& operator=(const RawServer&) = delete;
 
   int port() const { return socket_.port(); }
   std::string url(std::string_view path) const { return UrlOf("http", address_, port(), path); }
@@ -83,12 +77,14 @@ class RawServer {
 
  private:
   void AcceptUntilStopped();
+  void Converse(int fd);
 
   const Handler handler_;
   const std::string address_;
   const ListeningSocket socket_;
-  const int stop_fd_;
   std::atomic<int> accepted_{0};
+  std::mutex mutex_;
+  std::set<int> open_;                     // Guarded by mutex_: the descriptors of connections.
   std::list<std::jthread> conversations_;  // Touched by the accepting thread only, until it ended.
   std::jthread acceptor_;                  // Last: all that it uses exists before it starts.
 };
@@ -100,7 +96,7 @@ std::string HttpAnswer(const std::string& status, const std::string& body,
 // Ready-made handlers. Each reads one request first.
 
 RawServer::Handler NeverAnswers();                 // Keeps the connection open.
-RawServer::Handler AnswerWith(std::string text);   // Sends the text as it stands, and closes.
+RawServer::Handler AnswerWith(std::string text);   // Sends the text as it is, and closes.
 RawServer::Handler AnswersOnce(std::string text);  // Sends it, and keeps the connection open.
 
 }  // namespace test_support

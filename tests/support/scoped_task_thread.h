@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-// A task thread, not started, that is stopped when the scope ends. Declare it after all that its
-// tasks use.
+// A task thread that is stopped when the scope ends. The test starts it. Declare it after all that
+// its tasks use.
 class ScopedTaskThread {
  public:
   explicit ScopedTaskThread(zo_base::SteadyClock& clock = zo_base::SteadyClock::OfSystem())
@@ -21,15 +21,15 @@ class ScopedTaskThread {
   zo_base::TaskThread* get() const { return thread_.get(); }
   zo_base::TaskThread* operator->() const { return thread_.get(); }
 
-  // Waits until all normal and priority tasks posted so far have run, and all delayed ones due.
+  // Waits until all normal and priority tasks posted so far and all due delayed tasks have run.
   [[nodiscard]] bool RunAllPosted() {
     const auto done = std::make_shared<Event>();
     thread_->PostTask([done] { done->Set(); });
     return done->Await();
   }
 
-  // Holds the started thread inside a normal task until Release, so that all that is posted
-  // meanwhile is there when it goes on.
+  // Keeps the started thread in a normal task until Release, so that tasks posted meanwhile queue
+  // up.
   [[nodiscard]] bool Hold() {
     const auto entered = std::make_shared<Event>();
     released_ = std::make_shared<Event>();
@@ -43,7 +43,7 @@ class ScopedTaskThread {
     if (released_) released_->Set();
   }
 
-  void Destroy() { thread_.reset(); }  // It has been stopped.
+  void Destroy() { thread_.reset(); }  // Stop it before.
 
  private:
   std::shared_ptr<Event> released_;

@@ -10,7 +10,7 @@
 
 namespace test_support {
 
-// A directory of its own, removed at the end of the scope by the process that made it.
+// A new directory. The process that made it removes it at the end of the scope.
 class TempDirectory {
  public:
   TempDirectory() {
@@ -32,7 +32,7 @@ class TempDirectory {
   std::string path_;
 };
 
-// The whole content; empty when there is no such file.
+// Returns the whole content; empty when there is no such file.
 inline std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};

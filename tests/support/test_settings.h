@@ -8,8 +8,8 @@
 
 namespace test_support {
 
-// Settings whose files are in a directory that goes with the test's process. HTTPDNS is off: it
-// would send requests beside those of the test.
+// Returns settings whose files are in a directory that is removed at the end of the process.
+// HTTPDNS is off: it would send requests of its own.
 inline zo_tarvel::_ZOTarvelEnvironmentSettings TestSettings() {
   static const TempDirectory directory;
   zo_tarvel::_ZOTarvelEnvironmentSettings settings;

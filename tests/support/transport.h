@@ -1,9 +1,7 @@
 #pragma once
 
-#include <chrono>
 #include <future>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,7 +27,7 @@ inline std::vector<std::uint8_t> Bytes(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
-// The real engine, which a test asks and waits for.
+// The real engine, with functions that wait for its responses.
 class Transport {
  public:
   explicit Transport(const std::string& trust_store = "", bool verify_always = false)
@@ -44,11 +42,7 @@ class Transport {
   }
 
   ResponsePtr Fetch(std::shared_ptr<const HttpRequest> request) {
-    auto response = Start(std::move(request));
-    if (response.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
-      throw std::runtime_error("no response");
-    }
-    return response.get();
+    return Start(std::move(request)).get();
   }
   ResponsePtr Fetch(const std::string& url) { return Fetch(Get(url)); }
 
@@ -56,7 +50,7 @@ class Transport {
   WQBASE::network::CurlRequestor requestor_;
 };
 
-// Milliseconds that `work` takes.
+// Returns how many milliseconds `work` takes.
 template <class F>
 std::int64_t MillisecondsOf(F&& work) {
   const std::int64_t begin = zo_base::SteadyMilliseconds();

@@ -27,12 +27,12 @@
 #include "tests/support/test_settings.h"
 #include "tests/support/transport.h"
 
-// What the transport may not do to the process that it lives in.
+// The transport leaves the process that it runs in alone.
 namespace {
 
 using namespace test_support;
 
-// Sends through the client of the environment that is up.
+// Sends through the environment's client.
 std::future<std::int64_t> Send(const std::string& url, int time_out_ms = 30'000) {
   const auto status = std::make_shared<std::promise<std::int64_t>>();
   const auto request = std::make_shared<WQBASE::network::HttpRequestUser>();
@@ -44,7 +44,7 @@ std::future<std::int64_t> Send(const std::string& url, int time_out_ms = 30'000)
   return status->get_future();
 }
 
-// Which signals the library's threads block, as bits. They have names of their own.
+// Returns which signals each thread of the library blocks, as bits. Their names tell them apart.
 std::vector<std::uint64_t> BlockedSignals() {
   std::vector<std::uint64_t> blocked;
   for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -59,9 +59,9 @@ std::vector<std::uint64_t> BlockedSignals() {
 // own, 32 and 33.
 constexpr std::uint64_t kBlockable = 0xffff'fffe'3ffb'fa27;
 
-// From now on the kernel ends this process when it changes what a signal does, or asks for or sets
-// the flags of a descriptor that the library has nothing to do with. What others do late is done
-// first: the C library's handler comes with the first thread, the only check for leaks sets some.
+// Has the kernel kill this process when it changes the action of a signal, or reads or sets the
+// flags of a descriptor that isn't the library's. Some changes that others make late are made
+// first: the C library sets a handler with the first thread, and a check for leaks sets some.
 bool ForbidMeddling() {
   std::thread([] {}).join();
   const auto check = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, "__lsan_do_leak_check"));
@@ -71,7 +71,7 @@ bool ForbidMeddling() {
   sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_rt_sigaction, 0, 2),
                         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
-                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 3, 4),  // No new one: just a look.
+                        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 3, 4),  // Null: it only reads.
                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fcntl, 0, 2),
                         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(own[0]), 1, 0),
@@ -82,13 +82,13 @@ bool ForbidMeddling() {
          syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program) == 0;
 }
 
-TEST(ProcessTest, KeepsItsSignalsAndIsNotHeldUpWhileANameServerIsSilent) {
+TEST(ProcessTest, WorksOnWhileTheNameServerIsSilent) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("nameserver 127.0.0.53\n")) return kNotPermitted;
     pollfd name_server{socket(AF_INET, SOCK_DGRAM, 0), POLLIN, 0};  // Nobody reads it.
     const sockaddr_in address{AF_INET, htons(53), {inet_addr("127.0.0.53")}, {}};
     EXPECT_EQ(bind(name_server.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    NginxServer server({.files = {{"index", "good"}}});  // No thread of this process.
+    NginxServer server({.files = {{"index", "good"}}});  // It runs in a process of its own.
     if (!ForbidMeddling()) return kNotPermitted;
     auto settings = TestSettings();
     settings.enable_httpdns = 1;
@@ -119,7 +119,7 @@ TEST(ProcessTest, KeepsItsSignalsAndIsNotHeldUpWhileANameServerIsSilent) {
   });
 }
 
-TEST(ProcessTest, KeepsWhatIsItsOwnThroughLivesOfTheLibraryAndForksAndNetworkChangesInThem) {
+TEST(ProcessTest, KeepsItsSignalActionsAndDescriptorsToItself) {
   EXPECT_GOOD_CHILD([] {
     CertificateAuthority authority;
     NginxServer tls({.listeners = {{"127.0.0.1", authority.Issue({"a.example"})}},
@@ -130,7 +130,7 @@ TEST(ProcessTest, KeepsWhatIsItsOwnThroughLivesOfTheLibraryAndForksAndNetworkCha
     if (!ForbidMeddling()) return kNotPermitted;
     EXPECT_EQ(WTERMSIG(RunInChild([] { return std::signal(SIGPIPE, SIG_IGN) != nullptr; })),
               SIGSYS);
-    for (const int networks : {0, 2, 2}) {  // Of each life of the library.
+    for (const int networks : {0, 2, 2}) {  // One life of the library each.
       const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
       EXPECT_EQ(BlockedSignals(), std::vector<std::uint64_t>(4, kBlockable));
       for (int network = 0; network < networks; ++network) {
@@ -158,7 +158,7 @@ TEST(ProcessTest, KeepsWhatIsItsOwnThroughLivesOfTheLibraryAndForksAndNetworkCha
   });
 }
 
-// What a program that this process executes finds open, but for files and local sockets.
+// Returns the descriptors, other than files and local sockets, that an executed program inherits.
 std::string InheritedDescriptors() {
   Program list({"/bin/bash", "-c",
                 "ls -l /proc/self/fd | grep -oP '(socket|anon_inode):\\K.*' | tr -d '[]' |"
@@ -167,13 +167,13 @@ std::string InheritedDescriptors() {
   return list.output();
 }
 
-TEST(ProcessTest, GetsAnAnswerForEachRequestWhenItRunsOutOfDescriptorsAndHandsNoneToItsChildren) {
+TEST(ProcessTest, OutlivesALackOfDescriptorsAndLeavesNoneToChildren) {
   EXPECT_GOOD_CHILD([] {
     const rlimit limit{2'200, 2'200};
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kNotPermitted;
     HttpServer server;
     Transport idle, transport;
-    EXPECT_NE(socket(AF_INET, SOCK_STREAM, 0), -1);  // The process's own, which they do inherit.
+    EXPECT_NE(socket(AF_INET, SOCK_STREAM, 0), -1);  // Inherited: it is the process's own.
     const auto before = InheritedDescriptors();
     EXPECT_NE(before, "");
     EXPECT_TRUE(idle.Fetch(server.url("/"))->success);

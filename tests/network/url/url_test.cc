@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(UrlTest, AnswersWhatIsAskedOfAUrl) {
+TEST(UrlTest, ReturnsThePartsOfAUrl) {
   const struct {
     std::string url, scheme, host, host_and_port;
     std::int32_t port;
@@ -46,7 +46,7 @@ TEST(UrlTest, AnswersWhatIsAskedOfAUrl) {
   EXPECT_EQ(GetPort("a://b:-99999999999999999999"), INT32_MIN);
 }
 
-// The usual text of the address, or none. Checks too that the two questions agree with it.
+// Returns the usual text of the address, or none. Also checks that the other functions agree.
 std::string Address(const std::string& text) {
   // The address sanitizer sees a read beyond a buffer of just the text's size.
   const std::vector<char> exact(text.begin(), text.end());
@@ -59,7 +59,7 @@ std::string Address(const std::string& text) {
   return bytes.empty() ? "" : CanonicalHost(text);
 }
 
-TEST(IPAddressTest, ReadsEveryFormOfAnAddressAndTakesNothingElseForOne) {
+TEST(IPAddressTest, ReadsEveryFormOfAnAddressAndNothingElse) {
   const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"1.2.3.4", {"1.2.3.4", "1.2.3.4.", "1.2.772", "1.0x20304", "16909060.", "0x1.02.3.000004"}},
       {"127.0.0.10", {"0x7f.0.0.10", "127.10", "0177.012", "0X7F.0xA", "0x7f.0x.0x.0x0000000000a"}},
@@ -88,7 +88,7 @@ TEST(IPAddressTest, ReadsEveryFormOfAnAddressAndTakesNothingElseForOne) {
   for (const std::string& text : others) EXPECT_EQ(Address(text), "") << text;
 }
 
-// A search inside of a search would take minutes.
+// A nested search would take minutes.
 TEST(HostileTextTest, OfAMebibyteIsRead) {
   const std::string text(std::size_t{1} << 20, '9');
   for (const char* part :

@@ -165,8 +165,8 @@ TEST(SecondTryTest, AsksNoFurtherServerAfterTheAgentHasStopped) {
   environment.InvokeHttpRequest(request, true);
   ASSERT_TRUE(asked.Await());
   const auto started = [] { return RecordedLog::Texts("[multiple]Send sub url request:").size(); };
-  const auto before = started();
   GetStorage()->http_agent->Uninit();
+  const auto before = started();
   stopped.Set();
   ASSERT_TRUE(sent.Await());
   // The transport would have delivered that answer before the one to this request.

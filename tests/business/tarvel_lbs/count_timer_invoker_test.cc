@@ -33,9 +33,8 @@ class CountTimerInvokerTest : public ::testing::Test {
   std::string ran_;  // Names of the tasks that ran.
   test_support::ManualClock clock_;
   test_support::ScopedTaskThread thread_{clock_};
-  const std::shared_ptr<CountTimerInvoker> invoker_ =
-      std::make_shared<CountTimerInvoker>(3, kSpan,
-                                          thread_->shared_from_this<zo_base::TaskThread>());
+  const std::shared_ptr<CountTimerInvoker> invoker_ = std::make_shared<CountTimerInvoker>(
+      3, kSpan, thread_->shared_from_this<zo_base::TaskThread>());
 };
 
 TEST_F(CountTimerInvokerTest, RunsTheLatestTaskOfABurst) {

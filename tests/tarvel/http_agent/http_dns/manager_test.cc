@@ -82,7 +82,8 @@ class HttpDNSManagerTest : public testing::Test {
   // Each with the name that it stands for.
   Texts UrlsSent(std::size_t request) const {
     Texts urls;
-    for (const auto& entry : sent_.at(request).urls) urls.push_back(entry.host + " " + entry.url.text());
+    for (const auto& entry : sent_.at(request).urls)
+      urls.push_back(entry.host + " " + entry.url.text());
     return urls;
   }
   void Query(const Texts& hosts) {

@@ -106,7 +106,6 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
       {"empty first", 302, kMethodGet, "\r\nLocation: /end\r\nLocation: /", "GET  /end 127.0.0.1"},
       {"ambiguous", 302, kMethodGet, "http://x.example\\@" + server_.url("/").substr(7)},
       {"own url", 302, kMethodGet, "{server}/start"},
-      {"endless", 302, kMethodGet, "/start"},
       {"no location", 302, kMethodGet, ""},
       {"not a redirect", 300, kMethodGet, "/end"},
       {"file", 302, kMethodGet, "file:///etc/hosts"},
@@ -126,7 +125,7 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     if (row.end.empty()) {
       EXPECT_EQ(response->status, row.status);
       EXPECT_EQ(response->body_text, "redirected");
-      EXPECT_THAT(response->error_text, HasSubstr(row.name == "endless" ? "20" : " "));
+      EXPECT_NE(response->error_text, "");
       continue;
     }
     EXPECT_EQ(response->status, 200);
@@ -138,6 +137,9 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     EXPECT_EQ(seen.header("Authorization"), elsewhere ? "" : "secret");
   }
   EXPECT_THAT(other.requests(), testing::SizeIs(1));
+  other.Answer("/", [](auto&&) { return ServerAnswer{302, {{"Location", "/"}}}; });
+  EXPECT_THAT(transport_.Fetch(other.url("/"))->error_text, HasSubstr("(20)"));
+  EXPECT_THAT(other.requests(), testing::SizeIs(1 + 1 + 20));
 
   RawServer silent(NeverAnswers());
   server_.Answer("/start", [&](auto&&) {

@@ -21,28 +21,6 @@ void AppendNumber(std::string& out, Format... number_and_format) {
   out.append(digits, end);
 }
 
-// The escape of a byte, or null when it stands for itself.
-const char* EscapeOf(unsigned char byte) {
-  switch (byte) {
-    case '\\':
-      return "\\\\";
-    case '"':
-      return "\\\"";
-    case '\b':
-      return "\\b";
-    case '\t':
-      return "\\t";
-    case '\n':
-      return "\\n";
-    case '\f':
-      return "\\f";
-    case '\r':
-      return "\\r";
-    default:
-      return nullptr;
-  }
-}
-
 void AppendUnicodeEscape(unsigned char byte, std::string& out) {
   out += "\\u00";
   out += "0123456789abcdef"[byte >> 4];
@@ -78,8 +56,8 @@ std::size_t AppendSpecial(const std::string& value, std::size_t at, std::string&
       return 3;
     }
     out += value[at];
-  } else if (const char* escape = EscapeOf(byte)) {
-    out += escape;
+  } else if (const auto place = kEscapedBytes.find(value[at]); place != kEscapedBytes.npos) {
+    out.append("\\").append(1, kEscapeLetters[place]);
   } else {
     AppendUnicodeEscape(byte, out);
   }

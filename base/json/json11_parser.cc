@@ -1,15 +1,13 @@
 #include <charconv>
-#include <clocale>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
-#include "base/json/json11.h"
+#include "base/json/json11_value.h"
+#include "base/text/numbers.h"
+#include "base/text/utf8.h"
 
 namespace zo_base::json11 {
 namespace {
@@ -19,6 +17,7 @@ constexpr int kMaxDepth = 200;
 // A number of fewer characters, the sign included, becomes a 64-bit integer.
 constexpr std::size_t kDoubleFromLength = 10;
 
+bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // How a message shows a character.
@@ -29,45 +28,18 @@ std::string Rendered(char c) {
   return text.append("(").append(std::to_string(code)).append(")");
 }
 
-void AppendUtf8(std::uint32_t code, std::string& out) {
-  const auto continuation = [code](int shift) {
-    return static_cast<char>(0x80 | (code >> shift & 0x3f));
-  };
-  if (code < 0x80) {
-    out += static_cast<char>(code);
-  } else if (code < 0x800) {
-    out += static_cast<char>(0xc0 | code >> 6);
-    out += continuation(0);
-  } else if (code < 0x10000) {
-    out += static_cast<char>(0xe0 | code >> 12);
-    out += continuation(6);
-    out += continuation(0);
-  } else {
-    out += static_cast<char>(0xf0 | code >> 18);
-    out += continuation(12);
-    out += continuation(6);
-    out += continuation(0);
-  }
-}
-
 bool IsHighSurrogate(std::uint32_t code) { return code >= 0xd800 && code <= 0xdbff; }
 bool IsLowSurrogate(std::uint32_t code) { return code >= 0xdc00 && code <= 0xdfff; }
 
-// The locale of every number in a JSON text, whatever the client has set. Freed by nobody.
-locale_t NumberLocale() {
-  static const locale_t locale = newlocale(LC_NUMERIC_MASK, "C", nullptr);
-  return locale;
-}
+// What a function returns after a failure, whatever its type: a value of no meaning.
+struct Failed {
+  template <class T>
+  operator T() const {
+    return T();
+  }
+};
 
-double ToDouble(std::string_view text) {
-  double value = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (result.ec == std::errc()) return value;
-  // Out of range: this one says on which side.
-  return strtod_l(std::string(text).c_str(), nullptr, NumberLocale());
-}
-
-// Parses one text. Keeps the first failure; after one, every operation answers at once.
+// Parses one text. Keeps the first failure; after one, every operation returns at once.
 class Parser {
  public:
   Parser(std::string_view in, JsonParse strategy) : in_(in), strategy_(strategy) {}
@@ -82,7 +54,7 @@ class Parser {
   std::string TakeError() { return std::move(error_); }
 
  private:
-  Json Fail(std::string error) {
+  Failed Fail(std::string error) {
     if (!failed_) error_ = std::move(error);
     failed_ = true;
     return {};
@@ -91,10 +63,7 @@ class Parser {
   bool AtEnd() const { return at_ == in_.size(); }
 
   void SkipBlanks() {
-    while (!AtEnd() &&
-           (in_[at_] == ' ' || in_[at_] == '\n' || in_[at_] == '\r' || in_[at_] == '\t')) {
-      ++at_;
-    }
+    while (!AtEnd() && IsBlank(in_[at_])) ++at_;
   }
 
   void SkipGarbage() {
@@ -107,33 +76,22 @@ class Parser {
   bool SkipComment() {
     if (failed_ || AtEnd() || in_[at_] != '/') return false;
     ++at_;
-    if (AtEnd()) return FailComment("unexpected end of input after start of comment");
+    if (AtEnd()) return Fail("unexpected end of input after start of comment");
     const char kind = in_[at_++];
-    if (kind != '/' && kind != '*') return FailComment("malformed comment");
+    if (kind != '/' && kind != '*') return Fail("malformed comment");
     const std::string_view end = kind == '/' ? "\n" : "*/";
     const std::size_t found = in_.find(end, at_);
-    if (found == std::string_view::npos) {
-      at_ = in_.size();
-      if (kind == '*') return FailComment("unexpected end of input inside multi-line comment");
-      return true;
-    }
-    at_ = found + end.size();
+    const bool is_open = found == std::string_view::npos;
+    if (is_open && kind == '*') return Fail("unexpected end of input inside multi-line comment");
+    at_ = is_open ? in_.size() : found + end.size();
     return true;
-  }
-
-  bool FailComment(const char* error) {
-    Fail(error);
-    return false;
   }
 
   // The next character that is no garbage; 0 after a failure.
   char NextToken() {
     SkipGarbage();
-    if (failed_) return 0;
-    if (AtEnd()) {
-      Fail("unexpected end of input");
-      return 0;
-    }
+    if (failed_) return Failed();
+    if (AtEnd()) return Fail("unexpected end of input");
     return in_[at_++];
   }
 
@@ -149,7 +107,7 @@ class Parser {
       case 'n':
         return ParseWord("null", Json());
       case '"':
-        return ParseStringValue();
+        return Json(ParseString());
       case '{':
         return ParseObject(depth);
       case '[':
@@ -174,25 +132,20 @@ class Parser {
   Json ParseObject(int depth) {
     Json::object members;
     char token = NextToken();
-    if (token == '}') return Json(std::move(members));
-    while (!failed_) {
+    while (!failed_ && token != '}') {
       if (token != '"') return Fail("expected '\"' in object, got " + Rendered(token));
       std::string key = ParseString();
-      if (failed_) break;
       token = NextToken();
-      if (failed_) break;
       if (token != ':') return Fail("expected ':' in object, got " + Rendered(token));
       Json value = ParseValue(depth + 1);
-      if (failed_) break;
       // Sorted keys, as our own dump writes them, go in at the end without a search.
       members.insert_or_assign(members.end(), std::move(key), std::move(value));
       token = NextToken();
-      if (token == '}') return Json(std::move(members));
-      if (failed_) break;
+      if (token == '}') break;
       if (token != ',') return Fail("expected ',' in object, got " + Rendered(token));
       token = NextToken();
     }
-    return {};
+    return Json(std::move(members));
   }
 
   Json ParseArray(int depth) {
@@ -201,12 +154,11 @@ class Parser {
     if (!failed_) --at_;
     while (!failed_) {
       values.push_back(ParseValue(depth + 1));
-      if (failed_) break;
       const char token = NextToken();
-      if (token == ']') return Json(std::move(values));
-      if (!failed_ && token != ',') return Fail("expected ',' in list, got " + Rendered(token));
+      if (token == ']') break;
+      if (token != ',') return Fail("expected ',' in list, got " + Rendered(token));
     }
-    return {};
+    return Json(std::move(values));
   }
 
   // The character at the index, as the number rules see it; 0 stands for the end as well.
@@ -235,7 +187,7 @@ class Parser {
       return Json(value);
     }
     if (!SkipFraction() || !SkipExponent()) return {};
-    return Json(ToDouble(in_.substr(start, at_ - start)));
+    return Json(ReadDouble(in_.substr(start, at_ - start)));
   }
 
   bool SkipFraction() {
@@ -252,14 +204,9 @@ class Parser {
   }
 
   bool SkipRequiredDigits(const char* error) {
-    if (!IsDigit(Peek())) Fail(error);
+    if (!IsDigit(Peek())) return Fail(error);
     SkipDigits();
-    return !failed_;
-  }
-
-  Json ParseStringValue() {
-    std::string text = ParseString();
-    return failed_ ? Json() : Json(std::move(text));
+    return true;
   }
 
   // After the opening quote, to behind the closing one.
@@ -268,22 +215,24 @@ class Parser {
     std::uint32_t pending = kNone;  // A code point held back: it may be half of a pair.
     while (true) {
       AppendPlainRun(out, pending);
-      if (AtEnd()) return FailString("unexpected end of input in string");
+      if (AtEnd()) return Fail("unexpected end of input in string");
       const char c = in_[at_++];
       if (c == '"') {
         Flush(pending, out);
         return out;
       }
-      if (c != '\\') return FailString("unescaped " + Rendered(c) + " in string");
-      if (AtEnd()) return FailString("unexpected end of input in string");
+      if (c != '\\') return Fail("unescaped " + Rendered(c) + " in string");
+      if (AtEnd()) return Fail("unexpected end of input in string");
       const char escape = in_[at_++];
       if (escape == 'u') {
         if (!ParseUnicodeEscape(pending, out)) return {};
       } else {
         Flush(pending, out);
-        const char plain = Unescaped(escape);
-        if (plain == 0) return FailString("invalid escape character " + Rendered(escape));
-        out += plain;
+        const std::size_t place = kEscapeLetters.find(escape);
+        if (place == std::string_view::npos) {
+          return Fail("invalid escape character " + Rendered(escape));
+        }
+        out += kEscapedBytes[place];
       }
     }
   }
@@ -299,34 +248,12 @@ class Parser {
     out.append(in_, run, at_ - run);
   }
 
-  static char Unescaped(char escape) {
-    switch (escape) {
-      case 'b':
-        return '\b';
-      case 'f':
-        return '\f';
-      case 'n':
-        return '\n';
-      case 'r':
-        return '\r';
-      case 't':
-        return '\t';
-      case '"':
-      case '\\':
-      case '/':
-        return escape;
-      default:
-        return 0;
-    }
-  }
-
   bool ParseUnicodeEscape(std::uint32_t& pending, std::string& out) {
     const std::string_view digits = in_.substr(at_, 4);
     std::uint32_t code = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
     if (digits.size() != 4 || result.ptr != digits.data() + 4) {
-      Fail("bad \\u escape: " + std::string(digits));
-      return false;
+      return Fail("bad \\u escape: " + std::string(digits));
     }
     at_ += 4;
     if (IsHighSurrogate(pending) && IsLowSurrogate(code)) {
@@ -342,11 +269,6 @@ class Parser {
   static void Flush(std::uint32_t& pending, std::string& out) {
     if (pending != kNone) AppendUtf8(pending, out);
     pending = kNone;
-  }
-
-  std::string FailString(std::string error) {
-    Fail(std::move(error));
-    return {};
   }
 
   static constexpr std::uint32_t kNone = ~std::uint32_t{0};  // No code point.

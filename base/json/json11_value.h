@@ -3,6 +3,7 @@
 #include <compare>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "base/json/json11.h"
@@ -49,6 +50,10 @@ class JsonPayloads {
 
 // About how long the text will be. Making room at once is cheaper than growing with a long text.
 std::size_t LikelyDumpSize(const Json& value);
+
+// Behind a backslash, a letter stands for the byte at the same place. "/" may also stand plain.
+inline constexpr std::string_view kEscapeLetters = "\"\\bfnrt/";
+inline constexpr std::string_view kEscapedBytes = "\"\\\b\f\n\r\t/";
 
 // Appends the text of one kind.
 void DumpNumber(double value, std::string& out);

@@ -17,6 +17,10 @@ Integer ReadNumber(std::string_view text, Integer fallback) {
   return read.ec == std::errc() && read.ptr == end ? number : fallback;
 }
 
+// The decimal number `text`, in the form of JSON, whatever locale the client has set. Beyond the
+// range it is infinite or 0.
+double ReadDouble(std::string_view text);
+
 // The integer part of a number that may come from anywhere: beyond the range of `Integer` the
 // nearer end of that, and 0 for what is no number.
 template <class Integer>

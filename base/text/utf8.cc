@@ -1,59 +1,60 @@
 #include "base/text/utf8.h"
 
+#include <bit>
 #include <cstddef>
 
 namespace zo_base {
 namespace {
 
-// What may follow a first byte: how many bytes, and the range of the second one, which keeps out
-// long forms, surrogates and all beyond U+10FFFF.
-struct Sequence {
-  std::size_t following = 0;
-  unsigned char lowest = 0x80;
-  unsigned char highest = 0xbf;
-};
+constexpr std::uint32_t kHighestCode = 0x10ffff;
 
-// False for a byte that can't be the first.
-bool SequenceOf(unsigned char first, Sequence& sequence) {
-  if (first < 0x80) {
-    sequence = {0};
-  } else if (first >= 0xc2 && first <= 0xdf) {
-    sequence = {1};
-  } else if (first >= 0xe0 && first <= 0xef) {
-    sequence = {2};
-    if (first == 0xe0) sequence.lowest = 0xa0;
-    if (first == 0xed) sequence.highest = 0x9f;
-  } else if (first >= 0xf0 && first <= 0xf4) {
-    sequence = {3};
-    if (first == 0xf0) sequence.lowest = 0x90;
-    if (first == 0xf4) sequence.highest = 0x8f;
-  } else {
-    return false;
-  }
-  return true;
+std::size_t LengthOf(std::uint32_t code) {
+  if (code < 0x80) return 1;
+  if (code < 0x800) return 2;
+  return code < 0x10000 ? 3 : 4;
 }
 
-bool IsIn(unsigned char byte, unsigned char lowest, unsigned char highest) {
-  return byte >= lowest && byte <= highest;
+bool IsContinuation(char byte) { return (byte & 0xc0) == 0x80; }
+bool IsSurrogate(std::uint32_t code) { return code >= 0xd800 && code <= 0xdfff; }
+
+// How long the sequence at the front of `bytes` is, which isn't empty; 0 when it is malformed.
+std::size_t LengthOfFirst(std::string_view bytes) {
+  const auto first = static_cast<unsigned char>(bytes[0]);
+  if (first < 0x80) return 1;
+  const auto length = static_cast<std::size_t>(std::countl_one(first));
+  if (length < 2 || length > 4 || length > bytes.size()) return 0;
+  std::uint32_t code = first & (0x7fU >> length);
+  for (std::size_t i = 1; i < length; ++i) {
+    if (!IsContinuation(bytes[i])) return 0;
+    code = code << 6 | (bytes[i] & 0x3f);
+  }
+  const bool well_formed = LengthOf(code) == length && code <= kHighestCode && !IsSurrogate(code);
+  return well_formed ? length : 0;
 }
 
 }  // namespace
 
 bool IsUtf8(std::string_view bytes) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    Sequence sequence;
-    if (!SequenceOf(static_cast<unsigned char>(bytes[at]), sequence)) return false;
-    if (bytes.size() - at <= sequence.following) return false;
-    for (std::size_t i = 1; i <= sequence.following; ++i) {
-      const auto byte = static_cast<unsigned char>(bytes[at + i]);
-      const bool is_second = i == 1;
-      if (!IsIn(byte, is_second ? sequence.lowest : 0x80, is_second ? sequence.highest : 0xbf)) {
-        return false;
-      }
-    }
-    at += sequence.following + 1;
+  while (!bytes.empty()) {
+    const std::size_t length = LengthOfFirst(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
   }
   return true;
+}
+
+void AppendUtf8(std::uint32_t code, std::string& out) {
+  const std::size_t length = LengthOf(code);
+  if (length == 1) {
+    out += static_cast<char>(code);
+    return;
+  }
+  std::size_t shift = 6 * (length - 1);
+  out += static_cast<char>(0xf00U >> length | code >> shift);  // As many ones as bytes, and a zero.
+  while (shift > 0) {
+    shift -= 6;
+    out += static_cast<char>(0x80 | (code >> shift & 0x3f));
+  }
 }
 
 }  // namespace zo_base

@@ -15,8 +15,6 @@ Condition::Condition() noexcept {
 
 Condition::~Condition() { pthread_cond_destroy(&condition_); }
 
-void Condition::NotifyOne() noexcept { pthread_cond_signal(&condition_); }
-
 void Condition::NotifyAll() noexcept { pthread_cond_broadcast(&condition_); }
 
 bool Condition::WaitUntil(_thread_recursive_mutex& mutex, std::int64_t steady_ms) noexcept {

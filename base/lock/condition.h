@@ -20,7 +20,6 @@ class Condition {
   Condition(const Condition&) = delete;
   Condition& operator=(const Condition&) = delete;
 
-  void NotifyOne() noexcept;
   void NotifyAll() noexcept;
 
   // Waits for a notification until `steady_ms` (see SteadyMilliseconds). Answers true on time-out.

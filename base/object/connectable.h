@@ -37,10 +37,20 @@ class ConnectAble {
   void Emit(SignalId signal, const std::type_identity_t<Args>&... args);
 
   // Drops all connections of one signal; of all signals when null.
-  void Disconnect(SignalId signal);
+  void Disconnect(SignalId signal) {
+    std::map<SignalId, ZOAny> dropped;  // Slots are destroyed after the lock is released.
+    MutexLock lock(signals->lock);
+    if (signal == nullptr) {
+      dropped.swap(signals->signals);
+    } else if (auto entry = signals->signals.extract(signal)) {
+      dropped.insert(std::move(entry));
+    }
+  }
 
-  // Whether anybody is connected to `signal`.
-  bool HasConnections(SignalId signal) const;
+  bool HasConnections(SignalId signal) const {
+    MutexLock lock(signals->lock);
+    return signals->signals.count(signal) != 0;
+  }
 
  private:
   template <class... Args>
@@ -76,7 +86,7 @@ zo_sigslot::connection ConnectAble::Connect(SignalId signal, F&& callable) {
       added.get(), std::forward<F>(callable));
 
   PublishedTable<Args...> replaced = std::make_shared<const ConnectionTable<Args...>>();
-  MutexLock lock(signals->lock);  // Released before `replaced` dies.
+  MutexLock lock(signals->lock);  // Released before `replaced` is destroyed.
   const auto entry = signals->signals.try_emplace(signal, replaced).first;
   auto& published = ZOAnyCast<PublishedTable<Args...>>(entry->second);
   auto changed = std::make_shared<ConnectionTable<Args...>>(*published);
@@ -102,7 +112,7 @@ void ConnectAble::Emit(SignalId signal, const std::type_identity_t<Args>&... arg
 
 template <class... Args>
 void ConnectAble::Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id) {
-  PublishedTable<Args...> replaced;  // Slots die after the lock is released.
+  PublishedTable<Args...> replaced;  // Slots are destroyed after the lock is released.
   MutexLock lock(table.lock);
   const auto entry = table.signals.find(signal);
   // After a disconnect of all, the signal may have been connected anew with other types.

@@ -35,7 +35,6 @@ class slot_state {
   virtual bool connected() const { return connected_.load(std::memory_order_acquire); }
   virtual void disconnect() { owner_->disconnect(); }
   bool blocked() const { return blocked_.load(std::memory_order_acquire); }
-  void set_blocked(bool blocked) { blocked_.store(blocked, std::memory_order_release); }
 
  private:
   std::atomic<bool> connected_{true};

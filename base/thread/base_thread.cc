@@ -26,22 +26,6 @@ BaseThread::BaseThread(std::string name, std::function<void()> proc)
 
 BaseThread::~BaseThread() { StopAndJoin(); }
 
-std::string BaseThread::GetName() { return name; }
-
-pthread_t BaseThread::GetThreadId() { return thread_id.load(std::memory_order_acquire); }
-
-std::uint64_t BaseThread::GetNumericThreadId() { return static_cast<std::uint64_t>(GetThreadId()); }
-
-bool BaseThread::IsRunning() { return running.load(std::memory_order_acquire); }
-
-bool BaseThread::IsStopping() { return stopping_requested() && IsRunning(); }
-
-bool BaseThread::IsCurrentThread() {
-  return pthread_equal(pthread_self(), thread_id.load(std::memory_order_acquire)) != 0;
-}
-
-bool BaseThread::IsReady() { return IsRunning(); }
-
 void BaseThread::BindProc() {
   if (!proc) proc = [this] { Run(); };
 }
@@ -114,8 +98,6 @@ void BaseThread::RunThreadMain() {
   ended.store(true, std::memory_order_release);
 }
 
-void BaseThread::Stop() { StopAndJoin(); }
-
 void BaseThread::StopAndJoin() {
   stopping.store(true, std::memory_order_release);
   if (!InForkedChild()) CallStopClosure();  // There it may wait for a lock of the thread's.
@@ -143,16 +125,12 @@ std::shared_ptr<NativeThread> BaseThread::CurrentNativeThread() {
   return thread;
 }
 
-void BaseThread::SetThreadInfo(const ThreadInfo& info) { SetCurrentThreadInfo(info); }
-
 void BaseThread::FillThreadInfo(ThreadInfo& info) {
   info.thread_id = GetThreadId();
   info.current_id = pthread_self();
   info.name = name;
   OnFillThreadInfo(info);
 }
-
-void BaseThread::ClearThreadInfo() { ClearCurrentThreadInfo(); }
 
 void BaseThread::OnThreadBegin() {
   Emit<>(SIG_InternalBegin);
@@ -163,11 +141,5 @@ void BaseThread::OnThreadEnd() {
   Emit<>(SIG_ThreadEnd);
   Emit<>(SIG_InternalEnd);
 }
-
-void BaseThread::OnFillThreadInfo(ThreadInfo&) {}
-
-void BaseThread::Run() {}
-
-std::shared_ptr<std::function<void()>> BaseThread::CreateStopClosure() { return nullptr; }
 
 }  // namespace zo_base

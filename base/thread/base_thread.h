@@ -53,11 +53,13 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   explicit BaseThread(std::string name, std::function<void()> proc = nullptr);
   ~BaseThread() override;
 
-  std::string GetName() override;    // The whole name; the system shows its first 15 characters.
-  pthread_t GetThreadId() override;  // Zero until the thread has begun.
-  std::uint64_t GetNumericThreadId() override;
-  bool IsRunning() override;
-  bool IsStopping() override;  // Stop was called and the thread hasn't ended.
+  std::string GetName() override { return name; }  // Whole; the system shows 15 characters.
+  // Zero until the thread has begun.
+  pthread_t GetThreadId() override { return thread_id.load(std::memory_order_acquire); }
+  std::uint64_t GetNumericThreadId() override { return std::uint64_t{GetThreadId()}; }
+  bool IsRunning() override { return running.load(std::memory_order_acquire); }
+  // Stop was called and the thread hasn't ended.
+  bool IsStopping() override { return stopping_requested() && IsRunning(); }
 
   // Returns when the thread is ready (or has already ended). Raises std::bad_weak_ptr when no
   // shared_ptr owns this object, and std::system_error "thread constructor failed" when the system
@@ -69,25 +71,25 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
 
   // Tells the body to end and waits for it. On the thread itself, and on a thread that it waits
   // for, it only tells; a later Stop from another thread waits.
-  void Stop() override;
+  void Stop() override { StopAndJoin(); }
   void Join() override;
 
   // Runs the body on the calling thread under another name, and returns when it has ended.
   void StartOnCurrentThread(const std::string& name) override;
 
-  bool IsCurrentThread() override;
-  void SetThreadInfo(const ThreadInfo& info) override;
+  bool IsCurrentThread() override { return pthread_equal(pthread_self(), GetThreadId()) != 0; }
+  void SetThreadInfo(const ThreadInfo& info) override { SetCurrentThreadInfo(info); }
   void FillThreadInfo(ThreadInfo& info) override;
-  void ClearThreadInfo() override;
+  void ClearThreadInfo() override { ClearCurrentThreadInfo(); }
 
   // For those who build on this class. All run on the thread itself, but for IsReady.
-  virtual bool IsReady();  // Whether Start may return.
+  virtual bool IsReady() { return IsRunning(); }  // Whether Start may return.
   virtual void OnThreadBegin();
   virtual void OnThreadEnd();
-  virtual void OnFillThreadInfo(ThreadInfo& info);
-  virtual void Run();
+  virtual void OnFillThreadInfo(ThreadInfo&) {}
+  virtual void Run() {}
   // The function that gets the body out of its wait, called by Stop. The object keeps it alive.
-  virtual std::shared_ptr<std::function<void()>> CreateStopClosure();
+  virtual std::shared_ptr<std::function<void()>> CreateStopClosure() { return nullptr; }
 
  protected:
   // What Stop does, for destructors: calls nothing virtual.

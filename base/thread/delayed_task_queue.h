@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "base/thread/task_loop.h"
@@ -33,15 +34,18 @@ class DelayedTaskQueue {
   // The value of `times` that repeats until the thread stops; every negative value becomes it.
   static constexpr std::int64_t kEndless = std::numeric_limits<std::int64_t>::max();
 
-  void Add(std::int64_t now_ms, std::int32_t delay_ms, std::int64_t times, Task task);
+  void Add(std::int64_t now_ms, std::int32_t delay_ms, std::int64_t times, Task task) {
+    if (times < 0) times = kEndless;
+    GroupAt(now_ms + delay_ms).tasks.push_back({delay_ms, times, std::move(task)});
+  }
 
   bool empty() const { return groups_.empty(); }
   // When the first group is due; kNever without one.
   std::int64_t earliest_run_at() const { return groups_.empty() ? kNever : groups_.begin()->first; }
 
   // Calls `run(entry)` for each task of each group that `clock()` says is due, and drops the groups
-  // walked to their end. `run` answers false to leave the walk; the group then stays. It may add
-  // tasks: one for this very group runs in this walk. Answers false when the walk was left.
+  // walked to their end. `run` returns false to leave the walk; the group then stays. It may add
+  // tasks: one for this very group runs in this walk. Returns false when the walk was left.
   template <class Clock, class Run>
   bool RunDue(Clock&& clock, Run&& run) {
     for (auto group = groups_.begin(); group != groups_.end() && group->first <= clock();) {
@@ -56,7 +60,14 @@ class DelayedTaskQueue {
   }
 
  private:
-  DelayedTaskGroup& GroupAt(std::int64_t run_at);
+  DelayedTaskGroup& GroupAt(std::int64_t run_at) {
+    DelayedTaskGroup*& last_used = LastUsedBeside(run_at);
+    if (last_used == nullptr || last_used->run_at != run_at) {
+      last_used = &groups_.try_emplace(run_at).first->second;
+      last_used->run_at = run_at;
+    }
+    return *last_used;
+  }
   DelayedTaskGroup*& LastUsedBeside(std::int64_t run_at) {
     return last_used_[static_cast<std::uint64_t>(run_at) % last_used_.size()];
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/thread/task_loop.h"
+#include "base/thread/thread_info.h"
 
 namespace zo_base {
 
@@ -13,24 +14,15 @@ namespace zo_base {
 // of all locks, and in a member function that logs in front of all else.
 //
 // Threads: each thread has its own.
-class LibraryCall {
+class LibraryCall : ThreadScope<LibraryCall> {
  public:
-  LibraryCall();
   ~LibraryCall();
-  LibraryCall(const LibraryCall&) = delete;
-  LibraryCall& operator=(const LibraryCall&) = delete;
+  using ThreadScope::depth;
 };
 
 // The calling thread is in the client's log function, for the length of a scope.
-class LogFunctionCall {
- public:
-  LogFunctionCall();
-  ~LogFunctionCall();
-  LogFunctionCall(const LogFunctionCall&) = delete;
-  LogFunctionCall& operator=(const LogFunctionCall&) = delete;
-};
-
-bool InLogFunction();
+using LogFunctionCall = ThreadScope<class LogFunction>;
+inline bool InLogFunction() { return LogFunctionCall::depth() > 0; }
 
 // Keeps `task` for the end of the outermost LibraryCall of the calling thread, which must be in
 // one. Tasks run in the order in which they were kept. `task` holds what it works on weakly.

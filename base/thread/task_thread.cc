@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <utility>
-#include <vector>
 
 #include "base/thread/library_call.h"
 
@@ -27,10 +26,9 @@ constexpr std::chrono::microseconds kGatheringPause{2};
 class TaskThread::ThreadTaskLoop final : public ITaskLoop {
  public:
   void AttachDelegate(std::shared_ptr<ITaskDelegate> delegate) override {
-    auto next = std::make_unique<const Delegate>(delegate);
-    MutexLock lock(lock_);
-    delegate_.store(next.get(), std::memory_order_release);
-    attached_.push_back(std::move(next));
+    ZO_ASSERT(!attached_);
+    delegate_ = std::move(delegate);
+    attached_.store(true, std::memory_order_release);
   }
   void PostTask(Task task) override {
     if (const auto thread = Living()) thread->PostTask(std::move(task));
@@ -49,17 +47,12 @@ class TaskThread::ThreadTaskLoop final : public ITaskLoop {
   }
 
  private:
-  using Delegate = std::weak_ptr<ITaskDelegate>;
-
-  std::shared_ptr<ITaskDelegate> Living() {
-    const Delegate* const delegate = delegate_.load(std::memory_order_acquire);
-    return delegate != nullptr ? delegate->lock() : nullptr;
+  std::shared_ptr<ITaskDelegate> Living() const {
+    return attached_.load(std::memory_order_acquire) ? delegate_.lock() : nullptr;
   }
 
-  // The last of `attached_`. Posters read it without a lock, so what was attached once is kept.
-  std::atomic<const Delegate*> delegate_{nullptr};
-  _thread_recursive_mutex lock_;
-  std::vector<std::unique_ptr<const Delegate>> attached_ ZO_GUARDED_BY(lock_);
+  std::weak_ptr<ITaskDelegate> delegate_;  // Written once; posters read it when `attached_`.
+  std::atomic<bool> attached_{false};
 };
 
 TaskThread::TaskThread(std::string name, SteadyClock& clock)
@@ -73,16 +66,10 @@ TaskThread::~TaskThread() {
   do_stop.reset();
 }
 
-std::shared_ptr<ITaskLoop> TaskThread::GetTaskLoop() { return task_loop; }
-
-bool TaskThread::IsReady() { return ready.load(std::memory_order_acquire); }
-
 void TaskThread::OnThreadBegin() {
   task_loop->AttachDelegate(shared_from_this<ITaskDelegate>());
   BaseThread::OnThreadBegin();
 }
-
-void TaskThread::OnFillThreadInfo(ThreadInfo& info) { info.task_loop = task_loop; }
 
 void TaskThread::Run() {
   RunLoop();
@@ -95,7 +82,7 @@ std::shared_ptr<std::function<void()>> TaskThread::CreateStopClosure() {
 }
 
 void TaskThread::_DoStop() {
-  WakeUp(Wake::kAll);
+  WakeUp();
   TaskThread::PostTask([] {});
 }
 
@@ -108,7 +95,7 @@ void TaskThread::PostTask(Task task) {
       normal_posted.store(true, std::memory_order_release);
     }
   }
-  WakeUp(Wake::kOne);
+  WakeUp();
 }
 
 void TaskThread::PostPriorityTask(Task task) {
@@ -117,7 +104,7 @@ void TaskThread::PostPriorityTask(Task task) {
     priority_incoming.push_back(std::move(task));
     priority_posted.store(true, std::memory_order_release);
   }
-  WakeUp(Wake::kOne);
+  WakeUp();
 }
 
 void TaskThread::PostDelayedTask(std::int32_t delay_ms, Task task) {
@@ -146,21 +133,16 @@ void TaskThread::PostDelayed(std::int32_t delay_ms, std::int64_t times, Task tas
   }
   // A thread that waits for an earlier task anyway would only go back to its wait, unless the
   // wake-up gave it an idle task to run.
-  if (is_earliest || idle_posted.load(std::memory_order_acquire)) WakeUp(Wake::kAll);
+  if (is_earliest || idle_posted.load(std::memory_order_acquire)) WakeUp();
 }
 
-void TaskThread::WakeUp(Wake whom) {
+void TaskThread::WakeUp() {
   // Set before the thread's last look at the queues, so a post that comes too late for that look
   // sees it. See WaitForWork.
   if (!waiting.load(std::memory_order_acquire)) return;
   MutexLock lock(wake_lock);
   // One wake-up is enough for all posts until the thread waits again.
-  if (!waiting.exchange(false, std::memory_order_acq_rel)) return;
-  if (whom == Wake::kAll) {
-    wake_condition.NotifyAll();
-  } else {
-    wake_condition.NotifyOne();
-  }
+  if (waiting.exchange(false, std::memory_order_acq_rel)) wake_condition.NotifyAll();
 }
 
 void TaskThread::RunLoop() {

@@ -38,7 +38,7 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   explicit TaskThread(std::string name, SteadyClock& clock = SteadyClock::OfSystem());
   ~TaskThread() override;
 
-  virtual std::shared_ptr<ITaskLoop> GetTaskLoop();
+  virtual std::shared_ptr<ITaskLoop> GetTaskLoop() { return task_loop; }
   void PostTask(Task task) override ZO_EXCLUDES(normal_lock);
   void PostLoopTask(std::int32_t delay_ms, Task task, std::int32_t times) override;
   void PostPriorityTask(Task task) override ZO_EXCLUDES(priority_lock);
@@ -46,9 +46,10 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   void PostIdleTask(Task task) override ZO_EXCLUDES(idle_lock);
   virtual void RunLoop();
 
-  bool IsReady() override;  // The loop is alive.
+  // Whether the loop is alive.
+  bool IsReady() override { return ready.load(std::memory_order_acquire); }
   void OnThreadBegin() override;
-  void OnFillThreadInfo(ThreadInfo& info) override;
+  void OnFillThreadInfo(ThreadInfo& info) override { info.task_loop = task_loop; }
   void Run() override;
   std::shared_ptr<std::function<void()>> CreateStopClosure() override;
 
@@ -56,7 +57,7 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   class ThreadTaskLoop;
   static constexpr std::size_t kCacheLine = 64;
 
-  // Each answers false when the thread is stopping. Priority tasks run first in all of them.
+  // Each returns false when the thread is stopping. Priority tasks run first in all of them.
   bool RunTasks();
   bool RunPriorityTasks();
   bool RunNormalTask();
@@ -70,7 +71,7 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   bool TakePostedTasks() ZO_EXCLUDES(normal_lock);
 
   bool MoreCameInAMoment();
-  bool WaitForWork() ZO_EXCLUDES(wake_lock);  // Answers true when the wait timed out.
+  bool WaitForWork() ZO_EXCLUDES(wake_lock);  // Returns true when the wait timed out.
   bool WaitForWorkLocked() ZO_REQUIRES(wake_lock);
   bool RunOneIdleTask() ZO_REQUIRES(wake_lock) ZO_EXCLUDES(idle_lock);
   std::int64_t NextDelay() ZO_EXCLUDES(delayed_lock);
@@ -80,8 +81,7 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   // Entered with or without `delayed_lock`: a delayed task may post another.
   void PostDelayed(std::int32_t delay_ms, std::int64_t times, Task task);
 
-  enum class Wake { kOne, kAll };
-  void WakeUp(Wake whom);
+  void WakeUp();
   void _DoStop();
 
   SteadyClock& clock;

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <memory>
 
-#include "base/lock/assert.h"
-
 namespace zo_base {
 namespace {
 
@@ -33,8 +31,6 @@ class KeyOwner {
   const bool created_;
 };
 
-thread_local int library_thread_scopes = 0;
-
 // Puts `record` into the calling thread's slot; false when there is none.
 bool StoreRecord(ThreadInfo* record) {
   const std::int64_t key = usable_key.load(std::memory_order_acquire);
@@ -54,14 +50,6 @@ ThreadInfo* GetCurrentThreadInfo() {
 std::shared_ptr<ITaskLoop> GetCurrentTaskLoop() {
   const ThreadInfo* current = GetCurrentThreadInfo();
   return current == nullptr ? nullptr : current->task_loop;
-}
-
-bool OnLibraryThread() { return library_thread_scopes > 0; }
-
-LibraryThreadScope::LibraryThreadScope() { ++library_thread_scopes; }
-LibraryThreadScope::~LibraryThreadScope() {
-  ZO_ASSERT(library_thread_scopes > 0);
-  --library_thread_scopes;
 }
 
 void SetCurrentThreadInfo(const ThreadInfo& info) {

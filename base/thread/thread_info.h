@@ -33,18 +33,24 @@ ThreadInfo* GetCurrentThreadInfo();
 // The loop of the calling thread; null where it has none, or no record.
 std::shared_ptr<ITaskLoop> GetCurrentTaskLoop();
 
-// Whether the calling thread is one of the library's, that is, runs a BaseThread. Works without a
-// key.
-bool OnLibraryThread();
-
-// Makes the calling thread one of the library's for the length of a scope.
-class LibraryThreadScope {
+// Tells what the calling thread is in for the length of a scope. Scopes of one kind nest.
+template <class Kind>
+class ThreadScope {
  public:
-  LibraryThreadScope();
-  ~LibraryThreadScope();
-  LibraryThreadScope(const LibraryThreadScope&) = delete;
-  LibraryThreadScope& operator=(const LibraryThreadScope&) = delete;
+  ThreadScope() { ++depth_; }
+  ~ThreadScope() { --depth_; }
+  ThreadScope(const ThreadScope&) = delete;
+  ThreadScope& operator=(const ThreadScope&) = delete;
+
+  static int depth() { return depth_; }
+
+ private:
+  static inline thread_local int depth_ = 0;
 };
+
+// Makes the calling thread one of the library's, that is, one that runs a BaseThread.
+using LibraryThreadScope = ThreadScope<class LibraryThread>;
+inline bool OnLibraryThread() { return LibraryThreadScope::depth() > 0; }
 
 // Copies `info` into the calling thread's record. Without a key nothing happens.
 void SetCurrentThreadInfo(const ThreadInfo& info);

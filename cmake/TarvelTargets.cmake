@@ -4,8 +4,11 @@ add_library(tarvel_options INTERFACE)
 target_compile_options(tarvel_options INTERFACE -Wall -Wextra -Wpedantic
                        $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
 # ZO_ASSERT. The same in all targets, since inline functions use it.
-target_compile_definitions(tarvel_options INTERFACE
-  $<$<OR:$<CONFIG:Debug>,$<BOOL:${TARVEL_SANITIZE}>,$<BOOL:${TARVEL_FUZZ}>>:TARVEL_ASSERTIONS>)
+if(TARVEL_SANITIZE OR TARVEL_FUZZ)
+  target_compile_definitions(tarvel_options INTERFACE TARVEL_ASSERTIONS)
+else()
+  target_compile_definitions(tarvel_options INTERFACE $<$<CONFIG:Debug>:TARVEL_ASSERTIONS>)
+endif()
 if(TARVEL_WARNINGS_AS_ERRORS)
   target_compile_options(tarvel_options INTERFACE -Werror)
 endif()

@@ -28,7 +28,7 @@ void Require(bool holds, const char* what) {
 
 void CheckServers(const zo_base::json11::Json& list) {
   static _EnvironmentConfig config;
-  const auto servers = ReadServers(list);
+  const auto servers = ReadServers(list, false);
   const auto entries = MakeSRequest(config, zo_net::kAddressFamilyAny, servers).urls;
   Require(entries.size() == servers.size(), "an entry for each server");
   for (std::size_t i = 0; i < servers.size(); ++i) {

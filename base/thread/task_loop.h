@@ -36,6 +36,7 @@ class ITaskPostor {
 // the thread has begun and after it has gone, a posted task is dropped without a word.
 class ITaskLoop : public ITaskPostor {
  public:
+  // Once, before anything is posted through the delegate.
   virtual void AttachDelegate(std::shared_ptr<ITaskDelegate> delegate) = 0;
 };
 

@@ -268,7 +268,7 @@ bool TaskThread::WaitForWork() {
 
 bool TaskThread::WaitForWorkLocked() {
   // Read before the delay: should the clock move in between, the wait ends early and never late.
-  const std::int64_t now = clock.Now();
+  std::int64_t now = clock.Now();
   const std::int64_t delay = NextDelay();
   if (delay > kIdleTaskGapMs && (RunOneIdleTask() || stopping_requested())) return false;
 
@@ -278,6 +278,7 @@ bool TaskThread::WaitForWorkLocked() {
     // wake this thread anew, so this stands before the look at the queues.
     waiting.store(true, std::memory_order_release);
     if (HasDelayedTasks()) return false;
+    now = clock.Now();
   }
   return false;
 }

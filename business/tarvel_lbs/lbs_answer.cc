@@ -23,20 +23,20 @@ constexpr std::size_t kMostLinks = 10'000;
 
 bool Has(const Json& object, const char* key) { return object.object_items().count(key) != 0; }
 
-std::vector<LinkAddress> ReadLinks(const Json& list) {
-  std::vector<LinkAddress> links;
-  for (const Json& item : list.array_items()) {
-    if (links.size() == kMostLinks) break;
-    LinkAddress address = SplitLinkAddress(item.string_value());
-    if (IsUsable(address)) links.push_back(std::move(address));
-  }
-  return links;
-}
-
 // Bytes that are no UTF-8 make the whole file impossible to save, also for later answers.
 std::string ReadText(const Json& value) {
   const std::string& text = value.string_value();
   return zo_base::IsUtf8(text) ? text : std::string();
+}
+
+std::vector<LinkAddress> ReadLinks(const Json& list) {
+  std::vector<LinkAddress> links;
+  for (const Json& item : list.array_items()) {
+    if (links.size() == kMostLinks) break;
+    LinkAddress address = SplitLinkAddress(ReadText(item));
+    if (IsUsable(address)) links.push_back(std::move(address));
+  }
+  return links;
 }
 
 // The JSON text of a member of any type. It can be longer than the answer.

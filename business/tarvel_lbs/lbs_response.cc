@@ -20,10 +20,9 @@ using zo_base::json11::ToJson;
 
 constexpr std::int32_t kUnknownFamily = -1;
 
-std::string LocalAnswer(const LBSSettings& settings) {
-  const std::string& default_link = settings.addr_family == kEMAddressFamilyIPv6
-                                        ? settings.default_link_ipv6
-                                        : settings.default_link;
+std::string LocalAnswer(const LBSSettings& settings, std::int32_t family) {
+  const std::string& default_link =
+      family == kEMAddressFamilyIPv6 ? settings.default_link_ipv6 : settings.default_link;
   const Json::object common{
       {"link", ToJson(settings.link_list)},
       {"link.default", Json::array{default_link}},
@@ -90,7 +89,8 @@ bool LBSResponse::GenerateLocalResponse(const LBSSettings& settings, bool save) 
   // Clear only the memory: a reader of the file finds the old answer or the new one. Don't read the
   // file back: another process may have written it meanwhile.
   store.Clear(false);
-  SetResponse(LocalAnswer(settings), settings.lbs_main_addr, std::to_string(settings.addr_family));
+  const std::int32_t family = settings.addr_family;
+  SetResponse(LocalAnswer(settings, family), settings.lbs_main_addr, std::to_string(family));
   store.Set(lbs_key::kRuntimeLBS, settings.lbs_main_addr);
   if (save) store.Save();
   return true;

@@ -44,8 +44,9 @@ void LBSSettings::AssignAddresses(const _ZOTarvelLBSSettings& record) {
   AssignUnlessEmpty(default_link_ipv6, TextOf(record.default_link_ipv6));
   link_list = FilledSlots(record.link_list);
   if (!link_list.empty()) return;
-  if (addr_family != kEMAddressFamilyIPv6) link_list.push_back(default_link);
-  if (addr_family != kEMAddressFamilyIPv4) link_list.push_back(default_link_ipv6);
+  const std::int32_t family = addr_family;  // Read once: a network change may write it meanwhile.
+  if (family != kEMAddressFamilyIPv6) link_list.push_back(default_link);
+  if (family != kEMAddressFamilyIPv4) link_list.push_back(default_link_ipv6);
 }
 
 void LBSSettings::AssignTimeouts(std::int32_t timeout, std::int32_t pred_fail_time,

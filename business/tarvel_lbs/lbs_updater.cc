@@ -74,9 +74,8 @@ void LBSUpdater::OnThreadBegin() {
   thread.PostTask(Weakly(Self(), [](LBSUpdater& self) { self.DelayUpdate(0); }));
 }
 
-void LBSUpdater::Stop() {
+void LBSUpdater::StopGathering() {
   if (const auto invoker = Invoker()) invoker->Stop();
-  updatting_lbs_.On(UpdateEvent::kDetach);
 }
 
 void LBSUpdater::AwaitAnswerUnderWay() {

@@ -31,8 +31,10 @@ class LBSUpdater : public EnvironmentConfigGetterBase {
   // Without its thread the service still hands out what it has. Each update asks for it again.
   void EnsureThread();
   void OnThreadBegin();
-  // Drops the gathered requests for an update. Answers don't count any more.
-  void Stop();
+  // Drops the gathered requests for an update, and all later ones.
+  void StopGathering();
+  // From now on answers don't count.
+  void Detach() { updatting_lbs_.On(UpdateEvent::kDetach); }
   // Waits until nobody looks at an answer any more.
   void AwaitAnswerUnderWay() ZO_EXCLUDES(answer_lock);
 

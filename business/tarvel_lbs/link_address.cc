@@ -2,7 +2,6 @@
 
 #include <cstddef>
 
-#include "network/url/ip_address.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
@@ -11,12 +10,10 @@ namespace network = WQBASE::network;
 
 LinkAddress SplitLinkAddress(const std::string& text) {
   LinkAddress address{.text = text, .host = {}};
-  std::int32_t port = 0;
-  network::GetHostAndPort("http://" + text, address.host, port);
-  if (port > 0 && port <= network::kHighestPort) address.port = port;
-  auto family = zo_net::kAddressFamilyAny;
-  network::GetIPFamily(address.host, family);
-  address.family = static_cast<EMAddressFamily>(family);
+  const network::Url url("http://" + text);
+  address.host = url.host();
+  if (url.port() > 0 && url.port() <= network::kHighestPort) address.port = url.port();
+  address.family = static_cast<EMAddressFamily>(url.family());
   return address;
 }
 

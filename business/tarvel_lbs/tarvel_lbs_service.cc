@@ -80,8 +80,9 @@ void ZOTarvelLBSServiceImpl::PrepInit(const _ZOTarvelLBSSettings& record) {
 }
 
 void ZOTarvelLBSServiceImpl::Stop() {
-  updater.Stop();
+  updater.StopGathering();
   TaskThread::Stop();
+  updater.Detach();
   // A thread of the library may be the one that looks at an answer, or may be waited for by it.
   if (!zo_base::OnLibraryThread()) updater.AwaitAnswerUnderWay();
 }

@@ -4,7 +4,6 @@
 #include "base/text/strings.h"
 #include "network/curl/web_address.h"
 #include "network/http/http_response.h"
-#include "network/url/ip_address.h"
 #include "network/url/url.h"
 #include "tarvel/environment/configuration/exception_data.h"
 
@@ -12,6 +11,7 @@ namespace zo_tarvel {
 namespace {
 
 namespace network = WQBASE::network;
+using network::Url;
 
 // How the server numbers the families.
 std::int32_t NetworkType(std::int32_t family) {
@@ -19,44 +19,29 @@ std::int32_t NetworkType(std::int32_t family) {
   return family == kEMAddressFamilyIPv6 ? 1 : 2;
 }
 
-bool IsWebUrl(const std::string& url) {
-  const std::string prefix = network::GetSchemePrefix(url);
-  return prefix == "http://" || prefix == "https://";
-}
-
-bool HasPort(const std::string& url) {
-  return network::GetHost(url, true) != network::GetHost(url, false);
-}
-
 // Whether the transport takes the URL at all.
-bool CanBeFetched(const std::string& url) {
+bool CanBeFetched(const Url& url) {
   std::string error;
   return network::ParseWebAddress(url, error).has_value();
 }
 
 // The name that IP literals stand for: that of the first URL, if it has one.
-std::string FallbackHost(const std::string& first_url, const std::string& def_lbs_host) {
-  const std::string host = network::GetHost(first_url, false);
-  return CanBeFetched(first_url) && !network::IsIPAddress(host) ? host : def_lbs_host;
+std::string FallbackHost(const Url& first_url, const std::string& def_lbs_host) {
+  const bool has_name = !first_url.is_on_ip() && CanBeFetched(first_url);
+  return has_name ? std::string(first_url.host()) : def_lbs_host;
 }
 
-bool IsOfOtherFamily(const std::string& host, std::int32_t family) {
-  auto own = zo_net::kAddressFamilyAny;
-  return family != kEMAddressFamilyAny && network::GetIPFamily(host, own) && own != family;
+bool IsOfOtherFamily(const Url& url, zo_net::AddressFamily family) {
+  return family != zo_net::kAddressFamilyAny && url.is_on_ip() && url.family() != family;
 }
 
 // Nullopt when the URL can't be asked over https.
-std::optional<std::string> AsHttps(const std::string& url) {
-  if (network::IsHttps(url)) return url;
-  if (HasPort(url)) return std::nullopt;
-  std::string https = zo_base::ReplaceAll(url, "http://", "https://");
-  if (!network::IsHttps(https)) return std::nullopt;  // The scheme is written in capitals.
+std::optional<Url> AsHttps(const Url& url) {
+  if (url.is_https()) return url;
+  if (url.has_port()) return std::nullopt;
+  Url https = zo_base::ReplaceAll(url.text(), "http://", "https://");
+  if (!https.is_https()) return std::nullopt;  // The scheme is written in capitals.
   return https;
-}
-
-std::string WithQuery(const std::string& url, const std::string& query) {
-  const char* const joint = url.find('?') == std::string::npos ? "?" : "&";
-  return url + joint + query;
 }
 
 MultipleURLHttpRequestContext ContextOf(const std::string& token,
@@ -110,15 +95,14 @@ std::vector<UrlEntry> UpdateRequest::MakeEntries(const std::vector<std::string>&
                                                  bool only_https) const {
   const std::string fallback_host = FallbackHost(urls.front(), def_lbs_host);
   std::vector<UrlEntry> entries;
-  for (const std::string& address : urls) {
-    if (!IsWebUrl(address)) continue;
-    const std::string host = network::GetHost(address, false);
-    if (IsOfOtherFamily(host, family)) continue;
+  for (const Url address : urls) {
+    if (!address.is_web() || IsOfOtherFamily(address, family)) continue;
     const auto url = only_https ? AsHttps(address) : address;
     if (!url) continue;
-    std::string whole = WithQuery(*url, query);
+    Url whole = url->WithQuery(query);
     if (!CanBeFetched(whole)) continue;
-    entries.push_back({network::IsIPAddress(host) ? fallback_host : host, std::move(whole)});
+    const std::string host(address.host());
+    entries.push_back({address.is_on_ip() ? fallback_host : host, std::move(whole)});
   }
   return entries;
 }

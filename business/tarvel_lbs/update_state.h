@@ -34,7 +34,8 @@ constexpr UpdateState StateAfter(UpdateState state, UpdateEvent event, bool othe
     case UpdateEvent::kBegin:
       return UpdateState::kUpdating;
     case UpdateEvent::kLeftOpen:
-      // A change of token forces an update, which settles this. Without a URL nothing does.
+      // Only a forced update settles this. A change of token brings one; the lack of a URL does
+      // not.
       if (state == UpdateState::kIdle || others_in_flight) return state;
       return UpdateState::kStuck;
     case UpdateEvent::kDetach:

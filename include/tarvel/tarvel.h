@@ -257,7 +257,7 @@ struct _ZOTarvelMsgStatInfo {
 // (a) that a change of the token cancels. The change starts another update.
 // (b) that the exit or ReleaseLBSService cancels.
 // (c) that finds the network unavailable, with `try_http_request_on_netunav` -1.
-// (d) that failed on all URLs while HTTPDNS is on and knows no address of their hosts.
+// (d) that failed on all URLs, when HTTPDNS was asked for their hosts and found no address.
 // (e) that has no usable URL. Each LBS URL of the active answer and `lbs_main_addr` is no http or
 //     https URL, is on an IP literal of another family, or is left out by `only_https_supported`.
 //

@@ -13,7 +13,7 @@ namespace WQBASE::network {
 struct Hop {
   std::string verb;  // Empty for the default of the transport.
   bool sends_body = false;
-  std::string asked_url;  // The URL as the request or the redirect wrote it.
+  std::string asked_url;  // Absolute; with the IP in it for a request with `sni`.
   WebAddress address;     // With the server's name where that is known.
   Headers headers;
 };

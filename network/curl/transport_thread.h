@@ -44,7 +44,7 @@ class TransportThread : public zo_base::BaseThread {
 
   void WakeUp() const;
 
-  // Called on the thread itself only.
+  // Called on the thread itself only, ReplacePool in the constructor too.
   void TakeOrders() ZO_EXCLUDES(lock_);
   void ReplacePool();
   void RunDueTimers();

@@ -24,7 +24,6 @@ class Headers {
 
   auto begin() const { return headers_.begin(); }
   auto end() const { return headers_.end(); }
-  bool empty() const { return headers_.empty(); }
 
   bool Has(std::string_view name) const;
   // The first value of this name that isn't empty, or null.

@@ -59,7 +59,8 @@ struct HttpRequest {
 
 // A request together with its callback.
 struct HttpRequestUser : HttpRequest {
-  // The second argument is always 0. Called at most once, on the client's thread.
+  // The second argument is always 0. Called at most once, on the client's thread unless there is
+  // none.
   using Callback = std::function<void(const std::shared_ptr<HttpResponseUser>&, std::int32_t)>;
 
   std::int32_t user_flag = 0;  // Never read here.

@@ -68,11 +68,10 @@ Url Url::WithReplaced(std::size_t end, std::string_view replacement) const {
 Url Url::WithHost(std::string_view host) const { return WithReplaced(EndOf(parsed_.host), host); }
 
 Url Url::WithServer(std::string_view host_and_port) const {
+  // Only the digits of a port are replaced, so a URL that is refused for its port stays refused.
   std::size_t end = EndOf(parsed_.host);
-  if (has_port()) {
-    end = EndOf(parsed_.port);
-  } else if (end < text_.size() && text_[end] == ':') {
-    ++end;  // The port is empty.
+  if (end < text_.size() && text_[end] == ':') {
+    end = std::min(text_.find_first_not_of("0123456789", end + 1), text_.size());
   }
   return WithReplaced(end, host_and_port);
 }
@@ -99,8 +98,6 @@ std::string GetHost(std::string_view url, bool with_port) {
   if (with_port && parsed.port.present()) host.append(":").append(parsed.port.In(url));
   return host;
 }
-
-std::string_view HostIn(std::string_view url) { return Parsed(url).host.In(url); }
 
 std::int32_t GetPort(std::string_view url) { return LeadingNumber(Parsed(url).port.In(url)); }
 

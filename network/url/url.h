@@ -44,7 +44,8 @@ class Url {
   // unchanged.
   [[nodiscard]] Url WithHost(std::string_view host) const;
   [[nodiscard]] Url WithServer(std::string_view host_and_port) const;
-  // The URL with `query` appended to its own.
+  // The text with "?" and `query`, or "&" when it has a "?", at its very end: behind a fragment
+  // too.
   [[nodiscard]] Url WithQuery(std::string_view query) const;
 
   bool operator==(const Url& other) const { return text_ == other.text_; }
@@ -66,7 +67,6 @@ std::string GetSchemePrefix(std::string_view url);
 bool IsHttps(std::string_view url);
 // With `with_port` also ":" and the port, if the URL has one.
 std::string GetHost(std::string_view url, bool with_port);
-std::string_view HostIn(std::string_view url);
 std::int32_t GetPort(std::string_view url);
 // Appends the host to `host`, and sets `port` only when the URL has one.
 void GetHostAndPort(std::string_view url, std::string& host, std::int32_t& port);

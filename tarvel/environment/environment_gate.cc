@@ -22,8 +22,10 @@ EnvironmentGate::EnvironmentGate(EnvironmentManagerStorage& storage)
 
 int EnvironmentGate::Start(const _ZOTarvelEnvironmentSettings& settings) {
   if (!LockForStart()) return 0;
-  CarryOutQueue();  // These exits belong to an earlier environment.
-  const int id = EnvironmentManager(storage_).StartOrCount(settings);
+  CarryOutQueue();  // These exits were requested before this start.
+  // In a child that the log function has forked in one of them, nothing is left to start.
+  const bool is_child = zo_base::InForkedChild();
+  const int id = is_child ? 0 : EnvironmentManager(storage_).StartOrCount(settings);
   start_lock_.unlock();
   CarryOutQueueIfUnlocked();
   return zo_base::InForkedChild() ? 0 : id;  // A log function may have forked.

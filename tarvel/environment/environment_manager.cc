@@ -66,8 +66,9 @@ Hosted HostedBy(TarvelObjectTable& objects) {
 // Other threads of the client may use `hosted` until the process has really ended, so it is never
 // freed. Without such threads it is freed: the image may be about to be unloaded.
 void KeepForOtherThreads(Hosted hosted) {
+  if (hosted.empty() || !OtherThreadsRun()) return;
   static zo_base::NoDestructor<std::vector<Hosted>> forever;
-  if (!hosted.empty() && OtherThreadsRun()) forever->push_back(std::move(hosted));
+  forever->push_back(std::move(hosted));
 }
 
 // A moment of the exit, on both clocks.

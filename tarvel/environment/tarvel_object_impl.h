@@ -32,7 +32,7 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject,
   void Init() {}  // Carried for the interface: a hook for services that come with the object.
   // Ends the service's thread; the service stays in place.
   void Stop();
-  // Ends and frees the service. GetLBSService returns null from then on.
+  // Ends and frees the service, if there is one; the object makes no other.
   void Release();
   // Null without one.
   std::shared_ptr<IZOTarvelLBSService> LBSService();

@@ -36,12 +36,13 @@ HttpDNSServerInfo ReadServer(const Json& entry) {
 
 }  // namespace
 
-std::vector<HttpDNSServerInfo> ReadServers(const Json& list) {
+std::vector<HttpDNSServerInfo> ReadServers(const Json& list, bool only_https) {
   std::vector<HttpDNSServerInfo> servers;
   for (const Json& entry : list.array_items()) {
     if (servers.size() == kMostServers) break;
     HttpDNSServerInfo server = ReadServer(entry);
-    if (CanBeInUrl(server)) servers.push_back(std::move(server));
+    const bool can_be_used = CanBeInUrl(server) && (server.https || !only_https);
+    if (can_be_used) servers.push_back(std::move(server));
   }
   return servers;
 }

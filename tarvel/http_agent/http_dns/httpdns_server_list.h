@@ -20,8 +20,8 @@ struct HttpDNSServerInfo {
 };
 
 // Reads an array of objects with "host", "port" and "https". Left out are servers that cannot be
-// part of a URL, and all beyond 32.
-std::vector<HttpDNSServerInfo> ReadServers(const zo_base::json11::Json& list);
+// part of a URL, with `only_https` those without https, and all beyond 32.
+std::vector<HttpDNSServerInfo> ReadServers(const zo_base::json11::Json& list, bool only_https);
 
 // The authority of a URL on this server: a name without a port, or an IP literal with one.
 std::string AuthorityOf(const HttpDNSServerInfo& server);

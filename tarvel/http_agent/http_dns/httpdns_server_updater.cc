@@ -54,9 +54,9 @@ constexpr milliseconds kLongestDelay{std::numeric_limits<std::int32_t>::max()}; 
 constexpr milliseconds kRetryUnit = std::chrono::minutes(1);
 constexpr std::int32_t kMostRetryUnits = 5;
 
-Servers ParseServers(const std::string& list) {
+Servers ParseServers(const std::string& list, bool only_https) {
   std::string error;
-  return ReadServers(Json::parse(list, error));
+  return ReadServers(Json::parse(list, error), only_https);
 }
 
 template <class Addresses>
@@ -111,8 +111,11 @@ void HttpDNSServerUpdater::LoadServerCache(const std::string& path) {
 }
 
 void HttpDNSServerUpdater::InitInterfaceAddress() {
-  server_list.SetServers(server_cache_file.Get(kHost), ParseServers(server_cache_file.Get(kIPv4)),
-                         ParseServers(server_cache_file.Get(kIPv6)));
+  const auto config = GetEnvironmentConfig();
+  const bool only_https = config != nullptr && config->only_https_supported();
+  server_list.SetServers(server_cache_file.Get(kHost),
+                         ParseServers(server_cache_file.Get(kIPv4), only_https),
+                         ParseServers(server_cache_file.Get(kIPv6), only_https));
   task_loop->PostTask(Weakly(this, [](auto& self) { self.ScheduleFirstReload(); }));
 }
 
@@ -176,8 +179,8 @@ void HttpDNSServerUpdater::RetryReload() {
 void HttpDNSServerUpdater::OnServers(const HttpDNSServiceAnswer& answer) {
   timer.Stop();
   retry_count = 0;
-  const Servers ipv4 = ReadServers(answer.ipv4);
-  const Servers ipv6 = ReadServers(answer.ipv6);
+  const Servers ipv4 = ReadServers(answer.ipv4, false);
+  const Servers ipv6 = ReadServers(answer.ipv6, false);
   const auto store = [this](const char* key, const Json& list, const Servers& servers) {
     const std::string text = list.dump();
     // Text that is no UTF-8 would keep the whole file from being saved.

@@ -7,7 +7,6 @@
 #include "base/text/strings.h"
 #include "base/thread/thread_info.h"
 #include "network/url/url.h"
-#include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
 
 namespace zo_tarvel {
 namespace {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "base/object/object.h"
+#include "base/thread/task_thread.h"
 #include "network/dns/dns_server.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/logic/statistic_item.h"
@@ -26,8 +26,8 @@ class FailureReporter : public EnvironmentConfigGetterBase, public zo_base::ZOOb
   // One list for the whole way to the report, because the bodies in it can be large.
   using Items = std::shared_ptr<std::list<_StatisticItem>>;
 
-  // `dns_server` outlives every task of the work thread.
-  FailureReporter(zo_net::DnsServer& dns_server, std::shared_ptr<zo_base::ITaskPostor> work_thread)
+  // `dns_server` outlives all tasks of the work thread that use this.
+  FailureReporter(zo_net::DnsServer& dns_server, std::shared_ptr<zo_base::TaskThread> work_thread)
       : dns_server_(dns_server), work_thread_(std::move(work_thread)) {}
 
   // Makes one exception record of each item, if the settings want any.
@@ -40,7 +40,7 @@ class FailureReporter : public EnvironmentConfigGetterBase, public zo_base::ZOOb
   void LookUpHosts(const Items& items, const StatisticReport& report);
 
   zo_net::DnsServer& dns_server_;
-  const std::shared_ptr<zo_base::ITaskPostor> work_thread_;
+  const std::shared_ptr<zo_base::TaskThread> work_thread_;
   std::atomic<int> lookups_under_way_{0};
 };
 

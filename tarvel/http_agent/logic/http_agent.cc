@@ -61,7 +61,7 @@ bool HttpAgent::Init() {
 void HttpAgent::InitOnce() {
   dns_server_ = std::make_shared<zo_net::DnsServer>();
   work_thread_ = std::make_shared<zo_base::TaskThread>("http_agent_work");
-  failure_reporter_ = std::make_shared<FailureReporter>(*dns_server_, work_thread_->GetTaskLoop());
+  failure_reporter_ = std::make_shared<FailureReporter>(*dns_server_, work_thread_);
   failure_reporter_->SetEnvironmentConfig(GetEnvironmentConfig());
   if (const auto config = GetEnvironmentConfig()) {
     config->SetHttpRequestInvoker(

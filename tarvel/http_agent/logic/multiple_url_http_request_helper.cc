@@ -81,7 +81,9 @@ void MultipleURLHttpRequestHelper::PostSubRequest(std::int32_t index, std::uint6
         OnSubResponse({index, start_time, code, headers, body});
         return true;
       });
-  HttpTool::PostRequest(sub_request, task_loop_);
+  // Never straight back into this function: so the answer takes the thread's own loop at least.
+  const bool is_gone = task_loop_.expired();
+  HttpTool::PostRequest(sub_request, is_gone ? zo_base::GetCurrentTaskLoop() : task_loop_);
 }
 
 void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {

@@ -35,7 +35,7 @@ inline void UrlStarted(std::int32_t index, const std::string& url) {
   ZO_LOG << "[multiple]Start timer index:" << index;
 }
 
-// If `urls_left`, the URL at `next` is started now. So it is below.
+// If `urls_left`, the URL at `next` is started now.
 inline void UrlTakesLong(std::int32_t index, bool urls_left, std::int32_t next) {
   ZO_LOG << "[multiple][time out]Sub url request time out index:" << index;
   ZO_LOG << "[multiple][time out]Stop sub url request timer index :" << index;
@@ -66,6 +66,7 @@ inline void TimerRemoved(std::int32_t index, bool was_running) {
   ZO_LOG << "[multiple][rsp]Remove timer index :" << index;
 }
 
+// Unless `must_wait`, the URL at `next` is started now.
 inline void FailureWithUrlsLeft(std::int32_t index, bool must_wait, std::int32_t next,
                                 const std::string& next_url) {
   ZO_LOG << "[multiple][rsp]Has waitting request " << TrueOrFalse(must_wait);

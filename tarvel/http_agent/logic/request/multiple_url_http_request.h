@@ -48,7 +48,8 @@ struct MultipleURLHttpRequest {
     std::string error_message;   // For the report.
   };
 
-  // Judges each answer, on the agent's work thread. Must be set.
+  // Judges each answer, on the thread that the walk runs on: the agent's work thread, or the task
+  // thread that sent the request without a post. Must be set.
   // `code` is the HTTP status; without an answer it is 0 and `body` is the error message.
   // `headers` are lines of name, ":" and value, joined by "\r\n". `start_time` is when this sub
   // request was sent, in milliseconds since 1970.
@@ -56,8 +57,9 @@ struct MultipleURLHttpRequest {
       std::int32_t index, std::int32_t code, const std::string& url, const std::string& headers,
       const std::string& body, std::uint64_t start_time)>;
 
-  // Gets the one result, on the agent's work thread: exactly once, unless the environment exits
-  // before. Headers and body are those of the answer that decided. May be empty.
+  // Gets the one result, on the agent's work thread; on the caller's when the request cannot start.
+  // Exactly once, unless the environment exits before. Headers and body are those of the answer
+  // that decided. May be empty.
   using ResultCallback = std::function<void(bool stop, bool success, const std::string& headers,
                                             const std::string& body)>;
 

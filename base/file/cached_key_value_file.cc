@@ -17,8 +17,8 @@ namespace {
 
 using nlohmann::json;
 
-// How many bytes more a character takes in the file: those with a short form one, such as \n, other
-// control characters five.
+// How many more bytes a character takes in the file: one if it has a short form, such as \n; five
+// for other control characters.
 constexpr std::size_t EscapeLength(char c) {
   if (c == '"' || c == '\\') return 1;
   if (static_cast<unsigned char>(c) >= 0x20) return 0;
@@ -40,8 +40,8 @@ std::size_t FileLength(std::size_t entry_bytes) {
   return std::max<std::size_t>(entry_bytes + 1, 2);
 }
 
-// Takes a flat object of strings and refuses all else at once, so that a deep or long text of
-// another shape builds nothing.
+// Accepts a flat object of strings and refuses anything else at once, so that a deep or long file
+// of another shape allocates nothing.
 class FlatObjectReader final : public nlohmann::json_sax<json> {
  public:
   using Texts = std::unordered_map<std::string, std::string>;
@@ -87,9 +87,9 @@ class FlatObjectReader final : public nlohmann::json_sax<json> {
   Texts texts_;
 };
 
-// False when the text is no such object.
+// Returns false unless the text is such an object.
 bool ParseFlatObject(const std::string& text, FlatObjectReader& reader) {
-  // The parser takes a NUL for the end, whatever stands behind it.
+  // The parser would take a NUL for the end of the text.
   return text.find('\0') == std::string::npos && json::sax_parse(text, &reader);
 }
 

@@ -19,36 +19,34 @@ namespace zo_base {
 // The kind of all entries: a string.
 inline constexpr std::int32_t kStringEntry = 9;
 
-// A map of texts in memory that can be kept in a file, as one flat JSON object.
+// A map of strings in memory that can be saved in a file, as one flat JSON object.
 //
-// Memory leads: nothing but Save and Clear touches the file after Load. The file is replaced as a
-// whole, see ReplaceWholeFile. A file that isn't such an object, or is longer than kLongestFile,
-// counts as having no entries. What can't be read, such as a directory in its place, counts as no
-// file.
+// After Load only Save and Clear touch the file. They replace it as a whole, see ReplaceWholeFile.
+// A file that isn't such an object, or is longer than kLongestFile, has no entries. Anything that
+// can't be read, such as a directory in its place, is no file.
 //
-// Threads: any, but for Load, which comes first.
+// Threads: any, after Load.
 class CachedKeyValueFile {
  public:
   // In bytes. A longer file is neither read nor written.
   static constexpr std::size_t kLongestFile = 64UL * 1024 * 1024;
 
   // Whether the owner has a use for an entry of the file. All others are dropped while the file is
-  // read, so that they cost no memory. Of a key that is there twice, the last usable entry counts.
+  // read, so that they cost no memory. Of two usable entries with one key the last one counts.
   using Filter = std::function<bool(const std::string& key, const std::string& value)>;
 
-  // Without a filter all entries are kept. It is called by Load and Reload, with no lock held.
+  // Load and Reload call the filter, with no lock held. Without one all entries are kept.
   explicit CachedKeyValueFile(Filter filter = nullptr) : filter_(std::move(filter)) {}
 
-  // Where the file is; empty for memory only. Takes over the entries of the file. Always true.
+  // Reads the file at `path`; an empty one is for memory only. Always true.
   bool Load(const std::string& path);
   // Replaces the entries by those of the file. Keeps them when there is no file or an empty one.
   void Reload();
-  // Whether the last Load or Reload has met what was there. Else the file may hold what is better
-  // than what the owner would make up for it.
+  // Whether the last Load or Reload could tell what the file holds. Otherwise it may still hold
+  // better entries than the owner's defaults.
   bool was_read() const { return was_read_; }
-  // Writes the file, unless it has these entries already. What can't be written is dropped: a text
-  // that is no UTF-8, a file that would be too long, or one that the system refuses. True when the
-  // file has these entries.
+  // Writes the file, unless it has these entries already. Returns false when it can't: a string
+  // isn't UTF-8, the file would be too long, or the system refuses. The old file is kept then.
   bool Save();
 
   void Set(const std::string& key, const std::string& value, std::int32_t kind = kStringEntry);
@@ -57,7 +55,7 @@ class CachedKeyValueFile {
   std::size_t Size() const;
   // How many bytes the file takes with these entries.
   std::size_t FileSize() const;
-  // All keys with their texts, in no order.
+  // All keys with their values, in no order.
   std::vector<std::pair<std::string, std::string>> Entries() const;
   // Forgets all entries; with `save`, also in the file.
   void Clear(bool save);
@@ -69,7 +67,7 @@ class CachedKeyValueFile {
   };
   using EntryMap = std::unordered_map<std::string, Entry>;
 
-  // Nothing when the file would be too long.
+  // Returns nullopt when the file would be too long.
   std::optional<std::string> Dump() const ZO_EXCLUDES(entries_lock_);
   bool Write() ZO_EXCLUDES(entries_lock_, file_lock_);
 

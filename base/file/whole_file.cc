@@ -28,8 +28,8 @@ std::string ProcessStamp() {
   return std::to_string(getpid()) + "-" + std::to_string(first_use) + "-";
 }
 
-// A name of its own for each writer: of two that share one, the slower would give the file's name
-// to half of a text. "<path>.<process>-<first use>-<number>.tmp"
+// "<path>.<process>-<first use>-<number>.tmp", another name for each writer: of two that share one,
+// the slower would rename a half-written file.
 std::string SiblingOf(const std::string& path) {
   static std::atomic<std::uint32_t> last_number{0};
   std::string sibling = path;
@@ -39,7 +39,7 @@ std::string SiblingOf(const std::string& path) {
 
 bool IsAlive(pid_t process) { return kill(process, 0) == 0 || errno != ESRCH; }
 
-// Whether `name` is a sibling of `file` that nobody writes any more.
+// Whether `name` is a sibling of `file` whose writer has ended.
 bool IsLeftover(std::string_view name, std::string_view file) {
   if (!name.starts_with(file) || !name.ends_with(kSiblingEnding)) return false;
   name.remove_prefix(file.size());
@@ -52,7 +52,7 @@ bool IsLeftover(std::string_view name, std::string_view file) {
   return owner == getpid() ? !name.starts_with(ProcessStamp()) : !IsAlive(owner);
 }
 
-// Errors of an open that tell of the process or the system, and not of the file.
+// Whether an open has failed because of the process or the system, not because of the file.
 bool IsShortOfSomething(int error) {
   return error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR || error == EIO;
 }
@@ -79,7 +79,7 @@ FileRead ReadWholeFile(const std::string& path, std::size_t longest, std::string
 
 bool ReplaceWholeFile(const std::string& path, const std::string& text) {
   const std::string sibling = SiblingOf(path);
-  // O_EXCL: whatever has taken the name, such as a link to elsewhere, isn't written to.
+  // O_EXCL keeps it from writing through a link that has this name.
   FileDescriptor file(open(sibling.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
   if (file.get() < 0) return false;
   const bool replaced = WriteToDisk(file, text) && std::rename(sibling.c_str(), path.c_str()) == 0;

@@ -9,20 +9,21 @@ namespace zo_base {
 enum class FileRead {
   kDone,
   kTooLong,
-  kFailed,  // Something may be there; another time it can perhaps be read.
+  kFailed,  // A later attempt may succeed.
 };
 
-// Reads a regular file into `text`. What else may stand there, such as a link, and a missing file
-// read as an empty one.
-FileRead ReadWholeFile(const std::string& path, std::size_t longest, std::string& text);
+// Reads a regular file into `text`. A missing file, and anything else in its place such as a link,
+// reads as an empty one.
+[[nodiscard]] FileRead ReadWholeFile(const std::string& path, std::size_t longest,
+                                     std::string& text);
 
-// Replaces the file by `text`. At any moment, also after a crash, the file has the old bytes or
-// the new ones: the text goes to a sibling, is flushed to the disk, and takes the file's name. Any
-// number of threads and processes of one machine may do so at once; the last one's text stays.
-// Readable by this user only. False when something failed; then the old file stands.
-bool ReplaceWholeFile(const std::string& path, const std::string& text);
+// Replaces the file by `text`, readable by this user only. Returns false on a failure, which keeps
+// the old file. At any moment, also after a crash, the file has the old bytes or the new ones: the
+// text is written to a sibling and flushed to the disk, then the sibling is renamed. Any number of
+// threads and processes of one machine may replace the file at once; the last one wins.
+[[nodiscard]] bool ReplaceWholeFile(const std::string& path, const std::string& text);
 
-// Removes siblings that ReplaceWholeFile has left behind in processes that were killed.
+// Removes the siblings that killed processes have left.
 void RemoveLeftovers(const std::string& path);
 
 }  // namespace zo_base

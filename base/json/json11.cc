@@ -16,7 +16,7 @@ std::weak_ordering Weak(std::partial_ordering order) {
   return order > 0 ? std::weak_ordering::greater : std::weak_ordering::equivalent;
 }
 
-// Keeps one T of one kind. What T can do, the kind can do.
+// Keeps one T of one kind.
 template <Json::Type kType, class T>
 class Value : public JsonValue {
  public:
@@ -148,7 +148,7 @@ const JsonValue& JsonPayloads::Null() {
 }
 
 const std::shared_ptr<const JsonValue>& JsonPayloads::Boolean(bool value) {
-  // Owned by nobody, so that nothing is left behind when the image goes.
+  // Without an owner, so that no allocation is left when the image is unloaded.
   static NoDestructor<JsonBoolean> yes(true);
   static NoDestructor<JsonBoolean> no(false);
   using Shared = std::shared_ptr<const JsonValue>;
@@ -162,8 +162,8 @@ const Json& JsonPayloads::NullJson() {
   return *json;
 }
 
-// The children of containers that die on this thread, while the outermost of them dies. Each
-// container hands over its own children in its own destructor, when nobody else can hold it.
+// The children of the containers that are being destroyed on this thread. Each container moves its
+// children here in its destructor, when no other value can share it.
 thread_local std::vector<Json>* dying_children = nullptr;
 
 void JsonPayloads::MoveOut(Json& value) {
@@ -180,7 +180,7 @@ void JsonPayloads::TakeApartBy(MoveChildren move_children) {
   while (!pending.empty()) {
     const Json last = std::move(pending.back());
     pending.pop_back();
-  }  // `last` dies here, and hands over its children if nobody else holds it.
+  }  // Destroys `last`, which moves its children here unless another value shares it.
   dying_children = nullptr;
 }
 
@@ -211,8 +211,8 @@ const Json::object& JsonValue::object_items() const {
   return *empty;
 }
 
-// All are made while the image is loaded: a child that is forked off while another thread makes one
-// would wait for that for ever.
+// Make all while the image is loaded: a child that is forked while another thread makes one would
+// wait for it forever.
 [[maybe_unused]] const bool made = [] {
   const JsonNull null;
   JsonPayloads::Null();

@@ -18,18 +18,18 @@ enum JsonParse {
 
 // An immutable JSON value for wire answers and small JSON texts. Copies share one payload.
 //
-// Parsing never raises, and reading a value as what it is not answers a neutral default: 0, false,
-// or an empty string, array, object or null value. Beside the double there are two integer kinds;
-// the parser makes 64-bit integers of texts below ten characters, the sign included, and doubles of
-// all others. Numbers compare as doubles, whatever their kinds.
+// Parsing never raises. Reading a value as another kind returns a neutral default: 0, false, or an
+// empty string, array, object or null value. There are doubles and two kinds of integers; the
+// parser makes a 64-bit integer of fewer than ten characters, the sign included, and a double of
+// any other number. All numbers compare as doubles.
 //
 // Strings hold any bytes, NUL and invalid UTF-8 included, and pass unchanged through parse and dump
 // but for the escapes of JSON.
 //
-// Threads: a value may be read from any number of threads. References from readers live as long as
-// a value that shares the payload.
-// Depth: a parsed value is at most 201 levels deep. A deeper one that was built by hand can be
-// copied and destroyed; dumping and comparing it takes stack for each level.
+// Threads: any number may read a value. References from readers live as long as a value that shares
+// the payload.
+// Depth: a parsed value has at most 201 levels. A deeper one that was built by hand can be copied
+// and destroyed; dumping and comparing it takes stack for each level.
 class Json final {
  public:
   enum Type { NUL = 0, NUMBER = 1, BOOL = 2, STRING = 3, ARRAY = 4, OBJECT = 5 };
@@ -59,11 +59,9 @@ class Json final {
   bool is_object() const { return type() == OBJECT; }
 
   double number_value() const;
-  // Of a double: cut to an integer, and to the nearer end of int's range beyond it; 0 for NaN. Of a
-  // 64-bit integer: its low 32 bits.
+  // Of a double see SaturatedCast; of a 64-bit integer its low 32 bits.
   int int_value() const;
-  // Of a 64-bit integer only: 0 for a double and for a 32-bit integer, also where the value would
-  // fit. Read long integers through number_value.
+  // 0 for a double and a 32-bit integer, even if it would fit. Read long integers by number_value.
   long long int64_value() const;
   bool bool_value() const;
   const std::string& string_value() const;
@@ -77,15 +75,15 @@ class Json final {
   void dump(std::string& out) const;  // Appends.
   std::string dump() const;
 
-  // A null value on failure, with the first error in `error`; on success `error` is empty. Takes
-  // linear time.
+  // Returns a null value and the first error on failure, an empty `error` on success. Takes linear
+  // time.
   static Json parse(const std::string& in, std::string& error, JsonParse strategy = STANDARD);
   static Json parse(const char* in, std::string& error, JsonParse strategy = STANDARD);
 
   // Different kinds order by Type.
   bool operator==(const Json& other) const;
   bool operator<(const Json& other) const;
-  // For the containers: with `<` alone they would compare each pair twice, at each level of depth.
+  // For the containers: by `<` alone they would compare each pair twice at each level.
   std::weak_ordering operator<=>(const Json& other) const;
 
  private:

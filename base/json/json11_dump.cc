@@ -9,7 +9,7 @@
 namespace zo_base::json11 {
 namespace {
 
-// Digits that tell any two doubles apart.
+// Enough digits to distinguish any two doubles.
 constexpr int kDoublePrecision = 17;
 // "-1.7976931348623157e+308" and to spare.
 constexpr std::size_t kLongestNumber = 32;
@@ -36,7 +36,7 @@ bool IsLineSeparator(const std::string& text, std::size_t at) {
 constexpr unsigned char kFirstPrintable = 0x20;
 constexpr unsigned char kLineSeparatorLead = 0xe2;
 
-// True for each byte that stands for itself.
+// Whether a byte needs no escape.
 constexpr std::array<bool, 256> kPlain = [] {
   std::array<bool, 256> plain{};
   for (unsigned byte = kFirstPrintable; byte < plain.size(); ++byte) {
@@ -47,7 +47,7 @@ constexpr std::array<bool, 256> kPlain = [] {
 
 bool StandsForItself(char byte) { return kPlain[static_cast<unsigned char>(byte)]; }
 
-// Appends what stands at `at`, which needs a second look. Answers how many bytes that were.
+// Appends the byte at `at`, which isn't plain, or the sequence there. Returns its length.
 std::size_t AppendSpecial(const std::string& value, std::size_t at, std::string& out) {
   const auto byte = static_cast<unsigned char>(value[at]);
   if (byte == kLineSeparatorLead) {
@@ -105,7 +105,7 @@ std::size_t LikelyDumpSize(const Json& value) {
 void DumpString(const std::string& value, std::string& out) {
   std::size_t plain_end = EndOfPlainRun(value, 0);
   if (plain_end == value.size()) {
-    // Nearly every string. Growing `out` but once is worth it.
+    // Nearly every string: grow `out` once.
     const std::size_t begin = out.size();
     out.append(value.size() + 2, '"');
     value.copy(out.data() + begin + 1, value.size());

@@ -31,7 +31,7 @@ std::string Rendered(char c) {
 bool IsHighSurrogate(std::uint32_t code) { return code >= 0xd800 && code <= 0xdbff; }
 bool IsLowSurrogate(std::uint32_t code) { return code >= 0xdc00 && code <= 0xdfff; }
 
-// What a function returns after a failure, whatever its type: a value of no meaning.
+// Converts to the default of any type: what a function returns after a failure.
 struct Failed {
   template <class T>
   operator T() const {
@@ -72,7 +72,7 @@ class Parser {
     while (SkipComment()) SkipBlanks();
   }
 
-  // False when there is none, or after a failure.
+  // Returns false without a comment, or after a failure.
   bool SkipComment() {
     if (failed_ || AtEnd() || in_[at_] != '/') return false;
     ++at_;
@@ -87,7 +87,7 @@ class Parser {
     return true;
   }
 
-  // The next character that is no garbage; 0 after a failure.
+  // Returns the next character after garbage; 0 after a failure.
   char NextToken() {
     SkipGarbage();
     if (failed_) return Failed();
@@ -161,7 +161,7 @@ class Parser {
     return Json(std::move(values));
   }
 
-  // The character at the index, as the number rules see it; 0 stands for the end as well.
+  // Returns the next character of a number; 0 at the end of the text.
   char Peek() const { return AtEnd() ? '\0' : in_[at_]; }
 
   void SkipDigits() {
@@ -209,7 +209,7 @@ class Parser {
     return true;
   }
 
-  // After the opening quote, to behind the closing one.
+  // Called after the opening quote; consumes the closing one.
   std::string ParseString() {
     std::string out;
     std::uint32_t pending = kNone;  // A code point held back: it may be half of a pair.

@@ -10,8 +10,8 @@
 
 namespace zo_base::json11 {
 
-// The payload of a Json. The base answers the neutral defaults; each kind overrides what it is.
-// The table of overrides is exact: int64_value stands on JsonInt64 only.
+// The payload of a Json. This base returns the neutral defaults; each kind overrides its own
+// readers, and only those: int64_value is overridden by JsonInt64 alone.
 class JsonValue {
  public:
   virtual ~JsonValue() = default;
@@ -31,14 +31,14 @@ class JsonValue {
   virtual std::weak_ordering compare(const JsonValue& other) const = 0;  // As with less.
 };
 
-// Makes payloads; what is the same everywhere is shared.
+// The payloads that all values share.
 class JsonPayloads {
  public:
   static const JsonValue& Null();
   static const std::shared_ptr<const JsonValue>& Boolean(bool value);
   static const Json& NullJson();
 
-  // Empties a container that is about to die without recursion, however deep it is.
+  // Empties a container that is about to be destroyed, without recursion, however deep it is.
   static void TakeApart(Json::array& values);
   static void TakeApart(Json::object& members);
 
@@ -48,10 +48,10 @@ class JsonPayloads {
   static void MoveOut(Json& value);
 };
 
-// About how long the text will be. Making room at once is cheaper than growing with a long text.
+// Estimates the length of the text. Reserving it at once is cheaper than growing.
 std::size_t LikelyDumpSize(const Json& value);
 
-// Behind a backslash, a letter stands for the byte at the same place. "/" may also stand plain.
+// The letter after a backslash means the byte at the same index. "/" needs no escape.
 inline constexpr std::string_view kEscapeLetters = "\"\\bfnrt/";
 inline constexpr std::string_view kEscapedBytes = "\"\\\b\f\n\r\t/";
 

@@ -10,9 +10,9 @@ namespace zo_base {
 
 // A condition variable for `_thread_recursive_mutex`.
 //
-// Waits run on the steady clock, so a jump of the wall clock neither ends nor prolongs them.
-// Threads: any. The mutex must be held exactly once by the waiting thread: the wait gives up a
-// single level of a recursive lock.
+// Waits use the steady clock, so a jump of the wall clock doesn't affect them.
+// Threads: any. The waiting thread must hold the mutex exactly once: the wait releases a single
+// level of a recursive lock.
 class Condition {
  public:
   Condition() noexcept;
@@ -22,8 +22,8 @@ class Condition {
 
   void NotifyAll() noexcept;
 
-  // Waits for a notification until `steady_ms` (see SteadyMilliseconds). Answers true on time-out.
-  // May also wake without either, so the caller looks at its state again.
+  // Waits for a notification until `steady_ms` (see SteadyMilliseconds). Returns true on time-out.
+  // May also wake without either, so the caller checks its state again.
   bool WaitUntil(_thread_recursive_mutex& mutex, std::int64_t steady_ms) noexcept
       ZO_REQUIRES(mutex);
 

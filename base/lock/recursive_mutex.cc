@@ -19,8 +19,7 @@ _thread_recursive_mutex::~_thread_recursive_mutex() {
   if (pthread_mutex_trylock(&mutex_) == 0) {
     pthread_mutex_unlock(&mutex_);
   } else if (!pthread_equal(owner(), pthread_self())) {
-    // Another thread is inside. A fresh mutex takes the place of the held one, so that what is
-    // destroyed below is never a held mutex.
+    // Another thread holds it: destroy a new mutex in its place.
     InitRecursive(mutex_);
   }
   pthread_mutex_destroy(&mutex_);

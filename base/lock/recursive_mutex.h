@@ -11,8 +11,8 @@ namespace zo_base {
 
 // The lock used throughout: recursive, and it remembers who took it last.
 //
-// Threads: any. Destroying it while another thread holds it is safe for the destroying thread: the
-// native mutex is abandoned, never destroyed while held.
+// Threads: any. It may be destroyed while another thread holds it: the native mutex is then
+// abandoned.
 class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
  public:
   _thread_recursive_mutex() noexcept;
@@ -22,7 +22,7 @@ class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
     if (pthread_mutex_trylock(&mutex_) != 0) pthread_mutex_lock(&mutex_);
     owner_.store(pthread_self(), std::memory_order_relaxed);
   }
-  bool try_lock() noexcept ZO_TRY_ACQUIRE(true) {
+  [[nodiscard]] bool try_lock() noexcept ZO_TRY_ACQUIRE(true) {
     if (pthread_mutex_trylock(&mutex_) != 0) return false;
     owner_.store(pthread_self(), std::memory_order_relaxed);
     return true;
@@ -45,7 +45,7 @@ class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
 };
 
 // Holds the lock for the length of a scope.
-class ZO_SCOPED_CAPABILITY MutexLock {
+class [[nodiscard]] ZO_SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(_thread_recursive_mutex& mutex) ZO_ACQUIRE(mutex) : mutex_(mutex) {
     mutex_.lock();

@@ -7,10 +7,10 @@
 
 namespace zo_base {
 
-// Runs a function once, like std::call_once, but can be set back so that it runs once more.
+// Like std::call_once, but can be reset so that the function runs again.
 //
-// Threads: any. A caller that finds the function running on another thread waits for its end. A
-// call from within the running function does nothing. A function that raises hasn't run.
+// Threads: any. A caller waits for a function that runs on another thread. A call from within the
+// function does nothing. A function that raises hasn't run.
 class ResettableOnce {
  public:
   template <class F>

@@ -4,8 +4,8 @@
 
 namespace zo_base {
 
-// Reader and writer each announce themselves before they look at the other side. Both steps are
-// sequentially consistent, so at least one of two that meet sees the other.
+// Reader and writer each announce themselves before they check for the other. Both steps are
+// sequentially consistent, so at least one of the two sees the other.
 
 void SpinRWLock::LockRead() {
   ZO_ASSERT(writer_.load() != std::this_thread::get_id());

@@ -9,13 +9,13 @@
 
 namespace zo_base {
 
-// A lock for many readers or one writer, held for short times only: whoever waits spins. A waiting
-// writer keeps new readers out.
+// A lock for many readers or one writer, for short times: a waiting thread spins. A waiting writer
+// blocks new readers.
 //
 // The writer may lock again, for writing; a reader must not lock again, nor the writer for reading.
 class ZO_CAPABILITY("mutex") SpinRWLock {
  public:
-  // What a waiting thread does between two looks.
+  // What a waiting thread does between two checks.
   enum Mode : std::int32_t { kYield = 0, kSleep = 1 };
 
   explicit SpinRWLock(Mode mode = kYield, std::int64_t sleep_us = 100)
@@ -38,7 +38,7 @@ class ZO_CAPABILITY("mutex") SpinRWLock {
 };
 
 // Hold the lock for the length of a scope.
-class ZO_SCOPED_CAPABILITY ReadLock {
+class [[nodiscard]] ZO_SCOPED_CAPABILITY ReadLock {
  public:
   explicit ReadLock(SpinRWLock& lock) ZO_ACQUIRE_SHARED(lock) : lock_(lock) { lock_.LockRead(); }
   ~ReadLock() ZO_RELEASE() { lock_.UnlockRead(); }
@@ -49,7 +49,7 @@ class ZO_SCOPED_CAPABILITY ReadLock {
   SpinRWLock& lock_;
 };
 
-class ZO_SCOPED_CAPABILITY WriteLock {
+class [[nodiscard]] ZO_SCOPED_CAPABILITY WriteLock {
  public:
   explicit WriteLock(SpinRWLock& lock) ZO_ACQUIRE(lock) : lock_(lock) { lock_.LockWrite(); }
   ~WriteLock() ZO_RELEASE() { lock_.UnlockWrite(); }

@@ -3,9 +3,8 @@
 // Declares in code which lock guards what. clang's `-Wthread-safety` checks the declarations
 // (preset `clang-thread-safety`); other compilers see nothing.
 //
-// The analysis looks at one function at a time, so it cannot follow a recursive lock through a call
-// chain. Where a function may be entered with or without its lock held, it carries no annotation
-// and its comment says so.
+// The analysis checks one function at a time, so it can't follow a recursive lock through calls. A
+// function that may be entered with or without its lock has no annotation; its comment says so.
 
 #if defined(__clang__)
 #define ZO_THREAD_ATTRIBUTE(x) __attribute__((x))

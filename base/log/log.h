@@ -12,7 +12,7 @@
 
 namespace zo_base {
 
-// Where a log statement stands.
+// The place of a log statement.
 struct LogLocation {
   std::string_view file;      // Base name of the source file, without its ending.
   std::int32_t line = -1;     // -1 when unknown.
@@ -58,7 +58,7 @@ class LogStream {
 };
 
 // One record: built on the stack of the thread that logs, committed to its writer at the end of its
-// scope. It holds the writer until then, so that an exit on another thread doesn't take it away.
+// scope. It owns a share of the writer until then, since another thread may exit.
 class QLogHelper {
  public:
   QLogHelper(std::int32_t level, const LogLocation& location, std::shared_ptr<ITQlogWriter> writer);
@@ -76,7 +76,7 @@ class QLogHelper {
 
   const LogLocation location_;
   const std::int32_t level_;
-  const std::shared_ptr<ITQlogWriter> writer_;  // Null: the record vanishes.
+  const std::shared_ptr<ITQlogWriter> writer_;  // Null: the record is dropped.
   LogStream stream_;
   bool pending_ = true;
 };
@@ -84,8 +84,8 @@ class QLogHelper {
 // The wall clock as a record shows it: "MM-DD hh:mm:ss.mmm", local time.
 std::string LogTimeNow();
 
-// How this layer learns of the writer that a client has set, which is kept in a higher one. Called
-// once, while the library is loaded; answers null for none.
+// How this layer finds the client's writer, which a higher one keeps. The getter returns null
+// without one. Set while the library is loaded.
 using CustomLogGetter = std::shared_ptr<ITQlogWriter> (*)();
 void SetCustomLogGetter(CustomLogGetter getter);
 

@@ -32,12 +32,12 @@ std::optional<Companion> Judge(const std::string& path, const OpenFile& file, st
                                const LogSink& sink) {
   const int fd = file.fd();
   const off_t length = file.status().st_size;
-  // Where files can't be locked, nobody else is taken to be there.
+  // Where files can't be locked, assume that no other process has it.
   if (TEMP_FAILURE_RETRY(flock(fd, LOCK_EX | LOCK_NB)) != 0 && errno == EWOULDBLOCK) {
     return Companion{kLogReady, -1, size};
   }
   if (!file.IsAt(path)) return std::nullopt;
-  // A file that has another name too may be somebody's own: its bytes are neither read nor changed.
+  // A file with a second name may belong to the user: don't read or change it.
   if (file.status().st_nlink > 1) {
     if (unlink(path.c_str()) == 0) return std::nullopt;
     return Companion{};
@@ -47,7 +47,7 @@ std::optional<Companion> Judge(const std::string& path, const OpenFile& file, st
     if (unlink(path.c_str()) == 0) return std::nullopt;
     return Companion{kLogNotMapped, -1, 0};
   }
-  // The text first: a process that dies in between leaves it in both places rather than in none.
+  // The text first: after a crash in between it is in both places, not in none.
   const std::string text = ReadText(fd, length);
   if (!text.empty()) {
     sink(WithLoadBanners(text));

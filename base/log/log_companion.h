@@ -16,7 +16,7 @@ enum LogOpenResult : std::int32_t {
   kLogPagesNotLocked = -1,  // Locking the pages failed.
 };
 
-// Takes log text away. Answers whether it may be dropped from where it was.
+// Takes log text. Returns whether its source may drop it.
 using LogSink = std::function<bool(const std::string& text)>;
 
 // Format of a companion file, in the machine's own byte order:
@@ -30,15 +30,16 @@ inline constexpr std::uint32_t kLargestCompanion = 64 * 1024 * 1024;
 
 // An open companion.
 struct Companion {
-  std::int32_t result = kLogNoCompanion;  // With anything but kLogReady the rest means nothing.
-  int fd = -1;            // Owned by the receiver. -1: a living process has the file.
+  std::int32_t result = kLogNoCompanion;  // The rest counts with kLogReady only.
+  int fd = -1;            // Owned by the receiver. -1: another process has the file.
   std::int32_t size = 0;  // The length to map.
 };
 
-// Opens the companion at `path` for this process alone, or finds that another has it. A companion
-// of another length than `size` is emptied into `sink` and made anew; when it can't be removed it
-// is used as it stands.
-Companion OpenCompanion(const std::string& path, std::int32_t size, const LogSink& sink);
+// Opens the companion at `path` for this process alone, or finds that another has it. The text of a
+// companion of another length than `size` is sent to `sink` and the file is replaced; one that
+// can't be removed is used as it is.
+[[nodiscard]] Companion OpenCompanion(const std::string& path, std::int32_t size,
+                                      const LogSink& sink);
 
 // Recovered text between the lines that mark it in the log.
 std::string WithLoadBanners(std::string_view text);

@@ -19,18 +19,18 @@ namespace zo_base {
 namespace {
 
 constexpr std::size_t kCopyChunk = 8192;
-// What is kept of a log that has grown far past its limit, as one that couldn't be cut for long.
-// All who log wait for the copy, and the disk must take it. Leaves every usual cut as it is.
+// The most that is kept of a log far above its limit, which couldn't be cut for long: all threads
+// that log wait for the copy. A usual cut keeps less.
 constexpr off_t kLongestCopy = off_t{32} * 1024 * 1024;
-// Another process may be writing or cutting the same log. It takes a few milliseconds, unless that
-// process is stopped: then this one goes on without waiting for it.
+// Another process may be writing or cutting the same log, for a few milliseconds. If that process
+// is stopped, this one continues without the lock.
 constexpr int kLockAttempts = 50;
 constexpr std::chrono::milliseconds kLockPause{2};
 
-// Takes the file for this process alone. False when another keeps it.
+// Locks the file for this process. Returns false when another keeps it locked.
 bool LockAgainstOtherProcesses(const OpenFile& file) {
   for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
-    // Where files can't be locked there is nobody to wait for.
+    // Where files can't be locked there is no process to wait for.
     const long locked = TEMP_FAILURE_RETRY(flock(file.fd(), LOCK_EX | LOCK_NB));
     if (locked == 0 || errno != EWOULDBLOCK) return true;
     std::this_thread::sleep_for(kLockPause);
@@ -107,7 +107,7 @@ bool LogFile::AppendToFile(const std::string& text) {
 }
 
 void LogFile::Append(const std::string& text) {
-  // A second round when another process has cut the log in between: this file is the old one then.
+  // A second round if another process has replaced the log in between.
   for (int round = 0; round < 2; ++round) {
     const OpenFile log(path_, O_WRONLY | O_APPEND | O_CREAT);
     if (!log) return;

@@ -10,14 +10,13 @@
 
 namespace zo_base {
 
-// A log file with its buffer. Records wait in the buffer (a companion file beside the log) and move
-// to the log in one append when it is full, at a flush, or after a crash at the next start. The log
-// is kept below a size by cutting half of the limit off its front, or more when it is far above;
-// the cut may fall inside a line.
+// A log file with its buffer. Records wait in the buffer (a companion file) and are appended to the
+// log together when it is full, at a flush, or after a crash at the next start. A log that reaches
+// its limit loses half of the limit at its front, or more when it is far above; the cut may be in
+// the middle of a line. Text that can't be written is dropped.
 //
 // Files of a log at P: P; P + ".kvr_mmap", the companion; P + ".tmp", only while the log is cut.
 //
-// Nothing fails towards those who log: text that can't be written is dropped.
 // Threads: any. The thread whose record fills the buffer writes the file, while all others wait.
 class LogFile {
  public:
@@ -30,7 +29,7 @@ class LogFile {
   // Sizes in bytes, 0 for the default. A LogOpenResult.
   std::int32_t Open(const std::string& path, std::uint32_t max_file_size,
                     std::uint32_t buffer_size);
-  bool IsReady() const;  // Whether a text written now would be kept.
+  bool IsReady() const;  // Whether text written now would be kept.
   void Write(std::string_view text);
   // See LogFileBuffer::Flush. False when not open.
   bool Flush();
@@ -38,22 +37,21 @@ class LogFile {
 
   std::string path() const;
 
-  // Writes to the file, past the buffer. True always: what can't be written is lost.
+  // Writes to the file, past the buffer. Always true: text that can't be written is dropped.
   bool AppendToFile(const std::string& text);
 
  private:
   void Append(const std::string& text) ZO_REQUIRES(lock_);
   void Shrink() ZO_REQUIRES(lock_);
 
-  // Held for whole operations, so that a record meets a buffer or none.
+  // Held for whole operations: the buffer doesn't change under a record.
   mutable _thread_recursive_mutex lock_;
   std::uint32_t max_file_size_ ZO_GUARDED_BY(lock_) = kDefaultMaxFileSize;
   std::unique_ptr<LogFileBuffer> buffer_ ZO_GUARDED_BY(lock_);  // From Open to Close.
   std::string path_ ZO_GUARDED_BY(lock_);
 };
 
-// Creates the directory of the file `path`, with its parents. A failure shows itself when the file
-// is opened.
+// Creates the directory of the file `path`, with its parents. A failure makes the open fail.
 void MakeDirectoryOf(const std::string& path);
 
 }  // namespace zo_base

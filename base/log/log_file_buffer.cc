@@ -76,7 +76,7 @@ bool LogFileBuffer::Map(const Companion& companion) {
   owner_ = getpid();
   const auto length = static_cast<std::size_t>(size_);
   in_place_ = fd_ < 0 || OverwritesInPlace(fd_);
-  // A full disk shows itself here and not as a signal later.
+  // On a full disk this fails; a later store would raise a signal.
   if (fd_ >= 0 && !ReserveBlocks(fd_, size_)) return false;
   const int flags = fd_ >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS;
   void* mapping = mmap(nullptr, length, PROT_READ | PROT_WRITE, flags, fd_, 0);
@@ -113,13 +113,13 @@ bool LogFileBuffer::LockPages() {
   return LockInMemory(base_, length);
 }
 
-// A cut inside the last page leaves all pages there, but what is written behind it doesn't last.
+// After a cut inside the last page all pages exist, but bytes behind the cut aren't kept.
 bool LogFileBuffer::HasAllBytes() const {
   struct stat status {};
   return fstat(fd_, &status) == 0 && status.st_size >= size_;
 }
 
-// After somebody has cut the file short: gives it its length back, empty.
+// Gives a file that was cut short its length back, empty.
 bool LogFileBuffer::RestoreBlocks() {
   if (TEMP_FAILURE_RETRY(ftruncate(fd_, 0)) != 0 || !ReserveBlocks(fd_, size_)) return false;
   used_ = 0;
@@ -136,7 +136,7 @@ bool LogFileBuffer::Store(std::int32_t offset, std::string_view data) {
   return true;
 }
 
-// The count says what of the text is whole, so it must be written after the text.
+// The count says how much of the text is complete, so it must be written after the text.
 bool LogFileBuffer::StoreUsed(std::int32_t used) {
   if (in_place_) {
     std::atomic_ref<std::int32_t>(*reinterpret_cast<std::int32_t*>(base_))
@@ -148,15 +148,15 @@ bool LogFileBuffer::StoreUsed(std::int32_t used) {
   return true;
 }
 
-// The count first: a process that dies in between must not leave a text of zeros.
+// The count first: a crash in between must not leave a text of zeros.
 void LogFileBuffer::Clear() {
-  // The sink took its time, and somebody may have cut the file meanwhile.
+  // The file may have been cut while the sink ran.
   if (LockPages() && StoreUsed(0)) {
     Store(0, std::string(static_cast<std::size_t>(size_), '\0'));
     if (fd_ >= 0) TEMP_FAILURE_RETRY(fsync(fd_));
     return;
   }
-  // The text is in the log: a count that stays would belong to the records to come.
+  // The text is in the log; an old count would be applied to later records.
   used_ = 0;
   if (fd_ >= 0) TEMP_FAILURE_RETRY(ftruncate(fd_, 0));
 }
@@ -199,7 +199,7 @@ void LogFileBuffer::Close() {
   }
   if (fd_ < 0) return;
   const int fd = std::exchange(fd_, -1);
-  // A child shares its parent's lock and must not give it back.
+  // A child shares its parent's lock and must not release it.
   if (IsForkedChild()) {
     close(fd);
   } else {

@@ -14,17 +14,17 @@
 namespace zo_base {
 
 // Log records on their way to the log file, in a companion file mapped into memory: a record costs
-// a memory copy and survives a crash of the process. What a dead process left goes to the sink at
-// the next start.
+// a memory copy and survives a crash of the process. The next start sends the records of a crashed
+// process to the sink.
 //
-// Two processes never share a companion. The one that comes second, while the first lives, keeps
-// its records in memory of its own: they reach the log like all others but don't survive a crash. A
-// child that is forked off leaves the companion alone; its records are dropped.
+// Two processes never share a companion. While the first one lives, the second one keeps its
+// records in anonymous memory: they reach the log but don't survive a crash. A forked child leaves
+// the companion alone; its records are dropped.
 //
-// A mapped file that somebody cuts short turns an access into a signal. So the blocks are reserved
-// when the file is opened, and each access first looks at the file's length and locks its pages.
-// Only a cut in the middle of an access is left. Where the file system doesn't overwrite blocks in
-// place, a full disk turns a store into a signal: there the stores are writes to the file.
+// An access to a mapped page that the file no longer has, or for which the disk has no block,
+// raises a signal. So the blocks are reserved at the open, and each access first checks the file's
+// length and locks the pages; only a cut during an access remains. Where the file system doesn't
+// overwrite blocks in place, records are written to the file instead.
 //
 // Threads: any. The sink runs on the thread whose record fills the buffer, under the lock.
 class LogFileBuffer {
@@ -32,17 +32,17 @@ class LogFileBuffer {
   explicit LogFileBuffer(LogSink sink) : sink_(std::move(sink)) {}
   ~LogFileBuffer() { Close(); }
 
-  // Opens and maps the companion, `size` bytes long (16 bytes to 64 MiB, else the nearer end), and
-  // sends what it holds to the sink. A LogOpenResult; when ready, kLogReady at once.
+  // Opens and maps the companion, `size` bytes long (clamped to 16 bytes and 64 MiB), and sends its
+  // text to the sink. Returns a LogOpenResult; when ready, kLogReady at once.
   std::int32_t Init(const std::string& companion, std::uint32_t size);
-  // The last step of Init, to be tried again when it has failed.
+  // The last step of Init, which may be repeated after a failure.
   std::int32_t Load();
   bool ready() const { return ready_.load(std::memory_order_acquire); }
 
-  // Adds a record, or sends it to the sink with all before it when it doesn't fit. When not ready,
-  // or when the pages can't be locked, the record is dropped.
+  // Adds a record, or sends it to the sink with all before it when it doesn't fit. Drops it when
+  // not ready, or when the pages can't be locked.
   void Append(std::string_view text);
-  // Sends everything to the sink. When not ready, runs Load and answers whether that failed.
+  // Sends everything to the sink. When not ready, runs Load and returns whether that failed.
   bool Flush();
   // Flushes and gives the file back.
   void Close();

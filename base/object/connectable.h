@@ -28,8 +28,8 @@ class ConnectAble {
   ConnectAble() = default;
   virtual ~ConnectAble() { Disconnect(nullptr); }
 
-  // `callable` is copied. Wrap one that refers to an object by ToWeakClosure, unless the emitter is
-  // sure to go first.
+  // Copies `callable`. Wrap one that refers to an object by ToWeakClosure, unless the emitter is
+  // destroyed first.
   template <class... Args, class F>
   zo_sigslot::connection Connect(SignalId signal, F&& callable);
 
@@ -57,8 +57,8 @@ class ConnectAble {
   using Connection = zo_sigslot::signal_singl_base<_thread_recursive_mutex, Args...>;
   template <class... Args>
   using ConnectionTable = std::map<std::uint64_t, std::shared_ptr<Connection<Args...>>>;
-  // What a ZOAny of `signals` holds. A published table never changes, so an emission takes a
-  // reference instead of a copy, and a change makes a new table.
+  // What a ZOAny of `signals` holds. A published table never changes; a change publishes a new one,
+  // so an emission needs no copy.
   template <class... Args>
   using PublishedTable = std::shared_ptr<const ConnectionTable<Args...>>;
 

@@ -30,7 +30,7 @@ class ZOEnableSharedFromThis
  public:
   virtual ~ZOEnableSharedFromThis() = default;
 
-  // This object as a `U`; null when it is none. Raises std::bad_weak_ptr when nobody owns it.
+  // This object as a `U`, or null if it is none. Raises std::bad_weak_ptr without an owner.
   template <class U>
   std::shared_ptr<U> shared_from_this() {
     return std::dynamic_pointer_cast<U>(
@@ -42,7 +42,7 @@ class ZOEnableSharedFromThis
 class ZOObjectIMPL
     : public __ZOObject<WeakClosureSupportor, ConnectAble, ZOEnableSharedFromThis<ZOObjectIMPL>> {};
 
-// Makes weak closures for a class that is no ZOObjectIMPL itself and holds this as a member.
+// A member that makes weak closures for a class that is no ZOObjectIMPL itself.
 class WeakCallbackFlag : public ZOObjectIMPL {};
 
 }  // namespace zo_base

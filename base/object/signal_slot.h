@@ -9,12 +9,10 @@
 
 #include "base/lock/recursive_mutex.h"
 
-// The parts that a connection between a signal and a slot is made of. Users go through
-// zo_base::ConnectAble.
+// The parts of a connection between a signal and a slot. Users call zo_base::ConnectAble.
 namespace zo_sigslot {
 
-// Identifies a signal: the address of a function that answers the signal's own name. Two signals
-// differ because their functions do; nothing needs registering.
+// Identifies a signal: the address of a function that returns the signal's name.
 using SignalId = const char* (*)();
 
 namespace detail {
@@ -75,8 +73,8 @@ class signal_singl_base final : public detail::disconnecable {
  public:
   using Disconnector = std::function<void(SignalId, std::uint64_t)>;
 
-  // The slot keeps a pointer to this object, so it is set before the connection is published and
-  // never changes afterwards.
+  // The slot refers to this object, so `slot` is set afterwards, before the connection is
+  // published.
   signal_singl_base(SignalId signal_id, std::uint64_t connection_id, Disconnector disconnector)
       : signal_id(signal_id), connection_id(connection_id), disconnector(std::move(disconnector)) {}
   ~signal_singl_base() override {
@@ -103,8 +101,8 @@ class signal_singl_base final : public detail::disconnecable {
   std::atomic<bool> closed{false};
 };
 
-// The handle of a connection. Dropping it changes nothing: a connection lasts until it is
-// disconnected or its emitter goes. Safe to use after either.
+// The handle of a connection, which lasts until it is disconnected or its emitter is destroyed.
+// Dropping the handle doesn't disconnect. Safe to use at any time.
 class connection {
  public:
   connection() = default;

@@ -6,13 +6,11 @@
 
 namespace zo_base {
 
-// Never instantiated: only the life of a shared pointer's control block means anything.
+// Never instantiated: only the lifetime of a shared pointer's control block is used.
 class ZOWeakFlag {};
 
-// Base of objects whose asynchronous callbacks must die with them.
-//
-// A callback wrapped by ToWeakClosure does nothing once the object is gone or has called
-// CancelWeakClosures. There is no list of closures: cancelling any number of them is one release.
+// Base of objects with asynchronous callbacks. A callback wrapped by ToWeakClosure does nothing
+// once the object is destroyed or has called CancelWeakClosures.
 //
 // Threads: ToWeakClosure and CancelWeakClosures of one object must not run at the same time (any
 // number of ToWeakClosure calls may, once the first has returned). A closure may run on any thread.
@@ -20,15 +18,14 @@ class ZOWeakFlag {};
 // check on another thread still runs. So an owner stops its task thread before it is destroyed.
 class WeakClosureSupportor {
  public:
-  // Callable with whatever `F` takes. Holds nothing of the owner; safe to keep and to call for
-  // ever.
+  // Callable with the arguments of `F`. Owns no part of the owner; safe to call at any time.
   template <class R, class F>
   class __WeakClosure {
    public:
     __WeakClosure(std::weak_ptr<ZOWeakFlag> flag, F closure)
         : flag(std::move(flag)), closure(std::move(closure)) {}
 
-    // A dead closure answers a value-initialised R.
+    // Returns a value-initialised R once it is cancelled.
     template <class... Args>
     R operator()(Args&&... args) {
       if (flag.expired()) return R();
@@ -47,14 +44,14 @@ class WeakClosureSupportor {
 
   // `R` is the result of the closure: void unless named.
   template <class R = void, class F>
-  __WeakClosure<R, std::decay_t<F>> ToWeakClosure(F&& closure) {
+  [[nodiscard]] __WeakClosure<R, std::decay_t<F>> ToWeakClosure(F&& closure) {
     if (!flag.use_count()) flag = std::shared_ptr<ZOWeakFlag>(static_cast<ZOWeakFlag*>(nullptr));
     return {flag, std::forward<F>(closure)};
   }
 
-  // Kills all closures made so far. The next ToWeakClosure starts a new generation.
+  // Cancels all closures made so far. The next ToWeakClosure starts a new generation.
   void CancelWeakClosures() { flag.reset(); }
-  // Whether a generation lives.
+  // Whether closures were made since the last cancel.
   bool HasWeakClosures() const { return flag.use_count() != 0; }
 
  private:

@@ -6,11 +6,11 @@
 
 namespace zo_base {
 
-// Ties a callback to its owner: `f(T&, arguments...)`, which holds the owner while it runs. Once
-// the owner is destroyed, a call does nothing and returns a value-initialised result. For what
-// crosses threads: unlike a weak closure it can't meet a destructor that runs at the same moment.
+// Ties a callback `f(T&, arguments...)` to its owner, which lives at least until a call has
+// returned. After the owner's end a call does nothing and returns a value-initialised result. For
+// calls from another thread, where a weak closure could run during the destructor.
 template <class T, class F>
-auto Weakly(const std::shared_ptr<T>& owner, F f) {
+[[nodiscard]] auto Weakly(const std::shared_ptr<T>& owner, F f) {
   return [weak = std::weak_ptr<T>(owner), f = std::move(f)]<class... Args>(Args&&... args) {
     using Result = std::invoke_result_t<const F&, T&, Args...>;
     if (const auto living = weak.lock()) return f(*living, std::forward<Args>(args)...);
@@ -20,7 +20,7 @@ auto Weakly(const std::shared_ptr<T>& owner, F f) {
 
 // The same for a ZOEnableSharedFromThis, as its own members write it: Weakly(this, f).
 template <class T, class F>
-auto Weakly(T* owner, F f) {
+[[nodiscard]] auto Weakly(T* owner, F f) {
   return Weakly(owner->template shared_from_this<T>(), std::move(f));
 }
 

@@ -12,8 +12,8 @@
 
 namespace zo_base {
 
-// Names this library's own at-exit world, apart from any other user of the same templates in the
-// client's process. Never defined.
+// Separates this library's at-exit state from other users of the same templates in the process.
+// Never defined.
 class TarvelObject;
 
 template <class Tag>
@@ -24,8 +24,8 @@ class IAtExitManager {
   virtual void RegisterTask(std::function<void()> task) = 0;
 };
 
-// Gives process-level objects a life that ends with the environment instead of the process: its
-// tasks run, last one first, when the last holder lets go of it.
+// Ends process-level objects with the environment instead of the process: its tasks run, last one
+// first, when the last holder releases it.
 //
 // Threads: any. Tasks run on the releasing thread, under the manager's lock; a task may register
 // another, which runs next.
@@ -44,8 +44,8 @@ class _AtExitManager final : public IAtExitManager<Tag> {
     tasks.push_back(std::move(task));
   }
 
-  // The living manager, or a new one, and whether this call has created it. A new manager that
-  // nobody keeps dies at once.
+  // The living manager, or a new one, and whether this call has created it. A new manager without
+  // a holder is destroyed at once.
   static std::pair<std::shared_ptr<_AtExitManager>, bool> GetAtExitManager() {
     Reference& reference = LivingReference();
     MutexLock lock(reference.lock);
@@ -68,8 +68,8 @@ class _AtExitManager final : public IAtExitManager<Tag> {
     std::weak_ptr<_AtExitManager> manager ZO_GUARDED_BY(lock);
   };
 
-  // Lives as long as the image, for threads that still log while the process ends. What it refers
-  // to is given back at exit.
+  // Never destroyed, for threads that still log while the process ends. The reference is released
+  // at exit.
   static Reference& LivingReference() {
     static NoDestructor<Reference> reference;
     static const bool registered = [] {

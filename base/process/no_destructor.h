@@ -5,8 +5,8 @@
 
 namespace zo_base {
 
-// A static object that is never destroyed, for state that other threads may still touch while the
-// process runs its exit handlers. The memory goes with the image.
+// A static object that is never destroyed, for state that other threads may still use while the
+// process runs its exit handlers.
 template <class T>
 class NoDestructor {
  public:
@@ -20,8 +20,8 @@ class NoDestructor {
   T& operator*() { return *std::launder(reinterpret_cast<T*>(storage_)); }
   T* operator->() { return &**this; }
 
-  // Puts a new T in the place of the one that is there, which is left as it is: for a forked child,
-  // where a thread that is no more may have had it in hand.
+  // Constructs a new T over the old one, without destroying that: for a forked child, where a
+  // thread of the parent may have been changing it.
   template <class... Args>
   void Renew(Args&&... args) {
     ::new (static_cast<void*>(storage_)) T(std::forward<Args>(args)...);

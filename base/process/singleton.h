@@ -12,18 +12,17 @@ namespace zo_base {
 template <class T, class Tag, bool kWithAtExitManager>
 class Singleton;
 
-// One `T` for as long as somebody holds the at-exit manager of `Tag`; after that, a fresh one for
-// the next holder.
+// One `T` while the at-exit manager of `Tag` has a holder; the next manager gets a new one.
 //
 // Threads: any.
 template <class T, class Tag>
 class Singleton<T, Tag, true> {
  public:
-  // Null when nobody holds a manager. Good while the caller knows that the manager is held.
+  // Returns null without a manager. Valid while the manager has a holder.
   static T* GetInstance_WithAtExitManager() { return GetHeldInstance().get(); }
 
-  // First called while the image is loaded. The same, holding the manager, and so the instance, for
-  // as long as the answer lives.
+  // The same, but the result holds the manager and so the instance. First called while the image is
+  // loaded.
   static std::shared_ptr<T> GetHeldInstance() {
     State& state = GetState();
     auto manager = _AtExitManager<Tag>::LivingManager();

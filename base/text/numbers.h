@@ -7,8 +7,7 @@
 
 namespace zo_base {
 
-// A decimal integer. `fallback` for what is no number from end to end, and for one that is out of
-// range.
+// Reads a decimal integer. Returns `fallback` unless the whole text is one that is in range.
 template <class Integer>
 Integer ReadNumber(std::string_view text, Integer fallback) {
   Integer number = 0;
@@ -17,12 +16,10 @@ Integer ReadNumber(std::string_view text, Integer fallback) {
   return read.ec == std::errc() && read.ptr == end ? number : fallback;
 }
 
-// The decimal number `text`, in the form of JSON, whatever locale the client has set. Beyond the
-// range it is infinite or 0.
+// Reads a decimal number in the form of JSON, in any locale. Out of range it is infinite or 0.
 double ReadDouble(std::string_view text);
 
-// The integer part of a number that may come from anywhere: beyond the range of `Integer` the
-// nearer end of that, and 0 for what is no number.
+// The integer part of any number: the nearer limit outside the range of `Integer`, 0 for NaN.
 template <class Integer>
 Integer SaturatedCast(double value) {
   using Limits = std::numeric_limits<Integer>;

@@ -35,7 +35,8 @@ void BaseThread::Start() {
   BindProc();
   const auto native = std::make_shared<NativeThread>();
   try {
-    // The body dies on the new thread. If it holds the last reference, the object ends there.
+    // The body is destroyed on the new thread, and the object with it if it holds the last
+    // reference.
     NativeThread::Start(native, [self, native] {
       {
         MutexLock lock(self->thread_lock);
@@ -46,7 +47,7 @@ void BaseThread::Start() {
   } catch (const std::system_error& error) {
     throw std::system_error(error.code(), "thread constructor failed");
   }
-  // A body that has already ended will never be ready.
+  // A body that has already ended is never ready.
   while (!IsReady() && !ended.load(std::memory_order_acquire)) sched_yield();
 }
 

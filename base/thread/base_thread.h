@@ -43,11 +43,11 @@ class IThread {
 
 // A named operating-system thread. The body is a function given at construction, or `Run`.
 //
-// Ownership: must be owned by a shared_ptr. While the native thread runs it holds a strong
-// reference to this object, so the object never goes under its own running body, also when a client
-// lets go of it from a callback on this thread. An owner therefore calls Stop before letting go.
-// Threads: operations may be called from any thread. Start and StartOnCurrentThread are called once
-// at most; a stopped thread is never started again.
+// Ownership: must be owned by a shared_ptr. The native thread holds a strong reference while it
+// runs, so the object isn't destroyed under its own body, even if a callback on this thread
+// releases it. An owner therefore calls Stop before it releases the object. Threads: operations may
+// be called from any thread. Start and StartOnCurrentThread are called once at most; a stopped
+// thread is never started again.
 class BaseThread : public IThread, public virtual ZOObjectIMPL {
  public:
   explicit BaseThread(std::string name, std::function<void()> proc = nullptr);
@@ -65,12 +65,13 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   // shared_ptr owns this object, and std::system_error "thread constructor failed" when the system
   // gives no thread.
   void Start() override;
-  // Starts the thread, once. Empty, or why the system gives none: then a later call tries again.
-  // Does nothing after a Stop. Several may call at once, but none beside Start.
-  std::string StartIfPossible();
+  // Starts the thread, once; does nothing after a Stop. Returns an empty string, or why the system
+  // gives no thread: a later call may succeed. Any threads may call it, but not together with
+  // Start.
+  [[nodiscard]] std::string StartIfPossible();
 
-  // Tells the body to end and waits for it. On the thread itself, and on a thread that it waits
-  // for, it only tells; a later Stop from another thread waits.
+  // Asks the body to end and waits for it. Doesn't wait on the thread itself, nor on a thread for
+  // which that waits; a later Stop from another thread does.
   void Stop() override { StopAndJoin(); }
   void Join() override;
 

@@ -77,8 +77,8 @@ class DelayedTaskQueue {
   }
 
   std::map<std::int64_t, DelayedTaskGroup> groups_;
-  // A short cut past the search of `groups_`: many tasks are posted for few milliseconds. Each
-  // place stands for the milliseconds that are equal modulo the size, and may be null.
+  // Caches the search of `groups_`, since many tasks are posted for few milliseconds. Indexed by
+  // the millisecond modulo the size; null when unknown.
   std::array<DelayedTaskGroup*, 128> last_used_{};
 };
 

@@ -14,7 +14,7 @@ using Tasks = std::vector<Task>;
 // A plain pointer: a thread-local object with a destructor would keep the image loaded.
 thread_local Tasks* kept_tasks = nullptr;  // Owned; null when there are none.
 
-// Called within the outermost stay, so that what a task keeps in its turn comes in the next round.
+// Called within the outermost scope: a task may keep another, which runs in the next round.
 void RunKeptTasks() {
   while (kept_tasks != nullptr) {
     const std::unique_ptr<Tasks> tasks(std::exchange(kept_tasks, nullptr));

@@ -5,13 +5,13 @@
 
 namespace zo_base {
 
-// A stay of the calling thread in the library, for the length of a scope: a call of the client's,
-// or a task on a thread of the library's own. They nest.
+// The calling thread is in the library, for the length of a scope: in a call of the client's or in
+// a task on the library's own thread. Scopes nest.
 //
-// The client's log function is called in the middle of them, mostly with locks held. What it must
-// not do there is kept, and done on the same thread when the outermost stay ends: by then the
-// thread holds no lock of the library and works on none of its objects. So a scope stands in front
-// of all locks, and in a member function that logs in front of all else.
+// The client's log function runs inside, mostly with locks held. What it must not do there is kept,
+// and done on the same thread at the end of the outermost scope, when the thread holds no lock and
+// uses no object of the library. So a scope comes before all locks, and first in a member function
+// that logs.
 //
 // Threads: each thread has its own.
 class LibraryCall : ThreadScope<LibraryCall> {
@@ -25,7 +25,7 @@ using LogFunctionCall = ThreadScope<class LogFunction>;
 inline bool InLogFunction() { return LogFunctionCall::depth() > 0; }
 
 // Keeps `task` for the end of the outermost LibraryCall of the calling thread, which must be in
-// one. Tasks run in the order in which they were kept. `task` holds what it works on weakly.
+// one. Kept tasks run in order. `task` refers to its objects weakly.
 void RunAfterLibraryCall(Task task);
 
 }  // namespace zo_base

@@ -14,16 +14,14 @@
 namespace zo_base {
 namespace {
 
-// How long the end of the process waits for a callback that has taken the environment down and has
-// not returned yet. Long enough for any callback that is on its way, short enough to bear if one
-// never returns.
+// How long the end of the process waits for a callback that has ended the environment and not
+// returned yet: long enough for a usual one, bearable if it never returns.
 constexpr std::chrono::seconds kLongestWaitAtExit{5};
 constexpr std::chrono::milliseconds kPollAtExit{1};
 
-// Signals belong to the client, who may wait for one with signalfd: the system gives a signal to
-// any thread that doesn't block it. While this lives, the calling thread blocks all but those that
-// a thread's own instructions raise. A thread that it starts inherits that, and so do the threads
-// that other libraries start from there.
+// Signals belong to the client, which may wait for one with signalfd: the system delivers a signal
+// to any thread that doesn't block it. While this exists, the calling thread blocks all but those
+// that a thread's own instructions raise. Threads that are started meanwhile inherit the mask.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -49,8 +47,7 @@ struct Ends {
   _thread_recursive_mutex lock;  // A leaf.
   std::vector<std::shared_ptr<NativeThread>> unjoined ZO_GUARDED_BY(lock);
   // Which thread of the library waits for the end of which: callbacks on two of them may stop each
-  // other's object at the same moment. Threads of the client are not in it, since nobody here waits
-  // for them.
+  // other's object at the same moment. No thread here waits for one of the client's.
   std::map<const NativeThread*, const NativeThread*> target_of ZO_GUARDED_BY(lock);
 };
 

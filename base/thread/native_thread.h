@@ -10,21 +10,21 @@
 namespace zo_base {
 
 // The operating-system thread of a BaseThread. The object that started it, the thread itself and
-// the list of ended threads share it, so that it can be joined whoever of them is left.
+// the list of unjoined threads share it, so that the last of them can join it.
 //
 // Threads: any.
 class NativeThread {
  public:
   // Runs `body` on a new thread and destroys it there. The calling thread passes its own reference.
   // The new thread blocks all signals but those that its own instructions raise.
-  // Raises std::system_error when the system gives no thread, and in a dead forked child.
+  // Raises std::system_error when the system gives no thread, and in a disabled forked child.
   static void Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body);
 
-  // Waits for the end; true at once when it never started or was joined before. False, without
-  // waiting, where that would never end: on the thread itself, and on a thread that it waits for
-  // itself, directly or through others.
+  // Waits for the end; returns true at once if it never started or was joined. Returns false
+  // without waiting on the thread itself, and on a thread for which it waits, directly or through
+  // others.
   [[nodiscard]] bool Join();
-  // The body has been run and destroyed, so that a Join takes no time.
+  // The body has been run and destroyed, so a Join takes no time.
   bool finished() const { return finished_.load(std::memory_order_acquire); }
 
  private:
@@ -38,12 +38,12 @@ class NativeThread {
   std::thread thread_ ZO_GUARDED_BY(lock_);
 };
 
-// Sees to the end of a thread that nobody can join: one that was stopped by itself or by a thread
-// that it waits for, or whose object ends on it. Detached, it could still be on its way out when
+// Joins a thread later that its stopper can't join: one that was stopped by itself or by a thread
+// for which it waits, or whose object is destroyed on it. A detached thread could still run when
 // the library's image is unloaded.
 //
-// It is joined when it has finished, by one of the next calls or when the process exits or unloads
-// the image, which waits for it for some seconds.
+// It is joined once it has finished: by one of the next calls, or at the end of the process or the
+// unload, which wait for some seconds.
 void JoinWhenFinished(const std::shared_ptr<NativeThread>& thread);
 
 // Joins those that have finished.

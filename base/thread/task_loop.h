@@ -32,8 +32,8 @@ class ITaskPostor {
   virtual void PostIdleTask(Task task) = 0;
 };
 
-// The handle through which others post to a task thread. It never keeps the thread alive: before
-// the thread has begun and after it has gone, a posted task is dropped without a word.
+// The handle through which others post to a task thread. It doesn't own the thread: before the
+// thread's begin and after its destruction, a posted task is dropped.
 class ITaskLoop : public ITaskPostor {
  public:
   // Once, before anything is posted through the delegate.

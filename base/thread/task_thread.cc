@@ -9,14 +9,13 @@
 namespace zo_base {
 namespace {
 
-// How long an idle thread sleeps: idle tasks wake nobody, so this bounds how late they run.
+// How long an idle thread sleeps. An idle task doesn't wake it, so this bounds how late one runs.
 constexpr std::int64_t kIdleWakeMs = 1000;
 // An idle task never starts this close to the next delayed task, which it would make late.
 constexpr std::int64_t kIdleTaskGapMs = 500;
-// A thread that has just run this many normal tasks in a row is being fed by posters faster than
-// a sleep and a wake-up take. It lets tasks gather for a moment before it looks once more, which
-// saves both sides the system calls and the contention for the queue. A longer pause would make a
-// late task later; fewer tasks would have lone ones pay for it.
+// A thread that has just run this many normal tasks in a row gets them faster than it can sleep and
+// wake. So it pauses for a moment and checks again, which saves both sides system calls and
+// contention. A longer pause would delay a late task; a lower count would delay lone tasks.
 constexpr int kStreamOfTasks = 16;
 constexpr std::chrono::microseconds kGatheringPause{2};
 
@@ -137,8 +136,7 @@ void TaskThread::PostDelayed(std::int32_t delay_ms, std::int64_t times, Task tas
 }
 
 void TaskThread::WakeUp() {
-  // Set before the thread's last look at the queues, so a post that comes too late for that look
-  // sees it. See WaitForWork.
+  // The thread sets it before it checks the queues for the last time, so a later post sees it.
   if (!waiting.load(std::memory_order_acquire)) return;
   MutexLock lock(wake_lock);
   // One wake-up is enough for all posts until the thread waits again.
@@ -162,7 +160,7 @@ void TaskThread::RunGuarded(const Task& task) {
   task_running.store(false, std::memory_order_release);
 }
 
-// What goes before the next normal task, seldom anything. Inline in the loop for that reason.
+// Runs what precedes the next normal task: seldom anything, so it is inline in the loop.
 inline bool TaskThread::RunUrgentTasks() {
   if (priority_work.empty() && !priority_posted.load(std::memory_order_acquire) &&
       earliest_delayed.load(std::memory_order_acquire) == DelayedTaskQueue::kNever) {
@@ -274,8 +272,8 @@ bool TaskThread::WaitForWorkLocked() {
 
   while (AllQueuesEmpty()) {
     if (clock.WaitUntil(wake_condition, wake_lock, now + delay)) return true;
-    // That wake-up may have come late, for a task long since run. Whoever posts from here on must
-    // wake this thread anew, so this stands before the look at the queues.
+    // The wake-up may be late, for a task that has run already. Set before the check of the queues:
+    // a later post must wake this thread again.
     waiting.store(true, std::memory_order_release);
     if (HasDelayedTasks()) return false;
     now = clock.Now();

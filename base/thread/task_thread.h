@@ -111,8 +111,8 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   DelayedTaskQueue delayed ZO_GUARDED_BY(delayed_lock);
   TaskQueue idle ZO_GUARDED_BY(idle_lock);
 
-  // Short cuts past a lock, written under the lock of what they tell of. A poster that finds the
-  // thread outside its wait needn't wake it: the thread looks at all queues before it waits.
+  // Summaries of the queues, written under their locks and read without. A poster needn't wake a
+  // thread that isn't waiting: it checks all queues before it waits.
   alignas(kCacheLine) std::atomic<bool> priority_posted{false};
   std::atomic<bool> normal_posted{false};
   std::atomic<bool> idle_posted{false};

@@ -6,14 +6,14 @@
 namespace zo_base {
 namespace {
 
-// Keys above this count as absent, so that a process which uses up its keys gets a clear answer.
+// Keys above this count as absent.
 constexpr pthread_key_t kHighestKey = 512;
 constexpr std::int64_t kNoKey = -1;
 
 // Atomic: threads of the library may still look here while the image is taken down.
 std::atomic<std::int64_t> usable_key{kNoKey};
 
-// Holds the key from load to unload, so that loading and unloading again does not use keys up.
+// Holds the key from load to unload, so that repeated loads don't use keys up.
 class KeyOwner {
  public:
   KeyOwner() : created_(pthread_key_create(&key_, nullptr) == 0) {
@@ -31,7 +31,7 @@ class KeyOwner {
   const bool created_;
 };
 
-// Puts `record` into the calling thread's slot; false when there is none.
+// Puts `record` into the calling thread's slot. Returns false without a slot.
 bool StoreRecord(ThreadInfo* record) {
   const std::int64_t key = usable_key.load(std::memory_order_acquire);
   return key != kNoKey && pthread_setspecific(static_cast<pthread_key_t>(key), record) == 0;

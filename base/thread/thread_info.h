@@ -13,7 +13,7 @@ namespace zo_base {
 
 class ITaskLoop;
 
-// What a thread of the library knows about itself, for timers and log lines.
+// The record of a thread of the library, for timers and log lines.
 struct ThreadInfo {
   std::string name;
   std::shared_ptr<ITaskLoop> task_loop;  // Null on a thread without a loop.
@@ -26,8 +26,8 @@ struct ThreadInfo {
 // it may still use it while they are destroyed.
 void CreateThreadInfoKey();
 
-// The record of the calling thread; null on a thread that is none of the library's, and on every
-// thread where the process has used up its thread-local keys. Owned by the thread.
+// The record of the calling thread, which owns it. Null on other threads than the library's, and
+// everywhere when the process has no thread-local key left.
 ThreadInfo* GetCurrentThreadInfo();
 
 // The loop of the calling thread; null where it has none, or no record.

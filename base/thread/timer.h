@@ -21,8 +21,8 @@ class Timer {
   explicit Timer(std::weak_ptr<ITaskLoop> task_loop) : task_loop(std::move(task_loop)) {}
   virtual ~Timer() { Stop(); }
 
-  // Runs `task` after `delay_ms`, on the timer's loop; if that has gone, on the loop of the calling
-  // thread; without either, nothing happens. `times` 0 is one shot, n gives n runs `delay_ms`
+  // Runs `task` after `delay_ms` on the timer's loop, or if that is destroyed on the loop of the
+  // calling thread. Does nothing without either. `times` 0 is one shot, n gives n runs `delay_ms`
   // apart, a negative value repeats until cancelled.
   virtual void Start(std::int32_t delay_ms, Task task, std::int32_t times);
   // Cancels what is pending.

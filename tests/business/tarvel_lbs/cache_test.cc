@@ -206,7 +206,9 @@ TEST_F(LBSCacheTest, KeepsItsOwnAnswerWhateverOthersWrite) {
                                  .dump();
   std::jthread other_process([&](const std::stop_token& stop) {
     for (bool writes = true; !stop.stop_requested(); writes = !writes) {
-      if (writes) zo_base::ReplaceWholeFile(path, others);
+      if (writes) {
+        EXPECT_TRUE(zo_base::ReplaceWholeFile(path, others));
+      }
       EXPECT_NE(ReadFile(path), "{}");
     }
   });
@@ -216,7 +218,7 @@ TEST_F(LBSCacheTest, KeepsItsOwnAnswerWhateverOthersWrite) {
     EXPECT_EQ(NextLink(), "192.0.2.9 9 1");
     EXPECT_EQ(Update(), "200 " + Answer("fresh"));
     object()->ReleaseLBSService();
-    zo_base::ReplaceWholeFile(path, others);
+    EXPECT_TRUE(zo_base::ReplaceWholeFile(path, others));
   }
 }
 

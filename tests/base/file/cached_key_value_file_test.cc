@@ -45,7 +45,7 @@ class CachedKeyValueFileTest : public ::testing::Test {
   }};
 };
 
-TEST_F(CachedKeyValueFileTest, WritesOneCompactObjectAndTakesFromItsFileWhatTheFilterKeeps) {
+TEST_F(CachedKeyValueFileTest, ReadsBackWhatItWroteAndTheFilterKeeps) {
   store_.Load(path_);  // There is no file.
   store_.Set("b", "\"\\/\b\f\n\r\t\x01\x1f\x7f\xc3\xa4");
   store_.Set("a", "old");
@@ -73,7 +73,7 @@ TEST_F(CachedKeyValueFileTest, WritesOneCompactObjectAndTakesFromItsFileWhatTheF
   EXPECT_EQ(store_.FileSize(), ReadFile(path_).size());
 }
 
-TEST_F(CachedKeyValueFileTest, TakesNoEntryOfAFileThatIsNoFlatObjectOfStrings) {
+TEST_F(CachedKeyValueFileTest, RejectsWhatIsNoFlatObjectOfStrings) {
   const std::string begin = R"({"a": "1", "b": )";
   const std::string deep(100'000, '[');
   for (const std::string& text :
@@ -91,7 +91,7 @@ TEST_F(CachedKeyValueFileTest, TakesNoEntryOfAFileThatIsNoFlatObjectOfStrings) {
   }
 }
 
-TEST_F(CachedKeyValueFileTest, ReadsAndReplacesNothingButARegularFile) {
+TEST_F(CachedKeyValueFileTest, TouchesNothingButARegularFile) {
   const std::string elsewhere = directory_ / "elsewhere";
   WriteFile(elsewhere, R"({"a": "1"})");
   std::filesystem::permissions(elsewhere, std::filesystem::perms(0666));
@@ -109,7 +109,7 @@ TEST_F(CachedKeyValueFileTest, ReadsAndReplacesNothingButARegularFile) {
   EXPECT_EQ(GetFromFile("a"), "missing");
 }
 
-TEST_F(CachedKeyValueFileTest, LeavesTheOldFileUntilTheNewOneIsWritten) {
+TEST_F(CachedKeyValueFileTest, KeepsTheOldFileUntilTheNewIsWritten) {
   store_.Load(path_);
   store_.Set("a", "1");
   EXPECT_TRUE(store_.Save());
@@ -152,7 +152,7 @@ TEST_F(CachedKeyValueFileTest, RemovesWhatKilledWritersLeftBehind) {
   EXPECT_THAT(FilesInDirectory(), testing::UnorderedElementsAreArray(kept));
 }
 
-TEST_F(CachedKeyValueFileTest, HasInItsFileWhatTheLastOfManyThreadsSet) {
+TEST_F(CachedKeyValueFileTest, SavesWhatTheLastOfManyThreadsSet) {
   store_.Load(path_);
   for (int round = 0; round < 30; ++round) {
     const std::string value = std::to_string(round);
@@ -170,7 +170,7 @@ TEST_F(CachedKeyValueFileTest, HasInItsFileWhatTheLastOfManyThreadsSet) {
   EXPECT_THAT(FilesInDirectory(), testing::ElementsAre("a.data"));
 }
 
-TEST(SpinRWLockTest, KeepsWritersFromReadersAndFromEachOtherInBothModes) {
+TEST(SpinRWLockTest, LetsInManyReadersOrOneWriter) {
   for (const auto mode : {SpinRWLock::kYield, SpinRWLock::kSleep}) {
     SpinRWLock lock(mode, 1);
     int first = 0, second = 0;  // Equal but for a writer at work.

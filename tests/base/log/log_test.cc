@@ -87,7 +87,7 @@ class LogFileTest : public ::testing::Test {
   const std::string companion_ = path_ + ".kvr_mmap";
 };
 
-TEST_F(LogFileTest, SendsAFoundCompanionToTheSinkAndMakesItReady) {
+TEST_F(LogFileTest, RecoversTheTextOfAFoundCompanion) {
   const std::string full(kSize - 4, 't');
   const struct {
     std::string name, found;
@@ -155,7 +155,7 @@ TEST_F(LogFileBufferTest, GoesOnAfterItsFileWasCutShort) {
   EXPECT_EQ(sunk_, std::vector<std::string>{"found"});
 }
 
-TEST_F(LogFileBufferTest, IsLeftAloneByItsForkedChildAndByASecondOne) {
+TEST_F(LogFileBufferTest, IsNeverSharedWithAnotherBuffer) {
   buffer_.Append("parent ");
   EXPECT_GOOD_CHILD([this] { return buffer_.Append("child"), buffer_.Close(), 0; });
   std::string second_log;
@@ -170,7 +170,7 @@ TEST_F(LogFileBufferTest, IsLeftAloneByItsForkedChildAndByASecondOne) {
   EXPECT_EQ(sunk_, std::vector<std::string>{"parent goes on"});
 }
 
-TEST_F(LogFileTest, CutsHalfOfTheLimitOffTheFrontWhenTheLimitIsReached) {
+TEST_F(LogFileTest, CutsHalfTheLimitOffAFullLog) {
   const std::string elsewhere = path_ + ".elsewhere";
   WriteFile(elsewhere, "precious");
   // The size before, the limit, and what is cut off the front after one byte was appended.
@@ -193,7 +193,7 @@ TEST_F(LogFileTest, CutsHalfOfTheLimitOffTheFrontWhenTheLimitIsReached) {
   EXPECT_EQ(fs::file_size(path_), 32 << 20);
 }
 
-TEST_F(LogFileTest, TwoOfOnePathWriteWholeRecordsLoseNoneAndKeepThemPrivate) {
+TEST_F(LogFileTest, TwoOfOnePathLoseNoRecord) {
   constexpr int kRecords = 3000;
   std::latch both_open(2);
   const auto write = [&](char mark) {
@@ -215,7 +215,7 @@ TEST_F(LogFileTest, TwoOfOnePathWriteWholeRecordsLoseNoneAndKeepThemPrivate) {
   }
 }
 
-TEST_F(LogFileTest, LeavesNoLockWithAChildThatIsForkedOffInTheMiddleOfAnAppend) {
+TEST_F(LogFileTest, LeavesNoLockWithAForkedChild) {
   static pid_t child = 0;
   LogFile log;
   ASSERT_EQ(log.Open(path_, 100, 32), kLogReady);
@@ -243,7 +243,7 @@ std::string RecordOf(std::uint32_t number) {
   return "record " + std::to_string(number) + " " + std::string(number % 50, '.') + " end\n";
 }
 
-TEST_F(LogFileTest, LosesNoRecordWhoseCallHasReturnedWhenTheProcessIsKilled) {
+TEST_F(LogFileTest, LosesNoReturnedRecordWhenItIsKilled) {
   std::minstd_rand random(20260101);
   // How many calls have returned, for the child to count and the parent to read.
   auto& count = *static_cast<std::atomic<std::uint32_t>*>(
@@ -296,7 +296,7 @@ void LiveOnce(const std::string& root) {
   ExitTarvelEnvironment(1);
 }
 
-TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
+TEST(LogEnvironmentTest, StartsWhateverStandsAtItsPaths) {
   const struct {
     std::string put;  // A command, in the log's directory.
     bool logs_all_the_same;
@@ -328,7 +328,7 @@ TEST(LogEnvironmentTest, AnObstacleInTheWayOfAFileLeavesTheEnvironmentUp) {
   }
 }
 
-TEST(LogEnvironmentTest, WithoutRightsToTheFilesOrToLockedPagesNothingIsLogged) {
+TEST(LogEnvironmentTest, WithoutRightsNothingIsLogged) {
   const TempDirectory root, other;
   ASSERT_EQ(chmod(root.path().c_str(), 0755) + chmod(other.path().c_str(), 0777), 0);
   const std::string log = LogPath(root.path());
@@ -375,7 +375,7 @@ TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
 }
 
 // In a child, since a custom log function stays for the life of the process.
-TEST(CustomLogTest, TakesAllRecordsInOneFormatAndStaysAcrossAnExit) {
+TEST(CustomLogTest, TakesEveryRecordInItsFormat) {
   const TempDirectory directory;
   EXPECT_GOOD_CHILD([&] {
     static std::mutex lock;

@@ -32,7 +32,7 @@ using ::testing::ElementsAre;
 // Longer than any test waits: who sleeps until then is only woken by others.
 constexpr std::int32_t kFarMs = 60'000;
 
-TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesLast) {
+TEST(TaskThreadTest, RunsTheMostUrgentTaskFirst) {
   std::vector<std::string> ran;
   Event idle;
   ScopedTaskThread thread;
@@ -58,7 +58,7 @@ TEST(TaskThreadTest, RunsPriorityAndDueDelayedTasksBetweenNormalOnesAndIdleOnesL
                                "later delayed", "normal", "idle"));
 }
 
-TEST(TimerTest, RunsAsOftenAsAskedLikeATaskInALoop) {
+TEST(TimerTest, RunsAsOftenAsATaskInALoop) {
   for (const std::int32_t times : {0, 1, 3, INT32_MIN}) {
     for (const bool by_timer : {false, true}) {
       std::atomic<int> runs = 0;
@@ -84,7 +84,7 @@ TEST(TimerTest, RunsAsOftenAsAskedLikeATaskInALoop) {
   }
 }
 
-TEST(TimerTest, StartedAgainRunsOnlyTheLastTaskAndDestroyedByItNeverRunsItAgain) {
+TEST(TimerTest, RunsOnlyTheLatestTaskUntilItIsDestroyed) {
   std::string ran;
   ManualClock clock;
   ScopedTaskThread thread(clock);
@@ -116,7 +116,7 @@ void Post(const std::string& kind, Target& to, const Task& task) {
   if (kind == "loop") to.PostLoopTask(0, task, -1);
 }
 
-TEST(TaskThreadTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
+TEST(TaskThreadTest, DropsTheTasksBehindAStop) {
   for (const auto& kind : kKinds) {
     SCOPED_TRACE(kind);
     const auto token = std::make_shared<int>();
@@ -145,7 +145,7 @@ TEST(TaskThreadTest, NoTaskRunsBehindAStopAndAllGoWithTheThread) {
   }
 }
 
-TEST(TaskThreadTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLastToRun) {
+TEST(TaskThreadTest, ATaskMayStopItsOwnThread) {
   for (const auto& kind : kKinds) {
     SCOPED_TRACE(kind);
     int runs = 0;
@@ -163,7 +163,7 @@ TEST(TaskThreadTest, ATaskPostedBeforeTheStartRunsAndMayStopItsThreadAsTheLastTo
   }
 }
 
-TEST(TaskThreadTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhile) {
+TEST(TaskThreadTest, LosesNoPostWhileItFallsAsleep) {
   ScopedTaskThread thread;
   thread->PostDelayedTask(kFarMs, [] { ADD_FAILURE(); });
   thread->Start();
@@ -177,7 +177,7 @@ TEST(TaskThreadTest, NoPostAndNoStopIsLostOnAThreadThatGoesToSleepMeanwhile) {
   EXPECT_LT(SteadyMilliseconds() - begun, kFarMs / 2);
 }
 
-TEST(TaskThreadTest, ReleasedOnItselfEndsCleanlyAndItsNativeThreadIsJoinedLater) {
+TEST(TaskThreadTest, EndsCleanlyWhenReleasedOnItself) {
   Event released, ending, leave;
   std::atomic<bool> left{false};
   pthread_t content_died_on{};

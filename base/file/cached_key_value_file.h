@@ -35,10 +35,10 @@ class CachedKeyValueFile {
   // read, so that they cost no memory. Of two usable entries with one key the last one counts.
   using Filter = std::function<bool(const std::string& key, const std::string& value)>;
 
-  // Load and Reload call the filter, with no lock held. Without one all entries are kept.
+  // Load and Reload call the filter, with no lock held. Without a filter all entries are kept.
   explicit CachedKeyValueFile(Filter filter = nullptr) : filter_(std::move(filter)) {}
 
-  // Reads the file at `path`; an empty one is for memory only. Always true.
+  // Reads the file at `path`. An empty `path` means memory only. Always returns true.
   bool Load(const std::string& path);
   // Replaces the entries by those of the file. Keeps them when there is no file or an empty one.
   void Reload();

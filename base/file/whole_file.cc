@@ -79,7 +79,7 @@ FileRead ReadWholeFile(const std::string& path, std::size_t longest, std::string
 
 bool ReplaceWholeFile(const std::string& path, const std::string& text) {
   const std::string sibling = SiblingOf(path);
-  // O_EXCL keeps it from writing through a link that has this name.
+  // O_EXCL makes the open fail on a link of this name, so nothing is written through it.
   FileDescriptor file(open(sibling.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
   if (file.get() < 0) return false;
   const bool replaced = WriteToDisk(file, text) && std::rename(sibling.c_str(), path.c_str()) == 0;

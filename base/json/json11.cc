@@ -211,8 +211,8 @@ const Json::object& JsonValue::object_items() const {
   return *empty;
 }
 
-// Make all while the image is loaded: a child that is forked while another thread makes one would
-// wait for it forever.
+// Makes every shared payload while the image is loaded. Otherwise a child that is forked while
+// another thread makes one would wait for it forever.
 [[maybe_unused]] const bool made = [] {
   const JsonNull null;
   JsonPayloads::Null();

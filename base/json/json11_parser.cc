@@ -31,7 +31,7 @@ std::string Rendered(char c) {
 bool IsHighSurrogate(std::uint32_t code) { return code >= 0xd800 && code <= 0xdbff; }
 bool IsLowSurrogate(std::uint32_t code) { return code >= 0xdc00 && code <= 0xdfff; }
 
-// Converts to the default of any type: what a function returns after a failure.
+// A function returns this after a failure; it converts to the default of any return type.
 struct Failed {
   template <class T>
   operator T() const {

@@ -23,8 +23,8 @@ class disconnecable {
   virtual void disconnect() = 0;
 };
 
-// What a slot is besides its callable. Made connected and not blocked; read on the emitter's
-// thread.
+// The part of a slot that doesn't depend on its arguments: whether it is connected, and whether it
+// is blocked. A new slot is connected and not blocked. Emitters read it on their threads.
 class slot_state {
  public:
   explicit slot_state(disconnecable* owner) : owner_(owner) {}

@@ -24,8 +24,8 @@ class IAtExitManager {
   virtual void RegisterTask(std::function<void()> task) = 0;
 };
 
-// Ends process-level objects with the environment instead of the process: its tasks run, last one
-// first, when the last holder releases it.
+// Ends process-level objects together with the environment. When the last holder releases the
+// manager, its tasks run, the one registered last comes first.
 //
 // Threads: any. Tasks run on the releasing thread, under the manager's lock; a task may register
 // another, which runs next.

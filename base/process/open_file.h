@@ -30,8 +30,8 @@ class FileDescriptor {
 };
 
 // A regular file, opened at a path where anything may stand: follows no link, waits for no FIFO,
-// and closes on exec. A file that it creates is private to the user. A lock that is taken on it
-// ends with it.
+// and closes on exec. A file that it creates is private to the user. The destructor releases
+// a lock that was taken on the file.
 class OpenFile {
  public:
   OpenFile(const std::string& path, int flags);
@@ -40,7 +40,8 @@ class OpenFile {
   OpenFile& operator=(const OpenFile&) = delete;
 
   explicit operator bool() const { return fd_ >= 0; }
-  // Why it isn't open; 0 where something else than a regular file was found.
+  // The errno of a failed open. 0 when the file is open, is no regular file, or couldn't be
+  // examined.
   int error() const { return error_; }
   int fd() const { return fd_; }
   const struct stat& status() const { return status_; }  // When it was opened.
@@ -56,14 +57,14 @@ class OpenFile {
   struct stat status_ {};
 };
 
-// Closes a file and gives its lock back. A close alone leaves the lock with any child that was
-// forked off meanwhile.
+// Closes a file and releases its lock. A close alone leaves the lock with every child that was
+// forked meanwhile.
 void UnlockAndClose(int fd);
 
 // How many bytes were read, fewer than `size` only at the end of the file; nullopt on a failure.
 [[nodiscard]] std::optional<std::size_t> ReadAt(int fd, off_t offset, char* out, std::size_t size);
 
-// Write all of `data`, or return false.
+// Both write all of `data`, or return false.
 [[nodiscard]] bool WriteAt(int fd, off_t offset, std::string_view data);
 [[nodiscard]] bool WriteAll(int fd, std::string_view data);
 

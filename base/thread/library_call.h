@@ -13,6 +13,7 @@ namespace zo_base {
 // uses no object of the library. So a scope comes before all locks, and first in a member function
 // that logs.
 //
+// The header tarvel.h lists at `custom_log` what each function does there.
 // Threads: each thread has its own.
 class LibraryCall : ThreadScope<LibraryCall> {
  public:

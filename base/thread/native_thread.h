@@ -21,7 +21,7 @@ class NativeThread {
   static void Start(const std::shared_ptr<NativeThread>& thread, std::function<void()> body);
 
   // Waits for the end; returns true at once if it never started or was joined. Returns false
-  // without waiting on the thread itself, and on a thread for which it waits, directly or through
+  // at once on the thread itself, and on a thread that this one waits for, directly or through
   // others.
   [[nodiscard]] bool Join();
   // The body has been run and destroyed, so a Join takes no time.

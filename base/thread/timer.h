@@ -21,11 +21,11 @@ class Timer {
   explicit Timer(std::weak_ptr<ITaskLoop> task_loop) : task_loop(std::move(task_loop)) {}
   virtual ~Timer() { Stop(); }
 
-  // Runs `task` after `delay_ms` on the timer's loop, or if that is destroyed on the loop of the
-  // calling thread. Does nothing without either. `times` 0 is one shot, n gives n runs `delay_ms`
-  // apart, a negative value repeats until cancelled.
+  // Runs `task` after `delay_ms` on the timer's loop. If that loop is destroyed, the loop of the
+  // calling thread runs it. Without either, nothing happens. `times` 0 is one shot, n gives n runs
+  // `delay_ms` apart, a negative value repeats until cancelled.
   virtual void Start(std::int32_t delay_ms, Task task, std::int32_t times);
-  // Cancels what is pending.
+  // Cancels the pending task.
   void Stop();
   // Started and not stopped. A one-shot timer that has fired counts as running until it is stopped.
   bool IsRunning() const;

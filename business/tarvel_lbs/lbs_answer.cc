@@ -17,13 +17,14 @@ constexpr char kCommon[] = "common";
 // Life time of an answer that names none, in seconds: two or three refreshes a day.
 constexpr std::int64_t kDefaultTtl = 43'200;
 
-// Of each list of an answer: more than a client attempts. A million would slow down every start and
-// every question for one family.
+// The most addresses taken from a list, more than a client attempts. A million would slow down
+// every start and every call for one family.
 constexpr std::size_t kMostLinks = 10'000;
 
 bool Has(const Json& object, const char* key) { return object.object_items().count(key) != 0; }
 
-// Bytes that are no UTF-8 make the whole file impossible to save, also for later answers.
+// Returns an empty string for text that is no UTF-8. One such string would keep lbs.data from being
+// saved.
 std::string ReadText(const Json& value) {
   const std::string& text = value.string_value();
   return zo_base::IsUtf8(text) ? text : std::string();

@@ -9,11 +9,11 @@
 
 namespace zo_tarvel {
 
-// The "desc" of an answer that the client has given itself.
+// The "desc" of the record that the library makes from its settings.
 inline constexpr char kGeneratedLocally[] = "generated locally";
 
-// What an answer of the LBS server says. A plain value. Empty texts and lists say nothing. All
-// texts are UTF-8. If the answer fits the client's buffer, so does each of its texts.
+// What an answer of the LBS server says. A plain value. Empty strings and lists say nothing. All
+// strings are UTF-8. If the answer fits the client's buffer, so does each of its strings.
 struct LBSAnswer {
   std::vector<LinkAddress> link;          // Only usable ones, 10,000 at most.
   std::vector<LinkAddress> default_link;  // Likewise.
@@ -33,8 +33,8 @@ struct ParsedLBSAnswer {
   // Nullopt unless the text is an object with a "common" member. Missing or mistyped members keep
   // their defaults.
   std::optional<LBSAnswer> answer;
-  // Empty when the answer has link addresses and an LBS URL, as one of the server must. The
-  // client's own answer counts all the same.
+  // What a server's answer lacks. Empty when it has usable addresses in "link" and "link.default",
+  // and an LBS URL. The record made from the settings is used even when it lacks them.
   std::string error;
 };
 

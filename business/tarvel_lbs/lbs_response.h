@@ -23,8 +23,8 @@ inline constexpr char kMsgStatInfo[] = "msg_stat_info";  // JSON object.
 inline constexpr char kExpireTime[] = "expire_time";     // Wall clock, milliseconds.
 }  // namespace lbs_key
 
-// The store of the active answer: the server's latest, or one that the client has made itself. It
-// is kept in a file for the next process.
+// Stores the active record: the server's latest answer, or one that the library made from its
+// settings. A file keeps it for the next process.
 //
 // Threads: Init comes first; afterwards any. Ownership: part of the service.
 class LBSResponse : public EnvironmentConfigGetterBase {

@@ -6,14 +6,14 @@
 
 namespace zo_tarvel {
 
-// The client's record, cleaned. Constant after Assign but for the family, which follows the
+// The client's record, cleaned. Constant after Assign, except for the family, which follows the
 // network.
 struct LBSSettings {
-  // `environment` gives the time-outs when the record has none; without one, the built-in ones
-  // stay.
+  // Takes the time-outs from `environment` when the record has none. A null `environment` leaves
+  // the built-in ones.
   void Assign(const _ZOTarvelLBSSettings& record, const _EnvironmentConfig* environment);
 
-  // The values as log text.
+  // The values for the log.
   std::string Dump() const;
 
   bool using_private = false;

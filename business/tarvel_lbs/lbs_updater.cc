@@ -237,9 +237,9 @@ void LBSUpdater::TellClient(bool success) {
   }));
 }
 
-// On a thread of the library this would wait for itself, or for a thread that waits for it; in the
-// client's log function, for a thread that waits for a lock held here. Without thread or
-// environment no answer can come any more.
+// A thread of the library must not wait here, since the update may need that thread. The log
+// function must not either, since it runs with locks that the update may need. Without the
+// service's thread or the environment no answer can come.
 void LBSUpdater::AwaitUpdate() {
   if (zo_base::OnLibraryThread() || zo_base::InLogFunction()) return;
   const auto may_end = [this] {

@@ -33,9 +33,9 @@ class LBSUpdater : public EnvironmentConfigGetterBase {
   void OnThreadBegin();
   // Drops the gathered requests for an update, and all later ones.
   void StopGathering();
-  // From now on answers don't count.
+  // Makes the updater ignore all later answers.
   void Detach() { updatting_lbs_.On(UpdateEvent::kDetach); }
-  // Waits until nobody looks at an answer any more.
+  // Waits until the check or the result that another thread is handling has ended.
   void AwaitAnswerUnderWay() ZO_EXCLUDES(answer_lock);
 
   // See IZOTarvelLBSService. After SetInitd.
@@ -56,12 +56,12 @@ class LBSUpdater : public EnvironmentConfigGetterBase {
   zo_net::AddressFamily Family() const {
     return static_cast<zo_net::AddressFamily>(settings.addr_family.load());
   }
-  // Answers don't count any more.
+  // Whether answers are ignored.
   bool IsDetached() const { return updatting_lbs_.state() == UpdateState::kDetached; }
   std::shared_ptr<CountTimerInvoker> Invoker() ZO_EXCLUDES(invoker_lock);
 
   void OnNetworkChanged(zo_net::AddressFamily family);
-  // Dropped as long as the service's thread has not begun.
+  // Does nothing before the service's thread has begun.
   void RequestUpdate(bool immediately, zo_net::AddressFamily family, bool force);
   void DelayUpdate(std::int64_t delay_ms);
   std::int64_t DelayAfterSuccess() const;
@@ -84,7 +84,7 @@ class LBSUpdater : public EnvironmentConfigGetterBase {
   // Not locked: set by Connect, used by the destructor.
   std::vector<zo_sigslot::connection> connections;
 
-  // Held while an answer is looked at. Comes before all other locks of the service.
+  // Held while an answer is checked or made active. Taken before all other locks of the service.
   zo_base::_thread_recursive_mutex answer_lock;
 
   zo_base::_thread_recursive_mutex invoker_lock;  // Not held while the invoker is called.

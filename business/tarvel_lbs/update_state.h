@@ -23,7 +23,8 @@ enum class UpdateEvent {
   kDetach,
 };
 
-// The one place that decides. `others_in_flight`: besides the update that the event is about.
+// Returns the state that follows an event; no other code decides it. `others_in_flight` says
+// whether an update other than the event's own is in flight.
 constexpr UpdateState StateAfter(UpdateState state, UpdateEvent event, bool others_in_flight) {
   if (state == UpdateState::kDetached) return state;
   if (state == UpdateState::kBuilt && event != UpdateEvent::kInit) return state;

@@ -18,10 +18,10 @@ inline constexpr std::size_t kLongestHost = 255;
 bool CanBeHost(const std::string& text);
 
 // Whether the host of a URL may be listed in a query for addresses and kept in the cache. Allows
-// more than CanBeHost: a name in another script, for instance. JSON needs no escapes for it.
+// more than CanBeHost: a name in another script, for instance. It needs no escapes in JSON.
 bool CanBeAskedFor(const std::string& host);
 
-// At most so many addresses of a host are used.
+// The most addresses of a host that are used.
 inline constexpr std::size_t kMostAddresses = 32;
 // Selects the addresses of one family, each once: IPv4 as four decimal numbers, IPv6 in brackets,
 // which are added where they are missing. Returns the first kMostAddresses of them.

@@ -65,14 +65,14 @@ std::string GetScheme(std::string_view url);
 // The scheme with its delimiter, such as "https://". Empty when the scheme is not known.
 std::string GetSchemePrefix(std::string_view url);
 bool IsHttps(std::string_view url);
-// With `with_port` also ":" and the port, if the URL has one.
+// `with_port` appends ":" and the port, if the URL has one.
 std::string GetHost(std::string_view url, bool with_port);
 std::int32_t GetPort(std::string_view url);
 // Appends the host to `host`, and sets `port` only when the URL has one.
 void GetHostAndPort(std::string_view url, std::string& host, std::int32_t& port);
 
-// Encodes a value for a query: every byte but ASCII letters and digits becomes "%XX", also "-",
-// ".", "_" and "~".
+// Encodes a value for a query. Every byte becomes "%XX" except ASCII letters and digits; even "-",
+// ".", "_" and "~" are encoded.
 std::string UrlEncode(std::string_view text);
 
 }  // namespace WQBASE::network

@@ -13,7 +13,7 @@ using LBSServiceFactory = std::shared_ptr<IZOTarvelLBSService> (*)();
 // Called once, while the library is loaded.
 void SetLBSServiceFactory(LBSServiceFactory factory);
 
-// Returns null when no such layer is linked.
+// Returns null when no LBS layer is linked.
 LBSServiceFactory GetLBSServiceFactory();
 
 }  // namespace zo_tarvel

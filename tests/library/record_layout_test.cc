@@ -37,7 +37,7 @@ void ExpectSlotsInOrder(Operations... operations) {
   for (std::size_t i = 0; i < slots.size(); ++i) EXPECT_EQ(slots[i], i) << "operation " << i;
 }
 
-TEST(InterfaceSlotTest, OfTheObjectAndTheLBSServiceAreInOrder) {
+TEST(InterfaceSlotTest, OfObjectAndServiceAreInOrder) {
   using Object = IZOTarvelObject;
   ExpectSlotsInOrder(&Object::NotifyNetworkChanged, &Object::GetLBSService,
                      &Object::ReleaseLBSService, &Object::SetBusinessToken);

@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr int kLongestDelay = 3'600'000;  // An hour, in milliseconds.
 
-// An absent member is an empty object.
+// Returns an empty object for an absent member, and throws for one that is no object.
 Json ObjectIn(const Json& object, const char* key) {
   Json member = object.value(key, Json::object());
   if (!member.is_object()) throw std::runtime_error(std::string(key) + " is no JSON object");

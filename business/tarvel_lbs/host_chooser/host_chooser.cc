@@ -10,8 +10,8 @@ namespace {
 
 using zo_base::MutexLock;
 
-// Each question logs the list. The server chooses its length, so only this many addresses are
-// shown: the cost of a question must not depend on the server.
+// Each call of GetHost logs the list. The server chooses its length, so only this many addresses
+// are shown: the cost of a call must not depend on the server.
 constexpr std::size_t kMostLoggedHosts = 100;
 
 bool Suits(const LinkAddress& address, std::int32_t family) {

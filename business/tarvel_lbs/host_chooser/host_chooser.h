@@ -7,8 +7,8 @@
 
 namespace zo_tarvel {
 
-// Hands out the link addresses of a list in rotation. When the list is used up, one question gets a
-// default, and the list begins again: a default tells that the list is exhausted.
+// Hands out the link addresses of a list in rotation. When the list is used up, one call of
+// GetHost returns a default, and then the list begins again.
 //
 // Families are those of EMAddressFamily.
 // Threads: any. The lock is never held over a log line.

@@ -68,7 +68,7 @@ class _EnvironmentConfig : public zo_base::ZOObjectIMPL {
   std::string log_path() const { return log_path_; }
 
   std::string GetBusinessToken() const;
-  // Emits SIG_BusinessTokenChanged, one change at a time, when the text differs.
+  // Emits SIG_BusinessTokenChanged if the token is a new one. Two changes never emit in parallel.
   void SetBusinessToken(const std::string& token);
 
   zo_net::AddressFamily address_family() const { return address_family_.load(); }

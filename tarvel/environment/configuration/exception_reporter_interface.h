@@ -11,8 +11,8 @@ struct ExceptionDataDetails;
 // Takes exception records over. Any thread.
 class IExceptionDataReporter {
  public:
-  // Where records are handed over to the client: the agent's work thread while it runs, else null.
-  // Held weakly.
+  // Sets the thread that hands records to the client: the agent's work thread, or null when it
+  // doesn't run. The reporter holds it weakly.
   virtual void SetTaskPoster(std::shared_ptr<zo_base::ITaskPostor> poster) = 0;
   virtual void ReportException(const std::shared_ptr<ExceptionDataDetails>& details) = 0;
   virtual ~IExceptionDataReporter() = default;

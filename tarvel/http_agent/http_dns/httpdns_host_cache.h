@@ -21,7 +21,7 @@ using HostCacheResult = std::map<std::string, std::vector<std::string>>;
 enum class HttpDNSGrade {
   kGood,
   kStale,    // Usable, and to be refreshed in the background.
-  kExpired,  // Not usable; also of an unknown host, or one without addresses of the family.
+  kExpired,  // Unusable. A host that is unknown or has no address of the family is expired too.
 };
 const char* NameOf(HttpDNSGrade grade);
 
@@ -36,17 +36,17 @@ struct HttpDNSCacheEntry {
   std::int64_t cache_expired_time = 0;  // The stale period ends.
 };
 
-// What HTTPDNS has said of hosts. An entry is good for three quarters of its time to live and stale
-// until nine tenths, so that it is renewed before the name server's own answer ends. An entry from
-// the future is expired: the clock was set back.
+// The addresses that HTTPDNS has given for hosts. An entry is good for three quarters of its time
+// to live and stale until nine tenths, so that it is renewed before the name server's own answer
+// ends. An entry from the future is expired: the clock was set back.
 //
-// Holds kMostHosts entries at most. When more come, it drops the half that would end first, but no
-// host of the answer at hand.
+// Holds kMostHosts entries at most. When more come, it drops the half that expires first, but no
+// host of the current answer.
 // Threads: any.
 class HttpDNSHostCache {
  public:
   static constexpr std::size_t kMostHosts = 20'000;
-  // Of one answer: half of the entries can be dropped for it.
+  // The most entries taken from one answer: half of the cache, which can be dropped for them.
   static constexpr std::size_t kMostUpdates = kMostHosts / 2;
   // Of an entry for a file: 19 bytes for each IPv4 address and 51 for each IPv6 address, with
   // quotes, comma and blank, and less than 100 for the rest.

@@ -124,9 +124,9 @@ void HttpDNSHostResolver::OnHosts(bool success, const std::string& body,
   SaveCache();
 }
 
-// The whole memory fits the file. There an entry takes the length of its host, which needs no
-// escapes, and that of its text. The text has a backslash before each quote: 8 for its keys and 2
-// for each address. Around the two are four quotes, a colon and a comma.
+// A full cache fits the file. There an entry is its host, which needs no escapes, and its text, in
+// which each quote gets a backslash: 8 in the keys and 2 for each address. Four quotes, a colon and
+// a comma are added.
 static_assert(HttpDNSHostCache::kMostHosts *
                   (kLongestHost + HttpDNSHostCache::kLongestText + 8 + 4 * kMostAddresses + 6) <
               zo_base::CachedKeyValueFile::kLongestFile);

@@ -42,7 +42,7 @@ class HttpDNSHostResolver : public EnvironmentConfigGetterBase,
   void LoadCache(const std::string& path);
 
   // Calls back once, on the loop's thread: at once when the cache knows all hosts, else after a
-  // request for the others. With `cache_only` it sends no request and passes stale hosts over.
+  // request for the others. With `cache_only` it sends no request and leaves stale hosts out.
   void DoQuery(const Query& query, bool cache_only);
 
   const HttpDNSHostCache& cache() const { return host_cache; }  // Any thread.

@@ -30,9 +30,9 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
   // Starts the thread and loads both files. Returns false when the system gives no thread.
   bool Init();
 
-  // Calls back once, on this thread, with the addresses of `hosts`; hosts that nobody knows are
-  // missing. Never calls back when the thread stops before. `context` says who asks, for reports.
-  // Always returns true.
+  // Calls back once, on this thread, with the addresses of `hosts`; the result leaves out
+  // hosts without a known address. If the thread stops first, the callback is never called.
+  // `context` says who asks, for reports. Always returns true.
   bool InvokeQuery(zo_net::AddressFamily family, const std::vector<std::string>& hosts,
                    const QueryCallback& callback, const MultipleURLHttpRequestContext& context);
 

@@ -25,7 +25,7 @@ constexpr int kMostLookups = 16;
 constexpr std::int32_t kFailedSubRequest = 1;  // The kind of these records.
 constexpr std::int32_t kReported = 1;          // Their state.
 
-// Each once, since the DNS server takes only lists of distinct hosts.
+// Returns each host once, since the DNS server takes only lists of distinct hosts.
 std::list<std::string> HostsOf(const std::list<_StatisticItem>& items) {
   std::list<std::string> hosts;
   std::set<std::string> seen;

@@ -128,7 +128,7 @@ class LogFileBufferTest : public LogFileTest {
   }};
 };
 
-TEST_F(LogFileBufferTest, KeepsRecordsInTheFileUntilOneDoesNotFit) {
+TEST_F(LogFileBufferTest, KeepsRecordsUntilOneDoesNotFit) {
   buffer_.Append("0123456789");
   buffer_.Append("abcdefghijklmnopq");
   EXPECT_TRUE(sunk_.empty());

@@ -190,7 +190,7 @@ TEST(LBSSettingsTest, CleanTheTimeoutsOrTakeThoseOfTheEnvironment) {
   }
 }
 
-TEST(UpdateRequestTest, AsksTheUrlsThatFitTheFamilyAndTheScheme) {
+TEST(UpdateRequestTest, AsksTheUrlsThatFitFamilyAndScheme) {
   const Texts literals{"https://1.2.3.4/4", "https://[::1]/6", "https://n/"};
   const std::string v4 = "def.host https://1.2.3.4/4?", v6 = "def.host https://[::1]/6?",
                     name = "n https://n/?", main = "main https://main/?";

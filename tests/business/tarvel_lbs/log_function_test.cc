@@ -121,7 +121,7 @@ TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
 }
 
 // The log function forks in the middle of a start or an exit. Both processes carry out the rest.
-TEST(ProcessEndTest, ComesInAChildForkedInAStartOrExit) {
+TEST(ProcessEndTest, ComesInAChildForkedInStartOrExit) {
   for (const char* const line : {"- start -", "stop all tarvel obj begin", "- exit -"}) {
     SCOPED_TRACE(line);
     EXPECT_GOOD_CHILD([line] {

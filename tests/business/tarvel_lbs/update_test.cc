@@ -206,7 +206,7 @@ TEST_F(LBSServiceTest, AsksOnceForMoreWhenLinksAreUsedUp) {
   EXPECT_EQ(NextLink(), first);  // Of the new list.
 }
 
-TEST_F(LBSServiceTest, KeepsTheOldAnswerForAnHourWhenAllUrlsFail) {
+TEST_F(LBSServiceTest, KeepsTheOldAnswerWhenAllUrlsFail) {
   const std::string good = Answer("good", R"("lbs.backup":["http://127.0.0.1:1/"],)");
   Serve({good});
   Init();
@@ -223,7 +223,7 @@ TEST_F(LBSServiceTest, KeepsTheOldAnswerForAnHourWhenAllUrlsFail) {
 
 // --- GetLBSResponse that waits ---
 
-TEST_F(LBSServiceTest, NeverWaitsForTheUpdateThatItIsPartOf) {
+TEST_F(LBSServiceTest, NeverWaitsForItsOwnUpdate) {
   static const auto ask = [](void* user) {
     auto& test = *static_cast<LBSServiceTest*>(user);
     test.told_.Put(test.Response());

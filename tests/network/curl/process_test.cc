@@ -167,7 +167,7 @@ std::string InheritedDescriptors() {
   return list.output();
 }
 
-TEST(ProcessTest, OutlivesALackOfDescriptorsAndLeavesNoneToChildren) {
+TEST(ProcessTest, OutlivesALackOfDescriptors) {
   EXPECT_GOOD_CHILD([] {
     const rlimit limit{2'200, 2'200};
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kNotPermitted;

@@ -145,7 +145,7 @@ TEST(HandshakeTest, OffersNoKeyExchangeOverAServersPrime) {
   }
 }
 
-TEST(PinnedHostTest, BypassesTheProxyWhenNoProxyListsItsIP) {
+TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
   EXPECT_GOOD_CHILD([] {
     const ServerCertificate own = Authority().Issue({"a.example"});
     NginxServer nginx({.listeners = {{"127.0.0.1", own}, {"::1", own}}, .files = {{"x", ""}}});

@@ -263,7 +263,7 @@ TEST_F(TransferTest, FailsOnABadAnswerUnlessItsHeadRedirects) {
 }
 
 // The first line of the second answer is folded, and has no line before it to be joined with.
-TEST_F(TransferTest, JoinsAFoldedLineWithNothingOfTheAnswerBefore) {
+TEST_F(TransferTest, JoinsNoFoldedLineWithAnEarlierAnswer) {
   server_.Answer("/1", [](auto&&) { return ServerAnswer{302, {{"Location", "/2"}}}; });
   server_.Answer("/2", [](auto&&) { return ServerAnswer{200, {{" folded", "line"}}}; });
   EXPECT_FALSE(transport_.Fetch(server_.url("/1"))->success);
@@ -283,7 +283,7 @@ TEST_F(TransferTest, HoldsUpNoOtherTransfer) {
   EXPECT_EQ(stuck.front().wait_for(std::chrono::seconds(0)), std::future_status::timeout);
 }
 
-TEST_F(TransferTest, TakesAnswersWithinTheLimitsWithoutInterimHeadersAndTrailers) {
+TEST_F(TransferTest, TakesAnswersWithinTheLimits) {
   const std::string interim = "HTTP/1.1 103 Early Hints\r\nEarly: 1\r\n\r\n";
   const std::string longest(kLongestBody, 'x');
   const struct {

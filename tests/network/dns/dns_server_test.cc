@@ -109,7 +109,7 @@ TEST(DnsServerTest, UsesNoDescriptorThatDoesNotFitASet) {
   });
 }
 
-TEST(DnsServerTest, GoesOnWithTheListAfterASilentNameServer) {
+TEST(DnsServerTest, GoesOnAfterASilentNameServer) {
   EXPECT_GOOD_LOOKUPS([](pollfd question) {
     const Resolver resolver;
     std::promise<std::map<std::string, Result>> all;

@@ -68,7 +68,7 @@ TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsWithoutItsObject) {
   }
 }
 
-TEST_F(EnvironmentTest, MakesANewServiceOnlyAfterTheClientReleasedTheOld) {
+TEST_F(EnvironmentTest, MakesANewServiceAfterAReleaseOnly) {
   StartTarvelEnvironment(TestSettings());
   auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
   const std::weak_ptr<zo_base::BaseThread> first =
@@ -84,7 +84,7 @@ TEST_F(EnvironmentTest, MakesANewServiceOnlyAfterTheClientReleasedTheOld) {
   EXPECT_EQ(object.GetLBSService(), nullptr);
 }
 
-TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
+TEST_F(EnvironmentTest, ACallbackMayRestartIt) {
   for (const bool starts_anew : {false, true}) {
     std::promise<int> id;
     RunOnServiceThread([&] {
@@ -99,7 +99,7 @@ TEST_F(EnvironmentTest, ACallbackMayTakeItDownAndStartItAnew) {
   }
 }
 
-TEST_F(EnvironmentTest, ACallbackDoesNotWaitForAnExitThatWaitsForIt) {
+TEST_F(EnvironmentTest, ACallbackNeverWaitsForAnExitInProgress) {
   const std::pair<const char*, std::function<void()>> rows[] = {
       {"releases its service", [] { GetTarvelObject(1)->ReleaseLBSService(); }},
       {"exits", [] { ExitTarvelEnvironment(1); }},
@@ -234,7 +234,7 @@ TEST(EnvironmentConfigTest, DerivesADirectoryPerBusinessEvenFromFullArrays) {
   }
 }
 
-TEST(EnvironmentConfigTest, SignalsANewTokenAndAFamilyOnlyWhenAsked) {
+TEST(EnvironmentConfigTest, SignalsNewTokensAndRequestedFamilies) {
   const auto config = Loaded({});
   std::vector<std::string> told;
   config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {

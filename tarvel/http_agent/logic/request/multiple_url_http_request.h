@@ -43,8 +43,8 @@ struct MultipleURLHttpRequest {
   // The verdict on one answer.
   struct CheckCallbackResult {
     bool success = false;        // The answer is good, and ends the whole request.
-    bool add_statistic = false;  // If not: it is to be reported.
-    bool stop = false;           // If not: other URLs can't help.
+    bool add_statistic = false;  // A failed answer is reported.
+    bool stop = false;           // The request ends, since other URLs can't help.
     std::string error_message;   // For the report.
   };
 

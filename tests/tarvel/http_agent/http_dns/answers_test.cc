@@ -66,7 +66,7 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
   EXPECT_EQ(error, "Httpdns -d query hosts`s ip response code != 200");
 }
 
-TEST(HttpDNSAnswerTest, OfHostsGivesTheUsableOnesThoseAskedForFirst) {
+TEST(HttpDNSAnswerTest, OfHostsGivesUsableRequestedOnesFirst) {
   const std::string usable = R"(": {"ip": ["192.0.2.1"], "ttl": 1}, ")", longest(255, 'm');
   std::string body = R"({"code": 200, "data": {")", error;
   for (const char* const host : {"b\\\\b", "c c", "", "\xff", "k\\u0000k"}) body += host + usable;
@@ -94,7 +94,7 @@ void ExpectGrades(const HttpDNSHostCache& cache, std::int64_t good, std::int64_t
   }
 }
 
-TEST(HttpDNSHostCacheTest, IsGoodForThreeQuartersOfTheTtlAndStaleUntilNineTenths) {
+TEST(HttpDNSHostCacheTest, GradesEntriesByTheirAge) {
   for (const std::int32_t ttl : {100'000, INT32_MAX - 7}) {  // A multiple of 20.
     HttpDNSHostCache cache;
     cache.SetEntry({"a", {"192.0.2.1"}, {}, ttl}, kNow, false);

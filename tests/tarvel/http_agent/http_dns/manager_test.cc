@@ -132,7 +132,7 @@ TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
   EXPECT_EQ(UrlsSent(0)[1], "httpdns.tarvel.invalid https://192.0.2.53:443/httpdns/v2/s");
 }
 
-TEST_F(HttpDNSManagerTest, AsksForServersAtATimeThatTheFileSays) {
+TEST_F(HttpDNSManagerTest, AsksForServersWhenTheFileSaysSo) {
   const auto in = [](std::int64_t ms) { return std::to_string(kNow + ms); };
   const std::pair<std::string, std::string> rows[] = {{in(864'000'000), "86400000"},
                                                       {in(2'001), "2001"},
@@ -182,7 +182,7 @@ TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
                           "new.example https://[2001:db8::7]:8080/httpdns/v2/d?domain=a"));
 }
 
-TEST_F(HttpDNSManagerTest, KeepsAListOfWhichAnAnswerHasNoUsableServer) {
+TEST_F(HttpDNSManagerTest, KeepsAListWithoutUsableReplacement) {
   const std::string list = R"([{"host": "192.0.2.77"}])", too_long(65'536, ' ');
   Begin(ServerFile());
   Reload();
@@ -223,7 +223,7 @@ TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
   }
 }
 
-TEST_F(HttpDNSManagerTest, AnswersWhatItKnowsAndAsksForTheRestOnce) {
+TEST_F(HttpDNSManagerTest, AsksOnlyForUnknownHostsAndOnce) {
   const auto entry = [](const std::string& ip, std::int64_t end) {
     return R"({"ttl": 1, "ipv4": [")" + ip + R"("], "cache_expired_time": )" + std::to_string(end) +
            "}";

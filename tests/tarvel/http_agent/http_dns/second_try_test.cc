@@ -179,7 +179,7 @@ TEST(SecondTryTest, AsksNoFurtherServerAfterTheAgentHasStopped) {
   EXPECT_EQ(server.connections(), 2);
 }
 
-TEST(StatisticsTest, TellOfEachFailedUrlAndWhatSavedTheRequest) {
+TEST(StatisticsTest, TellOfEachFailureAndItsCorrection) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("")) return kNotPermitted;
     HttpServer server;

@@ -26,7 +26,7 @@ class TaskThread::ThreadTaskLoop final : public ITaskLoop {
  public:
   void AttachDelegate(std::shared_ptr<ITaskDelegate> delegate) override {
     ZO_ASSERT(!attached_);
-    delegate_ = std::move(delegate);
+    delegate_ = delegate;
     attached_.store(true, std::memory_order_release);
   }
   void PostTask(Task task) override {

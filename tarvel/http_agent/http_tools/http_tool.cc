@@ -79,7 +79,9 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   }
   if (target.wants_sni()) line("call req->setSNI:true");
   line("Heads:");
-  for (const auto& [name, value] : request.headers) line("    " + name + ":" + value);
+  for (const auto& [name, value] : request.headers) {
+    text.append("    ").append(name).append(":").append(value).append("\r\n");
+  }
   ZO_LOG << "[http tool]Post request to http lib info:\r\n" << text;
 }
 

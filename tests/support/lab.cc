@@ -47,7 +47,8 @@ std::string Lab::AddressOf(Host host) { return kAddresses[host]; }
 std::string Lab::AnswersFileOf(Host host) const { return directory_ / (kNames[host] + ".json"); }
 
 void Lab::WriteAnswers(Host host, const std::string& more) const {
-  WriteFile(AnswersFileOf(host), "{" + (kAnswers + (", " + more)) + "}");
+  WriteFile(AnswersFileOf(host),
+            std::string("{").append(kAnswers).append(", ").append(more).append("}"));
 }
 
 void Lab::SetFault(Host host, const std::string& fault) const {

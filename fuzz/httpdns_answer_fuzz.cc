@@ -32,10 +32,11 @@ void CheckServers(const zo_base::json11::Json& list) {
   const auto entries = MakeSRequest(config, zo_net::kAddressFamilyAny, servers).urls;
   Require(entries.size() == servers.size(), "an entry for each server");
   for (std::size_t i = 0; i < servers.size(); ++i) {
-    const std::string& url = entries[i].url;
-    Require(WQBASE::network::GetHost(url, false) == servers[i].host, "the URL is on the server");
+    const WQBASE::network::Url& url = entries[i].url;
+    Require(url.host() == servers[i].host, "the URL is on the server");
     const std::string prefix = servers[i].https ? "https://" : "http://";
-    Require(url == prefix + AuthorityOf(servers[i]) + "/httpdns/v2/s", "nothing else is in there");
+    Require(url.text() == prefix + AuthorityOf(servers[i]) + "/httpdns/v2/s",
+            "nothing else is in there");
   }
 }
 

@@ -21,7 +21,6 @@
 #include <filesystem>
 #include <latch>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -31,6 +30,7 @@
 #include "base/log/log_file_buffer.h"
 #include "base/thread/base_thread.h"
 #include "tests/support/child_process.h"
+#include "tests/support/mailbox.h"
 #include "tests/support/test_settings.h"
 
 namespace fs = std::filesystem;
@@ -378,20 +378,17 @@ TEST(LogEnvironmentTest, AFullDiskDropsTextAndNothingElse) {
 TEST(CustomLogTest, TakesEveryRecordInItsFormat) {
   const TempDirectory directory;
   EXPECT_GOOD_CHILD([&] {
-    static std::mutex lock;
-    static std::vector<std::string> lines;
+    static Mailbox<std::string> records;
     _ZOTarvelEnvironmentSettings settings = TestSettings();
     std::strcpy(settings.log_path, directory.path().c_str());
-    settings.custom_log = [](const char* line) {
-      const std::lock_guard guard(lock);
-      lines.emplace_back(line);
-    };
+    settings.custom_log = [](const char* record) { records.Put(record); };
     StartTarvelEnvironment(settings);
     for (int level = 0; level <= 6; ++level) ZO_LOG_AT(level) << "text" << level;
     const auto thread = std::make_shared<zo_base::BaseThread>("a thread", [] { ZO_LOG << "text"; });
     thread->Start();
     thread->Stop();
     ExitTarvelEnvironment(1);
+    const auto lines = records.TakeAll();
     EXPECT_THAT(lines.front(), EndsWith("[LV_APP][ZO_TARVEL][unknown] \r\n"
                                         "------------------- start -------------------\n"));
     EXPECT_THAT(lines.back(), EndsWith(" exit -------------------\n"));
@@ -405,11 +402,10 @@ TEST(CustomLogTest, TakesEveryRecordInItsFormat) {
                                                "..ZO_TARVEL..unknown. text" +
                                                std::to_string(level) + place)));
     }
-    lines.clear();
     settings.custom_log = nullptr;
     StartTarvelEnvironment(settings);
     ExitTarvelEnvironment(1);
-    EXPECT_THAT(lines, Contains(HasSubstr("zo_tarvel config:\r\n")));
+    EXPECT_THAT(records.TakeAll(), Contains(HasSubstr("zo_tarvel config:\r\n")));
     return 0;
   });
   // The file of the second life is opened, and nothing is ever written to it.

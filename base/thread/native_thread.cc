@@ -99,7 +99,7 @@ struct JoinAtExit {
   JoinAtExit() {
     CreateThreadInfoKey();  // Threads that end while this waits still need their records' key.
     AllEnds();
-    // The handles of a parent's threads may stand for threads of the child's own by then.
+    // The handles of the parent's threads may name threads of the child by then.
     OnForkedChild([] { AllEnds().Renew(); });
   }
   ~JoinAtExit() {

@@ -25,7 +25,7 @@ bool CanBeFetched(const Url& url) {
   return network::ParseWebAddress(url, error).has_value();
 }
 
-// The name that IP literals stand for: that of the first URL, if it has one.
+// The name behind IP literals: that of the first URL, if it has one.
 std::string FallbackHost(const Url& first_url, const std::string& def_lbs_host) {
   const bool has_name = !first_url.is_on_ip() && CanBeFetched(first_url);
   return has_name ? std::string(first_url.host()) : def_lbs_host;

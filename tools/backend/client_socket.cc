@@ -66,7 +66,7 @@ int FindConnection(const Endpoint& own, const Endpoint& peer) {
 
 void ResetConnection(int fd) {
   const sockaddr nobody{AF_UNSPEC, {}};
-  // Fails only when the connection has gone.
+  // Fails only when the connection is closed.
   [[maybe_unused]] const int result = connect(fd, &nobody, sizeof nobody);
 }
 

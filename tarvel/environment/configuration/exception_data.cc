@@ -9,7 +9,8 @@ namespace {
 
 using zo_base::json11::Json;
 
-// Carried for the interface: a record reaches the client's function only. "%s" stands for a host.
+// Carried for the interface: a record reaches the client's function only. "%s" is replaced by a
+// host.
 [[maybe_unused]] constexpr char kReportUrl[] = "%s/statics/report/im/api/error";
 
 Json ToJson(const TarvelExceptionExtension& extension) {

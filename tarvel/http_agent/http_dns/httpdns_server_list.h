@@ -13,7 +13,7 @@ namespace zo_tarvel {
 
 struct HttpDNSServerInfo {
   std::string host;       // A name or an IP literal, IPv6 in brackets.
-  std::int32_t port = 0;  // Applies to IP literals only; 0 stands for the scheme's port.
+  std::int32_t port = 0;  // Applies to IP literals only; 0 means the scheme's port.
   bool https = true;
 
   bool operator==(const HttpDNSServerInfo&) const = default;

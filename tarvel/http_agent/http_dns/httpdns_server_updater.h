@@ -24,8 +24,8 @@ namespace zo_tarvel {
 // calls whenever the time to live of the list has ended.
 //
 // Threads: the timer, DoReload and the writing of the file run on `task_loop`; the first load runs,
-// and may write, on the thread that calls it. Function S and the
-// checks of its answers run on the agent's thread. GetServerList may be called on any thread.
+// and may write, on the thread that calls it. Function S and the checks of its answers run on the
+// agent's thread. GetServerList may be called on any thread.
 // Ownership: held by a shared_ptr. Timers, tasks and requests hold it weakly.
 class HttpDNSServerUpdater : public EnvironmentConfigGetterBase,
                              public zo_base::ZOEnableSharedFromThis<HttpDNSServerUpdater> {

@@ -23,7 +23,7 @@ struct HttpRequest {
   std::vector<std::string> headers;  // Each as name, ":" and value.
   std::int32_t time_out = 0;         // Milliseconds.
   std::int32_t type = 0;             // 0 is GET, anything else POST.
-  std::string host;                  // The name that the URL stands for; empty for the URL's own.
+  std::string host;                  // The name behind an IP literal; empty for the URL's own.
   WQBASE::network::Url url;          // Its host may be an IP literal.
   Callback callback;
   std::string body;  // Sent with a POST only.

@@ -89,7 +89,7 @@ void MultipleURLHttpRequestHelper::PostSubRequest(std::int32_t index, std::uint6
 void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
   const auto entry = timers_.find(index);
   if (entry == timers_.end()) return;
-  entry->second->Stop();  // The entry stays: it stands for the sub request, which goes on.
+  entry->second->Stop();  // The entry stays, because the sub request goes on.
   walk_log::UrlTakesLong(index, UrlsLeft(), current_index_ + 1);
   if (UrlsLeft()) StartNext();
 }

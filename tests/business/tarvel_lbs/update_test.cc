@@ -117,7 +117,7 @@ TEST_F(LBSServiceTest, WalksThroughTheBackupUrls) {
   object()->SetBusinessToken("t");
   EXPECT_EQ(TakeTold(), "200 " + Answer("fresh", more));
   EXPECT_EQ(server_->requests().at(0).header("Host"),
-            "lbs.test");  // The name that the literal stands for.
+            "lbs.test");  // The name behind the literal.
   EXPECT_THAT(sub_answers_.TakeAll(),
               ElementsAre(StartsWith("0 " + (kDeadUrl + query) + " "),
                           "200 " + url_ + query + " " + Answer("fresh", more)));

@@ -16,7 +16,7 @@ int CountFreeThreadLocalKeys() {
   return static_cast<int>(taken.size());
 }
 
-// Returns whether the image has gone.
+// Returns whether the image is unloaded.
 bool LoadRunUnload(const char* image, const char* ending) {
   void* handle = dlopen(image, RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {

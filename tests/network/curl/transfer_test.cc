@@ -91,7 +91,7 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     std::string name;
     int status;
     std::int32_t method;
-    std::string location;  // "{server}" and "{other}" stand for the servers' addresses.
+    std::string location;  // "{server}" and "{other}" are replaced by the servers' addresses.
     std::string end = {};  // "verb body path Host" of the last request; empty when not followed.
   } rows[] = {
       {"post 301", 301, kMethodPost, "{server}/end", "GET  /end 127.0.0.1"},

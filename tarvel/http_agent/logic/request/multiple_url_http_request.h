@@ -28,8 +28,8 @@ struct MultipleURLHttpRequestContext {
 // empty member of the context has no header.
 std::vector<std::string> MakeContextHeaders(const MultipleURLHttpRequestContext& context);
 
-// One place to ask. `host` is the name that the URL stands for when its own host has been rewritten
-// to an IP literal; empty for the URL's own host.
+// One place to ask. `host` is the name behind a URL whose own host has been rewritten to an IP
+// literal; empty for the URL's own host.
 struct UrlEntry {
   std::string host;
   WQBASE::network::Url url;

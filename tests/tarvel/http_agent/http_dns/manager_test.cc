@@ -47,7 +47,7 @@ class HttpDNSManagerTest : public testing::Test {
     if (manager_) manager_->Stop();
   }
 
-  // Starts a manager that finds these files; an empty text stands for no file.
+  // Starts a manager that finds these files; an empty string means no file.
   void Begin(const std::string& servers, const std::string& hosts = "", bool only_https = false) {
     _ZOTarvelEnvironmentSettings settings;
     std::strcpy(settings.appdata_path, directory_.path().c_str());
@@ -79,7 +79,7 @@ class HttpDNSManagerTest : public testing::Test {
     manager_->PostTask([this] { manager_->DoReload(zo_net::kAddressFamilyAny); });
     Settle();
   }
-  // Each with the name that it stands for.
+  // Each with the name behind it.
   Texts UrlsSent(std::size_t request) const {
     Texts urls;
     for (const auto& entry : sent_.at(request).urls)

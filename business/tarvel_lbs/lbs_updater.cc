@@ -61,6 +61,7 @@ void LBSUpdater::EnsureThread() {
 }
 
 void LBSUpdater::OnThreadBegin() {
+  ZO_ASSERT(thread.IsCurrentThread());
   const auto config = GetEnvironmentConfig();
   if (config == nullptr) return;
   {
@@ -123,6 +124,7 @@ std::int64_t LBSUpdater::DelayAfterSuccess() const {
 }
 
 void LBSUpdater::OnTtlExhausted() {
+  ZO_ASSERT(thread.IsCurrentThread());
   if (GetEnvironmentConfig() == nullptr) return;
   ZO_LOG << "[lbs][lbs cache] ttl exhausted need update";
   Update(Family(), false);
@@ -142,6 +144,7 @@ void LBSUpdater::UpdateLBS(zo_net::AddressFamily family, bool force) {
 }
 
 void LBSUpdater::SendRequest(const std::shared_ptr<UpdateRequest>& update) {
+  ZO_ASSERT(thread.IsCurrentThread());
   const auto config = GetEnvironmentConfig();
   if (config == nullptr) {
     ZO_LOG << "[lbs]UpdateLBS environment empty";

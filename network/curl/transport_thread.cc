@@ -93,6 +93,7 @@ void TransportThread::ReplacePool() {
 }
 
 void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
+  AssertOnThread();
   if (transfer->NeedsHop() && AddToPool(transfer)) return;
   if (transfer->NeedsHop()) transfer->Fail("The transfer could not be begun");
   ended_.push_back(std::move(transfer));
@@ -117,6 +118,7 @@ bool TransportThread::AddToPool(std::unique_ptr<Transfer>& transfer) {
 // Runs after the work on the sockets. The first completion wakes the thread that it posts to, and
 // the others find it awake, which saves system calls.
 void TransportThread::CompleteEnded() {
+  AssertOnThread();
   for (const auto& transfer : ended_) transfer->Complete();
   ended_.clear();
 }
@@ -155,6 +157,7 @@ int TransportThread::WaitTimeout() const {
 }
 
 void TransportThread::WaitForEvents() {
+  AssertOnThread();
   std::array<epoll_event, kEventsAtOnce> events;
   const int count = epoll_wait(epoll_.get(), events.data(), kEventsAtOnce, WaitTimeout());
   for (int i = 0; i < count; ++i) Dispatch(events[i].data.u64, events[i].events);

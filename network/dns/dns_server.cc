@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/text/strings.h"
+#include "base/thread/thread_checker.h"
 
 namespace zo_net {
 namespace {
@@ -86,6 +87,7 @@ class DnsServer::Lookup {
   bool MustStop() const;
 
   const std::weak_ptr<DnsServer> server_;
+  const zo_base::ThreadChecker thread_checker_;
   bool callback_called_ = false;  // For the running lookup.
   ares_channel channel_ = nullptr;
   ares_options options_{};  // Not read: c-ares uses its defaults.
@@ -137,6 +139,7 @@ void DnsServer::GetHostByName(const std::list<std::string>& hosts, const HostsCa
 }
 
 void DnsServer::Lookup::OpenChannel() {
+  thread_checker_.AssertSameThread();
   if (ares_init_options(&channel_, &options_, 0) != ARES_SUCCESS) {
     channel_ = nullptr;
     return;
@@ -145,12 +148,14 @@ void DnsServer::Lookup::OpenChannel() {
 }
 
 void DnsServer::Lookup::CloseChannel() {
+  thread_checker_.AssertSameThread();
   if (channel_ != nullptr) ares_destroy(channel_);
   channel_ = nullptr;
 }
 
 void DnsServer::Lookup::Run(const std::string& host, const HostCallback& callback,
                             AddressFamily family) {
+  thread_checker_.AssertSameThread();
   callback_called_ = false;
   auto* const context = new HostCallbackContext{callback, this};
   if (channel_ == nullptr) {

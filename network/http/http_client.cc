@@ -24,12 +24,16 @@ void Deliver(const std::shared_ptr<HttpRequestUser>& request, const HttpResponse
 
 HttpClientEx::HttpClientEx() : TaskThread("tarvel_http_client") {}
 
-void HttpClientEx::init() { requestor_ = CreateHttpRequestor(*this); }
+void HttpClientEx::init() {
+  AssertOnThread();
+  requestor_ = CreateHttpRequestor(*this);
+}
 
 void HttpClientEx::send(std::shared_ptr<HttpRequestUser> request) {
   // A strong reference in a task that never runs would keep the queue alive that holds the task.
   const std::weak_ptr<HttpClientEx> client = shared_from_this<HttpClientEx>();
   PostTask([this, client, request = std::move(request)] {
+    AssertOnThread();
     if (requestor_ == nullptr) return;
     requestor_->Send(request, ToWeakClosure([this, client, request](const auto& response) {
                        onHttpResponse(client, request, response);
@@ -39,11 +43,15 @@ void HttpClientEx::send(std::shared_ptr<HttpRequestUser> request) {
 
 void HttpClientEx::RetireConnections() {
   PostTask([this] {
+    AssertOnThread();
     if (requestor_) requestor_->RetireConnections();
   });
 }
 
-void HttpClientEx::ReleaseRequestor() { requestor_.reset(); }
+void HttpClientEx::ReleaseRequestor() {
+  ZO_ASSERT(!IsRunning());
+  requestor_.reset();
+}
 
 void HttpClientEx::onHttpResponse(const std::weak_ptr<HttpClientEx>& client,
                                   const std::shared_ptr<HttpRequestUser>& request,

@@ -46,6 +46,7 @@ HttpDNSHostResolver::HttpDNSHostResolver(zo_base::WallClock wall_clock,
       }) {}
 
 void HttpDNSHostResolver::DoQuery(const Query& query, bool cache_only) {
+  loop_thread.AssertSameThread();
   LogQuery(query.family, query.hosts);
   const CacheReport report = CheckCache(query, cache_only);
   if (!report.sync_hosts.empty()) QueryAfterUpdate(query, report);
@@ -120,6 +121,7 @@ void HttpDNSHostResolver::OnHosts(bool success, const std::string& body,
          << body << "\r\n-----------------------";
   ZO_LOG << (success ? "[http dns] Query hosts`s ip success" : "[http dns] Query hosts`s ip fail");
   if (!success || !updates) return;
+  agent_thread.AssertSameThread();
   host_cache.SetEntries(*updates, wall_clock());
   SaveCache();
 }

@@ -11,6 +11,7 @@
 #include "base/file/cached_key_value_file.h"
 #include "base/object/object.h"
 #include "base/process/clock.h"
+#include "base/thread/thread_checker.h"
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_updater.h"
@@ -68,6 +69,7 @@ class HttpDNSHostResolver : public EnvironmentConfigGetterBase,
   const zo_base::WallClock wall_clock;
   const std::shared_ptr<zo_base::ITaskLoop> task_loop;
   const std::shared_ptr<HttpDNSServerUpdater> servers;
+  const zo_base::ThreadChecker loop_thread, agent_thread;
   zo_base::CachedKeyValueFile host_cache_file;
   HttpDNSHostCache host_cache;
 };

@@ -140,6 +140,7 @@ void HttpDNSServerUpdater::ReloadAfter(milliseconds delay, const char* log_text)
 }
 
 void HttpDNSServerUpdater::DoReload(zo_net::AddressFamily family) {
+  loop_thread.AssertSameThread();
   if (updatting_interface_.exchange(true)) {
     ZO_LOG << "[http dns] Update DNS -s updatting_interface_ = true,return";
     return;
@@ -170,6 +171,7 @@ void HttpDNSServerUpdater::OnReloadEnd(bool success, const std::string& body,
 }
 
 void HttpDNSServerUpdater::RetryReload() {
+  loop_thread.AssertSameThread();
   retry_count = std::min(retry_count + 1, kMostRetryUnits);
   const milliseconds delay = retry_count.load() * kRetryUnit;
   ZO_LOG << "[http dns] Update fail redo after :" << delay.count() << "ms";
@@ -177,6 +179,7 @@ void HttpDNSServerUpdater::RetryReload() {
 }
 
 void HttpDNSServerUpdater::OnServers(const HttpDNSServiceAnswer& answer) {
+  loop_thread.AssertSameThread();
   timer.Stop();
   retry_count = 0;
   const Servers ipv4 = ReadServers(answer.ipv4, false);

@@ -13,6 +13,7 @@
 #include "base/file/cached_key_value_file.h"
 #include "base/object/object.h"
 #include "base/process/clock.h"
+#include "base/thread/thread_checker.h"
 #include "base/thread/timer.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/http_agent/http_dns/httpdns_messages.h"
@@ -54,6 +55,7 @@ class HttpDNSServerUpdater : public EnvironmentConfigGetterBase,
 
   const zo_base::WallClock wall_clock;
   const std::shared_ptr<zo_base::ITaskLoop> task_loop;
+  const zo_base::ThreadChecker loop_thread;
   zo_base::CachedKeyValueFile server_cache_file;
   HttpDNSServerList server_list;
   zo_base::Timer timer;                           // For the next S.

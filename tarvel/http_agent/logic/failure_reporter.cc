@@ -102,6 +102,7 @@ void FailureReporter::Complete(const Items& items, const StatisticReport& report
 }
 
 void FailureReporter::LookUpHosts(const Items& items, const StatisticReport& report) {
+  ZO_ASSERT(work_thread_->IsCurrentThread());
   const std::list<std::string> hosts = HostsOf(*items);
   const bool backlog = lookups_under_way_ >= kMostLookups;
   if (hosts.empty() || backlog || !dns_server_.IsRunning()) {

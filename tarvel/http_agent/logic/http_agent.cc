@@ -160,6 +160,7 @@ void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& reque
 
 void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
                               const FailureReporter::Items& items) {
+  ZO_ASSERT(work_thread_->IsCurrentThread());
   if (GetEnvironmentConfig() == nullptr) return;
   failure_reporter_->Report(items);
   if (!outcome->success) {
@@ -199,6 +200,7 @@ void HttpAgent::TryOnAddresses(const std::shared_ptr<const Outcome>& outcome) {
 }
 
 void HttpAgent::OnAddressesKnown(const Outcome& outcome, const HostCacheResult& addresses) {
+  ZO_ASSERT(work_thread_->IsCurrentThread());
   LogAddresses(addresses);
   const MultipleURLHttpRequest request = OnAddresses(outcome.request, addresses);
   if (request.urls.empty()) {

@@ -51,6 +51,7 @@ void MultipleURLHttpRequestHelper::SetRequest(const MultipleURLHttpRequest& requ
 }
 
 void MultipleURLHttpRequestHelper::InvokeRequest() {
+  thread_checker_.AssertSameThread();
   if (ConfigUnlessStopped() == nullptr) return;
   if (request_.urls.empty()) {
     ZO_LOG << "[multiple] Request url list empty";
@@ -87,6 +88,7 @@ void MultipleURLHttpRequestHelper::PostSubRequest(std::int32_t index, std::uint6
 }
 
 void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
+  thread_checker_.AssertSameThread();
   const auto entry = timers_.find(index);
   if (entry == timers_.end()) return;
   entry->second->Stop();  // The entry stays, because the sub request goes on.
@@ -96,6 +98,7 @@ void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
 
 void MultipleURLHttpRequestHelper::OnSubResponse(const SubRequestResult& result) {
   if (ConfigUnlessStopped() == nullptr) return;
+  thread_checker_.AssertSameThread();
   const bool urls_left = UrlsLeft();
   walk_log::Answered(result.index, result.code, urls_left);
   const std::string& url = request_.urls[result.index].url.text();

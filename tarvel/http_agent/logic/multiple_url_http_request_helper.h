@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/object/object.h"
+#include "base/thread/thread_checker.h"
 #include "base/thread/thread_info.h"
 #include "base/thread/timer.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
@@ -72,6 +73,7 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   // Destroys this.
   void End(const Verdict& verdict, const SubRequestResult& result);
 
+  const zo_base::ThreadChecker thread_checker_;
   std::weak_ptr<zo_base::ITaskLoop> task_loop_ = zo_base::GetCurrentTaskLoop();
   std::shared_ptr<const std::atomic<bool>> stop_flag_;  // Null for a helper without an agent.
   MultipleURLHttpRequest request_;

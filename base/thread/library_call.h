@@ -1,5 +1,10 @@
 #pragma once
 
+#include <memory>
+#include <utility>
+
+#include "base/object/weakly.h"
+#include "base/process/forked_child.h"
 #include "base/thread/task_loop.h"
 #include "base/thread/thread_info.h"
 
@@ -28,5 +33,16 @@ inline bool InLogFunction() { return LogFunctionCall::depth() > 0; }
 // Keeps `task` for the end of the outermost LibraryCall of the calling thread, which must be in
 // one. Kept tasks run in order. `task` refers to its objects weakly.
 void RunAfterLibraryCall(Task task);
+
+// For the start of an operation that the client's log function may call: in it, has `f(T&)` run
+// after the library call and returns true. Returns true in a disabled forked child as well, where
+// the operation does nothing.
+template <class T, class F>
+[[nodiscard]] bool IsPutOff(const std::shared_ptr<T>& owner, F f) {
+  if (InForkedChild()) return true;
+  if (!InLogFunction()) return false;
+  RunAfterLibraryCall(Weakly(owner, std::move(f)));
+  return true;
+}
 
 }  // namespace zo_base

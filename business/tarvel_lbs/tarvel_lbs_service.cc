@@ -15,6 +15,7 @@ namespace zo_tarvel {
 namespace {
 
 using zo_base::InForkedChild;
+using zo_base::IsPutOff;
 using zo_base::LibraryCall;
 using zo_base::TrueOrFalse;
 using zo_base::Weakly;
@@ -46,17 +47,9 @@ void LogAddress(const LinkAddress& address, bool has_buffer) {
 ZOTarvelLBSServiceImpl::ZOTarvelLBSServiceImpl(zo_base::WallClock wall_clock)
     : TaskThread("lbs service"), answer(settings, wall_clock), updater(*this, settings, answer) {}
 
-template <class F>
-bool ZOTarvelLBSServiceImpl::IsPutOff(F f) {
-  if (InForkedChild()) return true;
-  if (!zo_base::InLogFunction()) return false;
-  zo_base::RunAfterLibraryCall(Weakly(this, std::move(f)));
-  return true;
-}
-
 bool ZOTarvelLBSServiceImpl::Init(const _ZOTarvelLBSSettings& record) {
   const LibraryCall call;
-  if (IsPutOff([record](auto& self) { self.Init(record); })) return true;
+  if (IsPutOff(Self(), [record](auto& self) { self.Init(record); })) return true;
   zo_base::MutexLock hold(init_lock);
   if (!updater.initd()) {
     PrepInit(record);
@@ -89,7 +82,7 @@ void ZOTarvelLBSServiceImpl::Stop() {
 
 void ZOTarvelLBSServiceImpl::Update(EMAddressFamily family, bool force) {
   const LibraryCall call;
-  if (IsPutOff([family, force](auto& self) { self.Update(family, force); })) return;
+  if (IsPutOff(Self(), [family, force](auto& self) { self.Update(family, force); })) return;
   if (IsInitd("Update")) updater.Update(static_cast<zo_net::AddressFamily>(family), force);
 }
 
@@ -146,7 +139,7 @@ void ZOTarvelLBSServiceImpl::GetDesc(char* out) { CopyText("GetDesc", lbs_key::k
 void ZOTarvelLBSServiceImpl::GetLBSResponse(bool no_wait, char* out) {
   const LibraryCall call;
   // An exit during the wait releases this object.
-  const auto self = shared_from_this<ZOTarvelLBSServiceImpl>();
+  const auto self = Self();
   if (!no_wait && out != nullptr && !InForkedChild()) updater.AwaitUpdate();
   CopyText("get lbs response", lbs_key::kRsp, out);
 }

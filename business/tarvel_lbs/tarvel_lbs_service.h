@@ -39,11 +39,9 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   void Stop() override;
 
  private:
-  // In the client's log function: has `f(ZOTarvelLBSServiceImpl&)` run later, and returns true. In
-  // a dead forked child true as well.
-  template <class F>
-  bool IsPutOff(F f);
-
+  std::shared_ptr<ZOTarvelLBSServiceImpl> Self() {
+    return shared_from_this<ZOTarvelLBSServiceImpl>();
+  }
   void PrepInit(const _ZOTarvelLBSSettings& record);
   bool IsInitd(const char* operation) const;
   void CopyText(const char* operation, const char* key, char* out) const;

@@ -16,8 +16,7 @@ auto IsNamed(std::string_view name) {
 }
 
 bool IsTokenCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         "!#$%&'*+-.^_`|~"sv.find(c) != std::string_view::npos;
+  return zo_base::IsLetterOrDigit(c) || "!#$%&'*+-.^_`|~"sv.find(c) != std::string_view::npos;
 }
 
 bool IsToken(std::string_view text) {

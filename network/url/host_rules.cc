@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/text/strings.h"
 #include "base/text/utf8.h"
 #include "network/url/ip_address.h"
 
@@ -11,8 +12,7 @@ namespace WQBASE::network {
 namespace {
 
 bool IsNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '.' || c == '_';
+  return zo_base::IsLetterOrDigit(c) || c == '-' || c == '.' || c == '_';
 }
 
 bool IsHostName(const std::string& text) {

@@ -43,10 +43,6 @@ std::size_t EndOf(const UrlComponent& component) {
   return static_cast<std::size_t>(std::int64_t{component.begin} + component.length);
 }
 
-bool IsLetterOrDigit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-
 }  // namespace
 
 Url::Url(std::string text)
@@ -113,7 +109,7 @@ std::string UrlEncode(std::string_view text) {
   std::string encoded;
   encoded.reserve(text.size());
   for (const char c : text) {
-    if (IsLetterOrDigit(c)) {
+    if (zo_base::IsLetterOrDigit(c)) {
       encoded += c;
     } else {
       encoded += '%';

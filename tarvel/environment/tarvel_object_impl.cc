@@ -3,7 +3,6 @@
 #include <string>
 #include <utility>
 
-#include "base/object/weakly.h"
 #include "base/process/forked_child.h"
 #include "base/thread/base_thread.h"
 #include "base/thread/library_call.h"
@@ -13,6 +12,7 @@
 namespace zo_tarvel {
 namespace {
 
+using zo_base::IsPutOff;
 using zo_base::LibraryCall;
 using zo_base::MutexLock;
 
@@ -26,24 +26,20 @@ void EndService(const std::shared_ptr<IZOTarvelLBSService>& service) {
 
 }  // namespace
 
-template <class F>
-bool ZOTarvelObjectImpl::IsPutOff(F f) {
-  if (zo_base::InForkedChild()) return true;
-  if (!zo_base::InLogFunction()) return false;
-  zo_base::RunAfterLibraryCall(zo_base::Weakly(weak_from_this().lock(), std::move(f)));
-  return true;
-}
-
 void ZOTarvelObjectImpl::NotifyNetworkChanged(zo_net::AddressFamily family) {
   const LibraryCall call;
-  if (IsPutOff([family](auto& self) { self.NotifyNetworkChanged(family); })) return;
+  if (IsPutOff(weak_from_this().lock(),
+               [family](auto& self) { self.NotifyNetworkChanged(family); }))
+    return;
   if (const auto config = GetEnvironmentConfig()) config->SetAddressFamily(family, true);
 }
 
 void ZOTarvelObjectImpl::SetBusinessToken(const char* token) {
   const LibraryCall call;
   const std::string text = token == nullptr ? "" : token;
-  if (IsPutOff([text](auto& self) { self.SetBusinessToken(text.c_str()); })) return;
+  if (IsPutOff(weak_from_this().lock(),
+               [text](auto& self) { self.SetBusinessToken(text.c_str()); }))
+    return;
   if (const auto config = GetEnvironmentConfig()) config->SetBusinessToken(text);
 }
 
@@ -85,7 +81,7 @@ void ZOTarvelObjectImpl::Release() { EndService(TakeLBSService()); }
 
 void ZOTarvelObjectImpl::ReleaseLBSService() {
   const LibraryCall call;
-  if (IsPutOff([](auto& self) { self.ReleaseLBSService(); })) return;
+  if (IsPutOff(weak_from_this().lock(), [](auto& self) { self.ReleaseLBSService(); })) return;
   lbs_service_once_.Reset();
   EndService(TakeLBSService());
 }

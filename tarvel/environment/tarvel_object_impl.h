@@ -40,10 +40,6 @@ class ZOTarvelObjectImpl final : public IZOTarvelObject,
  private:
   void CreateLBSService();
   std::shared_ptr<IZOTarvelLBSService> TakeLBSService();
-  // Returns true in the client's log function, where it has `f(ZOTarvelObjectImpl&)` run later, and
-  // in a disabled forked child.
-  template <class F>
-  [[nodiscard]] bool IsPutOff(F f);
 
   const std::int32_t id_;
   // Never held while a service is stopped: its thread may be waiting for this lock.

@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -92,7 +91,7 @@ void QLogHelper::AppendPrefix() {
     stream_ << std::string_view(now.data(), now.size()) << ' ';
   }
   if (writer_->PrintProcessThread()) {
-    stream_ << getpid() << '-' << static_cast<std::uint64_t>(pthread_self()) << ' ';
+    stream_ << ProcessId() << '-' << static_cast<std::uint64_t>(pthread_self()) << ' ';
   }
   if (writer_->PrintLevel()) stream_ << '[' << LevelText(level_) << ']';
   if (const auto ident = writer_->GetIdent(); !ident.empty()) stream_ << '[' << ident << ']';

@@ -63,12 +63,12 @@ std::int32_t LogFile::Open(const std::string& path, std::uint32_t max_file_size,
     if (result != kLogReady) return result;
   }
   const std::int32_t result = buffer_->Load();
+  UpdateReadiness();
   return result == kLogPagesNotLocked ? kLogNotMapped : result;
 }
 
-bool LogFile::IsReady() const {
-  MutexLock lock(lock_);
-  return buffer_ && buffer_->ready();
+void LogFile::UpdateReadiness() {
+  is_ready_.store(buffer_ && buffer_->ready(), std::memory_order_release);
 }
 
 void LogFile::Write(std::string_view text) {
@@ -78,7 +78,10 @@ void LogFile::Write(std::string_view text) {
 
 bool LogFile::Flush() {
   MutexLock lock(lock_);
-  return buffer_ && buffer_->Flush();
+  if (!buffer_) return false;
+  const bool result = buffer_->Flush();
+  UpdateReadiness();
+  return result;
 }
 
 std::string LogFile::path() const {
@@ -90,6 +93,7 @@ void LogFile::Close() {
   MutexLock lock(lock_);
   if (buffer_) buffer_->Close();
   buffer_.reset();
+  UpdateReadiness();
 }
 
 void MakeDirectoryOf(const std::string& path) {

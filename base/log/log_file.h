@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,7 +30,8 @@ class LogFile {
   // Sizes in bytes, 0 for the default. A LogOpenResult.
   std::int32_t Open(const std::string& path, std::uint32_t max_file_size,
                     std::uint32_t buffer_size);
-  bool IsReady() const;  // Whether text written now would be kept.
+  // Whether text written now would be kept. Takes no lock, since a record asks before it is built.
+  bool IsReady() const { return is_ready_.load(std::memory_order_acquire); }
   void Write(std::string_view text);
   // See LogFileBuffer::Flush. False when not open.
   bool Flush();
@@ -41,8 +43,11 @@ class LogFile {
   bool AppendToFile(const std::string& text);
 
  private:
+  void UpdateReadiness() ZO_REQUIRES(lock_);
   void Append(const std::string& text) ZO_REQUIRES(lock_);
   void Shrink() ZO_REQUIRES(lock_);
+
+  std::atomic<bool> is_ready_{false};  // Written under `lock_`.
 
   // Held for whole operations: the buffer doesn't change under a record.
   mutable _thread_recursive_mutex lock_;

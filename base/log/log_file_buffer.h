@@ -23,7 +23,8 @@ namespace zo_base {
 //
 // An access to a mapped page that the file no longer has, or for which the disk has no block,
 // raises a signal. So the blocks are reserved at the open, and each access first checks the file's
-// length and locks the pages; only a cut during an access remains. Where the file system doesn't
+// length and locks the pages; only a cut during an access remains, and a page that
+// the kernel has dropped and the disk can't give back. Where the file system doesn't
 // overwrite blocks in place, records are written to the file instead.
 //
 // Threads: any. The sink runs on the thread whose record fills the buffer, under the lock.
@@ -51,7 +52,8 @@ class LogFileBuffer {
   class LockedPages;
 
   bool Map(const Companion& companion) ZO_REQUIRES(lock_);
-  bool LockPages() ZO_REQUIRES(lock_);
+  using PageLock = bool (*)(char* base, std::size_t size);
+  bool LockPages(PageLock lock_in_memory) ZO_REQUIRES(lock_);
   bool HasAllBytes() const ZO_REQUIRES(lock_);
   bool RestoreBlocks() ZO_REQUIRES(lock_);
   void AppendLocked(std::string_view text) ZO_REQUIRES(lock_);

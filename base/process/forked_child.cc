@@ -1,6 +1,7 @@
 #include "base/process/forked_child.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -16,7 +17,10 @@ std::atomic<bool> in_forked_child{false};
 constinit std::array<std::atomic<void (*)()>, 8> renewals{};
 constinit std::atomic<std::size_t> last_renewal{0};
 
+std::atomic<pid_t> process_id{getpid()};
+
 void OnChild() {
+  process_id.store(getpid(), std::memory_order_relaxed);
   if (is_at_work.load(std::memory_order_relaxed)) in_forked_child = true;
   if (InForkedChild()) return;
   for (const auto& renewal : renewals) {
@@ -32,6 +36,8 @@ void OnChild() {
 void SetAtWork(bool at_work) { is_at_work = at_work; }
 
 bool InForkedChild() { return in_forked_child.load(std::memory_order_relaxed); }
+
+pid_t ProcessId() { return process_id.load(std::memory_order_relaxed); }
 
 void ActAsForkedChild() { in_forked_child = true; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 namespace zo_base {
 
 // A forked child has none of the library's threads and may inherit locked mutexes.
@@ -14,6 +16,9 @@ void SetAtWork(bool at_work);
 
 // Whether the library is disabled in this process. Takes no lock.
 bool InForkedChild();
+
+// The id of this process, without a system call.
+pid_t ProcessId();
 
 // Disables the library in this process as well: for one that ends in the middle of the client's log
 // function, with locks held for which the end of the environment would wait.

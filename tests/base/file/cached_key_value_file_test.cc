@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -92,11 +91,6 @@ TEST_F(CachedKeyValueFileTest, TouchesNothingButARegularFile) {
   EXPECT_EQ(ReadFile(path_), R"({"a":"2"})");  // In the place of the link.
   EXPECT_EQ(fs::symlink_status(path_).permissions(), fs::perms(0600));
   EXPECT_EQ(ReadFile(elsewhere), R"({"a": "1"})");
-
-  fs::remove(path_);
-  ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
-  store_.Reload();
-  EXPECT_EQ(store_.Get("a"), "2");
 }
 
 TEST_F(CachedKeyValueFileTest, KeepsTheOldFileUntilTheNewIsWritten) {

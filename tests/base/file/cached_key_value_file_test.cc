@@ -21,8 +21,7 @@ namespace fs = std::filesystem;
 namespace zo_base {
 namespace {
 
-using test_support::ReadFile;
-using test_support::WriteFile;
+using namespace test_support;
 
 class CachedKeyValueFileTest : public ::testing::Test {
  protected:
@@ -30,7 +29,7 @@ class CachedKeyValueFileTest : public ::testing::Test {
 
   auto CountFiles() const { return std::distance(fs::directory_iterator(directory_.path()), {}); }
 
-  const test_support::TempDirectory directory_;
+  const TempDirectory directory_;
   const std::string path_ = directory_ / "a.data";
   CachedKeyValueFile store_{[](const std::string& key, const std::string& value) {
     return key != "junk" && value != "bad";

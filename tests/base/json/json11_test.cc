@@ -9,14 +9,12 @@
 namespace zo_base::json11 {
 namespace {
 
-using namespace std::string_literals;
-
 TEST(Json11Test, NamesTheFirstErrorOfAText) {
   const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"unexpected end of input", {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
       {"unexpected trailing 'x' (120)", {"{} x", "0x1", "\"\"x y"}},
       {"leading 0s not permitted in numbers", {"01", "-00", "[00.5]"}},
-      {"invalid (0) in number", {"-", "-\0001"s}},
+      {"invalid (0) in number", {"-", std::string("-\0001", 3)}},
       {"at least one digit required in fractional part", {"1.", "1.e5", "-0.x"}},
       {"unexpected end of input in string", {"\"a", "\"a\\", "{\"a", "[\"\\\""}},
       {"unexpected end of input inside multi-line comment", {"/* /", "/*/ 1", "1 /* *"}},

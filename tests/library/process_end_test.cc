@@ -150,7 +150,7 @@ TEST(ProcessEndTest, StopsTheEnvironmentAndEndsRegularly) {
   }
 }
 
-TEST(ProcessEndTest, AnUnloadEndsTheEnvironmentAndLeavesNothingBehind) {
+TEST(ProcessEndTest, AnUnloadEndsTheEnvironmentAndItsThreads) {
   std::filesystem::remove(kLogPath);
   EXPECT_GOOD_CHILD([] {
     static decltype(&ExitTarvelEnvironment) exit;

@@ -329,6 +329,7 @@ TEST(CustomLogTest, TakesEveryRecordInItsFormat) {
     info.name = "thread";
     zo_base::SetCurrentThreadInfo(info);
     for (int level = 0; level <= 6; ++level) ZO_LOG_AT(level) << "text" << level;
+    zo_base::ClearCurrentThreadInfo();
     ExitTarvelEnvironment(1);
     const auto lines = records.TakeAll();
     EXPECT_THAT(lines.front(), EndsWith("[LV_APP][ZO_TARVEL][unknown] \r\n"

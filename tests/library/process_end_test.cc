@@ -170,7 +170,7 @@ TEST(ProcessEndTest, AnUnloadEndsTheEnvironmentAndItsThreads) {
       const auto end = [](void*, char*) {
         exit(1);
         ended.Set();
-        for (int i = 0; i < 1'000; ++i) exit(1);  // The unload waits for this thread.
+        for (int i = 0; i < 100'000; ++i) exit(1);  // The unload waits for this thread.
       };
       if (in_callback) service->SetAccIDGetter(end, nullptr);
       service->Init({});

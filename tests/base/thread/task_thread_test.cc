@@ -111,7 +111,6 @@ TEST(TaskThreadTest, DropsAllBehindAStopOfItsOwn) {
     const auto handle = thread->GetTaskLoop();
     Post(kind, handle, fail);  // Nobody takes what is handed over before the start.
     Post(kind, thread, [&] {
-      EXPECT_TRUE(thread->IsReady());
       ++runs;  // Once also in a loop, whose repetition has already been scheduled.
       Post(behind, thread, fail);
       entered.Set();

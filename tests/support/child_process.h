@@ -24,8 +24,7 @@ inline int RunInChild(const std::function<int()>& body) {
     std::exit(testing::Test::HasFailure() ? 1 : code);
   }
   int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-  }
+  while (waitpid(child, &status, 0) < 0) continue;
   return status;
 }
 

@@ -22,17 +22,16 @@
 #include <thread>
 #include <vector>
 
+#include "bench/lab.h"
 #include "network/curl/curl_requestor.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
-#include "tests/support/lab.h"
 #include "tests/support/private_network.h"
 
 namespace tarvel_bench {
 namespace {
 
-using test_support::Lab;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 using Urls = std::vector<std::string>;

@@ -25,7 +25,6 @@ refuse 's|"https://lbs|"lbs|; s|:8080"|"|; s|"httpdns|"//httpdns|; s|192.0.2.53|
   kDefault{LBSUrl,Link,HttpDNS{Host,IPv4,IPv6},StatisticsHost,MessageStatisticsPath,ObjectStorage{Servers,Url}}": must"
 refuse 's|:8080"|:80800"|; /IPv4 =/,/;/s|"[^"]*",?||g; s|:db8::53|:db8:53|' \
   kDefault{Link,HttpDNSIPv{4,6}}": must"
-refuse '/kDefaultLink/d' kDefaultLink
 
 mine="$work/of the integrator.h"
 configure() {

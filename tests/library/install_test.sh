@@ -8,12 +8,10 @@ trap 'rm -rf "$work"' EXIT
 prefix="$work/prefix with a blank"
 cmake --install "$1" --prefix "$prefix" >/dev/null
 
-echo "find_package"
 cmake -S "$2/examples" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$3" >/dev/null
 cmake --build "$work/build" >/dev/null
 "$work/build/tarvel_example_link_address" "$work/data"
 
-echo "pkg-config"
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name tarvel.pc)")
 export PKG_CONFIG_PATH
 # shellcheck disable=SC2016  # The backticks are the markdown's.

@@ -20,13 +20,11 @@ inline int RunInChild(const std::function<int()>& body) {
   const pid_t child = fork();
   if (child == 0) {
     alarm(60);
-    int code = body();
-    if (testing::Test::HasFailure()) code = 1;
-    std::exit(code);
+    const int code = body();
+    std::exit(testing::Test::HasFailure() ? 1 : code);
   }
   int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-  }
+  while (waitpid(child, &status, 0) < 0) continue;
   return status;
 }
 

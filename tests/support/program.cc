@@ -34,15 +34,11 @@ Program::~Program() {
   std::fclose(pipe_);
 }
 
-bool Program::Read() {
-  const int byte = std::getc(pipe_);
-  if (byte != EOF) output_ += static_cast<char>(byte);
-  return byte != EOF;
-}
-
 void Program::AwaitOutput(const std::string& text) {
   for (const std::size_t begin = output_.size(); output_.find(text, begin) == std::string::npos;) {
-    if (!Read()) throw std::runtime_error("a program has ended early: " + output_);
+    const int byte = std::getc(pipe_);
+    if (byte == EOF) throw std::runtime_error("a program has ended early: " + output_);
+    output_ += static_cast<char>(byte);
   }
 }
 
@@ -56,7 +52,7 @@ void Program::Kill() {
 }
 
 int Program::Wait() {
-  while (Read()) continue;
+  for (int byte; (byte = std::getc(pipe_)) != EOF;) output_ += static_cast<char>(byte);
   int status = 0;
   waitpid(std::exchange(process_, -1), &status, 0);
   return status;

@@ -29,8 +29,6 @@ class Program {
   const std::string& output() const { return output_; }
 
  private:
-  bool Read();
-
   pid_t process_ = -1;
   std::FILE* pipe_ = nullptr;  // Carries what it writes.
   std::string output_;

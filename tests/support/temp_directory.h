@@ -22,7 +22,6 @@ class TempDirectory {
     if (getpid() == owner_) std::filesystem::remove_all(path_, ignored);
   }
   TempDirectory(const TempDirectory&) = delete;
-  TempDirectory& operator=(const TempDirectory&) = delete;
 
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }

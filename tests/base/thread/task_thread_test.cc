@@ -1,10 +1,10 @@
 #include "base/thread/task_thread.h"
 
 #include <gmock/gmock.h>
-#include <pthread.h>
 
-#include <algorithm>
+#include <array>
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <latch>
 #include <memory>
@@ -16,7 +16,6 @@
 
 #include "base/object/connectable.h"
 #include "base/process/clock.h"
-#include "base/thread/native_thread.h"
 #include "base/thread/timer.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scoped_task_thread.h"
@@ -24,10 +23,7 @@
 namespace zo_base {
 namespace {
 
-using test_support::Event;
-using test_support::ManualClock;
-using test_support::ScopedTaskThread;
-using ::testing::ElementsAre;
+using namespace test_support;
 
 // Longer than any test waits: who sleeps until then is only woken by others.
 constexpr std::int32_t kFarMs = 60'000;
@@ -37,129 +33,105 @@ TEST(TaskThreadTest, RunsTheMostUrgentTaskFirst) {
   Event idle;
   ScopedTaskThread thread;
   const auto note = [&](const char* name) { return [&ran, name] { ran.emplace_back(name); }; };
+  thread->PostTask([&] {  // Until it has returned, all others wait.
+    thread->PostIdleTask([&] { ran.emplace_back("idle"), idle.Set(); });
+    thread->PostTask([&] {
+      thread->PostDelayedTask(0, note("later delayed"));
+      thread->PostPriorityTask([&] { thread->PostPriorityTask(note("later priority")); });
+    });
+    thread->PostTask(note("normal"));
+    thread->PostDelayedTask(0, note("delayed"));
+    thread->PostDelayedTask(0, note("posted later"));
+    thread->PostDelayedTask(-kFarMs, [&] {
+      ran.emplace_back("overdue");
+      for (int i = 0; i < 20; ++i) thread->PostDelayedTask(-kFarMs, [] {});  // Into its own group.
+    });
+    thread->PostPriorityTask(note("priority"));
+  });
   thread->Start();
-  ASSERT_TRUE(thread.Hold());
-  thread->PostIdleTask([&] { ran.emplace_back("idle"), idle.Set(); });
-  thread->PostTask([&] {
-    thread->PostDelayedTask(0, note("later delayed"));
-    thread->PostPriorityTask([&] { thread->PostPriorityTask(note("later priority")); });
-  });
-  thread->PostTask(note("normal"));
-  thread->PostDelayedTask(0, note("delayed"));
-  thread->PostDelayedTask(0, note("posted later"));
-  thread->PostDelayedTask(-kFarMs, [&] {
-    ran.emplace_back("overdue");
-    for (int i = 0; i < 20; ++i) thread->PostDelayedTask(-kFarMs, [] {});  // Into its own group.
-  });
-  thread->PostPriorityTask(note("priority"));
-  thread.Release();
   ASSERT_TRUE(idle.Await());
-  EXPECT_THAT(ran, ElementsAre("priority", "overdue", "delayed", "posted later", "later priority",
-                               "later delayed", "normal", "idle"));
+  EXPECT_THAT(ran, testing::ElementsAre("priority", "overdue", "delayed", "posted later",
+                                        "later priority", "later delayed", "normal", "idle"));
 }
 
-TEST(TimerTest, RunsAsOftenAsATaskInALoop) {
-  for (const std::int32_t times : {0, 1, 3, INT32_MIN}) {
-    for (const bool by_timer : {false, true}) {
-      std::atomic<int> runs = 0;
-      ManualClock clock;
-      ScopedTaskThread thread(clock);
-      Timer timer(thread->GetTaskLoop());
-      thread->Start();  // A timer's task from before it would be lost.
-      if (by_timer)
-        timer.Start(
-            kFarMs, [&] { ++runs; }, times);
-      if (!by_timer)
-        thread->PostLoopTask(
-            kFarMs, [&] { ++runs; }, times);
-      for (int span = 1; span <= 5; ++span) {
-        clock.Advance(kFarMs - 1);
-        ASSERT_TRUE(thread.RunAllPosted());
-        EXPECT_LT(runs, span);
-        clock.Advance(1);
-        ASSERT_TRUE(thread.RunAllPosted());
-        EXPECT_EQ(runs, times < 0 ? span : std::min(span, std::max(times, 1)));
-      }
-    }
-  }
-}
-
-TEST(TimerTest, RunsOnlyTheLatestTaskUntilItIsDestroyed) {
+TEST(TimerTest, RunsItsLatestTaskAsOftenAsTold) {
+  constexpr std::array<std::int32_t, 4> kTimes{0, 1, 3, INT32_MIN};
+  std::array<int, 4> runs{}, before{};
   std::string ran;
   ManualClock clock;
   ScopedTaskThread thread(clock);
-  std::optional<Timer> timer(thread->GetTaskLoop());
-  const auto cancelled = [&] { ran += "cancelled "; };
+  std::deque<Timer> timers;
+  std::optional<Timer> restarted(thread->GetTaskLoop());
+  thread->Start();  // A timer's task from before it would be lost.
+  for (std::size_t i = 0; i < kTimes.size(); ++i) {
+    const auto run = [&, i] { ++runs[i]; };
+    timers.emplace_back(thread->GetTaskLoop()).Start(kFarMs, run, kTimes[i]);
+  }
+  const auto cancelled = [] { ADD_FAILURE(); };
   const auto last = [&, text = std::make_shared<std::string>("x")] {
-    if (ran == "xx") timer.reset();
+    if (ran == "xx") restarted.reset();
     ran += *text;  // The task still owns what it captured.
   };
-  thread->Start();
-  timer->Start(kFarMs, cancelled, 0);
-  timer->Start(kFarMs, cancelled, -1);
-  timer->Start(2 * kFarMs, last, -1);
-  for (int span = 0; span < 10; ++span) {
-    clock.Advance(kFarMs);
+  restarted->Start(kFarMs, cancelled, 0);
+  restarted->Start(kFarMs, cancelled, -1);
+  restarted->Start(kFarMs, last, -1);
+  for (const std::array<int, 4>& after :
+       {std::array{1, 1, 1, 1}, {1, 1, 2, 2}, {1, 1, 3, 3}, {1, 1, 3, 4}}) {
+    clock.Advance(kFarMs - 1);
     ASSERT_TRUE(thread.RunAllPosted());
+    EXPECT_EQ(runs, before);
+    clock.Advance(1);
+    ASSERT_TRUE(thread.RunAllPosted());
+    EXPECT_EQ(runs, after);
+    before = after;
   }
   EXPECT_EQ(ran, "xxx");
 }
 
 const std::string kKinds[] = {"priority", "delayed", "normal", "idle", "loop"};
 
-template <class Target>  // A thread, or its handle.
-void Post(const std::string& kind, Target& to, const Task& task) {
-  if (kind == "priority") to.PostPriorityTask(task);
-  if (kind == "delayed") to.PostDelayedTask(0, task);
-  if (kind == "normal") to.PostTask(task);
-  if (kind == "idle") to.PostIdleTask(task);
-  if (kind == "loop") to.PostLoopTask(0, task, -1);
+template <class Pointer>  // To a thread or its handle.
+void Post(const std::string& kind, const Pointer& to, const Task& task) {
+  if (kind == "priority") to->PostPriorityTask(task);
+  if (kind == "delayed") to->PostDelayedTask(0, task);
+  if (kind == "normal") to->PostTask(task);
+  if (kind == "idle") to->PostIdleTask(task);
+  if (kind == "loop") to->PostLoopTask(0, task, -1);
 }
 
-TEST(TaskThreadTest, DropsTheTasksBehindAStop) {
-  for (const auto& kind : kKinds) {
-    SCOPED_TRACE(kind);
+TEST(TaskThreadTest, DropsAllBehindAStopOfItsOwn) {
+  for (std::size_t i = 0; i < 25; ++i) {
+    const std::string &kind = kKinds[i / 5], &behind = kKinds[i % 5];
+    SCOPED_TRACE(kind + ", then " + behind);
     const auto token = std::make_shared<int>();
     const auto fail = [token] { ADD_FAILURE(); };
-    ScopedTaskThread thread;
+    int runs = 0;
+    Event entered;
+    auto thread = std::make_shared<TaskThread>("worker");
     const auto handle = thread->GetTaskLoop();
-    Post(kind, *handle, fail);  // Nobody takes what is handed over before the start.
-    EXPECT_EQ(token.use_count(), 2);
+    Post(kind, handle, fail);  // Nobody takes what is handed over before the start.
+    Post(kind, thread, [&] {
+      ++runs;  // Once also in a loop, whose repetition has already been scheduled.
+      Post(behind, thread, fail);
+      entered.Set();
+      thread->Stop();
+      thread->Join();  // Not for itself.
+    });
+    Post(kind, thread, fail);
     thread->Start();
-    ASSERT_TRUE(thread.Hold());
-    Post(kind, *thread.get(), fail);
+    ASSERT_TRUE(entered.Await());
     const auto stop = [&] {
       thread->Stop();
       EXPECT_FALSE(thread->IsReady());  // It waits for the end.
     };
-    {
-      const std::jthread stopper(stop), second_stopper(stop);
-      while (!thread->IsStopping()) std::this_thread::yield();
-      thread.Release();
-    }
-    Post(kind, *thread.get(), fail);
-    EXPECT_EQ(token.use_count(), 4);
-    thread.Destroy();
-    Post(kind, *handle, fail);
-    EXPECT_EQ(token.use_count(), 2);  // Here and in `fail`.
-  }
-}
-
-TEST(TaskThreadTest, ATaskMayStopItsOwnThread) {
-  for (const auto& kind : kKinds) {
-    SCOPED_TRACE(kind);
-    int runs = 0;
-    ScopedTaskThread thread;
-    Post(kind, *thread.get(), [&] {
-      EXPECT_TRUE(thread->IsReady());
-      ++runs;  // Once also in a loop, whose repetition has already been scheduled.
-      for (const auto& next : kKinds) Post(next, *thread.get(), [] { ADD_FAILURE(); });
-      thread->Stop();
-      thread->Join();  // Not for itself.
-    });
-    thread->Start();
-    thread->Join();
+    std::jthread first(stop), second(stop);
+    first.join(), second.join();
     EXPECT_EQ(runs, 1);
+    Post(kind, thread, fail);
+    EXPECT_EQ(token.use_count(), 5);
+    thread.reset();
+    Post(kind, handle, fail);
+    EXPECT_EQ(token.use_count(), 2);  // Here and in `fail`.
   }
 }
 
@@ -169,7 +141,7 @@ TEST(TaskThreadTest, LosesNoPostWhileItFallsAsleep) {
   thread->Start();
   for (int round = 0; round < 3'000; ++round) {
     const auto ran = std::make_shared<Event>();
-    Post(kKinds[round % 3], *thread.get(), [ran] { ran->Set(); });
+    Post(kKinds[round % 3], thread, [ran] { ran->Set(); });
     ASSERT_TRUE(ran->Await()) << "lost: " << kKinds[round % 3];
   }
   const std::int64_t begun = SteadyMilliseconds();
@@ -178,34 +150,19 @@ TEST(TaskThreadTest, LosesNoPostWhileItFallsAsleep) {
 }
 
 TEST(TaskThreadTest, EndsCleanlyWhenReleasedOnItself) {
-  Event released, ending, leave;
-  std::atomic<bool> left{false};
-  pthread_t content_died_on{};
-  const auto when_native_thread_ends = [&](void*) {
-    ending.Set();
-    EXPECT_TRUE(leave.Await());
-    left = true;
-  };
+  Event released, destroyed;
   auto owner = std::make_shared<TaskThread>("released");
   owner->PostTask([&, thread = owner.get()] {
-    static thread_local std::shared_ptr<void> last_act;  // Goes after all that the library runs.
-    last_act = std::shared_ptr<void>(nullptr, when_native_thread_ends);
     EXPECT_TRUE(released.Await());
     thread->Stop();
   });
-  std::shared_ptr<void> content(nullptr, [&](void*) { content_died_on = pthread_self(); });
+  std::shared_ptr<void> content(nullptr, [&](void*) { destroyed.Set(); });
   owner->PostTask([content] { ADD_FAILURE(); });
   owner->Connect<>(SIG_ThreadBegin, [content] {});
-  content.reset();
   owner->Start();
-  const pthread_t native = owner->GetThreadId();
-  owner.reset();
+  content.reset(), owner.reset();
   released.Set();
-  ASSERT_TRUE(ending.Await());
-  EXPECT_TRUE(pthread_equal(content_died_on, native));
-  leave.Set();
-  JoinFinishedThreads();
-  EXPECT_TRUE(left);
+  EXPECT_TRUE(destroyed.Await());
 }
 
 // As when callbacks on two threads release each the other one's service.
@@ -232,62 +189,53 @@ TEST(TaskThreadTest, TwoThatStopEachOtherBothEnd) {
 
 const char* SIG_Main() { return "SIG_Main"; }
 
-// An emitter with the slots a, b and c, in that order, that note their calls.
 struct Scene {
-  zo_sigslot::connection Connect(char name, std::function<void()> then = nullptr) {
-    return emitter->Connect<>(SIG_Main, [this, name, then] {
-      calls += name;
-      if (then) then();
-    });
-  }
-  std::string CallsOfOneEmission() {
-    calls.clear();
-    if (emitter) emitter->Emit<>(SIG_Main);
-    return calls;
-  }
-
   std::string calls;
-  std::function<void()> next_call_of_b_does;
   std::unique_ptr<ConnectAble> emitter = std::make_unique<ConnectAble>();
-  zo_sigslot::connection a = Connect('a');
-  zo_sigslot::connection b = Connect('b', [this] {
-    if (const auto action = std::exchange(next_call_of_b_does, nullptr)) action();
-  });
-  zo_sigslot::connection c = Connect('c');
+  zo_sigslot::connection b, c;
 };
 
 TEST(ConnectAbleTest, ASlotsChangesTakeEffectFromTheNextEmission) {
   const struct {
-    const char* what_b_does;
-    std::function<void(Scene&)> action;
-    const char* this_emission;
-    const char* next_emission;
-  } cases[] = {
-      {"connect", [](Scene& my) { my.Connect('d'); }, "abc", "abcd"},
-      {"disconnect itself", [](Scene& my) { my.b.disconnect(); }, "abc", "ac"},
-      {"disconnect a later slot", [](Scene& my) { my.c.disconnect(); }, "abc", "ab"},
-      {"drop the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc", ""},
-      {"emit", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc", "abc"},
-      {"destroy the emitter, then disconnect a later slot",
-       [](Scene& my) { my.emitter.reset(), my.c.disconnect(); }, "abc", ""},
+    const char* name;
+    std::function<void(Scene&)> act;  // What slot b does in the first of two emissions.
+    const char* calls;
+  } rows[] = {
+      {"connects", [](Scene& my) { my.emitter->Connect<>(SIG_Main, [&] { my.calls += 'd'; }); },
+       "abc abcd"},
+      {"disconnects itself", [](Scene& my) { my.b.disconnect(); }, "abc ac"},
+      {"disconnects a later slot", [](Scene& my) { my.c.disconnect(); }, "abc ab"},
+      {"drops the signal", [](Scene& my) { my.emitter->Disconnect(SIG_Main); }, "abc "},
+      {"emits", [](Scene& my) { my.emitter->Emit<>(SIG_Main); }, "ababcc abc"},
+      {"destroys the emitter, then disconnects a later slot",
+       [](Scene& my) { my.emitter.reset(), my.c.disconnect(); }, "abc "},
   };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.what_b_does);
-    Scene scene;
-    scene.next_call_of_b_does = [&] { row.action(scene); };
-    EXPECT_EQ(scene.CallsOfOneEmission(), row.this_emission);
-    EXPECT_EQ(scene.CallsOfOneEmission(), row.next_emission);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    Scene my;
+    bool acted = false;
+    my.emitter->Connect<>(SIG_Main, [&] { my.calls += 'a'; });
+    my.b = my.emitter->Connect<>(SIG_Main, [&] {
+      my.calls += 'b';
+      if (!std::exchange(acted, true)) row.act(my);
+    });
+    my.c = my.emitter->Connect<>(SIG_Main, [&] { my.calls += 'c'; });
+    my.emitter->Emit<>(SIG_Main);
+    my.calls += ' ';
+    if (my.emitter) my.emitter->Emit<>(SIG_Main);
+    EXPECT_EQ(my.calls, row.calls);
   }
 }
 
 TEST(ConnectAbleTest, EmitsToLastingSlotsWhileOthersConnect) {
-  Scene scene;
-  std::thread other([&] {
-    for (int i = 0; i < 2'000; ++i) scene.emitter->Connect<>(SIG_Main, [] {}).disconnect();
+  ConnectAble emitter;
+  int calls = 0;
+  emitter.Connect<>(SIG_Main, [&] { ++calls; });
+  std::jthread other([&] {
+    for (int i = 0; i < 2'000; ++i) emitter.Connect<>(SIG_Main, [] {}).disconnect();
   });
-  for (int i = 0; i < 2'000; ++i) scene.emitter->Emit<>(SIG_Main);
-  other.join();
-  EXPECT_EQ(scene.calls.size(), 3 * 2'000u);
+  for (int i = 0; i < 2'000; ++i) emitter.Emit<>(SIG_Main);
+  EXPECT_EQ(calls, 2'000);
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
-#include "tests/support/lab.h"
+#include "bench/lab.h"
 
 #include <signal.h>
 
 #include <vector>
 
-namespace test_support {
-
+namespace tarvel_bench {
 namespace {
 
 // By Host.
@@ -32,31 +31,23 @@ Lab::Lab(const std::string& backend) {
         backend,  AnswersFileOf(host), "--tls-listen",        kAddresses[host] + ":443",
         "--name", kNames[host],        "--write-certificate", certificate};
     hosts_.emplace_back(command).AwaitOutput("listening");
-    trusted += ReadFile(certificate);
+    trusted += test_support::ReadFile(certificate);
   }
-  WriteFile(trust_store(), trusted);
-  WriteFile(httpdns_servers(), R"({"host": "httpdns.lab", "expired_time": "4000000000000",
+  test_support::WriteFile(trust_store(), trusted);
+  test_support::WriteFile(httpdns_servers(),
+                          R"({"host": "httpdns.lab", "expired_time": "4000000000000",
       "ipv4": "[{\"host\": \"127.0.0.4\", \"port\": 443, \"https\": true}]"})");
   StartNameServer(kFirst, kSecond);
 }
 
 std::string Lab::UrlOf(Host host) { return "https://" + kNames[host] + "/lbs/conf.jsp"; }
 
-std::string Lab::AddressOf(Host host) { return kAddresses[host]; }
-
 std::string Lab::AnswersFileOf(Host host) const { return directory_ / (kNames[host] + ".json"); }
 
-void Lab::WriteAnswers(Host host, const std::string& more) const {
-  WriteFile(AnswersFileOf(host),
-            std::string("{").append(kAnswers).append(", ").append(more).append("}"));
-}
-
 void Lab::SetFault(Host host, const std::string& fault) const {
-  WriteAnswers(host, R"("faults": {"/lbs/conf.jsp": {)" + fault + "}}");
-}
-
-void Lab::ShowWrongCertificate(Host host) const {
-  WriteAnswers(host, R"("wrong_certificate": ["*"])");
+  const std::string faults = R"("faults": {"/lbs/conf.jsp": {)" + fault + "}}";
+  test_support::WriteFile(AnswersFileOf(host),
+                          std::string("{").append(kAnswers).append(", ") + faults + "}");
 }
 
 void Lab::CutOff(Host host) {
@@ -73,4 +64,4 @@ void Lab::StartNameServer(Host first, Host second) {
       "--local=/lab/", record(kFirst, first), record(kSecond, second), record(kHttpDns, kHttpDns)});
 }
 
-}  // namespace test_support
+}  // namespace tarvel_bench

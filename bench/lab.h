@@ -8,7 +8,7 @@
 #include "tests/support/program.h"
 #include "tests/support/temp_directory.h"
 
-namespace test_support {
+namespace tarvel_bench {
 
 // Two LBS hosts, an HTTPDNS host and a name server that knows them, in a private network (see
 // private_network.h), each on an address of its own and each able to fail in its own way.
@@ -21,12 +21,9 @@ class Lab {
 
   // Returns "https://lbs1.lab/lbs/conf.jsp" for an LBS host.
   static std::string UrlOf(Host host);
-  static std::string AddressOf(Host host);
 
   // Makes the LBS path of the host fail. `fault` is the members of a fault, see docs/backend.md.
   void SetFault(Host host, const std::string& fault) const;
-  // Shows clients of this host a certificate for another name.
-  void ShowWrongCertificate(Host host) const;
   // Drops all packets to the host.
   void CutOff(Host host);
   void Kill(Host host) { hosts_[host].Kill(); }
@@ -41,12 +38,11 @@ class Lab {
 
  private:
   std::string AnswersFileOf(Host host) const;
-  void WriteAnswers(Host host, const std::string& more) const;
   void StartNameServer(Host first, Host second);
 
-  const TempDirectory directory_;
-  std::optional<NameServer> name_server_;
-  std::deque<Program> hosts_;  // By Host.
+  const test_support::TempDirectory directory_;
+  std::optional<test_support::NameServer> name_server_;
+  std::deque<test_support::Program> hosts_;  // By Host.
 };
 
-}  // namespace test_support
+}  // namespace tarvel_bench

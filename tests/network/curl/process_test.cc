@@ -88,7 +88,7 @@ TEST(ProcessTest, WorksOnWhileTheNameServerIsSilent) {
     pollfd name_server{socket(AF_INET, SOCK_DGRAM, 0), POLLIN, 0};  // Nobody reads it.
     const sockaddr_in address{AF_INET, htons(53), {inet_addr("127.0.0.53")}, {}};
     EXPECT_EQ(bind(name_server.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    NginxServer server({.files = {{"index", "good"}}});  // It runs in a process of its own.
+    NginxServer server;  // It runs in a process of its own.
     if (!ForbidMeddling()) return kNotPermitted;
     auto settings = TestSettings();
     settings.enable_httpdns = 1;
@@ -122,8 +122,7 @@ TEST(ProcessTest, WorksOnWhileTheNameServerIsSilent) {
 TEST(ProcessTest, KeepsItsSignalActionsAndDescriptorsToItself) {
   EXPECT_GOOD_CHILD([] {
     CertificateAuthority authority;
-    NginxServer tls({.listeners = {{"127.0.0.1", authority.Issue({"a.example"})}},
-                     .files = {{"index", "good"}}});
+    NginxServer tls({.listeners = {{"127.0.0.1", authority.Issue("a.example")}}});
     HttpServer server;
     RawServer silent(NeverAnswers());
     const ListeningSocket holding("127.0.0.1");
@@ -138,7 +137,7 @@ TEST(ProcessTest, KeepsItsSignalActionsAndDescriptorsToItself) {
           for (int i = 0; i < 2; ++i) EXPECT_EQ(Send(url).get(), 200);
         }
         EXPECT_EQ(Send(silent.url("/"), 100).get(), 0);
-        auto held = Send(UrlOf("http", "127.0.0.1", holding.port(), "/"));
+        auto held = Send(holding.url("/"));
         const int connection = accept(holding.fd(), nullptr, nullptr);
         zo_tarvel::GetTarvelObject(id)->NotifyNetworkChanged(zo_net::kAddressFamilyAny);
         EXPECT_EQ(Send(server.url("/")).get(), 200);

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -12,8 +13,8 @@
 // Transfers over TLS, with nginx on the other side.
 namespace {
 
-using namespace std::string_literals;
 using namespace test_support;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 CertificateAuthority& Authority() {
@@ -23,8 +24,7 @@ CertificateAuthority& Authority() {
 
 TEST(ConnectionTest, OfHttp2IsSharedAndReplacedUnseen) {
   for (const std::string closing : {"", "keepalive_requests 7; keepalive_timeout 1s;"}) {
-    NginxServer nginx({.listeners = {{"127.0.0.1", Authority().Issue({"a.example"}), true}},
-                       .files = {{"index", "good"}},
+    NginxServer nginx({.listeners = {{"127.0.0.1", Authority().Issue("a.example"), true}},
                        .server_text = closing});
     Transport transport;
     EXPECT_TRUE(transport.Fetch(nginx.url("/index"))->success);
@@ -38,16 +38,12 @@ TEST(ConnectionTest, OfHttp2IsSharedAndReplacedUnseen) {
   }
 }
 
-std::size_t CountOf(const std::string& part, const std::string& text) {
-  return (text.size() - zo_base::ReplaceAll(text, part, "").size()) / part.size();
-}
-
-// Returns a request for an IP literal whose server must be a.example.
-std::shared_ptr<HttpRequest> Pinned(const std::string& url, int port,
-                                    const std::string& ip = "127.0.0.1") {
+// Returns a request for an IP literal whose server must be `host`.
+std::shared_ptr<HttpRequest> Pinned(const std::string& url, const std::string& host = "a.example",
+                                    const std::string& ip = "127.0.0.1", int port = 0) {
   auto request = Get(url);
   request->sni = true;
-  request->host = "a.example";
+  request->host = host;
   request->ip = ip;
   request->port = port;
   return request;
@@ -56,73 +52,73 @@ std::shared_ptr<HttpRequest> Pinned(const std::string& url, int port,
 // Over HTTP/1.1 on an IPv4 address, and over HTTP/2 on an IPv6 one.
 class TlsTest : public testing::TestWithParam<bool> {
  protected:
-  NginxServer Serve(const std::vector<ServerCertificate>& certificates,
-                    std::string text = "") const {
-    NginxOptions options{{}, {{"open", ""}, {"pinned", ""}}, std::move(text)};
+  NginxServer Serve(const std::vector<std::string>& certificates, std::string text = "") const {
+    NginxOptions options{.listeners = {}, .server_text = std::move(text)};
     for (const auto& own : certificates) options.listeners.push_back({address_, own, http2_});
-    return NginxServer(std::move(options));
+    return NginxServer(options);
   }
 
   const bool http2_ = GetParam();
   const std::string address_ = http2_ ? "::1" : "127.0.0.1";
-  const ServerCertificate of_name_ = Authority().Issue({"a.example"});
-  const ServerCertificate of_ip_ = Authority().Issue({address_});
+  const std::string of_name_ = Authority().Issue("a.example");
+  const std::string of_ip_ = Authority().Issue(address_);
   Transport transport_{Authority().trust_store()};
 };
 
 TEST_P(TlsTest, ChecksTheNameBehindAnIPOnly) {
   CertificateAuthority stranger;
   const NginxServer nginx =
-      Serve({of_name_, of_ip_, Authority().Issue({"b.example"}), stranger.Issue({"a.example"})});
+      Serve({of_name_, of_ip_, Authority().Issue("b.example"), stranger.Issue("a.example")});
   const std::pair<int, std::vector<std::string>> rows[] = {
       // The listener, and names that fit it.
       {0, {"a.example"}},
       {1, {"", http2_ ? "[::1]" : address_}},
       {http2_ ? -1 : 1, {"127.1", "0x7f.0x.1", "127.0.0.1."}},
       {-1, {"a.example/x", "a@b", "a.example\r\nX: 1", "a b", ":1:2"}}};
-  std::size_t sent = 0;
+  std::ptrdiff_t sent = 2;
   for (const auto& [fitting, names] : rows) {
     for (const auto& name : names) {
       for (const int listener : {0, 1, 2, 3}) {
         SCOPED_TRACE("'" + name + "' at listener " + std::to_string(listener));
         // The unchecked connection is in the pool when the checked transfer looks for one.
-        EXPECT_TRUE(transport_.Fetch(nginx.url("/open", listener))->success);
-        const auto request = Pinned(nginx.url("/pinned", listener), nginx.port(listener), address_);
-        request->host = name;
+        EXPECT_TRUE(transport_.Fetch(nginx.url("/index", listener))->success);
+        const auto request =
+            Pinned(nginx.url("/index", listener), name, address_, nginx.port(listener));
         EXPECT_EQ(transport_.Fetch(request)->success, listener == fitting);
-        sent += listener == fitting ? 1 : 0;
+        sent += listener == fitting ? 2 : 1;
       }
     }
   }
-  EXPECT_EQ(CountOf("/pinned", nginx.AccessLog(44 + sent)), sent);
-  for (const std::string url : {"https://a.example/pinned", "https://a.example:1/pinned"}) {
-    EXPECT_TRUE(transport_.Fetch(Pinned(url, nginx.port(), address_))->success) << url;
+  for (const std::string url : {"https://a.example/index", "https://a.example:1/index?last"}) {
+    const auto request = Pinned(url, "a.example", address_, nginx.port());
+    EXPECT_TRUE(transport_.Fetch(request)->success) << url;
   }
-  const std::string line = (http2_ ? "HTTP/2.0" : "HTTP/1.1") + " a.example a.example a.example "s;
-  EXPECT_EQ(CountOf(line, nginx.AccessLog(46 + sent)), 3U);
+  const std::string log = nginx.AccessLog(sent);
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), sent);
+  EXPECT_THAT(log, ContainsRegex(std::string(http2_ ? "/2.0" : "/1.1") +
+                                 " a.example a.example a.example [0-9]+ GET /index.last\n$"));
   Transport checking(Authority().trust_store(), true);
-  for (const int i : {0, 1}) EXPECT_EQ(checking.Fetch(nginx.url("/open", i))->success, i == 1);
+  for (const int i : {0, 1}) EXPECT_EQ(checking.Fetch(nginx.url("/index", i))->success, i == 1);
 }
 
 TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
   const NginxServer other = Serve({of_ip_, of_name_});
   const std::pair<std::string, std::string> rows[] = {
-      // Where to, and the host that the last request names; empty when it isn't sent.
-      {"/open", "a.example"},
-      {"https://A.Example.:$server_port/open", "A.Example."},
-      {other.url("/open"), http2_ ? "[::1]" : address_},
-      {other.url("/open", 1), ""},  // An IP whose certificate is for a name.
+      // Where to, and the hosts of the last request as the log has them; empty when it isn't sent.
+      {"/index", "a.example a.example a.example"},
+      {"https://A.Example.:$server_port/index", "a.example A.Example. a.example"},
+      {other.url("/index"), http2_ ? "[::1] [::1] -" : "127.0.0.1 127.0.0.1 -"},
+      {other.url("/index", 1), ""},  // An IP whose certificate is for a name.
   };
-  for (const auto& [to, host] : rows) {
+  for (const auto& [to, hosts] : rows) {
     SCOPED_TRACE(to);
     const NginxServer nginx =
         Serve({of_name_}, "location /start { absolute_redirect off; return 302 " + to + "; }");
-    const auto response = transport_.Fetch(Pinned(nginx.url("/start"), nginx.port()));
-    EXPECT_EQ(response->success, !host.empty()) << response->error_text;
-    if (host.empty()) continue;
-    const bool leaves = to == other.url("/open");
-    EXPECT_THAT(leaves ? other.AccessLog(1) : nginx.AccessLog(2),
-                HasSubstr(" " + host + (leaves ? " - " : " a.example ")));
+    const auto response = transport_.Fetch(Pinned(nginx.url("/start")));
+    EXPECT_EQ(response->success, !hosts.empty()) << response->error_text;
+    if (hosts.empty()) continue;
+    const std::string log = to == other.url("/index") ? other.AccessLog(1) : nginx.AccessLog(2);
+    EXPECT_THAT(log, HasSubstr(hosts));
   }
 }
 
@@ -135,20 +131,19 @@ TEST(HandshakeTest, OffersNoKeyExchangeOverAServersPrime) {
   Program({"/usr/bin/openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt",
            "group:ffdhe2048", "-out", prime})
       .Wait();
-  const auto certificate = Authority().Issue({"a.example"}, "rsa:2048");
+  const auto certificate = Authority().Issue("a.example", "rsa:2048");
   for (const std::string exchange : {"kDHE", "kDHE:kECDHE"}) {
     NginxServer nginx({.listeners = {{"127.0.0.1", certificate}},
-                       .files = {{"x", ""}},
                        .server_text = "ssl_protocols TLSv1.2; ssl_dhparam " + prime +
                                       "; ssl_ciphers " + exchange + ";"});
-    EXPECT_EQ(Transport().Fetch(nginx.url("/x"))->success, exchange != "kDHE");
+    EXPECT_EQ(Transport().Fetch(nginx.url("/index"))->success, exchange != "kDHE");
   }
 }
 
 TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
   EXPECT_GOOD_CHILD([] {
-    const ServerCertificate own = Authority().Issue({"a.example"});
-    NginxServer nginx({.listeners = {{"127.0.0.1", own}, {"::1", own}}, .files = {{"x", ""}}});
+    const std::string own = Authority().Issue("a.example");
+    NginxServer nginx({.listeners = {{"127.0.0.1", own}, {"::1", own}}});
     RawServer proxy(AnswerWith(HttpAnswer("403 Forbidden", "")));
     setenv("https_proxy", proxy.url("").c_str(), 1);
     const struct {
@@ -163,8 +158,9 @@ TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
       setenv("no_proxy", row.lower, 1);
       setenv("NO_PROXY", row.upper, 1);
       for (const int v6 : {0, 1}) {
-        const auto request = Pinned(nginx.url("/x", v6), 0);
-        EXPECT_EQ(Transport(Authority().trust_store()).Fetch(request)->success, row.direct[v6])
+        EXPECT_EQ(
+            Transport(Authority().trust_store()).Fetch(Pinned(nginx.url("/index", v6)))->success,
+            row.direct[v6])
             << row.lower << row.upper;
       }
     }

@@ -2,14 +2,8 @@
 
 #include <strings.h>
 
-#include <functional>
-#include <iterator>
 #include <map>
-#include <mutex>
 #include <sstream>
-#include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "tests/support/raw_server.h"

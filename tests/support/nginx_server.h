@@ -1,25 +1,16 @@
 #pragma once
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
-#include <cstddef>
 #include <iostream>
-#include <list>
 #include <map>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
 
 #include "tests/support/certificate_authority.h"
 #include "tests/support/program.h"
 #include "tests/support/raw_server.h"
-#include "tests/support/temp_directory.h"
 
 namespace test_support {
 

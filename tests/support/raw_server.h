@@ -73,22 +73,22 @@ class RawConnection {
   // the peer closes or the server ends before it is complete.
   std::string ReadRequest() {
     constexpr std::string_view kHeadEnd = "\r\n\r\n", kLength = "\r\nContent-Length:";
-    while (true) {
-      if (std::size_t size = received_.find(kHeadEnd); size != std::string::npos) {
-        const std::string head = received_.substr(0, size += kHeadEnd.size());
-        const char* const length = strcasestr(head.c_str(), kLength.data());
-        if (length != nullptr) size += std::strtoul(length + kLength.size(), nullptr, 10);
-        if (received_.size() >= size) {
-          const std::string rest = received_.substr(size);
-          received_.resize(size);
-          return std::exchange(received_, rest);
-        }
-      }
-      char bytes[16384];
-      const ssize_t size = recv(fd_, bytes, sizeof bytes, 0);
-      if (size <= 0) return "";
-      received_.append(bytes, static_cast<std::size_t>(size));
-    }
+    char bytes[16384];
+    ssize_t count = 0;
+    do {
+      received_.append(bytes, static_cast<std::size_t>(count));
+      std::size_t size = received_.find(kHeadEnd);
+      if (size == std::string::npos) continue;
+      size += kHeadEnd.size();
+      const std::string head = received_.substr(0, size);
+      const char* const length = strcasestr(head.c_str(), kLength.data());
+      if (length != nullptr) size += std::strtoul(length + kLength.size(), nullptr, 10);
+      if (received_.size() < size) continue;
+      const std::string rest = received_.substr(size);
+      received_.resize(size);
+      return std::exchange(received_, rest);
+    } while ((count = recv(fd_, bytes, sizeof bytes, 0)) > 0);
+    return "";
   }
 
   // False when the peer is gone or the server ends. Raises no signal.

@@ -57,9 +57,9 @@ int WithNameServer(const std::function<void(pollfd)>& body) {
   const sockaddr_in address{AF_INET, htons(53), {inet_addr("127.0.0.2")}, {}};
   EXPECT_EQ(bind(silent.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   const NameServer name_server(
-      {"--local=/example/", "--server=/silent.example/127.0.0.2",
-       "--host-record=good.example,192.0.2.1", "--host-record=good.example,192.0.2.2",
-       "--host-record=six.example,2001:db8::1", "--cname=alias.example,good.example"});
+      "--local=/example/ --server=/silent.example/127.0.0.2 --cname=alias.example,good.example"
+      " --host-record=good.example,192.0.2.1 --host-record=good.example,192.0.2.2"
+      " --host-record=six.example,2001:db8::1");
   body(silent);
   return 0;
 }

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -14,7 +13,6 @@
 namespace {
 
 using namespace test_support;
-using testing::ContainsRegex;
 using testing::HasSubstr;
 
 CertificateAuthority& Authority() {
@@ -34,6 +32,7 @@ TEST(ConnectionTest, OfHttp2IsSharedAndReplacedUnseen) {
       for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
     }
     const std::string log = nginx.AccessLog(201), first = log.substr(0, log.find('\n') + 1);
+    EXPECT_THAT(first, HasSubstr("HTTP/2.0"));
     EXPECT_EQ(zo_base::ReplaceAll(log, first, "").empty(), closing.empty());  // One connection.
   }
 }
@@ -75,7 +74,6 @@ TEST_P(TlsTest, ChecksTheNameBehindAnIPOnly) {
       {1, {"", http2_ ? "[::1]" : address_}},
       {http2_ ? -1 : 1, {"127.1", "0x7f.0x.1", "127.0.0.1."}},
       {-1, {"a.example/x", "a@b", "a.example\r\nX: 1", "a b", ":1:2"}}};
-  std::ptrdiff_t sent = 2;
   for (const auto& [fitting, names] : rows) {
     for (const auto& name : names) {
       for (const int listener : {0, 1, 2, 3}) {
@@ -85,18 +83,13 @@ TEST_P(TlsTest, ChecksTheNameBehindAnIPOnly) {
         const auto request =
             Pinned(nginx.url("/index", listener), name, address_, nginx.port(listener));
         EXPECT_EQ(transport_.Fetch(request)->success, listener == fitting);
-        sent += listener == fitting ? 2 : 1;
       }
     }
   }
-  for (const std::string url : {"https://a.example/index", "https://a.example:1/index?last"}) {
+  for (const std::string url : {"https://a.example/index", "https://a.example:1/index"}) {
     const auto request = Pinned(url, "a.example", address_, nginx.port());
     EXPECT_TRUE(transport_.Fetch(request)->success) << url;
   }
-  const std::string log = nginx.AccessLog(sent);
-  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), sent);
-  EXPECT_THAT(log, ContainsRegex(std::string(http2_ ? "/2.0" : "/1.1") +
-                                 " a.example a.example a.example [0-9]+ GET /index.last\n$"));
   Transport checking(Authority().trust_store(), true);
   for (const int i : {0, 1}) EXPECT_EQ(checking.Fetch(nginx.url("/index", i))->success, i == 1);
 }

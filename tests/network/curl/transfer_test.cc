@@ -16,9 +16,7 @@ namespace {
 using namespace std::string_literals;
 using namespace test_support;
 using namespace WQBASE::network;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Pair;
 using zo_base::ReplaceAll;
 
 class TransferTest : public testing::Test {
@@ -37,6 +35,7 @@ TEST_F(TransferTest, SendsAllButHeadersThatWouldBreakTheMessage) {
               {kMethodDelete, "text", "DELETE 4 text"},
               {-1, binary, "POST 5 " + binary},
               {kMethodPost, large, "POST 3000000 " + large}};
+  const test_support::Headers sendable{{"X-One", "2"}, {"X-Empty", ""}, {"X-Two", "a: b;c"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.seen.substr(0, 20));
     const auto request = Get(server_.url("/seen"));
@@ -59,8 +58,7 @@ TEST_F(TransferTest, SendsAllButHeadersThatWouldBreakTheMessage) {
     EXPECT_TRUE(seen.method + " " + seen.header("Content-Length") + " " + seen.body == row.seen);
     EXPECT_THAT(seen.header("Accept-Encoding"), HasSubstr("gzip"));
     std::erase_if(seen.headers, [](const auto& header) { return !header.first.starts_with("X"); });
-    EXPECT_THAT(seen.headers,
-                ElementsAre(Pair("X-One", "2"), Pair("X-Empty", ""), Pair("X-Two", "a: b;c")));
+    EXPECT_EQ(seen.headers, sendable);
   }
 }
 
@@ -131,7 +129,22 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
   other.Answer("/", [](auto&&) { return ServerAnswer{302, {{"Location", "/"}}}; });
   EXPECT_THAT(transport_.Fetch(other.url("/"))->error_text, HasSubstr("(20)"));
   EXPECT_THAT(other.requests(), testing::SizeIs(1 + 1 + 20));
+  // A first line that is folded has no line before it to be joined with.
+  server_.Answer("/folded", [](auto&&) { return ServerAnswer{200, {{" folded", "line"}}}; });
+  EXPECT_FALSE(fetch(kMethodGet, 302, "/folded", 10'000)->success);
   EXPECT_THAT(fetch(kMethodGet, 302, silent.url("/"), 1'000)->error_text, HasSubstr("timed out"));
+}
+
+// Sends `begin`, and then `block` as fast as the peer reads or after each interval. Without a block
+// it closes the connection, with a reset if the interval is negative.
+RawServer::Handler Repeats(std::string begin, std::string block, int interval_ms = 0) {
+  return [=](RawConnection& connection) {
+    connection.ReadRequest();
+    const std::chrono::milliseconds interval(interval_ms);
+    bool sent = connection.Send(begin);
+    while (sent && !block.empty() && !connection.AwaitStop(interval)) sent = connection.Send(block);
+    if (interval_ms < 0) connection.Reset();
+  };
 }
 
 const std::string kGood = HttpAnswer("200 OK", "good");
@@ -162,11 +175,7 @@ TEST(ConnectionTest, TakesTheOthersWithItIfItFellSilent) {
   const sock_fprog filter{1, drop_all};
   EXPECT_EQ(setsockopt(cut_off.fd(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
   RawServer never(NeverAnswers());
-  RawServer once([](RawConnection& connection) {
-    connection.ReadRequest();
-    connection.Send(kGood);
-    connection.AwaitStop();
-  });
+  RawServer once(Repeats(kGood, "late", 60'000));
   Transport transport;
   EXPECT_TRUE(transport.Fetch(once.url("/"))->success);
   EXPECT_TRUE(transport.Fetch(other.url("/"))->success);
@@ -194,18 +203,6 @@ const std::string kBomb =
     "\xff\x01\x90\0\x88\xc3\x02\xd0\xbd\xff\xcf\xff\xff\x7f\0\x12\0qX\0\xba\xf7\xff"s;
 constexpr char kEndless[] = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
 
-// Sends `begin`, and then `block` as fast as the peer reads or after each interval. Without a block
-// it closes the connection, with a reset if the interval is negative.
-RawServer::Handler Repeats(std::string begin, std::string block, int interval_ms = 0) {
-  return [=](RawConnection& connection) {
-    connection.ReadRequest();
-    const std::chrono::milliseconds interval(interval_ms);
-    bool sent = connection.Send(begin);
-    while (sent && !block.empty() && !connection.AwaitStop(interval)) sent = connection.Send(block);
-    if (interval_ms < 0) connection.Reset();
-  };
-}
-
 TEST_F(TransferTest, TakesAnAnswerWithinTheLimitsOnly) {
   const std::string found = "302 Found\r\nLocation: " + server_.url("/");
   const std::string cut = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc";
@@ -221,7 +218,6 @@ TEST_F(TransferTest, TakesAnAnswerWithinTheLimitsOnly) {
   } rows[] = {
       {"longest", AnswerOf("", longest), true, "", "200 " + longest + " Content-Length"},
       {"too long", AnswerOf("", longest + "x"), true, too_long},
-      {"endless", kEndless, true, too_long, "0 ", std::string(65536, 'x')},
       {"a bomb", AnswerOf("Content-Encoding: br\r\n", kBomb), true, too_long},
       {"endless headers", "HTTP/1.1 200 OK\r\n", false, "longer than 262144", "0 ",
        "X-Filler: " + std::string(1000, 'x') + "\r\n"},
@@ -264,25 +260,13 @@ TEST_F(TransferTest, TakesAnAnswerWithinTheLimitsOnly) {
   }
 }
 
-// The first line of the second answer is folded, and has no line before it to be joined with.
-TEST_F(TransferTest, JoinsNoFoldedLineWithAnEarlierAnswer) {
-  server_.Answer("/1", [](auto&&) { return ServerAnswer{302, {{"Location", "/2"}}}; });
-  server_.Answer("/2", [](auto&&) { return ServerAnswer{200, {{" folded", "line"}}}; });
-  EXPECT_FALSE(transport_.Fetch(server_.url("/1"))->success);
-  EXPECT_TRUE(transport_.Fetch(server_.url("/"))->success);
-}
-
 TEST_F(TransferTest, HoldsUpNoOtherTransfer) {
   RawServer silent(NeverAnswers()), dripping(Repeats(kEndless, "x", 10));
   RawServer flooding(Repeats(kEndless, std::string(65536, 'x')));
-  std::vector<std::future<ResponsePtr>> stuck;
-  for (int i = 0; i < 3; ++i) {  // Few: a flood keeps the processor busy in an instrumented build.
-    for (const auto* server : {&silent, &dripping, &flooding}) {
-      stuck.push_back(transport_.Start(Get(server->url("/"))));
-    }
-  }
+  const auto stuck = transport_.Start(Get(silent.url("/")));
+  for (const auto* server : {&dripping, &flooding}) transport_.Start(Get(server->url("/")));
   EXPECT_TRUE(transport_.Fetch(Get(server_.url("/"), 20'000))->success);
-  EXPECT_EQ(stuck.front().wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  EXPECT_EQ(stuck.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
 }
 
 }  // namespace

@@ -14,29 +14,26 @@ namespace test_support {
 // once.
 class CertificateAuthority {
  public:
-  CertificateAuthority() { Make(trust_store_, "basicConstraints=critical,CA:TRUE", kEllipticKey); }
+  CertificateAuthority() { Make(trust_store_, "basicConstraints=critical,CA:TRUE"); }
 
   // The path of the authority's own certificate.
   const std::string& trust_store() const { return trust_store_; }
 
   // Returns the path of a file, in PEM, with a certificate for a DNS name or an IP literal, and
-  // with its key. `kind` is that of the key, as `openssl req -newkey` takes it.
-  std::string Issue(const std::string& name, const std::string& kind = kEllipticKey) {
+  // with its key.
+  std::string Issue(const std::string& name) {
     const bool is_ip = name.find_first_not_of("0123456789abcdef.:") == std::string::npos;
     return Make(directory_ / (std::to_string(++issued_) + ".pem"),
                 std::string("subjectAltName=") + (is_ip ? "IP:" : "DNS:") + name + " -CA " +
-                    trust_store_ + " -CAkey " + trust_store_,
-                kind);
+                    trust_store_ + " -CAkey " + trust_store_);
   }
 
  private:
-  static constexpr char kEllipticKey[] = "ec -pkeyopt ec_paramgen_curve:P-256";
-
-  static std::string Make(const std::string& file, const std::string& extension,
-                          const std::string& kind) {
-    const std::string command = "openssl req -x509 -config /dev/null -nodes -subj /CN=Test -out " +
-                                file + " -keyout " + file + " -newkey " + kind + " -addext " +
-                                extension + " 2>/dev/null";
+  static std::string Make(const std::string& file, const std::string& extension) {
+    const std::string command =
+        "openssl req -x509 -config /dev/null -nodes -subj /CN=Test -newkey ec"
+        " -pkeyopt ec_paramgen_curve:P-256 -out " +
+        file + " -keyout " + file + " -addext " + extension + " 2>/dev/null";
     if (std::system(command.c_str()) != 0) throw std::runtime_error(command);
     return file;
   }

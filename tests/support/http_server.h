@@ -1,7 +1,6 @@
 #pragma once
 
-#include <strings.h>
-
+#include <algorithm>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -10,41 +9,30 @@
 
 namespace test_support {
 
-using Headers = std::vector<std::pair<std::string, std::string>>;
-
 // A request as the server read it.
 struct SeenRequest {
-  explicit SeenRequest(const std::string& text) {
-    std::istringstream in(text);
-    std::string line;
-    in >> method >> target;
-    std::getline(in, line);
-    while (std::getline(in, line) && line != "\r") {
-      std::istringstream header(line);
-      auto& [name, value] = headers.emplace_back();
-      std::getline(header, name, ':');
-      std::getline(header >> std::ws, value, '\r');
-    }
-    body.assign(std::istreambuf_iterator<char>(in), {});
+  explicit SeenRequest(const std::string& text)
+      : head(text.substr(0, text.find("\r\n\r\n") + 2)), body(text.substr(head.size() + 2)) {
+    std::istringstream(head) >> method >> target;
   }
 
   // The value of the first header of this name, in upper or lower case; empty without one.
   std::string header(const std::string& name) const {
-    for (const auto& [own_name, value] : headers) {
-      if (strcasecmp(own_name.c_str(), name.c_str()) == 0) return value;
-    }
-    return {};
+    const char* const found = strcasestr(head.c_str(), ("\r\n" + name + ":").c_str());
+    if (found == nullptr) return {};
+    const std::string value(found + name.size() + 3, std::strchr(found + 2, '\r'));
+    return value.substr(std::min(value.find_first_not_of(' '), value.size()));
   }
 
+  std::string head;  // Each of its lines ends in "\r\n".
+  std::string body;
   std::string method;
   std::string target;  // As sent: path and query, nothing decoded.
-  Headers headers;     // As sent, in order.
-  std::string body;
 };
 
 struct ServerAnswer {
   int status = 200;
-  Headers headers = {};  // Besides Content-Length.
+  std::vector<std::pair<std::string, std::string>> headers = {};  // Besides Content-Length.
   std::string body = {};
 };
 

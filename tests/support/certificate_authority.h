@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdlib>
 #include <stdexcept>
-#include <string>
 
 #include "tests/support/temp_directory.h"
 

@@ -68,18 +68,16 @@ class HttpServer {
   void Converse(RawConnection& connection) {
     for (std::string text; !(text = connection.ReadRequest()).empty();) {
       const SeenRequest seen(text);
-      const Handler handler = Record(seen);
+      std::unique_lock lock(mutex_);
+      requests_.push_back(seen);
+      const Handler handler = handlers_[seen.target.substr(0, seen.target.find('?'))];
+      lock.unlock();
       const auto [status, headers, body] =
           handler ? handler(seen) : ServerAnswer{200, {}, seen.body};
       std::string lines;
       for (const auto& [name, value] : headers) lines += name + ": " + value + "\r\n";
       connection.Send(HttpAnswer(std::to_string(status) + " Said", body, lines));
     }
-  }
-  Handler Record(const SeenRequest& seen) {  // Returns its handler, or null.
-    const std::lock_guard lock(mutex_);
-    requests_.push_back(seen);
-    return handlers_[seen.target.substr(0, seen.target.find('?'))];
   }
 
   mutable std::mutex mutex_;

@@ -46,8 +46,6 @@ log_format line '$server_protocol $host $http_host $ssl_server_name $connection 
 access_log access.log line;
 client_body_temp_path body; proxy_temp_path proxy;
 fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;
-default_type text/plain;
-ssl_protocols TLSv1.2 TLSv1.3;
 )";
     for (const auto& [address, certificate, http2] : options.listeners) {
       const ListeningSocket& socket = sockets.emplace_back(address);
@@ -84,14 +82,14 @@ ssl_protocols TLSv1.2 TLSv1.3;
   // Returns a line for each request that has ended, in order, with "-" for what is missing:
   // protocol, host, Host header, SNI, number of the connection, method, target.
   // Waits until there are `lines`, for 10 s at most.
-  std::string AccessLog(std::size_t lines) const {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (true) {
-      std::string log = ReadFile(directory_ / "access.log");
-      const auto found = static_cast<std::size_t>(std::count(log.begin(), log.end(), '\n'));
-      if (found >= lines || std::chrono::steady_clock::now() > deadline) return log;
-      std::this_thread::yield();
+  std::string AccessLog(int lines) const {
+    using Clock = std::chrono::steady_clock;
+    std::string log;
+    for (const auto deadline = Clock::now() + std::chrono::seconds(10);
+         std::count(log.begin(), log.end(), '\n') < lines && Clock::now() < deadline;) {
+      log = ReadFile(directory_ / "access.log");
     }
+    return log;
   }
 
  private:

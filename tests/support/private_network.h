@@ -1,10 +1,6 @@
 #pragma once
 
 #include <sched.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <string>
 
 #include "tests/support/temp_directory.h"
 
@@ -29,8 +25,8 @@ namespace test_support {
   const std::string file = directory / "resolv.conf";
   WriteFile(file, resolv_conf_text);
   const std::string commands =
-      "PATH=$PATH:/usr/sbin && mount --make-rprivate / && ip link set lo up"
-      " && mount --bind " +
+      "PATH=$PATH:/usr/sbin && mount --make-rprivate / && "
+      "ip link set lo up && mount --bind " +
       file + " /etc/resolv.conf";
   return std::system(commands.c_str()) == 0;
 }

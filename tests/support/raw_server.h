@@ -33,11 +33,12 @@ class ListeningSocket {
     hints.ai_flags = AI_NUMERICHOST;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    if (getaddrinfo(address_.c_str(), "0", &hints, &found) != 0) throw std::runtime_error(address_);
-    fd_ = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool bound = bind(fd_, found->ai_addr, found->ai_addrlen) == 0;
+    const bool listens = getaddrinfo(address_.c_str(), "0", &hints, &found) == 0 &&
+                         (fd_ = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0)) >= 0 &&
+                         bind(fd_, found->ai_addr, found->ai_addrlen) == 0 &&
+                         listen(fd_, SOMAXCONN) == 0;
     freeaddrinfo(found);
-    if (!bound || listen(fd_, SOMAXCONN) != 0) throw std::runtime_error("no " + address_);
+    if (!listens) throw std::runtime_error("not available: " + address_);
     const int on = 1;  // Accepted connections inherit it: small answers leave at once.
     setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   }
@@ -153,15 +154,14 @@ class RawServer {
       ++accepted_;
       const std::lock_guard lock(mutex_);
       open_.insert(fd);
-      conversations_.emplace_back([this, fd] { Converse(fd); });
+      conversations_.emplace_back([this, fd] {
+        RawConnection connection(fd);
+        handler_(connection);
+        const std::lock_guard ending(mutex_);
+        open_.erase(fd);
+        close(fd);
+      });
     }
-  }
-  void Converse(int fd) {
-    RawConnection connection(fd);
-    handler_(connection);
-    const std::lock_guard lock(mutex_);
-    open_.erase(fd);
-    close(fd);
   }
 
   const Handler handler_;

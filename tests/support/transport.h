@@ -1,8 +1,6 @@
 #pragma once
 
 #include <future>
-#include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -4,25 +4,19 @@
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <tarvel/tarvel.h>
 
 #include <csignal>
 #include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/support/child_process.h"
 #include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"
 #include "tests/support/private_network.h"
-#include "tests/support/program.h"
 #include "tests/support/test_settings.h"
 #include "tests/support/transport.h"
 
@@ -102,9 +96,9 @@ TEST(ProcessTest, LeavesSignalsAloneAndWorksOnWhileLookupsHang) {
         for (int i = 0; i < 200; ++i) dropped.push_back(Send("http://a.example/"));
         dropped.push_back(Send(silent.url("/")));
         EXPECT_EQ(poll(&name_server, 1, 20'000), 1);  // It has been asked.
-        EXPECT_GT(CountThreads(), 6);                 // Some are those of lookups.
         auto held = Send(holding.url("/"));
         const int connection = accept(holding.fd(), nullptr, nullptr);
+        EXPECT_GT(CountThreads(), 200);  // Most are those of lookups.
         const auto begin = zo_base::SteadyMilliseconds();
         for (const auto& url : {server.url("/"), tls.url("/index")}) {
           for (const int i : {0, 1}) EXPECT_EQ(Send(url).get(), 200) << i;

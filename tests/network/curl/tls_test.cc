@@ -1,8 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <string>
-#include <vector>
+#include <set>
 
 #include "base/text/strings.h"
 #include "tests/support/child_process.h"
@@ -48,74 +47,62 @@ std::shared_ptr<HttpRequest> Pinned(const std::string& url, const std::string& h
   return request;
 }
 
-// Over HTTP/1.1 on an IPv4 address, and over HTTP/2 on an IPv6 one.
-class TlsTest : public testing::TestWithParam<bool> {
- protected:
-  NginxServer Serve(const std::vector<std::string>& certificates, std::string text = "") const {
-    NginxOptions options{.listeners = {}, .server_text = std::move(text)};
-    for (const auto& own : certificates) options.listeners.push_back({address_, own, http2_});
-    return NginxServer(options);
-  }
-
-  const bool http2_ = GetParam();
-  const std::string address_ = http2_ ? "::1" : "127.0.0.1";
-  const std::string of_name_ = Authority().Issue("a.example");
-  const std::string of_ip_ = Authority().Issue(address_);
-  Transport transport_{Authority().trust_store()};
-};
-
-TEST_P(TlsTest, ChecksTheNameBehindAnIPOnly) {
+TEST(TlsTest, ChecksTheNameBehindAnIPOnly) {
   CertificateAuthority stranger;
-  const NginxServer nginx =
-      Serve({of_name_, of_ip_, Authority().Issue("b.example"), stranger.Issue("a.example")});
-  const std::pair<int, std::vector<std::string>> rows[] = {
-      // The listener, and names that fit it.
-      {0, {"a.example"}},
-      {1, {"", http2_ ? "[::1]" : address_}},
-      {http2_ ? -1 : 1, {"127.1", "0x7f.0x.1", "127.0.0.1."}},
-      {-1, {"a.example/x", "a@b", "a.example\r\nX: 1", "a b", ":1:2"}}};
-  for (const auto& [fitting, names] : rows) {
-    for (const auto& name : names) {
-      for (const int listener : {0, 1, 2, 3}) {
-        SCOPED_TRACE("'" + name + "' at listener " + std::to_string(listener));
-        // The unchecked connection is in the pool when the checked transfer looks for one.
-        EXPECT_TRUE(transport_.Fetch(nginx.url("/index", listener))->success);
-        const auto request =
-            Pinned(nginx.url("/index", listener), name, address_, nginx.port(listener));
-        EXPECT_EQ(transport_.Fetch(request)->success, listener == fitting);
-      }
+  std::vector<NginxListener> listeners;
+  for (const std::string ip : {"127.0.0.1", "::1"}) {
+    for (const auto& certificate : {Authority().Issue("a.example"), Authority().Issue(ip),
+                                    Authority().Issue("b.example"), stranger.Issue("a.example")}) {
+      listeners.push_back({ip, certificate, ip == "::1"});
     }
   }
-  for (const std::string url : {"https://a.example/index", "https://a.example:1/index"}) {
-    const auto request = Pinned(url, "a.example", address_, nginx.port());
-    EXPECT_TRUE(transport_.Fetch(request)->success) << url;
+  const NginxServer nginx({listeners});
+  const std::pair<std::string, std::set<std::size_t>> rows[] = {
+      // A name, and the listeners that it fits.
+      {"a.example", {0, 4}}, {"", {1, 5}},
+      {"127.0.0.1", {1}},    {"127.1", {1}},
+      {"0x7f.0x.1", {1}},    {"127.0.0.1.", {1}},
+      {"[::1]", {5}},        {"a.example/x", {}},
+      {"a@b", {}},           {"a.example\r\nX: 1", {}},
+      {"a b", {}},           {":1:2", {}}};
+  Transport transport(Authority().trust_store()), checking(Authority().trust_store(), true);
+  for (std::size_t i = 0; i < listeners.size(); ++i) {
+    const std::string& ip = listeners[i].address;
+    for (const auto& [name, fitting] : rows) {
+      SCOPED_TRACE("'" + name + "' at listener " + std::to_string(i));
+      // The unchecked connection is in the pool when the checked transfer looks for one.
+      EXPECT_TRUE(transport.Fetch(nginx.url("/index", i))->success);
+      const auto request = Pinned(nginx.url("/index", i), name, ip, nginx.port(i));
+      EXPECT_EQ(transport.Fetch(request)->success, fitting.contains(i));
+    }
+    const auto named = Pinned("https://a.example:1/index", "a.example", ip, nginx.port(i));
+    EXPECT_EQ(transport.Fetch(named)->success, i == 0 || i == 4);
+    EXPECT_EQ(checking.Fetch(nginx.url("/index", i))->success, i == 1 || i == 5);
   }
-  Transport checking(Authority().trust_store(), true);
-  for (const int i : {0, 1}) EXPECT_EQ(checking.Fetch(nginx.url("/index", i))->success, i == 1);
 }
 
-TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
-  const NginxServer other = Serve({of_ip_, of_name_});
+TEST(TlsTest, FollowsARedirectUnderTheSameCheck) {
+  const std::string of_name = Authority().Issue("a.example"), of_ip = Authority().Issue("::1");
+  const NginxServer other({.listeners = {{"::1", of_ip, true}, {"::1", of_name, true}}});
   const std::pair<std::string, std::string> rows[] = {
       // Where to, and the hosts of the last request as the log has them; empty when it isn't sent.
       {"/index", "a.example a.example a.example"},
       {"https://A.Example.:$server_port/index", "a.example A.Example. a.example"},
-      {other.url("/index"), http2_ ? "[::1] [::1] -" : "127.0.0.1 127.0.0.1 -"},
+      {other.url("/index"), "[::1] [::1] -"},
       {other.url("/index", 1), ""},  // An IP whose certificate is for a name.
   };
   for (const auto& [to, hosts] : rows) {
     SCOPED_TRACE(to);
-    const NginxServer nginx =
-        Serve({of_name_}, "location /start { absolute_redirect off; return 302 " + to + "; }");
-    const auto response = transport_.Fetch(Pinned(nginx.url("/start")));
+    const NginxServer nginx(
+        {.listeners = {{"::1", of_name, true}},
+         .server_text = "location /start { absolute_redirect off; return 302 " + to + "; }"});
+    const auto response = Transport(Authority().trust_store()).Fetch(Pinned(nginx.url("/start")));
     EXPECT_EQ(response->success, !hosts.empty()) << response->error_text;
     if (hosts.empty()) continue;
     const std::string log = to == other.url("/index") ? other.AccessLog(1) : nginx.AccessLog(2);
     EXPECT_THAT(log, HasSubstr(hosts));
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(Http, TlsTest, testing::Bool());
 
 TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
   EXPECT_GOOD_CHILD([] {

@@ -9,12 +9,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <functional>
-#include <list>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "tests/support/child_process.h"
 #include "tests/support/name_server.h"

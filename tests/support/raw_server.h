@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -18,9 +17,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
 
 namespace test_support {
 

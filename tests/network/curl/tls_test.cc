@@ -25,12 +25,10 @@ TEST(ConnectionTest, OfHttp2IsSharedAndReplacedUnseen) {
                        .server_text = closing});
     Transport transport;
     EXPECT_TRUE(transport.Fetch(nginx.url("/index"))->success);
-    for (int round = 0; round < 5; ++round) {
-      std::vector<std::future<ResponsePtr>> responses;
-      for (int i = 0; i < 40; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
-      for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
-    }
-    const std::string log = nginx.AccessLog(201), first = log.substr(0, log.find('\n') + 1);
+    std::vector<std::future<ResponsePtr>> responses;
+    for (int i = 0; i < 100; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
+    for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
+    const std::string log = nginx.AccessLog(101), first = log.substr(0, log.find('\n') + 1);
     EXPECT_THAT(first, HasSubstr("HTTP/2.0"));
     EXPECT_EQ(zo_base::ReplaceAll(log, first, "").empty(), closing.empty());  // One connection.
   }
@@ -113,8 +111,7 @@ TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
     const struct {
       const char *lower, *upper;
       bool direct[2];  // On IPv4 and on IPv6.
-    } rows[] = {{"", "", {false, false}},
-                {"127.0.0.2,127.0.0.1/33 ::2/127,127.0.0.1.example", "", {false, false}},
+    } rows[] = {{"127.0.0.2,127.0.0.1/33 ::2/127,127.0.0.1.example", "", {false, false}},
                 {"", "a.test, 127.0.0.1,[::1]", {true, true}},
                 {"::/127", "*", {false, true}},
                 {"127.0.0.3/30\t::3/0", "", {true, false}}};
@@ -128,7 +125,7 @@ TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
             << row.lower << row.upper;
       }
     }
-    EXPECT_EQ(proxy.connections(), 6);
+    EXPECT_EQ(proxy.connections(), 4);
     return 0;
   });
 }

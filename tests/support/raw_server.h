@@ -2,7 +2,6 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -27,7 +26,6 @@ class ListeningSocket {
  public:
   explicit ListeningSocket(std::string address) : address_(std::move(address)) {
     addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
     const bool listens = getaddrinfo(address_.c_str(), "0", &hints, &found) == 0 &&
@@ -36,8 +34,6 @@ class ListeningSocket {
                          listen(fd_, SOMAXCONN) == 0;
     freeaddrinfo(found);
     if (!listens) throw std::runtime_error("not available: " + address_);
-    const int on = 1;  // Accepted connections inherit it: small answers leave at once.
-    setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   }
   ~ListeningSocket() { close(fd_); }
   ListeningSocket(const ListeningSocket&) = delete;

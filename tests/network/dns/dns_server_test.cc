@@ -32,8 +32,7 @@ std::string Resolve(DnsServer& server, const std::string& host, int family) {
   const auto take = [&](const Result& result) { done.set_value(result); };
   server.GetHostByName(host, take, static_cast<AddressFamily>(family));
   Result result = done.get_future().get();
-  EXPECT_TRUE(result.valid);
-  if (!result.success) return "none";
+  if (!result.valid || !result.success) return "none";
   std::string text = std::to_string(result.address_family) + " " + result.host + ":";
   for (const auto& alias : result.aliases) text += " " + alias;
   std::sort(result.addresses.begin(), result.addresses.end());
@@ -94,11 +93,10 @@ TEST(DnsServerTest, WaitsForNoSilentNameServerForLong) {
       for (const auto& [host, result] : results) text += host + (result.success ? "," : " fails,");
       all.set_value(text);
     };
-    using Hosts = std::list<std::string>;
     auto server = StartedServer();
     const auto taken = MillisecondsOf([&] {
-      server->GetHostByName(Hosts{}, take, kAddressFamilyIPv4);  // No call.
-      server->GetHostByName(Hosts{"silent.example", "good.example", "none.example"}, take,
+      server->GetHostByName(std::list<std::string>{}, take, kAddressFamilyIPv4);  // No call.
+      server->GetHostByName({"silent.example", "good.example", "none.example"}, take,
                             kAddressFamilyIPv4);
       EXPECT_EQ(all.get_future().get(), "good.example,none.example fails,silent.example fails,");
     });

@@ -84,10 +84,8 @@ TEST(ProcessTest, LeavesSignalsAloneAndWorksOnWhileLookupsHang) {
     RawServer silent(NeverAnswers());
     const ListeningSocket holding("127.0.0.1");
     if (!ForbidSignalActions()) return kNotPermitted;
-    auto settings = TestSettings();
-    settings.enable_httpdns = 1;
     for (const bool used : {false, true, true}) {  // One life of the library each.
-      const int id = zo_tarvel::StartTarvelEnvironment(settings);
+      const int id = zo_tarvel::StartTarvelEnvironment(TestSettings());
       sigset_t mask;
       EXPECT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &mask), 0);
       EXPECT_TRUE(sigisemptyset(&mask));

@@ -37,12 +37,9 @@ class NginxServer {
     std::list<ListeningSocket> sockets;
     std::string inherited = "NGINX=";  // The descriptors that nginx takes over: "3;4;".
     std::string configuration = geteuid() == 0 ? "user root;\n" : "";  // For its worker.
-    configuration += R"(daemon off;
-pid nginx.pid;
-events {}
+    configuration += R"(daemon off; pid nginx.pid; events {}
 http {
-log_format line '$server_protocol $host $http_host $ssl_server_name $connection '
-                '$request_method $request_uri';
+log_format line '$server_protocol $host $http_host $ssl_server_name $connection $request_uri';
 access_log access.log line;
 client_body_temp_path body; proxy_temp_path proxy;
 fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;
@@ -80,7 +77,7 @@ fastcgi_temp_path fastcgi; uwsgi_temp_path uwsgi; scgi_temp_path scgi;
   }
 
   // Returns a line for each request that has ended, in order, with "-" for what is missing:
-  // protocol, host, Host header, SNI, number of the connection, method, target.
+  // protocol, host, Host header, SNI, number of the connection, target.
   // Waits until there are `lines`, for 10 s at most.
   std::string AccessLog(int lines) const {
     using Clock = std::chrono::steady_clock;

@@ -56,7 +56,7 @@ int WithNameServer(const std::function<void(pollfd)>& body) {
 }
 #define EXPECT_GOOD_LOOKUPS(...) EXPECT_GOOD_CHILD([] { return WithNameServer(__VA_ARGS__); })
 
-TEST(DnsServerTest, TellsWhatTheNameServerSaysIfDescriptorsFitASet) {
+TEST(DnsServerTest, TellsWhatTheNameServerSaysIfDescriptorsFit) {
   EXPECT_GOOD_LOOKUPS([](auto&&) {
     const rlimit limit{2'200, 2'200};
     setrlimit(RLIMIT_NOFILE, &limit);

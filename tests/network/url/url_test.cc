@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <utility>
-
 #include "base/text/strings.h"
 #include "network/url/ip_address.h"
 

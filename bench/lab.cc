@@ -58,10 +58,10 @@ void Lab::CutOff(Host host) {
 void Lab::StartNameServer(Host first, Host second) {
   name_server_.reset();
   const auto record = [](Host host, Host at) {
-    return "--host-record=" + kNames[host] + "," + kAddresses[at];
+    return " --host-record=" + kNames[host] + "," + kAddresses[at];
   };
-  name_server_.emplace(std::vector<std::string>{
-      "--local=/lab/", record(kFirst, first), record(kSecond, second), record(kHttpDns, kHttpDns)});
+  name_server_.emplace("--local=/lab/" + record(kFirst, first) + record(kSecond, second) +
+                       record(kHttpDns, kHttpDns));
 }
 
 }  // namespace tarvel_bench

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "tests/support/program.h"
 
@@ -11,17 +10,14 @@ namespace test_support {
 // private network (see private_network.h).
 class NameServer : public Program {
  public:
-  // Options of dnsmasq, such as "--host-record=good.example,192.0.2.1". Serves when this returns.
-  explicit NameServer(const std::vector<std::string>& options) : Program(Arguments(options)) {
+  // Options of dnsmasq, separated by blanks, such as "--host-record=good.example,192.0.2.1". Serves
+  // when this returns.
+  explicit NameServer(const std::string& options)
+      : Program({"/bin/sh", "-c",
+                 "exec /usr/sbin/dnsmasq --no-daemon --conf-file=/dev/null --no-resolv --no-hosts"
+                 " --listen-address=127.0.0.1 --bind-interfaces " +
+                     options}) {
     AwaitOutput("started");
-  }
-
- private:
-  static std::vector<std::string> Arguments(std::vector<std::string> options) {
-    options.insert(options.begin(),
-                   {"/usr/sbin/dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv",
-                    "--no-hosts", "--listen-address=127.0.0.1", "--bind-interfaces"});
-    return options;
   }
 };
 

@@ -1,10 +1,6 @@
 #pragma once
 
 #include <future>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "base/process/clock.h"
 #include "network/curl/curl_requestor.h"
@@ -12,8 +8,7 @@
 namespace test_support {
 
 using WQBASE::network::HttpRequest;
-using WQBASE::network::HttpResponse;
-using ResponsePtr = std::shared_ptr<const HttpResponse>;
+using ResponsePtr = std::shared_ptr<const WQBASE::network::HttpResponse>;
 
 inline std::shared_ptr<HttpRequest> Get(const std::string& url, int time_out_ms = 10'000) {
   auto request = std::make_shared<HttpRequest>();

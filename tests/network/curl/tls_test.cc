@@ -1,8 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <string>
-#include <vector>
+#include <set>
 
 #include "base/text/strings.h"
 #include "tests/support/child_process.h"
@@ -12,7 +11,6 @@
 // Transfers over TLS, with nginx on the other side.
 namespace {
 
-using namespace std::string_literals;
 using namespace test_support;
 using testing::HasSubstr;
 
@@ -23,139 +21,97 @@ CertificateAuthority& Authority() {
 
 TEST(ConnectionTest, OfHttp2IsSharedAndReplacedUnseen) {
   for (const std::string closing : {"", "keepalive_requests 7; keepalive_timeout 1s;"}) {
-    NginxServer nginx({.listeners = {{"127.0.0.1", Authority().Issue({"a.example"}), true}},
-                       .files = {{"index", "good"}},
+    NginxServer nginx({.listeners = {{"127.0.0.1", Authority().Issue("a.example"), true}},
                        .server_text = closing});
     Transport transport;
     EXPECT_TRUE(transport.Fetch(nginx.url("/index"))->success);
-    for (int round = 0; round < 5; ++round) {
-      std::vector<std::future<ResponsePtr>> responses;
-      for (int i = 0; i < 40; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
-      for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
-    }
-    const std::string log = nginx.AccessLog(201), first = log.substr(0, log.find('\n') + 1);
+    std::vector<std::future<ResponsePtr>> responses;
+    for (int i = 0; i < 100; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
+    for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");
+    const std::string log = nginx.AccessLog(101), first = log.substr(0, log.find('\n') + 1);
+    EXPECT_THAT(first, HasSubstr("HTTP/2.0"));
     EXPECT_EQ(zo_base::ReplaceAll(log, first, "").empty(), closing.empty());  // One connection.
   }
 }
 
-std::size_t CountOf(const std::string& part, const std::string& text) {
-  return (text.size() - zo_base::ReplaceAll(text, part, "").size()) / part.size();
-}
-
-// Returns a request for an IP literal whose server must be a.example.
-std::shared_ptr<HttpRequest> Pinned(const std::string& url, int port,
-                                    const std::string& ip = "127.0.0.1") {
+// Returns a request for an IP literal whose server must be `host`.
+std::shared_ptr<HttpRequest> Pinned(const std::string& url, const std::string& host = "a.example",
+                                    const std::string& ip = "127.0.0.1", int port = 0) {
   auto request = Get(url);
   request->sni = true;
-  request->host = "a.example";
+  request->host = host;
   request->ip = ip;
   request->port = port;
   return request;
 }
 
-// Over HTTP/1.1 on an IPv4 address, and over HTTP/2 on an IPv6 one.
-class TlsTest : public testing::TestWithParam<bool> {
- protected:
-  NginxServer Serve(const std::vector<ServerCertificate>& certificates,
-                    std::string text = "") const {
-    NginxOptions options{{}, {{"open", ""}, {"pinned", ""}}, std::move(text)};
-    for (const auto& own : certificates) options.listeners.push_back({address_, own, http2_});
-    return NginxServer(std::move(options));
-  }
-
-  const bool http2_ = GetParam();
-  const std::string address_ = http2_ ? "::1" : "127.0.0.1";
-  const ServerCertificate of_name_ = Authority().Issue({"a.example"});
-  const ServerCertificate of_ip_ = Authority().Issue({address_});
-  Transport transport_{Authority().trust_store()};
-};
-
-TEST_P(TlsTest, ChecksTheNameBehindAnIPOnly) {
+TEST(TlsTest, ChecksTheNameBehindAnIPOnly) {
   CertificateAuthority stranger;
-  const NginxServer nginx =
-      Serve({of_name_, of_ip_, Authority().Issue({"b.example"}), stranger.Issue({"a.example"})});
-  const std::pair<int, std::vector<std::string>> rows[] = {
-      // The listener, and names that fit it.
-      {0, {"a.example"}},
-      {1, {"", http2_ ? "[::1]" : address_}},
-      {http2_ ? -1 : 1, {"127.1", "0x7f.0x.1", "127.0.0.1."}},
-      {-1, {"a.example/x", "a@b", "a.example\r\nX: 1", "a b", ":1:2"}}};
-  std::size_t sent = 0;
-  for (const auto& [fitting, names] : rows) {
-    for (const auto& name : names) {
-      for (const int listener : {0, 1, 2, 3}) {
-        SCOPED_TRACE("'" + name + "' at listener " + std::to_string(listener));
-        // The unchecked connection is in the pool when the checked transfer looks for one.
-        EXPECT_TRUE(transport_.Fetch(nginx.url("/open", listener))->success);
-        const auto request = Pinned(nginx.url("/pinned", listener), nginx.port(listener), address_);
-        request->host = name;
-        EXPECT_EQ(transport_.Fetch(request)->success, listener == fitting);
-        sent += listener == fitting ? 1 : 0;
-      }
+  std::vector<NginxListener> listeners;
+  for (const std::string ip : {"127.0.0.1", "::1"}) {
+    for (const auto& certificate : {Authority().Issue("a.example"), Authority().Issue(ip),
+                                    Authority().Issue("b.example"), stranger.Issue("a.example")}) {
+      listeners.push_back({ip, certificate, ip == "::1"});
     }
   }
-  EXPECT_EQ(CountOf("/pinned", nginx.AccessLog(44 + sent)), sent);
-  for (const std::string url : {"https://a.example/pinned", "https://a.example:1/pinned"}) {
-    EXPECT_TRUE(transport_.Fetch(Pinned(url, nginx.port(), address_))->success) << url;
+  const NginxServer nginx({listeners});
+  const std::pair<std::string, std::set<std::size_t>> rows[] = {
+      // A name, and the listeners that it fits.
+      {"a.example", {0, 4}}, {"", {1, 5}},
+      {"127.0.0.1", {1}},    {"127.1", {1}},
+      {"0x7f.0x.1", {1}},    {"127.0.0.1.", {1}},
+      {"[::1]", {5}},        {"a.example/x", {}},
+      {"a@b", {}},           {"a.example\r\nX: 1", {}},
+      {"a b", {}},           {":1:2", {}}};
+  Transport transport(Authority().trust_store()), checking(Authority().trust_store(), true);
+  for (std::size_t i = 0; i < listeners.size(); ++i) {
+    const std::string& ip = listeners[i].address;
+    for (const auto& [name, fitting] : rows) {
+      SCOPED_TRACE("'" + name + "' at listener " + std::to_string(i));
+      // The unchecked connection is in the pool when the checked transfer looks for one.
+      EXPECT_TRUE(transport.Fetch(nginx.url("/index", i))->success);
+      const auto request = Pinned(nginx.url("/index", i), name, ip, nginx.port(i));
+      EXPECT_EQ(transport.Fetch(request)->success, fitting.contains(i));
+    }
+    const auto named = Pinned("https://a.example:1/index", "a.example", ip, nginx.port(i));
+    EXPECT_EQ(transport.Fetch(named)->success, i == 0 || i == 4);
+    EXPECT_EQ(checking.Fetch(nginx.url("/index", i))->success, i == 1 || i == 5);
   }
-  const std::string line = (http2_ ? "HTTP/2.0" : "HTTP/1.1") + " a.example a.example a.example "s;
-  EXPECT_EQ(CountOf(line, nginx.AccessLog(46 + sent)), 3U);
-  Transport checking(Authority().trust_store(), true);
-  for (const int i : {0, 1}) EXPECT_EQ(checking.Fetch(nginx.url("/open", i))->success, i == 1);
 }
 
-TEST_P(TlsTest, FollowsARedirectUnderTheSameCheck) {
-  const NginxServer other = Serve({of_ip_, of_name_});
+TEST(TlsTest, FollowsARedirectUnderTheSameCheck) {
+  const std::string of_name = Authority().Issue("a.example"), of_ip = Authority().Issue("::1");
+  const NginxServer other({.listeners = {{"::1", of_ip, true}, {"::1", of_name, true}}});
   const std::pair<std::string, std::string> rows[] = {
-      // Where to, and the host that the last request names; empty when it isn't sent.
-      {"/open", "a.example"},
-      {"https://A.Example.:$server_port/open", "A.Example."},
-      {other.url("/open"), http2_ ? "[::1]" : address_},
-      {other.url("/open", 1), ""},  // An IP whose certificate is for a name.
+      // Where to, and the hosts of the last request as the log has them; empty when it isn't sent.
+      {"/index", "a.example a.example a.example"},
+      {"https://A.Example.:$server_port/index", "a.example A.Example. a.example"},
+      {other.url("/index"), "[::1] [::1] -"},
+      {other.url("/index", 1), ""},  // An IP whose certificate is for a name.
   };
-  for (const auto& [to, host] : rows) {
+  for (const auto& [to, hosts] : rows) {
     SCOPED_TRACE(to);
-    const NginxServer nginx =
-        Serve({of_name_}, "location /start { absolute_redirect off; return 302 " + to + "; }");
-    const auto response = transport_.Fetch(Pinned(nginx.url("/start"), nginx.port()));
-    EXPECT_EQ(response->success, !host.empty()) << response->error_text;
-    if (host.empty()) continue;
-    const bool leaves = to == other.url("/open");
-    EXPECT_THAT(leaves ? other.AccessLog(1) : nginx.AccessLog(2),
-                HasSubstr(" " + host + (leaves ? " - " : " a.example ")));
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Http, TlsTest, testing::Bool());
-
-// A prime of 10,000 bits would take a second of the transport's thread.
-TEST(HandshakeTest, OffersNoKeyExchangeOverAServersPrime) {
-  const TempDirectory directory;
-  const std::string prime = directory / "prime";
-  Program({"/usr/bin/openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt",
-           "group:ffdhe2048", "-out", prime})
-      .Wait();
-  const auto certificate = Authority().Issue({"a.example"}, "rsa:2048");
-  for (const std::string exchange : {"kDHE", "kDHE:kECDHE"}) {
-    NginxServer nginx({.listeners = {{"127.0.0.1", certificate}},
-                       .files = {{"x", ""}},
-                       .server_text = "ssl_protocols TLSv1.2; ssl_dhparam " + prime +
-                                      "; ssl_ciphers " + exchange + ";"});
-    EXPECT_EQ(Transport().Fetch(nginx.url("/x"))->success, exchange != "kDHE");
+    const NginxServer nginx(
+        {.listeners = {{"::1", of_name, true}},
+         .server_text = "location /start { absolute_redirect off; return 302 " + to + "; }"});
+    const auto response = Transport(Authority().trust_store()).Fetch(Pinned(nginx.url("/start")));
+    EXPECT_EQ(response->success, !hosts.empty()) << response->error_text;
+    if (hosts.empty()) continue;
+    const std::string log = to == other.url("/index") ? other.AccessLog(1) : nginx.AccessLog(2);
+    EXPECT_THAT(log, HasSubstr(hosts));
   }
 }
 
 TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
   EXPECT_GOOD_CHILD([] {
-    const ServerCertificate own = Authority().Issue({"a.example"});
-    NginxServer nginx({.listeners = {{"127.0.0.1", own}, {"::1", own}}, .files = {{"x", ""}}});
+    const std::string own = Authority().Issue("a.example");
+    NginxServer nginx({.listeners = {{"127.0.0.1", own}, {"::1", own}}});
     RawServer proxy(AnswerWith(HttpAnswer("403 Forbidden", "")));
     setenv("https_proxy", proxy.url("").c_str(), 1);
     const struct {
       const char *lower, *upper;
       bool direct[2];  // On IPv4 and on IPv6.
-    } rows[] = {{"", "", {false, false}},
-                {"127.0.0.2,127.0.0.1/33 ::2/127,127.0.0.1.example", "", {false, false}},
+    } rows[] = {{"127.0.0.2,127.0.0.1/33 ::2/127,127.0.0.1.example", "", {false, false}},
                 {"", "a.test, 127.0.0.1,[::1]", {true, true}},
                 {"::/127", "*", {false, true}},
                 {"127.0.0.3/30\t::3/0", "", {true, false}}};
@@ -163,12 +119,13 @@ TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
       setenv("no_proxy", row.lower, 1);
       setenv("NO_PROXY", row.upper, 1);
       for (const int v6 : {0, 1}) {
-        const auto request = Pinned(nginx.url("/x", v6), 0);
-        EXPECT_EQ(Transport(Authority().trust_store()).Fetch(request)->success, row.direct[v6])
+        EXPECT_EQ(
+            Transport(Authority().trust_store()).Fetch(Pinned(nginx.url("/index", v6)))->success,
+            row.direct[v6])
             << row.lower << row.upper;
       }
     }
-    EXPECT_EQ(proxy.connections(), 6);
+    EXPECT_EQ(proxy.connections(), 4);
     return 0;
   });
 }

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "base/log/log.h"
+#include "base/thread/task_thread.h"
 #include "tarvel/environment/environment_manager_storage.h"
-#include "tests/support/fake_lbs_service.h"
 
 namespace zo_tarvel {
 namespace {
@@ -39,8 +39,7 @@ _ZOTarvelEnvironmentSettings SettingsOfTest() {
 // For the exit in the log function.
 std::atomic<bool> log_function_exits{false};
 
-FakeLBSService* StartWithService(const std::string& how) {
-  FakeLBSService::Install();
+zo_base::TaskThread* StartWithService(const std::string& how) {
   auto settings = SettingsOfTest();
   if (how == "exit in the log function") {
     settings.custom_log = [](const char*) {
@@ -48,7 +47,9 @@ FakeLBSService* StartWithService(const std::string& how) {
     };
   }
   StartTarvelEnvironment(settings);
-  auto* const service = FakeLBSService::StartOne();
+  IZOTarvelLBSService* const hosted = GetTarvelObject(1)->GetLBSService();
+  hosted->Init({});
+  auto* const service = dynamic_cast<zo_base::TaskThread*>(hosted);
   // After an exit in a callback the thread ends at a moment of its own.
   if (how != "environment exit in a callback") {
     service->Connect<>(zo_base::SIG_ThreadEnd, [] { Tell("thread ended"); });
@@ -82,7 +83,7 @@ void ForkChildren(int id, Work work) {
 }
 
 // The log function is called with the token's lock held, while the service's thread waits for it.
-void EndInTheLogFunction(FakeLBSService* service) {
+void EndInTheLogFunction(zo_base::TaskThread* service) {
   GetConfig()->Connect<const std::string>(SIG_BusinessTokenChanged, [service](const auto&) {
     std::atomic<bool> waits{false};
     service->PostTask([&waits] {
@@ -102,7 +103,7 @@ void EndInTheLogFunction(FakeLBSService* service) {
 extern "C" __attribute__((visibility("default"))) void RunClient(const char* ending) {
   const std::string how = ending;
   std::atomic<bool> done{false};
-  FakeLBSService* const service = StartWithService(how);
+  zo_base::TaskThread* const service = StartWithService(how);
   if (how == "regular exit") {
     ExitTarvelEnvironment(1);
   } else if (how == "two lives, two starts and return") {

@@ -69,23 +69,19 @@ TEST(SecondTryTest, FollowsATotalFailureOnceAndAllIsReported) {
       EXPECT_EQ(result.tried, wanted);
       EXPECT_EQ(server.requests().back().header("Host"), on ? "t" : "127.0.0.1");
       EXPECT_EQ(server.requests().back().header("X-VELDRIN-TRACE-ID"), on ? "trace" : "");
-      EXPECT_TRUE(RecordedLog::Texts("[http dns] Begin query hosts`s ips").empty());
-
+      EXPECT_TRUE(RecordedLog::Texts(on ? "[http dns] Begin query" : "[http dns]").empty());
       EXPECT_EQ(RecordedLog::Texts("[HttpAgent]DNS server").empty(), !on);
       if (!on) continue;
-      wanted.erase(wanted.begin() + 5);  // The same failure of the same URL is one.
       std::map<std::string, std::string> descriptions;
-      Texts reported;
-      while (reported.size() < wanted.size()) {
+      for (int i = 0; i < 10; ++i) {
         const TarvelExceptionData record = records.Take();
         EXPECT_EQ(record.process_id, "trace");
         EXPECT_TRUE(record.state == 1 && record.exception_service == 5 && record.start_time > 0);
         const auto& [operation_type, url, code, description, context] = record.extension.at(0);
         EXPECT_EQ(code, url == urls[1] ? 500 : 0);
-        reported.push_back(url);
         descriptions[url] = description;
       }
-      EXPECT_THAT(reported, testing::UnorderedElementsAreArray(wanted));
+      EXPECT_EQ(descriptions.size(), 9U);  // One of the URLs fails in both tries.
       const std::string rest =
           R"("request_header": {"X-One": "1", "X-VELDRIN-TRACE-ID": "trace"}, "response_body": ")";
       EXPECT_THAT(

@@ -5,7 +5,6 @@
 
 #include "base/json/json11.h"
 #include "base/text/strings.h"
-#include "tests/support/event.h"
 #include "tests/support/raw_server.h"
 #include "tests/tarvel/http_agent/agent_request.h"
 
@@ -17,9 +16,6 @@ using namespace test_support;
 using zo_base::Split;
 
 constexpr int kNever = 60'000;  // Milliseconds; more than any test waits.
-constexpr char kDestroyed[] = "[multiple]Request return,release request object";
-
-const std::string kGood = HttpAnswer("200 OK", "good");
 
 void Behave(const std::string& how, RawConnection& connection) {
   if (how == "silent") {
@@ -141,47 +137,6 @@ TEST(WalkTest, GoesByTheTable) {
     environment.Exit();
     EXPECT_TRUE(results.TakeAll().empty());
   }
-}
-
-TEST(WalkRaceTest, TwoGoodAnswersAtOnceGiveOneResult) {
-  AgentEnvironment environment;
-  for (int round = 0; round < 50; ++round) {
-    RecordedLog::Clear();
-    const Sites sites("good<s1 good<s1");
-    Results results;
-    auto request = Request(sites.urls, results);
-    request.multiple_time_out = 1;
-    environment.InvokeHttpRequest(request, true);
-    EXPECT_EQ(results.Take().judged.size(), 1U);
-    Send(environment, {});
-    EXPECT_TRUE(results.TakeAll().empty());
-  }
-}
-
-TEST(WalkRaceTest, AnAnswerAfterTheEndReachesNobody) {
-  Event sent;
-  RawServer late([&](RawConnection& connection) {
-    connection.ReadRequest();
-    if (!RecordedLog::Await(kDestroyed)) return;
-    connection.Send(kGood);
-    sent.Set();
-    connection.AwaitStop();
-  });
-  RawServer prompt(AnswerWith(kGood));
-  AgentEnvironment environment;
-  Results results;
-  auto request = Request({late.url("/"), prompt.url("/")}, results);
-  request.multiple_time_out = 1;
-  int checks = 0;
-  request.check_callback = [&, then = request.check_callback](auto&&... answer) {
-    ++checks;
-    return then(answer...);
-  };
-  environment.InvokeHttpRequest(request, true);
-  EXPECT_THAT(results.Take().tried, testing::ElementsAre(prompt.url("/")));
-  ASSERT_TRUE(sent.Await());
-  Send(environment, {prompt.url("/")});  // The late answer comes before this one's.
-  EXPECT_EQ(checks, 1);
 }
 
 }  // namespace

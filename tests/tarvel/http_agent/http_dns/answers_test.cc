@@ -13,8 +13,7 @@ namespace {
 
 using zo_net::kAddressFamilyAny, zo_net::kAddressFamilyIPv6;
 using Texts = std::vector<std::string>;
-constexpr HttpDNSGrade kGood = HttpDNSGrade::kGood, kStale = HttpDNSGrade::kStale,
-                       kExpired = HttpDNSGrade::kExpired;
+using enum HttpDNSGrade;
 constexpr std::int64_t kNow = 1'700'000'000'000;
 
 TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
@@ -102,7 +101,6 @@ TEST(HttpDNSHostCacheTest, GradesByAgeAndTrustsFilesForMinutes) {
               {in(2'999), 0, 2'700},
               {in(-86'400'000), 0, 2'700},
               {"1e300", 225'000, 270'000},
-              {"-1e300", 0, 2'700},
               {"9223372036854775807", 225'000, 270'000},
               {"\"x\"", 0, 2'700}};
   for (const auto& row : rows) {

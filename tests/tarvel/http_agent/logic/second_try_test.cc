@@ -35,9 +35,7 @@ TEST(SecondTryTest, FollowsATotalFailureOnceAndAllIsReported) {
   EXPECT_GOOD_CHILD([] {
     if (!EnterPrivateNetwork("")) return kNotPermitted;
     HttpServer server;
-    server.Answer("/bad", [](const SeenRequest&) {
-      return ServerAnswer{500, {{"X-Two", "1:2"}}, "no"};
-    });
+    server.Answer("/bad", [](auto&&) { return ServerAnswer{500, {{"X-Two", "1:2"}}, "no"}; });
     const std::string bad = ":" + std::to_string(server.port()) + "/bad";
     const Texts urls{"http://localhost:1/x", "http://127.0.0.1" + bad, "http://e&k=v:1/",
                      "http://t:1/",          "http://t" + bad,         "http://t" + bad};

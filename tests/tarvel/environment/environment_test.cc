@@ -123,7 +123,6 @@ TEST_F(EnvironmentTest, CarriesExitsOfManyThreadsOutBeforeTheyReturn) {
 }
 
 TEST_F(EnvironmentTest, CarriesANestedExitOutAfterTheOuterOne) {
-  for (int i = 0; i < 2; ++i) StartTarvelEnvironment(TestSettings());
   // The task never runs; its captures are destroyed on the thread that releases the service.
   std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) {
     EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0);
@@ -131,7 +130,7 @@ TEST_F(EnvironmentTest, CarriesANestedExitOutAfterTheOuterOne) {
   });
   StartService().PostDelayedTask(60'000, [moved = std::move(exits_when_destroyed)] {});
   ExitTarvelEnvironment(1);
-  EXPECT_EQ(storage_->start_count, 1);
+  EXPECT_EQ(storage_->start_count, 0);
 }
 
 TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {

@@ -185,7 +185,7 @@ TEST_F(HttpDNSManagerTest, KeepsAListWithoutUsableReplacement) {
                 {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"},
                 {"host": "192.0.2.78", "https": false}]})");
   EXPECT_THAT(Saved(kServers, {"ttl", "ipv4"}), ElementsAre("2592000000", list));
-  settings_.only_https_supported = 1;
+  settings_.only_https_supported = 1;  // Other servers are known, but not asked.
   config_->Load(settings_);
   Reload();
   EXPECT_THAT(UrlsSent(2),

@@ -11,10 +11,10 @@
 #include <thread>
 
 #include "base/log/log.h"
+#include "base/thread/task_thread.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tests/support/child_process.h"
 #include "tests/support/event.h"
-#include "tests/support/fake_lbs_service.h"
 #include "tests/support/test_settings.h"
 
 namespace zo_tarvel {
@@ -32,10 +32,12 @@ constexpr char kLastLine[] = "------------------- exit -------------------\n";
 void Tell(const char* step) { dprintf(STDOUT_FILENO, "%s\n", step); }
 
 // Its thread tells when it ends.
-FakeLBSService* StartWithService(const _ZOTarvelEnvironmentSettings& settings = TestSettings()) {
-  FakeLBSService::Install();
+zo_base::TaskThread* StartWithService(
+    const _ZOTarvelEnvironmentSettings& settings = TestSettings()) {
   StartTarvelEnvironment(settings);
-  auto* const service = FakeLBSService::StartOne();
+  IZOTarvelLBSService* const hosted = GetTarvelObject(1)->GetLBSService();
+  hosted->Init({});
+  auto* const service = dynamic_cast<zo_base::TaskThread*>(hosted);
   service->Connect<>(zo_base::SIG_ThreadEnd, [] { Tell("thread ended"); });
   Tell("started");
   return service;

@@ -64,8 +64,7 @@ class RecordedLog {
   [[nodiscard]] static bool Await(std::string_view text) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, std::chrono::seconds(20), [&] {
-      return std::any_of(records_.begin(), records_.end(),
-                         [&](const LogRecord& record) { return record.text == text; });
+      return std::ranges::find(records_, text, &LogRecord::text) != records_.end();
     });
   }
 
@@ -112,7 +111,6 @@ class AgentEnvironment : public zo_tarvel::EnvironmentConfigGetterBase {
     if (id_ != 0) zo_tarvel::ExitTarvelEnvironment(id_);
     id_ = 0;
   }
-  void WasExited() { id_ = 0; }
 
  private:
   int id_ = 0;

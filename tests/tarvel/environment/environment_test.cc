@@ -1,22 +1,21 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <future>
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "base/thread/task_thread.h"
 #include "tarvel/environment/configuration/environment_config.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/environment/tarvel_object_impl.h"
 #include "tests/support/event.h"
-#include "tests/support/fake_lbs_service.h"
 #include "tests/support/test_settings.h"
 
 namespace zo_tarvel {
@@ -26,7 +25,6 @@ using test_support::TestSettings;
 
 class EnvironmentTest : public ::testing::Test {
  protected:
-  EnvironmentTest() { FakeLBSService::Install(); }
   ~EnvironmentTest() override {
     ExitFully();
     EXPECT_EQ(storage_->start_count, 0);
@@ -36,10 +34,12 @@ class EnvironmentTest : public ::testing::Test {
     while (storage_->started) ExitTarvelEnvironment(0);
   }
 
-  // Starts an environment with a service, and runs `callback` on the service's thread.
-  void RunOnServiceThread(std::function<void()> callback) {
+  // Starts an environment and its service.
+  static zo_base::TaskThread& StartService() {
     StartTarvelEnvironment(TestSettings());
-    FakeLBSService::StartOne()->PostTask(std::move(callback));
+    IZOTarvelLBSService* const service = GetTarvelObject(1)->GetLBSService();
+    service->Init({});
+    return dynamic_cast<zo_base::TaskThread&>(*service);
   }
 
   const std::shared_ptr<EnvironmentManagerStorage> storage_ = GetStorage();
@@ -68,35 +68,16 @@ TEST_F(EnvironmentTest, CountsStartsAndExitsAndTrapsWithoutItsObject) {
   }
 }
 
-TEST_F(EnvironmentTest, MakesANewServiceAfterAReleaseOnly) {
-  StartTarvelEnvironment(TestSettings());
-  auto& object = dynamic_cast<ZOTarvelObjectImpl&>(*GetTarvelObject(1));
-  const std::weak_ptr<zo_base::BaseThread> first =
-      FakeLBSService::StartOne()->shared_from_this<zo_base::BaseThread>();
-  object.ReleaseLBSService();
-  EXPECT_TRUE(first.expired());
-  FakeLBSService* const second = FakeLBSService::StartOne();
-  ASSERT_TRUE(second != nullptr && second->IsRunning());
-  object.Stop();
-  EXPECT_FALSE(second->IsRunning());
-  EXPECT_EQ(object.GetLBSService(), second);
-  object.Release();
-  EXPECT_EQ(object.GetLBSService(), nullptr);
-}
-
 TEST_F(EnvironmentTest, ACallbackMayRestartIt) {
-  for (const bool starts_anew : {false, true}) {
-    std::promise<int> id;
-    RunOnServiceThread([&] {
-      ExitTarvelEnvironment(1);
-      EXPECT_FALSE(storage_->started);
-      id.set_value(starts_anew ? StartTarvelEnvironment(TestSettings()) : 1);
-    });
-    EXPECT_EQ(id.get_future().get(), 1);
-    // The next life begins with the thread of the last one gone for good.
+  test_support::Event done;
+  StartService().PostTask([&] {
+    ExitTarvelEnvironment(1);
+    EXPECT_FALSE(storage_->started);
     EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
-    ExitFully();
-  }
+    done.Set();
+  });
+  EXPECT_TRUE(done.Await());
+  EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 1);
 }
 
 TEST_F(EnvironmentTest, ACallbackNeverWaitsForAnExitInProgress) {
@@ -106,7 +87,7 @@ TEST_F(EnvironmentTest, ACallbackNeverWaitsForAnExitInProgress) {
       {"starts", [] { EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0); }}};
   for (const auto& [name, act] : rows) {
     test_support::Event entered, acted;
-    RunOnServiceThread([&, &act = act] {
+    StartService().PostTask([&, &act = act] {
       entered.Set();
       while (!storage_->gate.exit_in_progress()) std::this_thread::yield();
       act();
@@ -142,54 +123,33 @@ TEST_F(EnvironmentTest, CarriesExitsOfManyThreadsOutBeforeTheyReturn) {
 }
 
 TEST_F(EnvironmentTest, CarriesANestedExitOutAfterTheOuterOne) {
-  for (const int starts : {1, 3}) {
-    for (int i = 0; i < starts; ++i) StartTarvelEnvironment(TestSettings());
-    // The task never runs; its captures are destroyed on the thread that releases the service.
-    std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) {
-      EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0);
-      ExitTarvelEnvironment(0);
-    });
-    FakeLBSService::StartOne()->PostDelayedTask(60'000,
-                                                [moved = std::move(exits_when_destroyed)] {});
-    ExitTarvelEnvironment(1);
-    EXPECT_EQ(storage_->start_count, starts / 2);
-    ExitFully();
-  }
+  // The task never runs; its captures are destroyed on the thread that releases the service.
+  std::shared_ptr<void> exits_when_destroyed(nullptr, [](void*) {
+    EXPECT_EQ(StartTarvelEnvironment(TestSettings()), 0);
+    ExitTarvelEnvironment(0);
+  });
+  StartService().PostDelayedTask(60'000, [moved = std::move(exits_when_destroyed)] {});
+  ExitTarvelEnvironment(1);
+  EXPECT_EQ(storage_->start_count, 0);
 }
 
-// Each with tasks in flight at the exit, one of them in a loop.
 TEST_F(EnvironmentTest, HundredsOfLivesLeaveNoThreadBehind) {
-  const auto threads = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-  };
-  const auto live = [] {
-    StartTarvelEnvironment(TestSettings());
-    FakeLBSService* const service = FakeLBSService::StartOne();
-    service->PostTask([service] { service->PostTask([] {}); });
-    service->PostDelayedTask(1, [] {});
+  for (int life = 0; life < 300; ++life) {  // Each with tasks in flight at the exit.
+    zo_base::TaskThread& service = StartService();
+    service.PostTask([&service] { service.PostTask([] {}); });
+    service.PostDelayedTask(1, [] {});
     GetTarvelObject(1)->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
     ExitTarvelEnvironment(1);
-  };
-  live();  // A sanitizer's own thread comes with the first one of the library.
-  const auto before = threads();
-  for (int life = 0; life < 300; ++life) live();
-  // The system may still list a joined thread for a moment.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (threads() > before && std::chrono::steady_clock::now() < deadline) {
   }
-  EXPECT_LE(threads(), before);
-}
-
-std::shared_ptr<_EnvironmentConfig> Loaded(const _ZOTarvelEnvironmentSettings& settings) {
-  auto config = std::make_shared<_EnvironmentConfig>();
-  config->Load(settings);
-  return config;
+  // Of this one, of a sanitizer, and some joined ones that the system still lists.
+  EXPECT_LT(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}), 100);
 }
 
 TEST(EnvironmentConfigTest, CleansTheTimeouts) {
+  using Timeouts = std::pair<std::int32_t, std::int32_t>;  // Of a request, and until the next URL.
   const struct {
     const char* name;
-    RequestTimeouts given, cleaned;
+    Timeouts given, cleaned;
   } rows[] = {{"zero keeps both defaults", {0, 5000}, {7000, 2000}},
               {"negative keeps both defaults", {INT32_MIN, INT32_MIN}, {7000, 2000}},
               {"too long is lowered", {INT32_MAX, INT32_MAX}, {30000, 29920}},
@@ -198,11 +158,12 @@ TEST(EnvironmentConfigTest, CleansTheTimeouts) {
               {"prefail below its least", {1, 199}, {1000, 200}}};
   for (const auto& row : rows) {
     _ZOTarvelEnvironmentSettings settings;
-    settings.single_request_timeout = row.given.timeout;
-    settings.single_request_prefail_timeout = row.given.prefail_timeout;
-    const auto config = Loaded(settings);
-    EXPECT_EQ(config->single_request_timeout(), row.cleaned.timeout) << row.name;
-    EXPECT_EQ(config->single_request_prefail_timeout(), row.cleaned.prefail_timeout) << row.name;
+    std::tie(settings.single_request_timeout, settings.single_request_prefail_timeout) = row.given;
+    const auto config = std::make_shared<_EnvironmentConfig>();
+    config->Load(settings);
+    EXPECT_EQ(Timeouts(config->single_request_timeout(), config->single_request_prefail_timeout()),
+              row.cleaned)
+        << row.name;
   }
 }
 
@@ -214,28 +175,28 @@ TEST(EnvironmentConfigTest, CleansTheTimeouts) {
 TEST(EnvironmentConfigTest, DerivesADirectoryPerBusinessEvenFromFullArrays) {
   const std::string full_path(1024, 'l');
   const struct {
-    std::string business_type, appdata_path, log_path;
-    std::string appdata_directory, log_directory;
-  } rows[] = {{"", "/data", "/log", "/data" IM_G1, "/log" IM_G1},
-              {"shop", "", "/log/", "/log" SHOP, "/log" SHOP},
-              {"shop", "C:\\app\\data\\", "", "C:/app/data" SHOP, "C:/app/data" SHOP},
-              {"shop", "", "", SHOP, SHOP},
-              {std::string(32, 't'), "", full_path, full_path + FULL, full_path + FULL}};
+    std::string business_type, appdata_path, log_path, directories;
+  } rows[] = {{"", "/data", "/log", "/data" IM_G1 "/log" IM_G1},
+              {"shop", "", "/log/", "/log" SHOP "/log" SHOP},
+              {"shop", "C:\\app\\data\\", "", "C:/app/data" SHOP "C:/app/data" SHOP},
+              {"shop", "", "", SHOP SHOP},
+              {std::string(32, 't'), "", full_path, full_path + FULL + full_path + FULL}};
   for (const auto& row : rows) {
     _ZOTarvelEnvironmentSettings settings;
     row.business_type.copy(settings.business_type, sizeof settings.business_type);
     row.appdata_path.copy(settings.appdata_path, sizeof settings.appdata_path);
     row.log_path.copy(settings.log_path, sizeof settings.log_path);
     std::memset(settings.business_token, 'k', sizeof settings.business_token);
-    const auto config = Loaded(settings);
-    EXPECT_EQ(config->appdata_path(), row.appdata_directory);
-    EXPECT_EQ(config->log_path(), row.log_directory);
+    const auto config = std::make_shared<_EnvironmentConfig>();
+    config->Load(settings);
+    EXPECT_EQ(config->appdata_path() + config->log_path(), row.directories);
     EXPECT_EQ(config->GetBusinessToken(), std::string(128, 'k'));
   }
 }
 
 TEST(EnvironmentConfigTest, SignalsNewTokensAndRequestedFamilies) {
-  const auto config = Loaded({});
+  const auto config = std::make_shared<_EnvironmentConfig>();
+  config->Load({});
   std::vector<std::string> told;
   config->Connect<const std::string>(SIG_BusinessTokenChanged, [&](const std::string& token) {
     told.push_back(token);

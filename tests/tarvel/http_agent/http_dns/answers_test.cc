@@ -13,8 +13,7 @@ namespace {
 
 using zo_net::kAddressFamilyAny, zo_net::kAddressFamilyIPv6;
 using Texts = std::vector<std::string>;
-constexpr HttpDNSGrade kGood = HttpDNSGrade::kGood, kStale = HttpDNSGrade::kStale,
-                       kExpired = HttpDNSGrade::kExpired;
+using enum HttpDNSGrade;
 constexpr std::int64_t kNow = 1'700'000'000'000;
 
 TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
@@ -24,11 +23,9 @@ TEST(HttpDNSAnswerTest, OfServersIsCheckedInOrder) {
       {"", "Function S response is not in json format"},
       {"[]", "Function S response is not in json format"},
       {"{}", no_host},
-      {R"({"host": "", "ttl": 1, "ipv4": []})", no_host},
       {R"({"host": "h\r\nX: 1", "ttl": 1, "ipv4": []})", no_host},
       {R"({"host": "h", "ttl": "600"})", "Function S [ttl] in the response does not exist"},
       {R"({"host": "h", "ttl": 1})", "Function S [ipv4/ipv6] in the response does not exist"},
-      {R"({"host": "h", "ttl": 600, "ipv4": []})", ""},
       {R"({"host": "h", "ttl": 1e300, "ipv6": []})", ""}};
   for (const auto& [body, wanted] : rows) {
     std::string error;
@@ -41,21 +38,18 @@ TEST(HttpDNSAnswerTest, OfHostsIsCheckedInOrder) {
   const auto data = [](const std::string& a) {
     return R"({"code": 200, "data": {"b": {"ip": ["192.0.2.1"], "ttl": 1}, "a": )" + a + "}}";
   };
-  const std::string empty = "a both ipv4 and ipv6 are empty", dead = "a ttl <= 0 in the response";
   const std::pair<std::string, std::string> rows[] = {
       {"", "Httpdns response error body is empty"},
       {"{", "Httpdns response body parse error"},
       {"[]", "Httpdns response body(json) is not an object"},
       {"{}", "Httpdns response code(business) does not exist"},
-      {R"({"code": 404})", "Httpdns response code(business) error code:404"},
       {R"({"code": 1e300})", "Httpdns response code(business) error code:2147483647"},
       {R"({"code": 200})", "Httpdns response data(business) does not exist"},
       {R"({"code": 200, "data": []})", "b doman was not included in the response"},
-      {data(R"({"ip": [], "ipv6": "::1", "ttl": 1})"), empty},
-      {data(R"({"ip": ["192.0.2.1/evil", "::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"), empty},
+      {data(R"({"ip": ["192.0.2.1/evil", "::1"], "ipv6": ["192.0.2.1"], "ttl": 1})"),
+       "a both ipv4 and ipv6 are empty"},
       {data(R"({"ip": ["192.0.2.1"]})"), "a ttl was not included in the response"},
-      {data(R"({"ip": ["192.0.2.1"], "ttl": 0})"), dead},
-      {data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), dead},
+      {data(R"({"ip": ["192.0.2.1"], "ttl": -1e300})"), "a ttl <= 0 in the response"},
       {data(R"({"ipv6": ["[2001:db8::1]"], "ttl": 0.5})"), ""}};
   std::string error;
   for (const auto& [body, wanted] : rows) {
@@ -94,15 +88,10 @@ void ExpectGrades(const HttpDNSHostCache& cache, std::int64_t good, std::int64_t
   }
 }
 
-TEST(HttpDNSHostCacheTest, GradesEntriesByTheirAge) {
-  for (const std::int32_t ttl : {100'000, INT32_MAX - 7}) {  // A multiple of 20.
-    HttpDNSHostCache cache;
-    cache.SetEntry({"a", {"192.0.2.1"}, {}, ttl}, kNow, false);
-    ExpectGrades(cache, std::int64_t{ttl} * 3 / 4, std::int64_t{ttl} * 9 / 10);
-  }
-}
-
-TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMost) {
+TEST(HttpDNSHostCacheTest, GradesByAgeAndTrustsFilesForMinutes) {
+  HttpDNSHostCache answered;
+  answered.SetEntry({"a", {"192.0.2.1"}, {}, 100'000}, kNow, false);
+  ExpectGrades(answered, 75'000, 90'000);
   const auto in = [](std::int64_t ms) { return std::to_string(kNow + ms); };
   const struct {
     std::string end;
@@ -112,7 +101,6 @@ TEST(HttpDNSHostCacheTest, TrustsAFileForFiveMinutesAtMost) {
               {in(2'999), 0, 2'700},
               {in(-86'400'000), 0, 2'700},
               {"1e300", 225'000, 270'000},
-              {"-1e300", 0, 2'700},
               {"9223372036854775807", 225'000, 270'000},
               {"\"x\"", 0, 2'700}};
   for (const auto& row : rows) {
@@ -141,21 +129,6 @@ TEST(HttpDNSHostCacheTest, KeepsNothingButAddresses) {
   HttpDNSHostCache cache;
   EXPECT_FALSE(cache.Load("a", R"({"ipv4": ["1.2.3.4/evil", "::1"], "ipv6": ["e.example"]})", 0));
   EXPECT_FALSE(cache.Load("a", "[", 0));
-}
-
-TEST(HttpDNSHostCacheTest, TakesTheLongestEntryThatItDumpsBack) {
-  HttpDNSHostCache cache, next;
-  HttpDNSCacheEntry update{std::string(255, 'h'), {}, {}, INT32_MAX};
-  for (int i = 100; i < 132; ++i) {
-    update.ipv4.push_back("255.255.255." + std::to_string(i));
-    update.ipv6.push_back("[0000:0000:0000:0000:0000:ffff:" + update.ipv4.back() + "]");
-  }
-  cache.SetEntry(update, INT64_MAX - INT32_MAX, false);
-  const std::string text = cache.Dump().at(update.host);
-  EXPECT_GT(text.size(), HttpDNSHostCache::kLongestText - 100);
-  EXPECT_TRUE(next.Load(update.host, text, kNow));
-  EXPECT_EQ(next.Find(update.host)->ipv4, update.ipv4);
-  EXPECT_EQ(next.Find(update.host)->ipv6, update.ipv6);
 }
 
 }  // namespace

@@ -2,13 +2,13 @@
 
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/json/json11.h"
+#include "base/text/strings.h"
 #include "tarvel/http_agent/logic/httpdns_service.h"
 #include "tests/support/agent_environment.h"
 #include "tests/support/event.h"
@@ -20,7 +20,6 @@ namespace {
 
 using namespace test_support;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using zo_base::json11::Json;
 using Texts = std::vector<std::string>;
 
@@ -48,13 +47,11 @@ class HttpDNSManagerTest : public testing::Test {
   }
 
   // Starts a manager that finds these files; an empty string means no file.
-  void Begin(const std::string& servers, const std::string& hosts = "", bool only_https = false) {
-    _ZOTarvelEnvironmentSettings settings;
-    std::strcpy(settings.appdata_path, directory_.path().c_str());
-    settings.only_https_supported = only_https;
-    settings.single_request_timeout = 4'321;
-    settings.single_request_prefail_timeout = 1'234;
-    config_->Load(settings);
+  void Begin(const std::string& servers, const std::string& hosts = "") {
+    std::strcpy(settings_.appdata_path, directory_.path().c_str());
+    settings_.single_request_timeout = 4'321;
+    settings_.single_request_prefail_timeout = 1'234;
+    config_->Load(settings_);
     config_->SetHttpRequestInvoker(
         [this](const MultipleURLHttpRequest& request, bool) { sent_.push_back(request); });
     files_ = config_->appdata_path() + "http_dns/";
@@ -90,7 +87,8 @@ class HttpDNSManagerTest : public testing::Test {
     MultipleURLHttpRequestContext context;
     context.trace_id = "trace";
     const auto take = [this](const HostCacheResult& result) {
-      results_.push_back(result);
+      std::string& text = results_.emplace_back();
+      for (const auto& [host, ips] : result) text += host + "=" + zo_base::Join(ips, ",") + ";";
       return true;
     };
     manager_->InvokeQuery(zo_net::kAddressFamilyAny, hosts, take, context);
@@ -102,9 +100,13 @@ class HttpDNSManagerTest : public testing::Test {
     sent_[request].result_callback(false, success, "", body);
     Settle();
   }
-  std::string Saved(const std::string& name, const std::string& key) const {
+  // The values in a file.
+  Texts Saved(const std::string& name, const Texts& keys) const {
     std::string error;
-    return Json::parse(ReadFile(files_ + name), error)[key].string_value();
+    const Json file = Json::parse(ReadFile(files_ + name), error);
+    Texts values;
+    for (const std::string& key : keys) values.push_back(file[key].string_value());
+    return values;
   }
 
   const CapturedLog log_;
@@ -112,20 +114,19 @@ class HttpDNSManagerTest : public testing::Test {
   std::string files_;
   // Written on the manager's thread, read after Settle.
   std::vector<MultipleURLHttpRequest> sent_;
-  std::vector<HostCacheResult> results_;
+  Texts results_;  // Each as "a=1.2.3.4,[::1];b=...;".
+  _ZOTarvelEnvironmentSettings settings_;
   const std::shared_ptr<_EnvironmentConfig> config_ = std::make_shared<_EnvironmentConfig>();
   std::shared_ptr<HttpDNSManager> manager_;
 };
 
 TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
   Begin("");
-  EXPECT_EQ(Saved(kServers, "host"), "httpdns.tarvel.invalid");
-  EXPECT_EQ(Saved(kServers, "ttl"), "3600");
-  EXPECT_EQ(Saved(kServers, "updated_at"), std::to_string(kNow));
-  EXPECT_EQ(Saved(kServers, "expired_time"), std::to_string(kNow));
-  EXPECT_EQ(Saved(kServers, "ipv6"),
-            R"([{"host": "[2001:db8::53]", "https": true, "port": 443}, )"
-            R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])");
+  EXPECT_THAT(
+      Saved(kServers, {"host", "ttl", "updated_at", "expired_time", "ipv6"}),
+      ElementsAre("httpdns.tarvel.invalid", "3600", std::to_string(kNow), std::to_string(kNow),
+                  R"([{"host": "[2001:db8::53]", "https": true, "port": 443}, )"
+                  R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])"));
   EXPECT_TRUE(RecordedLog::Await("[http dns] Begin update service"));
   Settle();
   ASSERT_EQ(sent_.at(0).urls.size(), 7U);
@@ -141,10 +142,9 @@ TEST_F(HttpDNSManagerTest, AsksForServersWhenTheFileSaysSo) {
                                                       {"9223372036854775807", "86400000"},
                                                       {"99999999999999999999", "50"}};
   for (const auto& [expired_time, delay] : rows) {
-    RecordedLog::Clear();
     Begin(File({{"host", "h"}, {"ipv4", "[]"}, {"expired_time", expired_time}}));
-    EXPECT_THAT(RecordedLog::Texts("[http dns][init] Invoke s after"),
-                ElementsAre("[http dns][init] Invoke s after " + delay + " ms"))
+    EXPECT_EQ(RecordedLog::Texts("[http dns][init] Invoke s after").back(),
+              "[http dns][init] Invoke s after " + delay + " ms")
         << expired_time;
   }
 }
@@ -169,128 +169,97 @@ TEST_F(HttpDNSManagerTest, AsksServersForServersOneRequestAtATime) {
   EXPECT_EQ(refused.error_message, "Function S response code != 200");
 }
 
-TEST_F(HttpDNSManagerTest, UsesOnlyHttpsServersWhereNothingElseIsSupported) {
-  Begin(ServerFile(), "", true);
-  Reload();
-  EXPECT_EQ(UrlsSent(0)[1], "svc.example https://dns.example/httpdns/v2/s");
-  const std::string list = R"([{"host": "192.0.2.77", "https": false}])";
-  Answer(0, R"({"host": "new.example", "ttl": 600, "ipv4": )" + list + "}");
-  EXPECT_EQ(Saved(kServers, "ipv4"), list);
-  Query({"a"});
-  EXPECT_THAT(UrlsSent(1),
-              ElementsAre("new.example https://new.example/httpdns/v2/d?domain=a",
-                          "new.example https://[2001:db8::7]:8080/httpdns/v2/d?domain=a"));
-}
-
 TEST_F(HttpDNSManagerTest, KeepsAListWithoutUsableReplacement) {
-  const std::string list = R"([{"host": "192.0.2.77"}])", too_long(65'536, ' ');
+  const std::string list = R"([{"host": "192.0.2.77"}])";
   Begin(ServerFile());
   Reload();
   Answer(0, R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": )" + list + "}");
-  EXPECT_EQ(Saved(kServers, "ttl"), "600000");
-  EXPECT_EQ(Saved(kServers, "expired_time"), std::to_string(kNow + 600'000));
-  EXPECT_EQ(Saved(kServers, "ipv4"), list);
-  EXPECT_THAT(Saved(kServers, "ipv6"), testing::HasSubstr("2001:db8::7"));
+  EXPECT_THAT(Saved(kServers, {"ttl", "expired_time", "ipv4", "ipv6"}),
+              ElementsAre("600000", std::to_string(kNow + 600'000), list,
+                          testing::HasSubstr("2001:db8::7")));
   Reload();
   EXPECT_THAT(UrlsSent(1), ElementsAre("new.example https://new.example/httpdns/v2/s",
                                        "new.example https://192.0.2.77:443/httpdns/v2/s",
                                        "new.example https://[2001:db8::7]:8080/httpdns/v2/s"));
   Answer(1, R"({"host": "x", "ttl": 2592000, "ipv6": [{"host": "2001:db8::9", "port": 1e300},
-                {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"}]})");
-  EXPECT_THAT(RecordedLog::Texts("[http dns] Update success"),
-              ElementsAre("[http dns] Update success ttl : 600000 ms",
-                          "[http dns] Update success ttl : 2592000000 ms"));
-  EXPECT_EQ(Saved(kServers, "ttl"), "2592000000");
-  EXPECT_EQ(Saved(kServers, "ipv4"), list);
+                {"host": "2001:db8::8", "port": 8}], "ipv4": [{"host": "::1", "no text": "\ud800"},
+                {"host": "192.0.2.78", "https": false}]})");
+  EXPECT_THAT(Saved(kServers, {"ttl", "ipv4"}), ElementsAre("2592000000", list));
+  settings_.only_https_supported = 1;  // Other servers are known, but not asked.
+  config_->Load(settings_);
   Reload();
-  EXPECT_EQ(UrlsSent(2).back(), "x https://[2001:db8::8]:8/httpdns/v2/s");
-  Answer(2, R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.78", "pad": ")" + too_long +
-                "\"}]}");
-  EXPECT_EQ(Saved(kServers, "ipv4"), list);
+  EXPECT_THAT(UrlsSent(2),
+              ElementsAre("x https://x/httpdns/v2/s", "x https://[::1]:443/httpdns/v2/s",
+                          "x https://[2001:db8::8]:8/httpdns/v2/s"));
+  Answer(2, R"({"host": "x", "ttl": 1, "ipv4": [{"host": "192.0.2.79", "pad": ")" +
+                std::string(65'536, ' ') + "\"}]}");
+  EXPECT_THAT(Saved(kServers, {"ipv4"}), ElementsAre(list));
 }
 
 TEST_F(HttpDNSManagerTest, RetriesAfterOneToFiveMinutes) {
   Begin(ServerFile());
-  std::size_t request = 0;
-  for (const char* const next : {"6", "12", "18", "24", "30", "30", "", "6"}) {
-    RecordedLog::Clear();
+  for (std::size_t request = 0; request < 8; ++request) {
     Reload();
-    Answer(request++, *next ? "" : R"({"host": "h", "ttl": 600, "ipv4": []})");
-    EXPECT_THAT(
-        RecordedLog::Texts("[http dns] Update "),
-        ElementsAre(*next ? std::string("[http dns] Update fail redo after :") + next + "0000ms"
-                          : "[http dns] Update success ttl : 600000 ms"));
+    Answer(request, request == 6 ? R"({"host": "h", "ttl": 600, "ipv4": []})" : "");
   }
+  std::string delays;
+  for (const std::string& text : RecordedLog::Texts("[http dns] Update fail")) {
+    delays += text.substr(text.find(':'));
+  }
+  EXPECT_EQ(delays, ":60000ms:120000ms:180000ms:240000ms:300000ms:300000ms:60000ms");
 }
 
 TEST_F(HttpDNSManagerTest, AsksOnlyForUnknownHostsAndOnce) {
-  const auto entry = [](const std::string& ip, std::int64_t end) {
-    return R"({"ttl": 1, "ipv4": [")" + ip + R"("], "cache_expired_time": )" + std::to_string(end) +
+  const auto entry = [](const std::string& ip, int ms) {
+    return R"({"ipv4": [")" + ip + R"("], "cache_expired_time": )" + std::to_string(kNow + ms) +
            "}";
   };
-  Begin(ServerFile(), File({{"a", entry("192.0.2.1", kNow + 3'600'000)},
-                            {"b", entry("192.0.2.2", kNow - 1)},
+  Begin(ServerFile(), File({{"a", entry("192.0.2.1", 3'600'000)},
+                            {"b", entry("192.0.2.2", -1)},
                             {"broken", "["},
-                            {"evil", entry("evil.example", kNow + 3'600'000)}}));
+                            {"evil", entry("evil.example", 3'600'000)}}));
   const std::string too_long(256, 'h');
   Query({"a", "b", "c", "evil", "n&o=t", "d e", "f\\g", "\xff", too_long});  // From "n" on never.
   ASSERT_EQ(sent_.size(), 2U);
-  EXPECT_THAT(results_, IsEmpty());
+  EXPECT_TRUE(results_.empty());
   EXPECT_EQ(UrlsSent(0)[1], "svc.example http://192.0.2.7:80/httpdns/v2/d?domain=c,evil");
   EXPECT_EQ(UrlsSent(1)[0], "svc.example https://svc.example/httpdns/v2/d?domain=b");
-  EXPECT_THAT(sent_[0].headers, IsEmpty());
+  EXPECT_TRUE(sent_[0].headers.empty() && !sent_[0].use_http_dns_if_fail);
   EXPECT_EQ(sent_[0].context.trace_id, "trace");
-  EXPECT_FALSE(sent_[0].use_http_dns_if_fail);
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
       "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
   Answer(0, body);
-  const HostCacheResult wanted{{"a", {"192.0.2.1"}},
-                               {"b", {"192.0.2.2"}},
-                               {"c", {"192.0.2.3", "[2001:db8::3]"}},
-                               {"evil", {"192.0.2.6"}}};
-  EXPECT_THAT(results_, ElementsAre(wanted));
-  EXPECT_EQ(Saved(kHosts, "c"), R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
-                                R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})");
-  EXPECT_EQ(Saved(kHosts, "broken"), "");  // Unusable entries are not kept.
-  Answer(1, body);                         // It says nothing of "b".
-  Query({"b"});                            // Still stale: answered, and asked for again.
-  Query({"d", "a"});                       // Nobody will know "d".
+  EXPECT_THAT(Saved(kHosts, {"broken", "c"}),  // Unusable entries are not kept.
+              ElementsAre("", R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
+                              R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})"));
+  Answer(1, body);    // It says nothing of "b".
+  Query({"b"});       // Still stale: answered, and asked for again.
+  Query({"d", "a"});  // Nobody will know "d".
   Answer(3, "");
   EXPECT_EQ(sent_.size(), 4U);
-  EXPECT_THAT(results_, ElementsAre(wanted, HostCacheResult{{"b", {"192.0.2.2"}}},
-                                    HostCacheResult{{"a", {"192.0.2.1"}}}));
+  EXPECT_THAT(results_,
+              ElementsAre("a=192.0.2.1;b=192.0.2.2;c=192.0.2.3,[2001:db8::3];evil=192.0.2.6;",
+                          "b=192.0.2.2;", "a=192.0.2.1;"));
 }
 
 TEST_F(HttpDNSManagerTest, KeepsTheNewestOfVeryManyHosts) {
-  const auto many = [](std::string text, int count, const std::function<std::string(int)>& member) {
-    for (int i = 0; i < count; ++i) text += '"' + std::to_string(i) + member(i) + ", ";
-    return text;
-  };
-  const auto entry = [](int i) {
-    return R"(": "{\"ipv4\": [\"192.0.2.1\"], \"cache_expired_time\": )" +
-           std::to_string(kNow + (i <= 10'000 ? 0 : 3'600'000)) + "}\"";
-  };
-  Begin(ServerFile(), many("{", 20'100, entry) + R"("junk": ""})");
+  std::string file = "{", answer = R"({"code": 200, "data": {)";
+  for (int i = 0; i < 20'100; ++i) {
+    const std::string key = '"' + std::to_string(i);
+    file += key + R"(": "{\"ipv4\": [\"192.0.2.1\"], \"cache_expired_time\": )" +
+            std::to_string(kNow + (i <= 10'000 ? 0 : 3'600'000)) + R"(}", )";
+    if (i < 12'000) answer += key + R"(.b": {"ip": ["192.0.2.1"], "ttl": 600}, )";
+  }
+  Begin(ServerFile(), file + R"("junk": ""})");
   Query({"a"});
-  const auto member = [](int) { return R"(.b": {"ip": ["192.0.2.1"], "ttl": 600})"; };
-  Answer(0, many(R"({"code": 200, "data": {)", 12'000, member) +
-                R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
-  EXPECT_EQ(results_.back(), (HostCacheResult{{"a", {"192.0.2.2"}}}));
+  Answer(0, answer + R"("a": {"ip": ["192.0.2.2"], "ttl": 1}}})");
+  EXPECT_EQ(results_.back(), "a=192.0.2.2;");
   const auto known = manager_->GetHostCache().Dump();
   EXPECT_EQ(known.count("1") + known.count("19999") + known.count("1.b"), 2U);
   std::string error;  // The next start takes back no more than the file may have.
   const Json saved = Json::parse(ReadFile(files_ + kHosts), error);
   EXPECT_LE(saved.object_items().size(), HttpDNSHostCache::kMostHosts);
   EXPECT_EQ(saved.object_items().count("a"), 1U);
-}
-
-TEST_F(HttpDNSManagerTest, DoesNothingWhileItIsOff) {
-  config_->Load(TestSettings());
-  HttpDNSService service;
-  service.SetEnvironmentConfig(config_);
-  EXPECT_FALSE(service.Init());
-  EXPECT_FALSE(service.InvokeQuery(zo_net::kAddressFamilyAny, {"a"}, nullptr, {}));
-  EXPECT_FALSE(std::filesystem::exists(config_->appdata_path() + "http_dns"));
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ class LogFunctionTest : public LBSServiceTest {
     Call([this] { service()->SetAccIDGetter([](void*, char* id) { *id = 'i'; }, nullptr); });
     Call([this] { service()->Init(settings_); });
     Call([this] { service()->Update(kEMAddressFamilyAny, true); });
-    Call([this] { TextFrom([this](char* out) { service()->GetLBSResponse(false, out); }); });
+    Call([this] { Response(); });
     Call([this] { object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6); });
     Call([this] { object()->SetBusinessToken("u"); });
     for (int i = 0; i < 4; ++i) Call([this] { NextLink(); });
@@ -81,40 +81,35 @@ class LogFunctionTest : public LBSServiceTest {
 };
 
 TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
-  const struct {
-    const char* name;
-    std::function<void()> act;
-  } rows[] = {{"exits", [] { ExitTarvelEnvironment(1); }},
-              {"waits for another thread that asks for links",
-               [] {
-                 IZOTarvelObject* const object = GetTarvelObject(1);
-                 if (object == nullptr) return;
-                 std::thread([service = object->GetLBSService()] {
-                   if (service == nullptr) return;
-                   service->GetLinkCount();
-                   service->GetCurrentLinkAddress(nullptr, nullptr, nullptr);
-                 }).join();
-               }},
-              {"does all else", [this] {
-                 EXPECT_EQ(StartTarvelEnvironment(environment_settings_), 0);
-                 IZOTarvelObject* const object = GetTarvelObject(1);
-                 if (object == nullptr) return;
-                 if (IZOTarvelLBSService* const service = object->GetLBSService()) {
-                   EXPECT_TRUE(service->Init(settings_));
-                   service->Update(kEMAddressFamilyAny, false);
-                   service->Update(kEMAddressFamilyAny, true);
-                   char host[kLinkAddressBufferSize] = {};
-                   service->GetLinkAddress(host, nullptr, nullptr);
-                   TextFrom([service](char* out) { service->GetLBSResponse(false, out); });
-                 }
-                 object->SetBusinessToken("v");
-                 object->NotifyNetworkChanged(zo_net::kAddressFamilyIPv4);
-                 object->ReleaseLBSService();
-               }}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  const auto ask_on_another_thread = [] {
+    IZOTarvelObject* const object = GetTarvelObject(1);
+    if (object == nullptr) return;
+    std::thread([service = object->GetLBSService()] {
+      if (service == nullptr) return;
+      service->GetLinkCount();
+      service->GetCurrentLinkAddress(nullptr, nullptr, nullptr);
+    }).join();
+  };
+  const auto do_all_else = [this] {
+    EXPECT_EQ(StartTarvelEnvironment(environment_settings_), 0);
+    IZOTarvelObject* const object = GetTarvelObject(1);
+    if (object == nullptr) return;
+    if (IZOTarvelLBSService* const service = object->GetLBSService()) {
+      UseAll(object, service);
+      service->Update(kEMAddressFamilyAny, true);
+      TextFrom(&IZOTarvelLBSService::GetLBSResponse, service, false);
+    }
+    object->SetBusinessToken("v");
+    object->ReleaseLBSService();
+  };
+  const std::pair<const char*, std::function<void()>> rows[] = {
+      {"exits", [] { ExitTarvelEnvironment(1); }},
+      {"waits for another thread", ask_on_another_thread},
+      {"does all else", do_all_else}};
+  for (const auto& [name, act] : rows) {
+    SCOPED_TRACE(name);
     int line = 1;
-    while (Live(line, row.act)) ++line;
+    while (Live(line, act)) ++line;
     EXPECT_GT(line, 80);
   }
   life = nullptr;

@@ -53,10 +53,7 @@ class LBSServiceTest : public testing::Test {
   }
 
   // Starts the environment anew, but not the service.
-  void Restart() {
-    environment_.reset();
-    environment_.emplace(environment_settings_);
-  }
+  void Restart() { environment_.emplace(environment_settings_); }
   // Connects `told_` and `sub_answers_` to the service.
   void SetCallbacks() {
     const auto tell = [](std::int32_t code, const char* response, void* user) {
@@ -78,6 +75,13 @@ class LBSServiceTest : public testing::Test {
     RunAllPosted();
   }
 
+  // Starts the service and an update that the server doesn't answer yet.
+  void BeginUpdate() {
+    Init();
+    ServeHeld("networkType=0");
+    service()->Update(kEMAddressFamilyAny, true);
+    EXPECT_TRUE(asked_.Await());
+  }
   // Forces an update, and waits for its end.
   std::string Update() {
     service()->Update(kEMAddressFamilyIPv4, true);

@@ -69,15 +69,14 @@ TEST_F(LBSCacheTest, AsksInTimeWhateverFileClockAndAnswerSay) {
     SCOPED_TRACE(row.expire_time + " at " + std::to_string(row.clock) + row.ttl);
     wall_clock_ = row.clock;
     StartWithCache("expire_time", row.expire_time);
-    EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
     Serve({Answer("fresh", row.ttl)});
     EXPECT_EQ(Update(), "200 " + Answer("fresh", row.ttl));
     EXPECT_EQ(Cache().at("expire_time"), std::to_string(row.clock + row.lifetime));
     EXPECT_TRUE(RecordedLog::Await("[lbs]UpdateLBS set updatting = false"));
-    const std::string begin = "[lbs][lbs cache] update lbs after ";
-    const std::vector<std::string> delays = RecordedLog::Texts(begin);
-    EXPECT_EQ(delays.at(0), begin + std::to_string(row.update_after) + " ms");
-    EXPECT_EQ(delays.at(1), begin + std::to_string(row.next_update_after) + " ms");
+    const auto delays = RecordedLog::Texts("[lbs][lbs cache] update lbs after ");
+    EXPECT_EQ(delays.at(0) + delays.at(1).substr(16),
+              "[lbs][lbs cache] update lbs after " + std::to_string(row.update_after) +
+                  " ms update lbs after " + std::to_string(row.next_update_after) + " ms");
   }
   StartWithCache("expire_time", "0");
   TakeTold();
@@ -200,7 +199,6 @@ TEST_F(LBSCacheTest, LeavesAWholeAnswerWheneverItIsKilled) {
     EXPECT_EQ(Cache().at("lbs_rsp"), Answer(name, padding));
     Init();
     EXPECT_EQ(Name(), name);
-    EXPECT_EQ(NextLink(), "192.0.2.1 81 1");
   }
 }
 #endif

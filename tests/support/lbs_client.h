@@ -176,8 +176,7 @@ class LBSServiceTest : public testing::Test {
   const test_support::TempDirectory directory_;
   test_support::Mailbox<std::string> told_;  // "code response" of the updates that have ended.
   test_support::Mailbox<std::string> sub_answers_;  // "code url body" of the answers.
-  test_support::Event asked_;
-  test_support::Event may_answer_;
+  test_support::Event asked_, may_answer_;          // See ServeHeld.
   _ZOTarvelEnvironmentSettings environment_settings_ = test_support::AgentSettings();
   _ZOTarvelLBSSettings settings_;
   std::optional<test_support::HttpServer> server_{std::in_place};

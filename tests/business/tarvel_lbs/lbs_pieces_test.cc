@@ -66,14 +66,13 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
   // Members of "common", and the fields that differ from those of an empty one.
   const std::pair<std::string, Fields> rows[] = {
       {"", {{"ttl", "43200"}, {"report", "on " + host + " 10 60000 10000"}}},
-      {R"("link": ["1.2.3.4:65535", "[2001:db8::1]:2", "n:65536", "n:99999999999999999999", "[::1"])",
+      {R"("link": ["1.2.3.4:65535", "[2001:db8::1]:2", "n:65536", "n:99999999999999999999",
+          "[::1"])",
        {{"link", "1.2.3.4 65535 1, [2001:db8::1] 2 2, n 0 0, n 0 0, [::1 0 0, "}}},
       {R"("lbs.backup": ["v", 1], "zeb": [{"k": 1}])",
        {{"backup", R"(["v", ""])"}, {"zeb", R"([{"k": 1}])"}}},
       // Wrong types, and invalid UTF-8.
-      {R"("link": "a:1", "lbs.backup": "v", "name": {}, "desc": null,
-          "ttl": "60", "report": [])",
-       {}},
+      {R"("link": "a:1", "lbs.backup": "v", "desc": null, "ttl": "60", "report": [])", {}},
       {"\"name\": \"a\xc3\", \"zeb\": [\"\xed\xa0\x80\"], \"desc\": \"\xf0\x9f\x99\x82\"",
        {{"desc", "\xf0\x9f\x99\x82"}}},
       {R"("msg.stat.enable": true)", {{"stat", "on"}}},
@@ -86,7 +85,8 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
       {R"("report": {"host": "http://s", "apierror": {"on": false, "threshold":
           {"count": 3, "time": 4, "min_delay": 2147483647}}})",
        {{"report", "off http://s 3 4 2147483647000"}}},
-      {R"("report": {"host": "s:443", "apierror": {"on": 1, "threshold": {"count": "3", "time": 4}}})",
+      {R"("report": {"host": "s:443", "apierror": {"on": 1, "threshold":
+          {"count": "3", "time": 4}}})",
        {{"report", "off https://s:443 0 4 10000"}}},
   };
   for (auto [members, expected] : rows) {
@@ -159,11 +159,13 @@ TEST(UpdateRequestTest, AsksTheUrlsThatFitFamilyAndScheme) {
     std::strcpy(record.lbs_main_addr, "https://main/");
     record.addr_family = row.family;
     record.sreq_timeout_ms = row.only_https ? 0 : 1;
+    record.sreq_pred_fail_time_ms = 300;
     LBSSettings settings;
     settings.Assign(record, config.get());
     const UpdateRequest update(static_cast<zo_net::AddressFamily>(row.family), "");
     const auto request = update.ToHttpRequest(row.urls, "", settings, *config);
     EXPECT_EQ(request.time_out, row.only_https ? 3'000 : 1'000);
+    EXPECT_EQ(request.multiple_time_out, row.only_https ? 200 : 300);
     Texts entries;
     for (const UrlEntry& entry : request.urls) {
       const std::string& url = entry.url.text();
@@ -212,8 +214,7 @@ TEST(HostChooserTest, HandsOutItsListThenADefault) {
   }
 }
 
-class CountTimerInvokerTest : public testing::Test {
- protected:
+struct CountTimerInvokerTest : testing::Test {
   CountTimerInvokerTest() { thread_->Start(); }
 
   static constexpr std::int32_t kSpan = 20;  // Milliseconds.

@@ -145,7 +145,7 @@ TEST_F(LBSServiceTest, ServesManyThreadsWhileAnswersComeIn) {
   std::vector<std::jthread> threads;
   for (int thread = 0; thread < 4; ++thread) threads.emplace_back(use, thread);
   threads.clear();
-  EXPECT_THAT(TakeTold(), testing::StartsWith("200 "));
+  EXPECT_THAT(Update(), testing::StartsWith("200 "));
   object()->ReleaseLBSService();
   const std::string rsp = Cache().at("lbs_rsp");
   EXPECT_THAT(rsp, testing::HasSubstr(R"("name":")" + Cache().at("name").get<std::string>()));
@@ -222,7 +222,7 @@ class LogFunctionTest : public LBSServiceTest {
 };
 
 TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
-  const std::function<void()> exit = [] { ExitTarvelEnvironment(1); };
+  const std::function<void()> exit_once = [] { ExitTarvelEnvironment(1); };
   const std::function<void()> do_all_else = [this] {
     EXPECT_EQ(StartTarvelEnvironment(environment_settings_), 0);
     IZOTarvelObject* const object = GetTarvelObject(1);
@@ -236,7 +236,7 @@ TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
     object->SetBusinessToken("v");
     object->ReleaseLBSService();
   };
-  for (const std::function<void()>& act : {exit, do_all_else}) {
+  for (const std::function<void()>& act : {exit_once, do_all_else}) {
     int line = 1;
     while (Live(line, act)) ++line;
     EXPECT_GT(line, 80);

@@ -9,10 +9,9 @@ namespace {
 using namespace test_support;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
-using testing::StartsWith;
 
 TEST_F(LBSServiceTest, AsksAgainForAnotherTokenOrFamily) {
+  // A host name: it suits both families.
   std::strcpy(settings_.lbs_main_addr, server_->url(kPath).replace(7, 9, "localhost").c_str());
   ServeHeld("networkType=0");
   Init();
@@ -70,7 +69,7 @@ TEST_F(LBSServiceTest, WalksThroughItsUrlsAndOutlivesTheirFailure) {
       "?k=a%20b%26c%3Dd%2F%C3%A9%2B%25%2D&id=u%3A1%7E&sv=42&pv=5&tp=7&networkType=0 ";
   EXPECT_THAT(
       sub_answers_.TakeAll(),
-      ElementsAre(StartsWith("0 " + dead + query), "200 " + url_ + query + fresh,
+      ElementsAre(testing::StartsWith("0 " + dead + query), "200 " + url_ + query + fresh,
                   "200 " + url_ + query + "not good",
                   "200 " + other.url(kPath) + query + Answer("other"),
                   "200 " + url_ + query + "not good", "503 " + other.url(kPath) + query + "busy"));
@@ -79,7 +78,8 @@ TEST_F(LBSServiceTest, WalksThroughItsUrlsAndOutlivesTheirFailure) {
   EXPECT_EQ(requests[0].header("X-VELDRIN-APPKEY"), "a b&c=d/\xC3\xA9+%-");
   EXPECT_EQ(requests[0].header("X-VELDRIN-SDKVER"), "1.2.3_7_42");
   const std::string trace_id = requests[0].header("X-VELDRIN-TRACE-ID");
-  EXPECT_THAT(trace_id, MatchesRegex("[0-9a-f]{16}-[0-9a-f]{8}(-[0-9a-f]{4}){2}-[0-9a-f]{12}"));
+  EXPECT_THAT(trace_id,
+              testing::MatchesRegex("[0-9a-f]{16}-[0-9a-f]{8}(-[0-9a-f]{4}){2}-[0-9a-f]{12}"));
   EXPECT_NE(requests[1].header("X-VELDRIN-TRACE-ID").substr(16), trace_id.substr(16));
 }
 
@@ -142,12 +142,13 @@ TEST_F(LBSServiceTest, AsksOnceForMoreWhenLinksAreUsedUp) {
   Update();
   ServeHeld();
   for (const std::string& link : {round[0], round[1], round[2], round[3], round[0]}) {
-    EXPECT_EQ(NextLink(), link);  // The last one is a default, and has a fresh list asked for.
+    EXPECT_EQ(NextLink(), link);  // The fourth is a default, and has a fresh list asked for.
     service()->OnCurrentLinkConnectSucceed("192.0.2.1", 81);
   }
   EXPECT_EQ(NextLink(kEMAddressFamilyIPv6), round[1]);
   EXPECT_EQ(NextLink(kEMAddressFamilyIPv6), round[2]);
-  EXPECT_EQ(NextLink(kEMAddressFamilyIPv6), "192.0.2.9 9 1");  // The default of the settings.
+  // The default of the settings. An update is under way already.
+  EXPECT_EQ(NextLink(kEMAddressFamilyIPv6), "192.0.2.9 9 1");
   EXPECT_EQ(NextLink(), round[0]);
   may_answer_.Set();
   TakeTold();

@@ -14,7 +14,6 @@ namespace zo_tarvel {
 namespace {
 
 using namespace test_support;
-using testing::AnyOf;
 
 TEST_F(LBSServiceTest, AReleaseAwaitsTheClientsFunctionAndLeavesNothingBehind) {
   const auto anybody_is_connected = [] {
@@ -132,10 +131,10 @@ TEST_F(LBSServiceTest, ServesManyThreadsWhileAnswersComeIn) {
   const auto use = [this](int thread) {
     for (int round = 0; round < 200; ++round) {
       EXPECT_THAT(NextLink(static_cast<EMAddressFamily>(round % 3)),
-                  AnyOf("192.0.2.1 81 1", "[2001:db8::2] 82 2", "link.test 83 0", "192.0.2.99 99 1",
-                        "192.0.2.9 9 1"));
+                  testing::AnyOf("192.0.2.1 81 1", "[2001:db8::2] 82 2", "link.test 83 0",
+                                 "192.0.2.99 99 1", "192.0.2.9 9 1"));
       EXPECT_EQ(service()->GetLinkCount(), 3);
-      EXPECT_THAT(Name(), AnyOf("a", "b", "c"));
+      EXPECT_THAT(Name(), testing::AnyOf("a", "b", "c"));
       UseAll(object(), service());
       service()->Update(kEMAddressFamilyAny, round % 20 == thread);
       SetCallbacks();

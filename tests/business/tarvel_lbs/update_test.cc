@@ -35,11 +35,12 @@ TEST_F(LBSServiceTest, AsksAgainForAnotherTokenOrFamily) {
   service()->SetRequestErrorCollector(
       [](void* user, auto*) { static_cast<IZOTarvelObject*>(user)->SetBusinessToken("newest"); },
       object());
-  EXPECT_EQ(Update(), "200 " + Answer("others"));
+  Serve({Answer("new"), Answer("newest")});
+  EXPECT_EQ(Update(), "200 " + Answer("newest"));
   EXPECT_EQ(server_->requests().size(), 5U);
   RunAllPosted();
   EXPECT_THAT(told_.TakeAll(), IsEmpty());
-  EXPECT_EQ(Cache().at("lbs_rsp"), Answer("others"));
+  EXPECT_EQ(Cache().at("lbs_rsp"), Answer("newest"));
 }
 
 TEST_F(LBSServiceTest, WalksThroughItsUrlsAndOutlivesTheirFailure) {

@@ -7,14 +7,16 @@
 #include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "base/thread/task_thread.h"
 #include "base/thread/thread_info.h"
+#include "business/tarvel_lbs/tarvel_lbs_service.h"
+#include "tarvel/environment/lbs_service_factory.h"
 #include "tests/support/agent_environment.h"
 #include "tests/support/event.h"
 #include "tests/support/http_server.h"
@@ -24,22 +26,21 @@
 namespace zo_tarvel {
 
 inline constexpr char kPath[] = "/lbs/conf.jsp";
-inline constexpr char kDeadUrl[] = "http://127.0.0.1:1/lbs/conf.jsp";  // Nobody listens there.
+inline constexpr std::int64_t kNow = 1'700'000'000'000;
 
-using Getter = void (IZOTarvelLBSService::*)(char*);
 using LinkGetter = bool (IZOTarvelLBSService::*)(char*, std::int32_t*, EMAddressFamily*);
 
-// A client of the service with its own files, server and environment. The environment has no
+// A client of the service with its own files, server, clock and environment. The environment has no
 // token, so the service sends no request until a test tells it to.
 class LBSServiceTest : public testing::Test {
  public:
   LBSServiceTest() {
+    SetLBSServiceFactory([]() -> std::shared_ptr<IZOTarvelLBSService> {
+      return std::make_shared<ZOTarvelLBSServiceImpl>([] { return wall_clock_.load(); });
+    });
+    wall_clock_ = kNow;
     std::strcpy(environment_settings_.appdata_path, directory_.path().c_str());
-    environment_settings_.sv = 42;
-    environment_settings_.pv = 5;
-    environment_settings_.client_type = 7;
-    std::strcpy(environment_settings_.business_version, "1.2.3");
-    SetUrls({url_});
+    std::strcpy(settings_.lbs_main_addr, url_.c_str());
     std::strcpy(settings_.default_link, "192.0.2.9:9");
     settings_.addr_family = kEMAddressFamilyIPv4;
     settings_.sreq_timeout_ms = 30'000;
@@ -52,10 +53,7 @@ class LBSServiceTest : public testing::Test {
   }
 
   // Starts the environment anew, but not the service.
-  void Restart() {
-    environment_.reset();
-    environment_.emplace(environment_settings_);
-  }
+  void Restart() { environment_.emplace(environment_settings_); }
   // Connects `told_` and `sub_answers_` to the service.
   void SetCallbacks() {
     const auto tell = [](std::int32_t code, const char* response, void* user) {
@@ -76,17 +74,17 @@ class LBSServiceTest : public testing::Test {
     EXPECT_TRUE(service()->Init(settings_));
     RunAllPosted();
   }
-  // The main URL, then the backups.
-  void SetUrls(const std::vector<std::string>& urls) {
-    std::strcpy(settings_.lbs_main_addr, urls.at(0).c_str());
-    for (std::size_t i = 1; i < urls.size(); ++i) {
-      std::strcpy(settings_.lbs_backup_addrs[i - 1], urls[i].c_str());
-    }
-  }
 
+  // Starts the service and an update that the server doesn't answer yet.
+  void BeginUpdate() {
+    Init();
+    ServeHeld("networkType=0");
+    service()->Update(kEMAddressFamilyAny, true);
+    EXPECT_TRUE(asked_.Await());
+  }
   // Forces an update, and waits for its end.
-  std::string Update(EMAddressFamily family = kEMAddressFamilyIPv4) {
-    service()->Update(family, true);
+  std::string Update() {
+    service()->Update(kEMAddressFamilyIPv4, true);
     return TakeTold();
   }
   // Waits until an update has been told of and has ended.
@@ -97,41 +95,52 @@ class LBSServiceTest : public testing::Test {
   }
   // Waits until the tasks that were posted to the service's thread have run.
   void RunAllPosted() {
-    auto* const thread = dynamic_cast<zo_base::TaskThread*>(service());
     for (int i = 0; i < 2; ++i) {  // These tasks may post others.
       const auto done = std::make_shared<test_support::Event>();
-      thread->PostTask([done] { done->Set(); });
+      dynamic_cast<zo_base::TaskThread*>(service())->PostTask([done] { done->Set(); });
       EXPECT_TRUE(done->Await());
     }
   }
 
   IZOTarvelObject* object() { return GetTarvelObject(1); }
   IZOTarvelLBSService* service() { return object()->GetLBSService(); }
-  template <class F>
-  static std::string TextFrom(F getter) {
+  // What the function of `call`, its object and first arguments, writes into a buffer.
+  template <class... Call>
+  static std::string TextFrom(Call... call) {
     std::vector<char> out(kLBSTextBufferSize);
-    getter(out.data());
+    std::invoke(call..., out.data());
     return out.data();
-  }
-  std::string TextFrom(Getter getter) {
-    return TextFrom([&](char* out) { (service()->*getter)(out); });
   }
   // Waits for an update under way unless `no_wait`.
   std::string Response(bool no_wait = false) {
-    return TextFrom([&](char* out) { service()->GetLBSResponse(no_wait, out); });
+    return TextFrom(&IZOTarvelLBSService::GetLBSResponse, service(), no_wait);
   }
+  std::string Name() { return TextFrom(&IZOTarvelLBSService::GetName, service()); }
   // A link address as "host port family".
-  std::string LinkOf(LinkGetter getter, EMAddressFamily family) {
+  std::string NextLink(EMAddressFamily family = kEMAddressFamilyAny,
+                       LinkGetter getter = &IZOTarvelLBSService::GetLinkAddress) {
     char host[kLinkAddressBufferSize] = {};
     std::int32_t port = -1;
     if (!(service()->*getter)(host, &port, &family)) return "none";
     return host + (" " + std::to_string(port)) + " " + std::to_string(family);
   }
-  std::string NextLink(EMAddressFamily wish = kEMAddressFamilyAny) {
-    return LinkOf(&IZOTarvelLBSService::GetLinkAddress, wish);
-  }
   std::string CurrentLink() {
-    return LinkOf(&IZOTarvelLBSService::GetCurrentLinkAddress, kEMAddressFamilyAny);
+    return NextLink(kEMAddressFamilyAny, &IZOTarvelLBSService::GetCurrentLinkAddress);
+  }
+  // Calls all operations of these but the release.
+  void UseAll(IZOTarvelObject* object, IZOTarvelLBSService* service) {
+    service->SetLBSCallback(nullptr, nullptr);
+    service->SetAccIDGetter(nullptr, nullptr);
+    service->SetRequestErrorCollector(nullptr, nullptr);
+    EXPECT_TRUE(service->Init(settings_));
+    service->Update(kEMAddressFamilyAny, false);
+    service->GetLinkAddress(nullptr, nullptr, nullptr);
+    service->GetCurrentLinkAddress(nullptr, nullptr, nullptr);
+    service->GetLinkCount();
+    _ZOTarvelMsgStatInfo info;
+    service->GetMsgStatInfo(&info);
+    object->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
+    object->GetLBSService();
   }
 
   // A good answer of this name whose "lbs" is the server. `more` goes into "common".
@@ -140,34 +149,34 @@ class LBSServiceTest : public testing::Test {
            R"("link.default":["192.0.2.99:99"],"lbs":")" +
            url_ + R"(",)" + more + R"("name":")" + name + R"("}})";
   }
-  static test_support::ServerAnswer GoodAnswer(const std::string& text) { return {200, {}, text}; }
   // The server answers with each of `texts` once, and then always with the last.
   void Serve(std::vector<std::string> texts) {
     const auto next = std::make_shared<std::atomic<std::size_t>>(0);
     server_->Answer(kPath, [texts = std::move(texts), next](auto&&) {
-      return GoodAnswer(texts[std::min(next->fetch_add(1), texts.size() - 1)]);
+      return test_support::ServerAnswer{.body =
+                                            texts[std::min(next->fetch_add(1), texts.size() - 1)]};
     });
   }
-  // The server sets `asked_` at a request with `query`, and answers `text` after `may_answer_`.
+  // The server sets `asked_` at a request with `query`, and answers "held" after `may_answer_`.
   // Other requests get the answer "others" at once.
-  void ServeHeld(const std::string& text, const std::string& query = "") {
-    server_->Answer(kPath, [this, text, query](const test_support::SeenRequest& seen) {
-      if (seen.target.find(query) == std::string::npos) return GoodAnswer(Answer("others"));
-      asked_.Set();
-      EXPECT_TRUE(may_answer_.Await());
-      return GoodAnswer(text);
+  void ServeHeld(const std::string& query = "") {
+    server_->Answer(kPath, [this, query](const test_support::SeenRequest& seen) {
+      const bool is_held = seen.target.find(query) != std::string::npos;
+      if (is_held) asked_.Set();
+      EXPECT_TRUE(!is_held || may_answer_.Await());
+      return test_support::ServerAnswer{.body = Answer(is_held ? "held" : "others")};
     });
   }
   std::string CachePath() const { return GetConfig()->appdata_path() + "lbs/lbs.data"; }
-  std::string Cached(const std::string& key) const {  // The value in the file.
-    return nlohmann::json::parse(test_support::ReadFile(CachePath())).at(key);
+  nlohmann::json Cache() const {
+    return nlohmann::json::parse(test_support::ReadFile(CachePath()));
   }
 
+  static inline std::atomic<std::int64_t> wall_clock_;
   const test_support::TempDirectory directory_;
   test_support::Mailbox<std::string> told_;  // "code response" of the updates that have ended.
   test_support::Mailbox<std::string> sub_answers_;  // "code url body" of the answers.
-  test_support::Event asked_;
-  test_support::Event may_answer_;
+  test_support::Event asked_, may_answer_;          // See ServeHeld.
   _ZOTarvelEnvironmentSettings environment_settings_ = test_support::AgentSettings();
   _ZOTarvelLBSSettings settings_;
   std::optional<test_support::HttpServer> server_{std::in_place};

@@ -1,81 +1,40 @@
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <deque>
 #include <filesystem>
 #include <thread>
 
+#include "base/thread/library_call.h"
 #include "tests/support/child_process.h"
 #include "tests/support/lbs_client.h"
 
-// Releases, exits, and many threads at once.
+// Releases, exits, forks, many threads at once, and calls out of the client's log function.
 namespace zo_tarvel {
 namespace {
 
 using namespace test_support;
-using testing::AnyOf;
 
-bool AnybodyIsConnected() {
-  return GetConfig()->HasConnections(SIG_NetworkChanged) ||
-         GetConfig()->HasConnections(SIG_BusinessTokenChanged);
-}
-
-class LBSLifeCycleTest : public LBSServiceTest {
- protected:
-  LBSLifeCycleTest() { GetConfig()->Disconnect(SIG_NetworkChanged); }  // Of the agent.
-
-  // Starts the service and an update that the server doesn't answer yet.
-  void BeginUpdate() {
-    Init();
-    ServeHeld(Answer("late"));
-    service()->Update(kEMAddressFamilyAny, true);
-    EXPECT_TRUE(asked_.Await());
-  }
-  // A callback that is running holds the service strongly.
-  void RunAllPostedToTheAgent() {
-    Event done;
-    MultipleURLHttpRequest request;
-    request.result_callback = [&](auto&&...) { done.Set(); };
-    environment_->InvokeHttpRequest(request, true);
-    EXPECT_TRUE(done.Await());
-  }
-  void ExpectThatTheNextServiceWorks() {
-    Serve({Answer("fresh")});
-    Init();
-    EXPECT_EQ(TextFrom(&IZOTarvelLBSService::GetDesc), "generated locally");
-    EXPECT_EQ(Update(), "200 " + Answer("fresh"));
-    EXPECT_THAT(told_.TakeAll(), testing::IsEmpty());
-  }
-};
-
-TEST_F(LBSLifeCycleTest, AnAnswerAfterTheReleaseReachesNobody) {
+TEST_F(LBSServiceTest, AReleaseAwaitsTheClientsFunctionAndLeavesNothingBehind) {
+  const auto anybody_is_connected = [] {
+    return GetConfig()->HasConnections(SIG_NetworkChanged) ||
+           GetConfig()->HasConnections(SIG_BusinessTokenChanged);
+  };
+  GetConfig()->Disconnect(SIG_NetworkChanged);  // Of the agent.
   BeginUpdate();
-  EXPECT_TRUE(AnybodyIsConnected());
+  EXPECT_TRUE(anybody_is_connected());
+  settings_.addr_family = kEMAddressFamilyIPv6;  // The others of these updates are answered.
+  for (int cycle = 0; cycle < 50; ++cycle) {
+    object()->ReleaseLBSService();
+    SetCallbacks();
+    EXPECT_TRUE(service()->Init(settings_));  // The thread may not have begun yet.
+    if (cycle % 2 == 0) RunAllPosted();
+    service()->Update(kEMAddressFamilyAny, cycle % 3 == 0);
+    object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
+  }
   object()->ReleaseLBSService();
-  EXPECT_FALSE(AnybodyIsConnected());
-  may_answer_.Set();
-  EXPECT_TRUE(RecordedLog::Await("[lbs] Check response strong_this == nullptr"));
-  ExpectThatTheNextServiceWorks();
-}
+  told_.TakeAll();
 
-TEST_F(LBSLifeCycleTest, AnExitEndsTheWaitForAnUpdate) {
-  BeginUpdate();
-  RunAllPosted();  // The task that sent the request owns the service no longer.
-  IZOTarvelLBSService* const waited_for = service();
-  const std::weak_ptr<zo_base::BaseThread> owners =
-      dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();
-  const auto owners_before = owners.use_count();
-  std::thread waiting(
-      [waited_for] { TextFrom([&](char* out) { waited_for->GetLBSResponse(false, out); }); });
-  while (owners.use_count() <= owners_before) std::this_thread::yield();  // Not waiting yet.
-  environment_->Exit();
-  waiting.join();
-  may_answer_.Set();
-  Restart();
-  ExpectThatTheNextServiceWorks();
-}
-
-TEST_F(LBSLifeCycleTest, AReleaseWaitsForTheClientsFunction) {
   static std::atomic<bool> left;
   left = false;
   const auto take_time = [](void* entered, const RequestErrorRecord*) {
@@ -83,120 +42,100 @@ TEST_F(LBSLifeCycleTest, AReleaseWaitsForTheClientsFunction) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     left = true;
   };
-  Serve({Answer("fresh")});
   Init();
-  service()->SetRequestErrorCollector(take_time, &asked_);
+  Event entered;
+  service()->SetRequestErrorCollector(take_time, &entered);
   service()->Update(kEMAddressFamilyAny, true);
-  EXPECT_TRUE(asked_.Await());
+  EXPECT_TRUE(entered.Await());
   object()->ReleaseLBSService();
   EXPECT_TRUE(left);
-  RunAllPostedToTheAgent();
+
+  RecordedLog::Clear();
+  may_answer_.Set();
+  EXPECT_TRUE(RecordedLog::Await("[lbs] Check response strong_this == nullptr"));
+  Event done;  // A callback that is running holds the service strongly.
+  MultipleURLHttpRequest request;
+  request.result_callback = [&](auto&&...) { done.Set(); };
+  environment_->InvokeHttpRequest(request, true);
+  EXPECT_TRUE(done.Await());
+  EXPECT_FALSE(anybody_is_connected());
   EXPECT_THAT(told_.TakeAll(), testing::IsEmpty());
 }
 
-TEST_F(LBSLifeCycleTest, ManyReleasesLeaveNoConnectionsBehind) {
-  Serve({Answer("fresh")});
-  for (int cycle = 0; cycle < 50; ++cycle) {
-    SetCallbacks();
-    EXPECT_TRUE(service()->Init(settings_));  // The thread may not have begun yet.
-    if (cycle % 2 == 0) RunAllPosted();
-    service()->Update(kEMAddressFamilyAny, cycle % 3 == 0);
-    object()->NotifyNetworkChanged(static_cast<zo_net::AddressFamily>(cycle % 3));
-    object()->ReleaseLBSService();
-  }
-  RunAllPostedToTheAgent();
-  EXPECT_FALSE(AnybodyIsConnected());
-  Init();
-  EXPECT_EQ(Update(), "200 " + Answer("fresh"));
+TEST_F(LBSServiceTest, AnExitEndsTheWaitForAnUpdate) {
+  BeginUpdate();
+  RunAllPosted();  // The task that sent the request owns the service no longer.
+  IZOTarvelLBSService* const waited_for = service();
+  const std::weak_ptr<zo_base::BaseThread> owners =
+      dynamic_cast<zo_base::BaseThread&>(*waited_for).shared_from_this<zo_base::BaseThread>();
+  const auto owners_before = owners.use_count();
+  std::thread waiting(
+      [waited_for] { TextFrom(&IZOTarvelLBSService::GetLBSResponse, waited_for, false); });
+  while (owners.use_count() <= owners_before) std::this_thread::yield();  // Not waiting yet.
+  environment_->Exit();
+  waiting.join();
+  may_answer_.Set();
 }
 
 // The fork happens during any operation, and during an update that never ends in the child.
-TEST_F(LBSLifeCycleTest, NoOperationHangsInAForkedChild) {
+TEST_F(LBSServiceTest, NoOperationHangsInAForkedChild) {
   BeginUpdate();
   IZOTarvelObject* const object = this->object();
   IZOTarvelLBSService* const service = this->service();
-  const auto use = [this, object, service] {
-    service->SetLBSCallback(nullptr, nullptr);
-    service->SetAccIDGetter(nullptr, nullptr);
-    service->SetRequestErrorCollector(nullptr, nullptr);
-    EXPECT_TRUE(service->Init(settings_));
-    service->Update(kEMAddressFamilyAny, false);
-    service->GetLinkAddress(nullptr, nullptr, nullptr);
-    service->GetCurrentLinkAddress(nullptr, nullptr, nullptr);
-    service->GetLinkCount();
-    _ZOTarvelMsgStatInfo info;
-    service->GetMsgStatInfo(&info);
-    object->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6);
-    object->GetLBSService();
-  };
-  std::atomic<bool> is_over{false};
-  std::jthread busy([&] {
-    while (!is_over) use();
+  std::jthread busy([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) UseAll(object, service);
   });
   for (int i = 0; i < 20; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_GOOD_CHILD([&]() -> int {
       alarm(10);
-      use();
-      TextFrom([service](char* out) { service->GetLBSResponse(false, out); });
+      UseAll(object, service);
+      TextFrom(&IZOTarvelLBSService::GetLBSResponse, service, false);
       object->ReleaseLBSService();
       _exit(0);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    });
   }
-  is_over = true;
   may_answer_.Set();
 }
 
 #ifndef __SANITIZE_THREAD__  // TSan supports no threads in a child of a process with threads.
-TEST(LBSThreadsTest, NeverHangsWithoutThreadsAndRecoversWithThem) {
-  HttpServer server;
-  const std::string fresh = R"({"common":{"link":["a:1"],"link.default":["a:1"],"lbs":"ftp:"}})";
-  server.Answer(kPath, [&](auto&&) { return LBSServiceTest::GoodAnswer(fresh); });
+TEST_F(LBSServiceTest, NeverHangsWithoutThreadsAndRecoversWithThem) {
+  environment_.reset();
+  std::filesystem::permissions(directory_.path(), std::filesystem::perms::all);
   for (rlim_t threads = 1; threads <= 6; ++threads) {  // The main thread and 0 to 5 more.
-    const TempDirectory directory;
-    std::filesystem::permissions(directory.path(), std::filesystem::perms::all);
+    const std::string fresh = Answer(std::to_string(threads));
+    Serve({fresh});
     EXPECT_GOOD_CHILD([&] {
-      _ZOTarvelEnvironmentSettings environment = TestSettings();
-      std::strcpy(environment.appdata_path, directory.path().c_str());
-      std::strcpy(environment.business_token, "token");
-      _ZOTarvelLBSSettings settings;
-      std::strcpy(settings.lbs_main_addr, server.url(kPath).c_str());
       rlimit limit{threads, 100};  // Counted for this user alone, who isn't root.
       if (setrlimit(RLIMIT_NPROC, &limit) != 0 || setuid(54'321) != 0) return kNotPermitted;
-      StartTarvelEnvironment(environment);
-      IZOTarvelLBSService* const service = GetTarvelObject(1)->GetLBSService();
-      service->Init(settings);
-      const auto updated = [service] {
-        service->Update(kEMAddressFamilyAny, true);
-        return LBSServiceTest::TextFrom([&](char* out) { service->GetLBSResponse(false, out); });
+      Restart();
+      service()->Init(settings_);
+      const auto updated = [this] {
+        service()->Update(kEMAddressFamilyAny, true);
+        return Response();
       };
       EXPECT_TRUE(updated() != fresh || threads > 1);
       limit.rlim_cur = limit.rlim_max;
       EXPECT_EQ(setrlimit(RLIMIT_NPROC, &limit), 0);
       EXPECT_EQ(updated(), fresh);
-      ExitTarvelEnvironment(1);
+      environment_.reset();
       return 0;
     });
   }
 }
 #endif
 
-TEST_F(LBSLifeCycleTest, ServesManyThreadsWhileAnswersComeIn) {
+TEST_F(LBSServiceTest, ServesManyThreadsWhileAnswersComeIn) {
   Serve({Answer("a"), Answer("b", R"("ttl":10,)"), Answer("c", R"("zebdl":"c",)")});
   Init();
   Update();
   const auto use = [this](int thread) {
     for (int round = 0; round < 200; ++round) {
       EXPECT_THAT(NextLink(static_cast<EMAddressFamily>(round % 3)),
-                  AnyOf("192.0.2.1 81 1", "[2001:db8::2] 82 2", "link.test 83 0", "192.0.2.99 99 1",
-                        "192.0.2.9 9 1"));
+                  testing::AnyOf("192.0.2.1 81 1", "[2001:db8::2] 82 2", "link.test 83 0",
+                                 "192.0.2.99 99 1", "192.0.2.9 9 1"));
       EXPECT_EQ(service()->GetLinkCount(), 3);
-      EXPECT_THAT(TextFrom(&IZOTarvelLBSService::GetName), AnyOf("a", "b", "c"));
-      _ZOTarvelMsgStatInfo info;
-      service()->GetMsgStatInfo(&info);
+      EXPECT_THAT(Name(), testing::AnyOf("a", "b", "c"));
+      UseAll(object(), service());
       service()->Update(kEMAddressFamilyAny, round % 20 == thread);
       SetCallbacks();
       if (round % 50 == thread) Response();
@@ -205,11 +144,152 @@ TEST_F(LBSLifeCycleTest, ServesManyThreadsWhileAnswersComeIn) {
   std::vector<std::jthread> threads;
   for (int thread = 0; thread < 4; ++thread) threads.emplace_back(use, thread);
   threads.clear();
-  EXPECT_THAT(TakeTold(), testing::StartsWith("200 "));
+  EXPECT_THAT(Update(), testing::StartsWith("200 "));
   object()->ReleaseLBSService();
-  RunAllPostedToTheAgent();
-  const std::string name = Cached("name");
-  EXPECT_EQ(nlohmann::json::parse(Cached("lbs_rsp")).at("common").at("name"), name);
+  const std::string rsp = Cache().at("lbs_rsp");
+  EXPECT_THAT(rsp, testing::HasSubstr(R"("name":")" + Cache().at("name").get<std::string>()));
+}
+
+// --- In the log function ---
+
+// Acts once, at the line of this number or at the first allowed one after it: no other thread of
+// the client may be in a call while the library frees what that call uses.
+struct Life {
+  std::function<void()> act;
+  int act_at = 0;
+  const std::thread::id client = std::this_thread::get_id();
+  std::atomic<int> lines{0};
+  std::mutex call;  // Held by the client in a call, and by another thread that acts.
+  std::atomic<bool> has_acted{false};
+  std::atomic<bool> is_over{false};  // All put-off calls have been carried out.
+};
+std::atomic<Life*> life{nullptr};
+
+void ActAtItsLine(const char*) {
+  Life* const now = life;
+  if (now == nullptr || ++now->lines < now->act_at) return;
+  std::unique_lock<std::mutex> no_call(now->call, std::defer_lock);
+  if (std::this_thread::get_id() != now->client && !no_call.try_lock()) return;
+  if (now->has_acted.exchange(true)) return;
+  now->act();
+  zo_base::RunAfterLibraryCall([now] { now->is_over = true; });
+}
+
+class LogFunctionTest : public LBSServiceTest {
+ protected:
+  LogFunctionTest() {
+    environment_.reset();
+    environment_settings_.custom_log = ActAtItsLine;
+    std::strcpy(environment_settings_.business_token, "t");
+    Serve({Answer("fresh")});
+  }
+
+  // One call of the client, unless the environment is down. Waits until its consequences have been
+  // logged, so that `act` meets the lines of every thread.
+  void Call(const std::function<void()>& call) {
+    {
+      const std::lock_guard lock(life.load()->call);
+      while (life.load()->has_acted && !life.load()->is_over) std::this_thread::yield();
+      if (GetTarvelObject(1) != nullptr) call();
+    }
+    for (int lines = -1; lines != life.load()->lines;) {
+      lines = life.load()->lines;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
+  // Returns whether there was such a line.
+  bool Live(int act_at, const std::function<void()>& act) {
+    life = &lives_.emplace_back();
+    life.load()->act = act;
+    life.load()->act_at = act_at;
+    StartTarvelEnvironment(environment_settings_);
+    Call([this] { service()->SetAccIDGetter([](void*, char* id) { *id = 'i'; }, nullptr); });
+    Call([this] { service()->Init(settings_); });
+    Call([this] { service()->Update(kEMAddressFamilyAny, true); });
+    Call([this] { Response(); });
+    Call([this] { object()->NotifyNetworkChanged(zo_net::kAddressFamilyIPv6); });
+    Call([this] { object()->SetBusinessToken("u"); });
+    for (int i = 0; i < 4; ++i) Call([this] { NextLink(); });
+    Call([this] { service()->Update(kEMAddressFamilyAny, false); });
+    Call([this] { object()->ReleaseLBSService(); });
+    while (GetStorage()->started) ExitTarvelEnvironment(1);
+    return life.load()->has_acted;
+  }
+
+  std::deque<Life> lives_;  // A thread that ended its own environment may still log.
+};
+
+TEST_F(LogFunctionTest, MayCallTheLibraryOutOfEveryLine) {
+  const std::function<void()> exit_once = [] { ExitTarvelEnvironment(1); };
+  const std::function<void()> do_all_else = [this] {
+    EXPECT_EQ(StartTarvelEnvironment(environment_settings_), 0);
+    IZOTarvelObject* const object = GetTarvelObject(1);
+    if (object == nullptr) return;
+    if (IZOTarvelLBSService* const service = object->GetLBSService()) {
+      UseAll(object, service);
+      service->Update(kEMAddressFamilyAny, true);
+      TextFrom(&IZOTarvelLBSService::GetLBSResponse, service, false);
+      std::thread([service] { service->GetCurrentLinkAddress(nullptr, nullptr, nullptr); }).join();
+    }
+    object->SetBusinessToken("v");
+    object->ReleaseLBSService();
+  };
+  for (const std::function<void()>& act : {exit_once, do_all_else}) {
+    int line = 1;
+    while (Live(line, act)) ++line;
+    EXPECT_GT(line, 80);
+  }
+  life = nullptr;
+}
+
+// The log function forks in the middle of a start or an exit. Both processes carry out the rest.
+TEST(ProcessEndTest, ComesInAChildForkedInStartOrExit) {
+  for (const char* const line : {"- start -", "stop all tarvel obj begin", "- exit -"}) {
+    SCOPED_TRACE(line);
+    EXPECT_GOOD_CHILD([line] {
+      static const char* fork_at;
+      static pid_t child = -1;
+      fork_at = line;
+      auto settings = TestSettings();
+      settings.custom_log = [](const char* text) {
+        if (child == -1 && std::strstr(text, fork_at) != nullptr) child = fork();
+        if (child == 0) alarm(10);
+      };
+      const int id = StartTarvelEnvironment(settings);
+      if (child == 0) _exit(id);
+      ExitTarvelEnvironment(id);
+      int status = 0;
+      if (child == 0) _exit(0);
+      return waitpid(child, &status, 0) == child && status == 0 ? 0 : 1;
+    });
+  }
+}
+
+// Another thread of the client is in an operation, and continues when the library is down.
+TEST(ProcessEndTest, LeavesOperationsOfOtherThreadsAlone) {
+  EXPECT_GOOD_CHILD([] {
+    static std::atomic<bool> has_begun{false}, is_down{false}, has_ended{false};
+    auto settings = TestSettings();
+    settings.custom_log = [](const char* line) {
+      if (std::strstr(line, "Call Update") != nullptr) {
+        has_begun = true;
+        while (!is_down) std::this_thread::yield();
+      } else if (std::strstr(line, " exit ---") != nullptr) {
+        is_down = true;
+        while (!has_ended) std::this_thread::yield();
+      }
+    };
+    StartTarvelEnvironment(settings);
+    std::thread([service = GetTarvelObject(1)->GetLBSService()] {
+      service->Init({});
+      service->Update(kEMAddressFamilyAny, false);
+      service->GetLinkAddress(nullptr, nullptr, nullptr);
+      has_ended = true;
+    }).detach();
+    while (!has_begun) std::this_thread::yield();
+    return 0;
+  });
 }
 
 }  // namespace

@@ -60,6 +60,7 @@ std::int32_t LogFile::Open(const std::string& path, std::uint32_t max_file_size,
         [this](const std::string& text) { return AppendToFile(text); });
     const std::int32_t result =
         buffer_->Init(path + ".kvr_mmap", buffer_size != 0 ? buffer_size : kDefaultBufferSize);
+    UpdateReadiness();
     if (result != kLogReady) return result;
   }
   const std::int32_t result = buffer_->Load();

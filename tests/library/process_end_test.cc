@@ -65,17 +65,15 @@ void ForkChildren(int id, const std::function<void()>& work) {
 
 // The log function is called with the token's lock held, while the service's thread waits for it.
 void ExitInTheLogFunction() {
-  static std::atomic<bool> exits{false};
   auto settings = TestSettings();
-  settings.custom_log = [](const char*) {
-    if (exits.exchange(false)) std::exit(0);
+  settings.custom_log = [](const char* line) {
+    if (std::string(line).ends_with("the last line\n")) std::exit(0);
   };
   auto* const service = StartWithService(settings);
   GetConfig()->Connect<const std::string>(SIG_BusinessTokenChanged, [service](const auto&) {
     static Event waits;
-    service->PostTask([] { waits.Set(), GetConfig()->GetBusinessToken(); });
+    service->PostTask([config = GetConfig()] { waits.Set(), config->GetBusinessToken(); });
     EXPECT_TRUE(waits.Await());
-    exits = true;
     ZO_LOG << "the last line";
   });
   GetTarvelObject(1)->SetBusinessToken("token");

@@ -102,6 +102,22 @@ TEST(TlsTest, FollowsARedirectUnderTheSameCheck) {
   }
 }
 
+// A prime of 10,000 bits would take a second of the transport's thread.
+TEST(TlsTest, OffersNoKeyExchangeOverAServersPrime) {
+  const TempDirectory directory;
+  const std::string prime = directory / "prime";
+  Program({"/usr/bin/openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt",
+           "group:ffdhe2048", "-out", prime})
+      .Wait();
+  const std::string certificate = Authority().Issue("a.example", "rsa:2048");
+  for (const std::string exchange : {"kDHE", "kDHE:kECDHE"}) {
+    const NginxServer nginx({.listeners = {{"127.0.0.1", certificate}},
+                             .server_text = "ssl_protocols TLSv1.2; ssl_dhparam " + prime +
+                                            "; ssl_ciphers " + exchange + ";"});
+    EXPECT_EQ(Transport().Fetch(nginx.url("/index"))->success, exchange != "kDHE");
+  }
+}
+
 TEST(PinnedHostTest, BypassesTheProxyForListedAddresses) {
   EXPECT_GOOD_CHILD([] {
     const std::string own = Authority().Issue("a.example");

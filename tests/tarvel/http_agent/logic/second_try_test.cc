@@ -4,8 +4,10 @@
 #include <string>
 
 #include "base/json/json11.h"
+#include "network/curl/curl_requestor.h"
 #include "tests/support/child_process.h"
 #include "tests/support/http_server.h"
+#include "tests/support/nginx_server.h"
 #include "tests/support/private_network.h"
 #include "tests/tarvel/http_agent/agent_request.h"
 
@@ -16,18 +18,20 @@ namespace {
 using namespace test_support;
 using zo_base::json11::Json;
 
-// Makes the files of an earlier run: a list of no servers that lives for years, and addresses.
-void WriteHttpDnsFiles(const _ZOTarvelEnvironmentSettings& settings) {
+// Makes the files of an earlier run: a list of no servers that lives for years, and the addresses
+// of hosts, each a list in JSON.
+void WriteHttpDnsFiles(const _ZOTarvelEnvironmentSettings& settings,
+                       const std::map<std::string, std::string>& addresses) {
   const auto config = std::make_shared<_EnvironmentConfig>();
   config->Load(settings);
   const std::string files = config->appdata_path() + "http_dns/";
   std::filesystem::create_directories(files);
   WriteFile(files + "http_server_cache.data",
             R"({"host": "127.0.0.1", "ipv4": "[]", "expired_time": "4000000000000"})");
-  const std::string entry = R"({"cache_expired_time": 4000000000000, "ipv4": [")";
-  const Json::object entries{
-      {"localhost", entry + R"(127.0.0.3"]})"},
-      {"t", entry + R"(127.0.0.2", "1.2.3.4/evil", "evil.invalid", "127.0.0.1"]})"}};
+  Json::object entries;
+  for (const auto& [host, list] : addresses) {
+    entries[host] = R"({"cache_expired_time": 4000000000000, "ipv4": )" + list + "}";
+  }
   WriteFile(files + "http_dns_cache.data", Json(entries).dump());
 }
 
@@ -46,7 +50,9 @@ TEST(SecondTryTest, FollowsATotalFailureOnceAndAllIsReported) {
       settings.enable_httpdns = on ? 0 : -1;
       settings.enable_exception_data_reporting = on ? 1 : 0;
       settings.http_request_ip_preferred = on ? 0 : 1;
-      WriteHttpDnsFiles(settings);
+      WriteHttpDnsFiles(settings,
+                        {{"localhost", R"(["127.0.0.3"])"},
+                         {"t", R"(["127.0.0.2", "1.2.3.4/evil", "evil.invalid", "127.0.0.1"])"}});
       AgentEnvironment environment(settings);
       SetExceptionDataReporter(TakeRecord);
       Results results;
@@ -90,6 +96,33 @@ TEST(SecondTryTest, FollowsATotalFailureOnceAndAllIsReported) {
                     R"(no", "response_header": {"Content-Length": "2", "X-Two": "2"}})");
     }
     EXPECT_TRUE(records.TakeAll().empty());
+    return 0;
+  });
+}
+
+TEST(SecondTryTest, TrustsAnAddressOnlyWithTheNamesCertificate) {
+  EXPECT_GOOD_CHILD([] {
+    if (!EnterPrivateNetwork("")) return kNotPermitted;
+    CertificateAuthority authority;
+    WQBASE::network::TrustAuthoritiesOf(authority.trust_store());
+    const NginxServer nginx({.listeners = {{"127.0.0.2", authority.Issue("b.example")},
+                                           {"127.0.0.3", authority.Issue("a.example")}}});
+    const TempDirectory directory;
+    auto settings = AgentSettings();
+    std::strcpy(settings.appdata_path, directory.path().c_str());
+    settings.enable_httpdns = 0;
+    WriteHttpDnsFiles(settings, {{"a.example", R"(["127.0.0.2", "127.0.0.3"])"}});
+    AgentEnvironment environment(settings);
+    const auto url = [&](const std::string& host, int listener) {
+      return "https://" + host + ":" + std::to_string(nginx.port(listener)) + "/index";
+    };
+    const auto result = Send(environment, {url("a.example", 0), url("a.example", 1)});
+    // The first address shows another certificate, and nobody listens at the next two.
+    EXPECT_THAT(result.judged, testing::ElementsAre("0:0", "1:0", "0:0", "1:0", "2:0", "3:200"));
+    EXPECT_EQ(result.tried.back(), url("127.0.0.3", 1));
+    EXPECT_EQ(result.body, "good");
+    // Server, Host, SNI.
+    EXPECT_THAT(nginx.AccessLog(1), testing::HasSubstr(" a.example a.example a.example "));
     return 0;
   });
 }

@@ -4,7 +4,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -139,10 +138,8 @@ bool LogFileBuffer::LockPages(PageLock lock_in_memory) {
 }
 
 // After a cut inside the last page all pages exist, but bytes behind the cut aren't kept.
-bool LogFileBuffer::HasAllBytes() const {
-  struct stat status {};
-  return fstat(fd_, &status) == 0 && status.st_size >= size_;
-}
+// A seek takes a third of the time of fstat(), and nobody uses the position.
+bool LogFileBuffer::HasAllBytes() const { return lseek(fd_, 0, SEEK_END) >= size_; }
 
 // Gives a file that was cut short its length back, empty.
 bool LogFileBuffer::RestoreBlocks() {

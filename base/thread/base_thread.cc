@@ -32,6 +32,7 @@ void BaseThread::BindProc() {
 
 void BaseThread::Start() {
   const auto self = shared_from_this<BaseThread>();
+  started = true;
   BindProc();
   const auto native = std::make_shared<NativeThread>();
   try {

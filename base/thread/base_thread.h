@@ -65,9 +65,8 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   // shared_ptr owns this object, and std::system_error "thread constructor failed" when the system
   // gives no thread.
   void Start() override;
-  // Starts the thread, once; does nothing after a Stop. Returns an empty string, or why the system
-  // gives no thread: a later call may succeed. Any threads may call it, but not together with
-  // Start.
+  // Starts the thread, once; does nothing after a Start or Stop. Returns an empty string, or why
+  // the system gives no thread: a later call may succeed. Any threads may call it.
   [[nodiscard]] std::string StartIfPossible();
 
   // Asks the body to end and waits for it. Doesn't wait on the thread itself, nor on a thread for
@@ -111,7 +110,7 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   void CallStopClosure() ZO_EXCLUDES(stop_closure_lock);
 
   std::function<void()> proc;
-  std::atomic<bool> started{false};   // By StartIfPossible, or just being started by it.
+  std::atomic<bool> started{false};   // Or just being started.
   std::atomic<bool> stopping{false};  // Never cleared.
   std::atomic<bool> running{false};
   std::atomic<bool> ended{false};  // The thread main has returned.

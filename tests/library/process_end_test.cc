@@ -45,7 +45,7 @@ zo_base::TaskThread* StartWithService(
 
 // Forks children in the middle of the work of another thread, which use the library. `id` is what a
 // start of theirs returns.
-void ForkChildren(int id, const std::function<void()>& work) {
+[[maybe_unused]] void ForkChildren(int id, const std::function<void()>& work) {
   std::atomic<bool> done{false};
   std::thread worker([&] {
     while (!done) work();

@@ -15,7 +15,7 @@ target_include_directories(tarvel INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 tarvel_link_hosted_services(tarvel)
-target_link_libraries(tarvel PRIVATE $<BUILD_INTERFACE:tarvel_options>)
+target_link_libraries(tarvel PRIVATE $<BUILD_INTERFACE:tarvel_options> $<BUILD_INTERFACE:tarvel_small>)
 target_link_options(tarvel PRIVATE
   "LINKER:--version-script=${TARVEL_EXPORTS}"
   "LINKER:--no-undefined-version")

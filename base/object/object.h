@@ -7,6 +7,13 @@
 
 namespace zo_base {
 
+// std::dynamic_pointer_cast, which a build for size takes out of the standard library.
+template <class U, class T>
+std::shared_ptr<U> DynamicPointerCast(const std::shared_ptr<T>& pointer) {
+  U* const as_u = dynamic_cast<U*>(pointer.get());
+  return as_u == nullptr ? nullptr : std::shared_ptr<U>(pointer, as_u);
+}
+
 // Root of the object hierarchy.
 class _IZOObject {
  public:
@@ -30,10 +37,14 @@ class ZOEnableSharedFromThis
  public:
   virtual ~ZOEnableSharedFromThis() = default;
 
+  // A share of the ownership, for pointers to parts. Raises std::bad_weak_ptr without an owner.
+  std::shared_ptr<void> ShareOwnership() {
+    return std::enable_shared_from_this<ZOEnableSharedFromThis<T>>::shared_from_this();
+  }
   // This object as a `U`, or null if it is none. Raises std::bad_weak_ptr without an owner.
   template <class U>
   std::shared_ptr<U> shared_from_this() {
-    return std::dynamic_pointer_cast<U>(
+    return DynamicPointerCast<U>(
         std::enable_shared_from_this<ZOEnableSharedFromThis<T>>::shared_from_this());
   }
 };

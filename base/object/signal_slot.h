@@ -44,7 +44,7 @@ template <class... Args>
 class slot_base : public slot_state {
  public:
   using slot_state::slot_state;
-  virtual void call_slot(Args... args) = 0;
+  virtual void call_slot(const Args&... args) = 0;
   virtual void* get_object() { return nullptr; }
   virtual void* get_callable() = 0;
   virtual const std::type_info& get_callable_type() const = 0;
@@ -57,7 +57,7 @@ class slot final : public slot_base<Args...> {
   slot(disconnecable* owner, Callable&& callable)
       : slot_base<Args...>(owner), callable_(std::forward<Callable>(callable)) {}
 
-  void call_slot(Args... args) override { callable_(args...); }
+  void call_slot(const Args&... args) override { callable_(args...); }
   void* get_callable() override { return &callable_; }
   const std::type_info& get_callable_type() const override { return typeid(F); }
 

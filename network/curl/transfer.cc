@@ -214,6 +214,6 @@ void Transfer::End(long status, const std::string& error) {
   needs_hop_ = false;
 }
 
-void Transfer::Complete() { completion_(response_); }
+void Transfer::Complete() { completion_(std::exchange(response_, nullptr)); }
 
 }  // namespace WQBASE::network

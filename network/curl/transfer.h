@@ -69,7 +69,7 @@ class Transfer {
   const IHttpRequestor::Completion completion_;
   const TrustSettings trust_;
   const Clock::time_point deadline_;
-  const std::shared_ptr<HttpResponse> response_ = std::make_shared<HttpResponse>();
+  std::shared_ptr<HttpResponse> response_ = std::make_shared<HttpResponse>();  // Until Complete.
 
   Hop hop_;
   std::optional<PinnedServer> pinned_;

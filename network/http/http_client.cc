@@ -9,10 +9,16 @@ namespace {
 // Readers of the texts use them as C strings.
 void CutAtNul(std::string& text) { text.resize(std::strlen(text.c_str())); }
 
-void Deliver(const std::shared_ptr<HttpRequestUser>& request, const HttpResponse& response) {
+void Deliver(const std::shared_ptr<HttpRequestUser>& request,
+             const std::shared_ptr<const HttpResponse>& response) {
   if (request == nullptr || !request->callback) return;
   const auto result = std::make_shared<HttpResponseUser>();
-  static_cast<HttpResponse&>(*result) = response;
+  HttpResponse& copy = *result;
+  if (response.use_count() == 1) {
+    copy = std::move(const_cast<HttpResponse&>(*response));
+  } else {
+    copy = *response;
+  }
   result->request = request.get();
   CutAtNul(result->body_text);
   CutAtNul(result->error_text);
@@ -58,7 +64,7 @@ void HttpClientEx::onHttpResponse(const std::weak_ptr<HttpClientEx>& client,
                                   const std::shared_ptr<const HttpResponse>& response) {
   const auto living = client.lock();
   if (living == nullptr || !living->IsRunning() || living->IsStopping()) return;
-  living->PostTask([request, response] { Deliver(request, *response); });
+  living->PostTask([request, response] { Deliver(request, response); });
 }
 
 }  // namespace WQBASE::network

@@ -19,7 +19,8 @@ class IHttpRequestor {
   virtual ~IHttpRequestor() = default;
 
   // Begins a transfer and returns. Calls `completion` exactly once, on any thread; for a null
-  // request it does so before it returns.
+  // request it does so before it returns. The response is not made const, so that the last one who
+  // shares it can move its texts.
   virtual void Send(std::shared_ptr<const HttpRequest> request, Completion completion) = 0;
 
   // The network has changed, so known connections and addresses are not used for new transfers.

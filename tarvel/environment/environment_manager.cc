@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/log/log.h"
+#include "base/object/object.h"
 #include "base/object/weakly.h"
 #include "base/process/at_exit_manager.h"
 #include "base/process/clock.h"
@@ -56,7 +57,7 @@ using Hosted = std::vector<std::shared_ptr<void>>;
 Hosted HostedBy(TarvelObjectTable& objects) {
   Hosted hosted;
   objects.ForEach([&hosted](std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
-    const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object);
+    const auto impl = zo_base::DynamicPointerCast<ZOTarvelObjectImpl>(object);
     if (impl) hosted.push_back(impl->LBSService());
     hosted.push_back(object);
   });
@@ -99,7 +100,7 @@ int EnvironmentManager::StartOrCount(const _ZOTarvelEnvironmentSettings& setting
   storage_.once.Call([&] { Start(copy); });
   ++storage_.start_count;
   const auto object =
-      std::dynamic_pointer_cast<ZOTarvelObjectImpl>(storage_.objects.Find(kFirstObjectId));
+      zo_base::DynamicPointerCast<ZOTarvelObjectImpl>(storage_.objects.Find(kFirstObjectId));
   if (object == nullptr) __builtin_trap();  // No error code exists for a start without its object.
   return object->id();
 }
@@ -197,7 +198,7 @@ void EnvironmentManager::CloseLog() {
 
 void EnvironmentManager::RemoveObject(std::int32_t id) {
   if (id == 0) return;
-  const auto object = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(storage_.objects.Find(id));
+  const auto object = zo_base::DynamicPointerCast<ZOTarvelObjectImpl>(storage_.objects.Find(id));
   if (object == nullptr) return;
   storage_.objects.Erase(id);
   object->Stop();

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "base/object/object.h"
 #include "base/thread/library_call.h"
 #include "tarvel/environment/configuration/exception_data_reporter.h"
 #include "tarvel/environment/environment_manager_storage.h"
@@ -38,7 +39,7 @@ void SetExceptionDataReporter(const ExceptionDataReporter& reporter) noexcept {
   const auto config = GetConfig();
   if (config == nullptr) return;
   const auto impl =
-      std::dynamic_pointer_cast<ExceptionDataReporterImpl>(config->GetExceptionReporter());
+      zo_base::DynamicPointerCast<ExceptionDataReporterImpl>(config->GetExceptionReporter());
   if (impl) impl->SetCallback(reporter);
 }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/object/object.h"
 #include "tarvel/environment/tarvel_object_impl.h"
 
 namespace zo_tarvel {
@@ -49,11 +50,11 @@ void TarvelObjectTable::Clear() {
 }
 
 void StopObject(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
-  if (const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object)) impl->Stop();
+  if (const auto impl = zo_base::DynamicPointerCast<ZOTarvelObjectImpl>(object)) impl->Stop();
 }
 
 void ReleaseObject(std::int32_t, const std::shared_ptr<IZOTarvelObject>& object) {
-  if (const auto impl = std::dynamic_pointer_cast<ZOTarvelObjectImpl>(object)) impl->Release();
+  if (const auto impl = zo_base::DynamicPointerCast<ZOTarvelObjectImpl>(object)) impl->Release();
 }
 
 }  // namespace zo_tarvel

@@ -85,16 +85,18 @@ void LogRequest(const HttpRequestUser& request, const Target& target) {
   ZO_LOG << "[http tool]Post request to http lib info:\r\n" << text;
 }
 
-std::string BodyOf(const HttpResponseUser& response) {
-  std::string body = response.body_text.c_str();
-  if (!body.empty()) return body;
-  if (response.success) return {response.body.begin(), response.body.end()};
-  return response.error_text;
-}
-
+// The client has cut the texts at their first NUL.
 void Deliver(const HttpRequest::Callback& callback, const HttpResponseUser& response) {
   if (!callback) return;
-  callback(static_cast<std::int32_t>(response.status), response.headers.ToText(), BodyOf(response));
+  const auto status = static_cast<std::int32_t>(response.status);
+  const std::string headers = response.headers.ToText();
+  if (!response.body_text.empty()) {
+    callback(status, headers, response.body_text);
+  } else if (response.success) {
+    callback(status, headers, {response.body.begin(), response.body.end()});
+  } else {
+    callback(status, headers, response.error_text);
+  }
 }
 
 }  // namespace

@@ -121,8 +121,9 @@ void HttpAgent::OnHttpRequest(const MultipleURLHttpRequest& request, bool post_t
   }
   // A helper needs a thread that its timers and answers can come back to.
   if (post_to_work_thread || zo_base::GetCurrentTaskLoop() == nullptr) {
+    const auto copy = std::make_shared<MultipleURLHttpRequest>(request);  // The task runs once.
     work_thread_->PostTask(
-        Weakly(this, [request](auto& self) { self.InvokeMultipleURLHttpRequest(request); }));
+        Weakly(this, [copy](auto& self) { self.InvokeMultipleURLHttpRequest(std::move(*copy)); }));
   } else {
     InvokeMultipleURLHttpRequest(request);
   }
@@ -134,13 +135,14 @@ MultipleURLHttpRequestHelper* HttpAgent::MakeUnownedHelper() {
   return new MultipleURLHttpRequestHelper;
 }
 
-void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& request) {
+void HttpAgent::InvokeMultipleURLHttpRequest(MultipleURLHttpRequest request) {
   auto* const helper = MakeUnownedHelper();
   helper->SetEnvironmentConfig(GetEnvironmentConfig());
   helper->SetStopFlag(stopped_);
   // A process can be so short of thread-local keys that the thread doesn't know its loop.
   if (zo_base::GetCurrentTaskLoop() == nullptr) helper->SetTaskLoop(work_thread_->GetTaskLoop());
-  helper->SetRequest(request);
+  const bool has_urls = !request.urls.empty();
+  helper->SetRequest(std::move(request));
   helper->Connect<const bool, const bool, const std::string, const std::string,
                   const MultipleURLHttpRequest>(
       SIG_ALL_SUB_REQUEST_RETURN,
@@ -155,7 +157,7 @@ void HttpAgent::InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& reque
       }));
   helper->InvokeRequest();
   // Without a URL there is no signal.
-  if (request.urls.empty()) delete helper;
+  if (!has_urls) delete helper;
 }
 
 void HttpAgent::FinishRequest(const std::shared_ptr<const Outcome>& outcome,
@@ -202,13 +204,13 @@ void HttpAgent::TryOnAddresses(const std::shared_ptr<const Outcome>& outcome) {
 void HttpAgent::OnAddressesKnown(const Outcome& outcome, const HostCacheResult& addresses) {
   ZO_ASSERT(work_thread_->IsCurrentThread());
   LogAddresses(addresses);
-  const MultipleURLHttpRequest request = OnAddresses(outcome.request, addresses);
+  MultipleURLHttpRequest request = OnAddresses(outcome.request, addresses);
   if (request.urls.empty()) {
     ZO_LOG << "[multiple]Use http dns,url empty";
     Deliver(outcome, true);
     return;
   }
-  InvokeMultipleURLHttpRequest(request);
+  InvokeMultipleURLHttpRequest(std::move(request));
 }
 
 void HttpAgent::Deliver(const Outcome& outcome, bool stop) {

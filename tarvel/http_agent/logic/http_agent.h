@@ -39,7 +39,7 @@ class HttpAgent : public EnvironmentConfigGetterBase, public zo_base::ZOObjectIM
   bool IsInternetConnected();
 
   // Starts `request` on the calling thread, which should be the work thread.
-  void InvokeMultipleURLHttpRequest(const MultipleURLHttpRequest& request);
+  void InvokeMultipleURLHttpRequest(MultipleURLHttpRequest request);
 
   // Completes the items with the addresses that the local DNS has for their hosts, and hands them
   // to `report` on the work thread. Any thread; returns at once.

@@ -1,6 +1,7 @@
 #include "tarvel/http_agent/logic/multiple_url_http_request_helper.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/process/clock.h"
 #include "tarvel/http_agent/http_tools/http_tool.h"
@@ -34,10 +35,10 @@ std::shared_ptr<_EnvironmentConfig> MultipleURLHttpRequestHelper::ConfigUnlessSt
   return config != nullptr && !config->IsExiting() ? config : nullptr;
 }
 
-void MultipleURLHttpRequestHelper::SetRequest(const MultipleURLHttpRequest& request) {
+void MultipleURLHttpRequestHelper::SetRequest(MultipleURLHttpRequest request) {
   const auto config = ConfigUnlessStopped();
   if (config == nullptr) return;
-  request_ = request;
+  request_ = std::move(request);
   walk_log::RequestTaken(request_);
   if (config->http_request_ip_preferred()) {
     std::stable_partition(request_.urls.begin(), request_.urls.end(), IsOnIPLiteral);
@@ -177,7 +178,7 @@ void MultipleURLHttpRequestHelper::MarkCorrected(const SubRequestResult& result)
 
 void MultipleURLHttpRequestHelper::End(const Verdict& verdict, const SubRequestResult& result) {
   timers_.clear();
-  const MultipleURLHttpRequest request = request_;  // Outlives this.
+  const MultipleURLHttpRequest request = std::move(request_);  // Outlives this.
   Emit<const bool, const bool, const std::string, const std::string, const MultipleURLHttpRequest>(
       SIG_ALL_SUB_REQUEST_RETURN, verdict.stop, verdict.success, result.headers, result.body,
       request);

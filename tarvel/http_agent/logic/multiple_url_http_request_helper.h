@@ -45,8 +45,8 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   // thread an answer arrives: the own thread may have ended by then.
   void SetStopFlag(std::shared_ptr<const std::atomic<bool>> flag) { stop_flag_ = std::move(flag); }
 
-  // Takes a copy, and adjusts it to the settings of the environment.
-  void SetRequest(const MultipleURLHttpRequest& request);
+  // Adjusts the request to the settings of the environment.
+  void SetRequest(MultipleURLHttpRequest request);
   // Starts the URL whose turn it is.
   void InvokeRequest();
 

@@ -33,13 +33,13 @@ struct _StatisticItem {
   std::int64_t corr_duration = 0;
 };
 
-// How a sub request has ended.
+// How a sub request has ended. Refers to texts of its maker.
 struct SubRequestResult {
   std::int32_t index = 0;  // Into the URLs of the request.
   std::uint64_t start_time = 0;
   std::int32_t code = 0;
-  std::string headers;  // Lines of name, ":" and value, joined by "\r\n".
-  std::string body;
+  const std::string& headers;  // Lines of name, ":" and value, joined by "\r\n".
+  const std::string& body;
 };
 
 _StatisticItem MakeStatisticItem(const MultipleURLHttpRequest& request,

@@ -190,9 +190,9 @@ void PrintRow(const Fault& fault, int runs) {
     if (!seconds) {
       std::printf(" no answer |");
     } else if (own) {
-      std::printf(" %.3f s (%.1f times) |", *seconds, *seconds / *own);
+      std::printf(" %.4f s (%.1f times) |", *seconds, *seconds / *own);
     } else {
-      std::printf(" %.3f s |", *seconds);
+      std::printf(" %.4f s |", *seconds);
     }
     if (&way == kWays) own = seconds;
     std::fflush(stdout);

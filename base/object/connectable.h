@@ -37,30 +37,21 @@ class ConnectAble {
   void Emit(SignalId signal, const std::type_identity_t<Args>&... args);
 
   // Drops all connections of one signal; of all signals when null.
-  void Disconnect(SignalId signal) {
-    std::map<SignalId, ZOAny> dropped;  // Slots are destroyed after the lock is released.
-    MutexLock lock(signals->lock);
-    if (signal == nullptr) {
-      dropped.swap(signals->signals);
-    } else if (auto entry = signals->signals.extract(signal)) {
-      dropped.insert(std::move(entry));
-    }
-  }
-
-  bool HasConnections(SignalId signal) const {
-    MutexLock lock(signals->lock);
-    return signals->signals.count(signal) != 0;
-  }
+  void Disconnect(SignalId signal);
+  bool HasConnections(SignalId signal) const;
 
  private:
   template <class... Args>
   using Connection = zo_sigslot::signal_singl_base<_thread_recursive_mutex, Args...>;
+  using ConnectionTable =
+      std::map<std::uint64_t, std::shared_ptr<zo_sigslot::detail::disconnecable>>;
+  // A published table never changes; a change publishes a new one, so an emission needs no copy.
+  using PublishedTable = std::shared_ptr<const ConnectionTable>;
+  // What a ZOAny of `signals` holds. All connections in it are Connection<Args...>.
   template <class... Args>
-  using ConnectionTable = std::map<std::uint64_t, std::shared_ptr<Connection<Args...>>>;
-  // What a ZOAny of `signals` holds. A published table never changes; a change publishes a new one,
-  // so an emission needs no copy.
-  template <class... Args>
-  using PublishedTable = std::shared_ptr<const ConnectionTable<Args...>>;
+  struct TableOf {
+    PublishedTable published;
+  };
 
   // Shared with the connections, whose handles may outlive this object.
   struct Signals {
@@ -70,6 +61,9 @@ class ConnectAble {
 
   template <class... Args>
   static void Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id);
+  static PublishedTable With(const PublishedTable& table, std::uint64_t id,
+                             std::shared_ptr<zo_sigslot::detail::disconnecable> added);
+  static PublishedTable Without(const PublishedTable& table, std::uint64_t id);
 
   const std::shared_ptr<Signals> signals = std::make_shared<Signals>();
   std::atomic<std::uint64_t> next_connection_id{0};
@@ -85,45 +79,41 @@ zo_sigslot::connection ConnectAble::Connect(SignalId signal, F&& callable) {
   added->slot = std::make_shared<zo_sigslot::detail::slot<std::decay_t<F>, Args...>>(
       added.get(), std::forward<F>(callable));
 
-  PublishedTable<Args...> replaced = std::make_shared<const ConnectionTable<Args...>>();
+  PublishedTable replaced;
   MutexLock lock(signals->lock);  // Released before `replaced` is destroyed.
-  const auto entry = signals->signals.try_emplace(signal, replaced).first;
-  auto& published = ZOAnyCast<PublishedTable<Args...>>(entry->second);
-  auto changed = std::make_shared<ConnectionTable<Args...>>(*published);
-  changed->emplace(id, added);
-  replaced = std::exchange(published, std::move(changed));
+  const TableOf<Args...> none{std::make_shared<ConnectionTable>()};
+  const auto entry = signals->signals.try_emplace(signal, none).first;
+  auto& [published] = ZOAnyCast<TableOf<Args...>>(entry->second);
+  replaced = std::exchange(published, With(published, id, added));
   return zo_sigslot::connection(added);
 }
 
 template <class... Args>
 void ConnectAble::Emit(SignalId signal, const std::type_identity_t<Args>&... args) {
-  PublishedTable<Args...> table;
+  PublishedTable table;
   {
     MutexLock lock(signals->lock);
     const auto entry = signals->signals.find(signal);
     if (entry == signals->signals.end()) return;
-    table = ZOAnyCast<PublishedTable<Args...>>(entry->second);
+    table = ZOAnyCast<TableOf<Args...>>(entry->second).published;
   }
   for (const auto& [id, connection] : *table) {
-    auto& slot = *connection->slot;
+    auto& slot = *static_cast<Connection<Args...>&>(*connection).slot;
     if (slot.connected() && !slot.blocked()) slot.call_slot(args...);
   }
 }
 
 template <class... Args>
 void ConnectAble::Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id) {
-  PublishedTable<Args...> replaced;  // Slots are destroyed after the lock is released.
+  PublishedTable replaced;  // Slots are destroyed after the lock is released.
   MutexLock lock(table.lock);
   const auto entry = table.signals.find(signal);
   // After a disconnect of all, the signal may have been connected anew with other types.
   if (entry == table.signals.end()) return;
-  if (entry->second.type() != typeid(PublishedTable<Args...>)) return;
-  auto& published = ZOAnyCast<PublishedTable<Args...>>(entry->second);
-  auto changed = std::make_shared<ConnectionTable<Args...>>(*published);
-  changed->erase(connection_id);
-  const bool was_last = changed->empty();
-  replaced = std::exchange(published, std::move(changed));
-  if (was_last) table.signals.erase(entry);
+  if (entry->second.type() != typeid(TableOf<Args...>)) return;
+  auto& [published] = ZOAnyCast<TableOf<Args...>>(entry->second);
+  replaced = std::exchange(published, Without(published, connection_id));
+  if (published->empty()) table.signals.erase(entry);
 }
 
 }  // namespace zo_base

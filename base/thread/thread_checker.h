@@ -13,6 +13,7 @@ namespace zo_base {
 // Threads: any.
 class ThreadChecker {
  public:
+  ThreadChecker() {}  // Not defaulted: owners have it as a const member.
   void AssertSameThread() const { ZO_ASSERT(IsSameThread()); }
 
  private:

@@ -107,9 +107,13 @@ void HttpDNSHostCache::MakeRoomFor(const std::vector<HttpDNSCacheEntry>& updates
 }
 
 std::map<std::string, std::string> HttpDNSHostCache::Dump() const {
-  MutexLock hold(lock_);
+  Entries entries;
+  {
+    MutexLock hold(lock_);
+    entries = entries_;  // A copy is made sooner than the texts, so SetEntries waits less.
+  }
   std::map<std::string, std::string> texts;
-  for (const auto& [host, entry] : entries_) texts.emplace(host, ToText(entry));
+  for (const auto& [host, entry] : entries) texts.emplace(host, ToText(entry));
   return texts;
 }
 

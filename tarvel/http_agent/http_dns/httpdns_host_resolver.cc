@@ -1,9 +1,11 @@
 #include "tarvel/http_agent/http_dns/httpdns_host_resolver.h"
 
+#include <chrono>
 #include <utility>
 
 #include "base/log/log.h"
 #include "base/object/weakly.h"
+#include "base/process/forked_child.h"
 #include "base/text/strings.h"
 #include "network/url/host_rules.h"
 
@@ -15,6 +17,10 @@ using WQBASE::network::kLongestHost;
 using WQBASE::network::kMostAddresses;
 using zo_base::TrueOrFalse;
 using zo_base::Weakly;
+
+// How long answers are gathered before the file is written. A killed process loses the answers of
+// this time; a shorter time would write the file more often.
+constexpr std::chrono::milliseconds kGatheringTime{1'000};
 
 std::string Joined(const std::vector<std::string>& texts) { return zo_base::Join(texts, "|"); }
 
@@ -123,7 +129,23 @@ void HttpDNSHostResolver::OnHosts(bool success, const std::string& body,
   if (!success || !updates) return;
   agent_thread.AssertSameThread();
   host_cache.SetEntries(*updates, wall_clock());
-  SaveCache();
+  SaveSoon();
+}
+
+void HttpDNSHostResolver::SaveSoon() {
+  if (must_save.exchange(true)) return;
+  // The delayed task runs under a lock of its thread, so it leaves the writing to a normal task.
+  const auto post = [](auto& self) {
+    self.task_loop->PostTask(Weakly(&self, [](auto& resolver) { resolver.SaveRecentHosts(); }));
+  };
+  task_loop->PostDelayedTask(kGatheringTime.count(), Weakly(this, post));
+}
+
+void HttpDNSHostResolver::SaveRecentHosts() {
+  loop_thread.AssertSameThread();
+  if (zo_base::InForkedChild()) return;  // A log function may have forked this thread.
+  // Cleared first: an answer that comes during the save needs another one.
+  if (must_save.exchange(false)) SaveCache();
 }
 
 // A full cache fits the file. There an entry is its host, which needs no escapes, and its text, in

@@ -2,6 +2,7 @@
 
 #include <tarvel/tarvel.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -20,8 +21,8 @@ namespace zo_tarvel {
 
 // Knows the addresses of hosts: from a cache with a file, and from function D.
 //
-// Threads: queries and function D, with the checks of its answers, run on `task_loop`. The results
-// of D arrive on the agent's thread, which also writes the file.
+// Threads: queries, function D with the checks of its answers, and the writing of the file run on
+// `task_loop`. The results of D arrive on the agent's thread, which never waits for the disk.
 // Ownership: held by a shared_ptr. Tasks and requests hold it weakly.
 class HttpDNSHostResolver : public EnvironmentConfigGetterBase,
                             public zo_base::ZOEnableSharedFromThis<HttpDNSHostResolver> {
@@ -41,6 +42,9 @@ class HttpDNSHostResolver : public EnvironmentConfigGetterBase,
                       std::shared_ptr<HttpDNSServerUpdater> servers);
 
   void LoadCache(const std::string& path);
+  // Writes the hosts of recent answers to the file, if that is still to be done. On the loop's
+  // thread.
+  void SaveRecentHosts();
 
   // Calls back once, on the loop's thread: at once when the cache knows all hosts, else after a
   // request for the others. With `cache_only` it sends no request and leaves stale hosts out.
@@ -64,6 +68,7 @@ class HttpDNSHostResolver : public EnvironmentConfigGetterBase,
                    const MultipleURLHttpRequestContext& context);
   void OnHosts(bool success, const std::string& body,
                const std::optional<HttpDNSHostUpdates>& updates);
+  void SaveSoon();
   void SaveCache();
 
   const zo_base::WallClock wall_clock;
@@ -72,6 +77,7 @@ class HttpDNSHostResolver : public EnvironmentConfigGetterBase,
   const zo_base::ThreadChecker loop_thread, agent_thread;
   zo_base::CachedKeyValueFile host_cache_file;
   HttpDNSHostCache host_cache;
+  std::atomic<bool> must_save{false};  // Memory has hosts that the file may lack.
 };
 
 }  // namespace zo_tarvel

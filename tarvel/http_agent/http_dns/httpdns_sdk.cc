@@ -8,8 +8,8 @@
 
 namespace zo_tarvel {
 
-HttpDNSManager::HttpDNSManager(zo_base::WallClock wall_clock)
-    : TaskThread("http dns manager"),
+HttpDNSManager::HttpDNSManager(zo_base::WallClock wall_clock, zo_base::SteadyClock& clock)
+    : TaskThread("http dns manager", clock),
       server_updater(std::make_shared<HttpDNSServerUpdater>(wall_clock, GetTaskLoop())),
       host_resolver(
           std::make_shared<HttpDNSHostResolver>(wall_clock, GetTaskLoop(), server_updater)) {}
@@ -39,6 +39,11 @@ bool HttpDNSManager::Init() {
   }
   server_updater->InitInterfaceAddress();
   return true;
+}
+
+void HttpDNSManager::OnThreadEnd() {
+  host_resolver->SaveRecentHosts();
+  TaskThread::OnThreadEnd();
 }
 
 bool HttpDNSManager::InvokeQuery(zo_net::AddressFamily family,

@@ -16,16 +16,18 @@ namespace zo_tarvel {
 // The HTTPDNS client: resolves host names over HTTP, so that resolution survives a broken or
 // poisoned local DNS.
 //
-// Threads: it is the thread "http dns manager", on which its two parts run their tasks.
-// InvokeQuery, GetServerList and GetHostCache may be called on any thread.
+// Threads: it is the thread "http dns manager", on which its two parts run their tasks. At its end
+// it saves what the host file lacks. InvokeQuery, GetServerList and GetHostCache: any thread.
+//
 // Ownership: held by a shared_ptr. The HTTPDNS service owns it and stops its thread. It owns the
 // two parts, which never refer to it.
 class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_base::TaskThread {
  public:
   using QueryCallback = HttpDNSHostResolver::QueryCallback;
 
-  // `wall_clock` times the entries of the files and of the cache.
-  explicit HttpDNSManager(zo_base::WallClock wall_clock = zo_base::WallClockMilliseconds);
+  // `wall_clock` times the entries of the files and of the cache, `clock` the tasks of the thread.
+  explicit HttpDNSManager(zo_base::WallClock wall_clock = zo_base::WallClockMilliseconds,
+                          zo_base::SteadyClock& clock = zo_base::SteadyClock::OfSystem());
 
   // Starts the thread and loads both files. Returns false when the system gives no thread.
   bool Init();
@@ -41,6 +43,8 @@ class HttpDNSManager : public EnvironmentConfigGetterBase, public virtual zo_bas
   std::vector<HttpDNSServerInfo> GetServerList(zo_net::AddressFamily family) {
     return server_updater->GetServerList(family);
   }
+
+  void OnThreadEnd() override;
 
   const HttpDNSHostCache& GetHostCache() const { return host_resolver->cache(); }
 

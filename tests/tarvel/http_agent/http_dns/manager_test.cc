@@ -12,6 +12,7 @@
 #include "tarvel/http_agent/logic/httpdns_service.h"
 #include "tests/support/agent_environment.h"
 #include "tests/support/event.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/temp_directory.h"
 
 // The HTTPDNS client, with a test in place of the agent: it takes the requests and answers them.
@@ -59,7 +60,7 @@ class HttpDNSManagerTest : public testing::Test {
     if (!servers.empty()) WriteFile(files_ + kServers, servers);
     if (!hosts.empty()) WriteFile(files_ + kHosts, hosts);
     if (manager_) manager_->Stop();
-    manager_ = std::make_shared<HttpDNSManager>([] { return kNow; });
+    manager_ = std::make_shared<HttpDNSManager>([] { return kNow; }, clock_);
     manager_->SetEnvironmentConfig(config_);
     EXPECT_TRUE(manager_->Init());
     Settle();
@@ -100,16 +101,19 @@ class HttpDNSManagerTest : public testing::Test {
     sent_[request].result_callback(false, success, "", body);
     Settle();
   }
-  // The values in a file.
-  Texts Saved(const std::string& name, const Texts& keys) const {
+  Json::object SavedFile(const std::string& name) const {
     std::string error;
-    const Json file = Json::parse(ReadFile(files_ + name), error);
+    return Json::parse(ReadFile(files_ + name), error).object_items();
+  }
+  Texts Saved(const std::string& name, const Texts& keys) const {
+    const Json file = SavedFile(name);
     Texts values;
     for (const std::string& key : keys) values.push_back(file[key].string_value());
     return values;
   }
 
   const CapturedLog log_;
+  ManualClock clock_;
   const TempDirectory directory_;
   std::string files_;
   // Written on the manager's thread, read after Settle.
@@ -127,7 +131,7 @@ TEST_F(HttpDNSManagerTest, BeginsWithDefaultsThatItRefreshesAtOnce) {
       ElementsAre("httpdns.tarvel.invalid", "3600", std::to_string(kNow), std::to_string(kNow),
                   R"([{"host": "[2001:db8::53]", "https": true, "port": 443}, )"
                   R"({"host": "[2001:db8:1::53]", "https": true, "port": 443}])"));
-  EXPECT_TRUE(RecordedLog::Await("[http dns] Begin update service"));
+  clock_.Advance(50);
   Settle();
   ASSERT_EQ(sent_.at(0).urls.size(), 7U);
   EXPECT_EQ(UrlsSent(0)[1], "httpdns.tarvel.invalid https://192.0.2.53:443/httpdns/v2/s");
@@ -229,9 +233,6 @@ TEST_F(HttpDNSManagerTest, AsksOnlyForUnknownHostsAndOnce) {
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
       "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
   Answer(0, body);
-  EXPECT_THAT(Saved(kHosts, {"broken", "c"}),  // Unusable entries are not kept.
-              ElementsAre("", R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
-                              R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})"));
   Answer(1, body);    // It says nothing of "b".
   Query({"b"});       // Still stale: answered, and asked for again.
   Query({"d", "a"});  // Nobody will know "d".
@@ -240,6 +241,29 @@ TEST_F(HttpDNSManagerTest, AsksOnlyForUnknownHostsAndOnce) {
   EXPECT_THAT(results_,
               ElementsAre("a=192.0.2.1;b=192.0.2.2;c=192.0.2.3,[2001:db8::3];evil=192.0.2.6;",
                           "b=192.0.2.2;", "a=192.0.2.1;"));
+  manager_->Stop();                            // A regular exit saves what is used.
+  EXPECT_THAT(Saved(kHosts, {"broken", "c"}),  // Unusable entries are not kept.
+              ElementsAre("", R"({"cache_expired_time": 1700000090000, "ipv4": ["192.0.2.3"], )"
+                              R"("ipv6": ["[2001:db8::3]"], "ttl": 100000})"));
+}
+
+TEST_F(HttpDNSManagerTest, WritesTheFileOnceForManyAnswers) {
+  Begin(ServerFile());
+  std::size_t answers = 0;
+  for (const std::size_t burst : {100, 1}) {
+    for (const std::size_t end = answers + burst; answers < end; ++answers) {
+      const std::string host = std::to_string(answers);
+      Query({host});
+      Answer(answers,
+             R"({"code": 200, "data": {")" + host + R"(": {"ip": ["192.0.2.1"], "ttl": 600}}})");
+    }
+    EXPECT_EQ(SavedFile(kHosts).size(), answers - burst);
+    clock_.Advance(1'000);
+    Settle();
+    EXPECT_EQ(SavedFile(kHosts).size(), answers);
+  }
+  Begin(ServerFile());
+  EXPECT_EQ(manager_->GetHostCache().Dump().size(), answers);
 }
 
 TEST_F(HttpDNSManagerTest, KeepsTheNewestOfVeryManyHosts) {
@@ -256,10 +280,10 @@ TEST_F(HttpDNSManagerTest, KeepsTheNewestOfVeryManyHosts) {
   EXPECT_EQ(results_.back(), "a=192.0.2.2;");
   const auto known = manager_->GetHostCache().Dump();
   EXPECT_EQ(known.count("1") + known.count("19999") + known.count("1.b"), 2U);
-  std::string error;  // The next start takes back no more than the file may have.
-  const Json saved = Json::parse(ReadFile(files_ + kHosts), error);
-  EXPECT_LE(saved.object_items().size(), HttpDNSHostCache::kMostHosts);
-  EXPECT_EQ(saved.object_items().count("a"), 1U);
+  manager_->Stop();
+  const auto saved = SavedFile(kHosts);  // The next start takes back no more than it may have.
+  EXPECT_LE(saved.size(), HttpDNSHostCache::kMostHosts);
+  EXPECT_EQ(saved.count("a"), 1U);
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 add_library(tarvel_options INTERFACE)
 target_compile_options(tarvel_options INTERFACE -Wall -Wextra -Wpedantic
                        $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(tarvel_options INTERFACE -Wno-restrict)  # Wrong for "text" + a temporary.
+endif()
 # ZO_ASSERT. The same in all targets, since inline functions use it.
 if(TARVEL_SANITIZE OR TARVEL_FUZZ)
   target_compile_definitions(tarvel_options INTERFACE TARVEL_ASSERTIONS)

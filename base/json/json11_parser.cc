@@ -132,7 +132,7 @@ class Parser {
   Json ParseObject(int depth) {
     Json::object members;
     char token = NextToken();
-    while (!failed_ && token != '}') {
+    while (!failed_ && (token != '}' || !members.empty())) {
       if (token != '"') return Fail("expected '\"' in object, got " + Rendered(token));
       std::string key = ParseString();
       token = NextToken();

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "base/json/json11_value.h"
+#include "base/json/json11.h"
+#include "base/json/json11_text.h"
 #include "base/text/numbers.h"
 #include "base/text/utf8.h"
 
@@ -17,9 +18,6 @@ constexpr int kMaxDepth = 200;
 // A number of fewer characters, the sign included, becomes a 64-bit integer.
 constexpr std::size_t kDoubleFromLength = 10;
 
-bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 // How a message shows a character.
 std::string Rendered(char c) {
   const auto code = static_cast<unsigned char>(c);
@@ -27,9 +25,6 @@ std::string Rendered(char c) {
   if (code >= 0x20) text.append("'").append(1, c).append("' ");
   return text.append("(").append(std::to_string(code)).append(")");
 }
-
-bool IsHighSurrogate(std::uint32_t code) { return code >= 0xd800 && code <= 0xdbff; }
-bool IsLowSurrogate(std::uint32_t code) { return code >= 0xdc00 && code <= 0xdfff; }
 
 // A function returns this after a failure; it converts to the default of any return type.
 struct Failed {

@@ -8,9 +8,50 @@
 #include "base/process/no_destructor.h"
 
 namespace zo_base::json11 {
+namespace {
 
-JsonArray::~JsonArray() { JsonPayloads::TakeApart(value_); }
-JsonObject::~JsonObject() { JsonPayloads::TakeApart(value_); }
+// How many destructors of containers run inside each other at most: enough for an ordinary value,
+// and a small part of any stack.
+constexpr int kMaxNestedDestructions = 32;
+
+// The destruction of a container with all that it alone owns.
+struct Destruction {
+  int depth = 0;
+  std::vector<Json> postponed;  // Too deep; destroyed when the destructors have returned.
+};
+
+// The one that runs on this thread.
+constinit thread_local Destruction* destruction = nullptr;
+
+void Postpone(Json& item) { destruction->postponed.push_back(std::move(item)); }
+void Postpone(Json::object::value_type& member) { Postpone(member.second); }
+
+// Empties a container that is about to be destroyed.
+template <class Container>
+void TakeApart(Container& children) {
+  if (!destruction) {
+    Destruction outermost;
+    destruction = &outermost;
+    children.clear();
+    while (!outermost.postponed.empty()) {
+      const Json last = std::move(outermost.postponed.back());
+      outermost.postponed.pop_back();
+    }  // Destroys `last`, which may postpone more.
+    destruction = nullptr;
+    return;
+  }
+  if (destruction->depth == kMaxNestedDestructions) {
+    for (auto& child : children) Postpone(child);
+  }
+  ++destruction->depth;
+  children.clear();
+  --destruction->depth;
+}
+
+}  // namespace
+
+JsonArray::~JsonArray() { TakeApart(value_); }
+JsonObject::~JsonObject() { TakeApart(value_); }
 
 // Statics are never destroyed: values may outlive the exit handlers of the process.
 
@@ -32,40 +73,6 @@ const std::shared_ptr<const JsonValue>& JsonPayloads::Boolean(bool value) {
 const Json& JsonPayloads::NullJson() {
   static NoDestructor<Json> json;
   return *json;
-}
-
-// The children of the containers that are being destroyed on this thread. Each container moves its
-// children here in its destructor, when no other value can share it.
-thread_local std::vector<Json>* dying_children = nullptr;
-
-void JsonPayloads::MoveOut(Json& value) {
-  const Json::Type type = value.type();
-  if (type == Json::ARRAY || type == Json::OBJECT) dying_children->push_back(std::move(value));
-}
-
-template <class MoveChildren>
-void JsonPayloads::TakeApartBy(MoveChildren move_children) {
-  if (dying_children) return move_children();
-  std::vector<Json> pending;
-  dying_children = &pending;
-  move_children();
-  while (!pending.empty()) {
-    const Json last = std::move(pending.back());
-    pending.pop_back();
-  }  // Destroys `last`, which moves its children here unless another value shares it.
-  dying_children = nullptr;
-}
-
-void JsonPayloads::TakeApart(Json::array& values) {
-  TakeApartBy([&values] {
-    for (Json& value : values) MoveOut(value);
-  });
-}
-
-void JsonPayloads::TakeApart(Json::object& members) {
-  TakeApartBy([&members] {
-    for (auto& member : members) MoveOut(member.second);
-  });
 }
 
 const std::string& JsonValue::string_value() const {

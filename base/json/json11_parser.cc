@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "base/json/json11.h"
+#include "base/json/json11_kinds.h"
 #include "base/json/json11_text.h"
 #include "base/text/numbers.h"
 #include "base/text/utf8.h"
@@ -23,38 +23,37 @@ constexpr std::ptrdiff_t kDoubleFromLength = 10;
 std::string Rendered(char c) {
   const auto code = static_cast<unsigned char>(c);
   std::string text;
-  if (code >= 0x20)
-    text.append("'").append(1, c).append("' ");
+  if (code >= 0x20) text.append("'").append(1, c).append("' ");
   return text.append("(").append(std::to_string(code)).append(")");
 }
 
-// A function returns this after a failure; it converts to the default of any
-// return type.
+// A function returns this after a failure; it converts to the default of any return type.
 struct Failed {
-  template <class T> operator T() const { return T(); }
+  template <class T>
+  operator T() const {
+    return T();
+  }
 };
 
-// Parses one text, which outlives it. Keeps the first failure, and skips all
-// text after it, so that every loop ends.
+// Parses one text, which outlives it. Keeps the first failure, and skips all text after it, so that
+// every loop ends.
 class Parser {
-public:
-  Parser(const std::string &in, JsonParse strategy)
+ public:
+  Parser(const std::string& in, JsonParse strategy)
       : end_(in.data() + in.size()), strategy_(strategy), at_(in.data()) {}
 
   Json ParseDocument() {
     Json value = ParseValue(0);
     SkipGarbage();
-    if (!AtEnd())
-      Fail("unexpected trailing " + Rendered(*at_));
+    if (!AtEnd()) Fail("unexpected trailing " + Rendered(*at_));
     return failed_ ? Json() : value;
   }
 
   std::string TakeError() { return std::move(error_); }
 
-private:
+ private:
   Failed Fail(std::string error) {
-    if (!failed_)
-      error_ = std::move(error);
+    if (!failed_) error_ = std::move(error);
     failed_ = true;
     at_ = end_;
     return {};
@@ -69,26 +68,21 @@ private:
 
   void SkipGarbage() {
     do {
-      while (IsBlank(*at_))
-        ++at_;
+      while (IsBlank(*at_)) ++at_;
     } while (strategy_ == COMMENTS && SkipComment());
   }
 
   // Returns false without a comment, or after a failure.
   bool SkipComment() {
-    if (*at_ != '/')
-      return false;
+    if (*at_ != '/') return false;
     ++at_;
-    if (AtEnd())
-      return Fail("unexpected end of input after start of comment");
+    if (AtEnd()) return Fail("unexpected end of input after start of comment");
     const char kind = *at_++;
-    if (kind != '/' && kind != '*')
-      return Fail("malformed comment");
+    if (kind != '/' && kind != '*') return Fail("malformed comment");
     const std::string_view end = kind == '/' ? "\n" : "*/";
     const std::size_t found = Ahead().find(end);
     const bool is_open = found == std::string_view::npos;
-    if (is_open && kind == '*')
-      return Fail("unexpected end of input inside multi-line comment");
+    if (is_open && kind == '*') return Fail("unexpected end of input inside multi-line comment");
     at_ = is_open ? end_ : at_ + found + end.size();
     return true;
   }
@@ -96,33 +90,30 @@ private:
   // Returns the next character after garbage; 0 after a failure.
   char NextToken() {
     SkipGarbage();
-    if (AtEnd())
-      return Fail("unexpected end of input");
+    if (AtEnd()) return Fail("unexpected end of input");
     return *at_++;
   }
 
   Json ParseValue(int depth) {
-    if (depth > kMaxDepth)
-      return Fail("exceeded maximum nesting depth");
+    if (depth > kMaxDepth) return Fail("exceeded maximum nesting depth");
     const char first = NextToken();
     switch (first) {
-    case 't':
-      return ParseWord("true", Json(true));
-    case 'f':
-      return ParseWord("false", Json(false));
-    case 'n':
-      return ParseWord("null", Json());
-    case '"':
-      return Json(std::string(ParseString()));
-    case '{':
-      return ParseObject(depth);
-    case '[':
-      return ParseArray(depth);
-    default:
-      if (first != '-' && !IsDigit(first))
-        return Fail("expected value, got " + Rendered(first));
-      --at_;
-      return ParseNumber();
+      case 't':
+        return ParseWord("true", Json(true));
+      case 'f':
+        return ParseWord("false", Json(false));
+      case 'n':
+        return ParseWord("null", Json());
+      case '"':
+        return Json(std::string(ParseString()));
+      case '{':
+        return ParseObject(depth);
+      case '[':
+        return ParseArray(depth);
+      default:
+        if (first != '-' && !IsDigit(first)) return Fail("expected value, got " + Rendered(first));
+        --at_;
+        return ParseNumber();
     }
   }
 
@@ -130,8 +121,7 @@ private:
     --at_;
     const std::string_view found = Ahead(word.size());
     if (found != word) {
-      return Fail("parse error: expected " + std::string(word) + ", got " +
-                  std::string(found));
+      return Fail("parse error: expected " + std::string(word) + ", got " + std::string(found));
     }
     at_ += word.size();
     return value;
@@ -139,34 +129,25 @@ private:
 
   Json ParseObject(int depth) {
     char token = NextToken();
-    if (token == '}')
-      return Json(Json::object());
+    if (token == '}') return Json(Json::object());
     Json::object members;
     while (true) {
-      if (token != '"')
-        return Fail("expected '\"' in object, got " + Rendered(token));
-      // Sorted keys, as our own dump writes them, go in at the end without a
-      // search.
-      Json &value =
-          members.emplace_hint(members.end(), ParseString(), nullptr)->second;
+      if (token != '"') return Fail("expected '\"' in object, got " + Rendered(token));
+      // Sorted keys, as our own dump writes them, go in at the end without a search.
+      Json& value = members.emplace_hint(members.end(), ParseString(), nullptr)->second;
       token = NextToken();
-      if (token != ':')
-        return Fail("expected ':' in object, got " + Rendered(token));
+      if (token != ':') return Fail("expected ':' in object, got " + Rendered(token));
       value = ParseValue(depth + 1);
       token = NextToken();
-      if (token == '}')
-        return Json(std::move(members));
-      if (token != ',')
-        return Fail("expected ',' in object, got " + Rendered(token));
+      if (token == '}') return Json(std::move(members));
+      if (token != ',') return Fail("expected ',' in object, got " + Rendered(token));
       token = NextToken();
     }
   }
 
   Json ParseArray(int depth) {
-    if (NextToken() == ']')
-      return Json(Json::array());
-    if (failed_)
-      return {};
+    if (NextToken() == ']') return Json(Json::array());
+    if (failed_) return {};
     --at_;
     const std::size_t first = open_items_.size();
     char token = ',';
@@ -174,82 +155,67 @@ private:
       open_items_.push_back(ParseValue(depth + 1));
       token = NextToken();
     }
-    if (token != ']')
-      return Fail("expected ',' in list, got " + Rendered(token));
+    if (token != ']') return Fail("expected ',' in list, got " + Rendered(token));
     const auto begin = open_items_.begin() + static_cast<std::ptrdiff_t>(first);
-    Json::array items(std::make_move_iterator(begin),
-                      std::make_move_iterator(open_items_.end()));
+    Json::array items(std::make_move_iterator(begin), std::make_move_iterator(open_items_.end()));
     open_items_.resize(first);
     return Json(std::move(items));
   }
 
   void SkipDigits() {
-    while (IsDigit(*at_))
-      ++at_;
+    while (IsDigit(*at_)) ++at_;
   }
 
   Json ParseNumber() {
-    const char *const start = at_;
-    if (*at_ == '-')
-      ++at_;
-    if (!IsDigit(*at_))
-      return Fail("invalid " + Rendered(*at_) + " in number");
+    const char* const start = at_;
+    if (*at_ == '-') ++at_;
+    if (!IsDigit(*at_)) return Fail("invalid " + Rendered(*at_) + " in number");
     const char first = *at_++;
-    if (first == '0' && IsDigit(*at_))
-      return Fail("leading 0s not permitted in numbers");
+    if (first == '0' && IsDigit(*at_)) return Fail("leading 0s not permitted in numbers");
     SkipDigits();
 
     const char next = *at_;
-    if (next != '.' && next != 'e' && next != 'E' &&
-        at_ - start < kDoubleFromLength) {
+    if (next != '.' && next != 'e' && next != 'E' && at_ - start < kDoubleFromLength) {
       long long value = 0;
       std::from_chars(start, at_, value);
-      return Json(value);
+      return integers_.Make(value);
     }
     SkipFraction();
     SkipExponent();
-    if (failed_)
-      return {};
-    return Json(ReadDouble(std::string_view(start, at_)));
+    if (failed_) return {};
+    return doubles_.Make(ReadDouble(std::string_view(start, at_)));
   }
 
   void SkipFraction() {
-    if (*at_ != '.')
-      return;
+    if (*at_ != '.') return;
     ++at_;
     SkipRequiredDigits("at least one digit required in fractional part");
   }
 
   void SkipExponent() {
-    if (*at_ != 'e' && *at_ != 'E')
-      return;
+    if (*at_ != 'e' && *at_ != 'E') return;
     ++at_;
-    if (*at_ == '+' || *at_ == '-')
-      ++at_;
+    if (*at_ == '+' || *at_ == '-') ++at_;
     SkipRequiredDigits("at least one digit required in exponent");
   }
 
-  void SkipRequiredDigits(const char *error) {
-    if (!IsDigit(*at_))
-      Fail(error);
+  void SkipRequiredDigits(const char* error) {
+    if (!IsDigit(*at_)) Fail(error);
     SkipDigits();
   }
 
-  // Called after the opening quote; consumes the closing one. The result lives
-  // until the next call.
+  // Called after the opening quote; consumes the closing one. The result lives until the next call.
   std::string_view ParseString() {
     const std::string_view run = TakePlainRun();
-    if (*at_ != '"')
-      return DecodeString(run);
+    if (*at_ != '"') return DecodeString(run);
     ++at_;
     return run;
   }
 
   std::string_view TakePlainRun() {
-    const char *const start = at_;
-    const char *at = start;
-    while (IsPlain(*at))
-      ++at;
+    const char* const start = at_;
+    const char* at = start;
+    while (IsPlain(*at)) ++at;
     at_ = at;
     return std::string_view(start, at);
   }
@@ -259,21 +225,17 @@ private:
     decoded_ = first_run;
     while (*at_ == '\\') {
       ++at_;
-      if (!AtEnd())
-        DecodeEscape(*at_++);
+      if (!AtEnd()) DecodeEscape(*at_++);
       decoded_ += TakePlainRun();
     }
-    if (AtEnd())
-      return Fail("unexpected end of input in string");
+    if (AtEnd()) return Fail("unexpected end of input in string");
     const char c = *at_++;
-    if (c != '"')
-      return Fail("unescaped " + Rendered(c) + " in string");
+    if (c != '"') return Fail("unescaped " + Rendered(c) + " in string");
     return decoded_;
   }
 
   void DecodeEscape(char letter) {
-    if (letter == 'u')
-      return DecodeUnicodeEscape();
+    if (letter == 'u') return DecodeUnicodeEscape();
     const std::size_t place = kEscapeLetters.find(letter);
     if (place == std::string_view::npos) {
       return void(Fail("invalid escape character " + Rendered(letter)));
@@ -299,8 +261,7 @@ private:
   std::uint32_t ParseHexDigits() {
     const std::string_view digits = Ahead(4);
     std::uint32_t code = 0;
-    const auto result =
-        std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
     if (digits.size() != 4 || result.ptr != digits.data() + 4) {
       return Fail("bad \\u escape: " + std::string(digits));
     }
@@ -308,32 +269,30 @@ private:
     return code;
   }
 
-  const char *const
-      end_; // Points to the NUL behind the text, so reading there is safe.
+  const char* const end_;  // Points to the NUL behind the text, so reading there is safe.
   const JsonParse strategy_;
-  const char *at_;
+  const char* at_;
   bool failed_ = false;
   std::string error_;
   std::string decoded_;
-  Json::array open_items_; // The items of the arrays that haven't ended,
-                           // innermost array last.
+  NumberBlocks<JsonInt64> integers_;
+  NumberBlocks<JsonDouble> doubles_;
+  Json::array open_items_;  // The items of the arrays that haven't ended, innermost array last.
 };
 
-} // namespace
+}  // namespace
 
-Json Json::parse(const std::string &in, std::string &error,
-                 JsonParse strategy) {
+Json Json::parse(const std::string& in, std::string& error, JsonParse strategy) {
   Parser parser(in, strategy);
   Json value = parser.ParseDocument();
   error = parser.TakeError();
   return value;
 }
 
-Json Json::parse(const char *in, std::string &error, JsonParse strategy) {
-  if (in)
-    return parse(std::string(in), error, strategy);
+Json Json::parse(const char* in, std::string& error, JsonParse strategy) {
+  if (in) return parse(std::string(in), error, strategy);
   error = "null input";
   return {};
 }
 
-} // namespace zo_base::json11
+}  // namespace zo_base::json11

@@ -78,8 +78,13 @@ constexpr std::size_t kSeparator = 2;
 }  // namespace
 
 void DumpBuffer::MakeRoom() {
-  // Growing a long string by steps would cost more than to estimate its length first.
-  if (!has_reserved_) out_.reserve(out_.size() + JsonPayloads::Of(whole_).likely_dump_size());
+  // Growing a long string by steps would cost more than to estimate its length first. The estimate
+  // is from samples, and may be far too high.
+  constexpr std::size_t kMostReserved = 1024 * 1024;
+  if (!has_reserved_) {
+    const std::size_t likely = JsonPayloads::Of(whole_).likely_dump_size();
+    out_.reserve(out_.size() + std::min(likely, kMostReserved));
+  }
   has_reserved_ = true;
   Flush();
 }
@@ -92,9 +97,15 @@ void DumpBuffer::Flush() {
 std::size_t JsonString::likely_dump_size() const { return value_.size() + kQuotes; }
 
 std::size_t JsonArray::likely_dump_size() const {
-  std::size_t size = kQuotes;
-  for (const Json& item : value_) size += JsonPayloads::Of(item).likely_dump_size() + kSeparator;
-  return size;
+  constexpr std::size_t kMostSamples = 16;
+  const std::size_t samples = std::min(value_.size(), kMostSamples);
+  if (samples == 0) return kQuotes;
+  std::size_t size = 0;
+  for (std::size_t sample = 0; sample < samples; ++sample) {
+    const Json& item = value_[sample * value_.size() / samples];
+    size += JsonPayloads::Of(item).likely_dump_size() + kSeparator;
+  }
+  return kQuotes + size * value_.size() / samples;
 }
 
 std::size_t JsonObject::likely_dump_size() const {

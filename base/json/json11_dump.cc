@@ -1,10 +1,12 @@
-#include <array>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <string>
 
-#include "base/json/json11_value.h"
+#include "base/json/json11_dump_buffer.h"
+#include "base/json/json11_kinds.h"
+#include "base/json/json11_text.h"
 
 namespace zo_base::json11 {
 namespace {
@@ -15,109 +17,151 @@ constexpr int kDoublePrecision = 17;
 constexpr std::size_t kLongestNumber = 32;
 
 template <class... Format>
-void AppendNumber(std::string& out, Format... number_and_format) {
-  char digits[kLongestNumber];
-  const auto end = std::to_chars(digits, digits + sizeof digits, number_and_format...).ptr;
-  out.append(digits, end);
+void DumpNumber(DumpBuffer& out, Format... number_and_format) {
+  char* const begin = out.Room(kLongestNumber);
+  out.Commit(std::to_chars(begin, begin + kLongestNumber, number_and_format...).ptr);
 }
 
-void AppendUnicodeEscape(unsigned char byte, std::string& out) {
-  out += "\\u00";
-  out += "0123456789abcdef"[byte >> 4];
-  out += "0123456789abcdef"[byte & 0xf];
+constexpr std::ptrdiff_t kLongestEscape = 6;  // "\\u2028".
+constexpr std::ptrdiff_t kLineSeparatorLength = 3;
+
+bool IsLineSeparator(const char* text) {  // Reads no further than the NUL at the end.
+  return text[0] == kLineSeparatorLead && text[1] == '\x80' &&
+         (text[2] == '\xa8' || text[2] == '\xa9');
 }
 
-// U+2028 and U+2029 are E2 80 A8 and E2 80 A9.
-bool IsLineSeparator(const std::string& text, std::size_t at) {
-  return text.compare(at, 2, "\xe2\x80") == 0 && at + 2 < text.size() &&
-         (text[at + 2] == '\xa8' || text[at + 2] == '\xa9');
-}
-
-constexpr unsigned char kFirstPrintable = 0x20;
-constexpr unsigned char kLineSeparatorLead = 0xe2;
-
-// Whether a byte needs no escape.
-constexpr std::array<bool, 256> kPlain = [] {
-  std::array<bool, 256> plain{};
-  for (unsigned byte = kFirstPrintable; byte < plain.size(); ++byte) {
-    plain[byte] = byte != '"' && byte != '\\' && byte != kLineSeparatorLead;
+// Writes the dump of the byte or line separator at `from`. Returns the end.
+char* WriteSpecial(const char* from, char* to) {
+  if (IsLineSeparator(from)) {
+    return std::copy_n(from[2] == '\xa8' ? "\\u2028" : "\\u2029", kLongestEscape, to);
   }
-  return plain;
-}();
-
-bool StandsForItself(char byte) { return kPlain[static_cast<unsigned char>(byte)]; }
-
-// Appends the byte at `at`, which isn't plain, or the sequence there. Returns its length.
-std::size_t AppendSpecial(const std::string& value, std::size_t at, std::string& out) {
-  const auto byte = static_cast<unsigned char>(value[at]);
-  if (byte == kLineSeparatorLead) {
-    if (IsLineSeparator(value, at)) {
-      out += value[at + 2] == '\xa8' ? "\\u2028" : "\\u2029";
-      return 3;
-    }
-    out += value[at];
-  } else if (const auto place = kEscapedBytes.find(value[at]); place != kEscapedBytes.npos) {
-    out.append("\\").append(1, kEscapeLetters[place]);
+  const char c = *from;
+  if (c == kLineSeparatorLead) {
+    *to++ = c;
+    return to;
+  }
+  *to++ = '\\';
+  if (const auto place = kEscapedBytes.find(c); place != kEscapedBytes.npos) {
+    *to++ = kEscapeLetters[place];
   } else {
-    AppendUnicodeEscape(byte, out);
+    to = std::copy_n("u00", 3, to);
+    *to++ = "0123456789abcdef"[c >> 4];
+    *to++ = "0123456789abcdef"[c & 0xf];
   }
-  return 1;
+  return to;
 }
 
-std::size_t EndOfPlainRun(const std::string& value, std::size_t at) {
-  while (at < value.size() && StandsForItself(value[at])) ++at;
-  return at;
+void DumpString(const std::string& value, DumpBuffer& out) {
+  constexpr std::ptrdiff_t kPiece = 64;
+  out.Put("\"");
+  const char* from = value.data();
+  const char* const end = from + value.size();
+  while (from < end) {
+    char* to = out.Room(kPiece * kLongestEscape);
+    const char* const piece_end = from + std::min(end - from, kPiece);
+    while (from < piece_end) {
+      if (IsNeverEscaped(*from)) {
+        *to++ = *from++;
+        continue;
+      }
+      to = WriteSpecial(from, to);
+      from += IsLineSeparator(from) ? kLineSeparatorLength : 1;
+    }
+    out.Commit(to);
+  }
+  out.Put("\"");
 }
+
+constexpr std::size_t kQuotes = 2;  // Or brackets.
+constexpr std::size_t kSeparator = 2;
 
 }  // namespace
 
-void DumpNumber(long long value, std::string& out) { AppendNumber(out, value); }
-
-void DumpNumber(double value, std::string& out) {
-  if (!std::isfinite(value)) {
-    out += "null";
-    return;
+void DumpBuffer::MakeRoom() {
+  // Growing a long string by steps would cost more than to estimate its length first. The estimate
+  // is from samples, and may be far too high.
+  constexpr std::size_t kMostReserved = 1024 * 1024;
+  if (!has_reserved_) {
+    const std::size_t likely = JsonPayloads::Of(whole_).likely_dump_size();
+    out_.reserve(out_.size() + std::min(likely, kMostReserved));
   }
+  has_reserved_ = true;
+  Flush();
+}
+
+void DumpBuffer::Flush() {
+  out_.append(bytes_, at_);
+  at_ = bytes_;
+}
+
+std::size_t JsonString::likely_dump_size() const { return value_.size() + kQuotes; }
+
+std::size_t JsonArray::likely_dump_size() const {
+  constexpr std::size_t kMostSamples = 16;
+  const std::size_t samples = std::min(value_.size(), kMostSamples);
+  if (samples == 0) return kQuotes;
+  std::size_t size = 0;
+  for (std::size_t sample = 0; sample < samples; ++sample) {
+    const Json& item = value_[sample * value_.size() / samples];
+    size += JsonPayloads::Of(item).likely_dump_size() + kSeparator;
+  }
+  return kQuotes + size * value_.size() / samples;
+}
+
+std::size_t JsonObject::likely_dump_size() const {
+  std::size_t size = kQuotes;
+  for (const auto& [key, value] : value_) {
+    size += key.size() + kQuotes + kSeparator;
+    size += JsonPayloads::Of(value).likely_dump_size() + kSeparator;
+  }
+  return size;
+}
+
+void JsonNull::dump(DumpBuffer& out) const { out.Put("null"); }
+void JsonBoolean::dump(DumpBuffer& out) const { value_ ? out.Put("true") : out.Put("false"); }
+void JsonInt::dump(DumpBuffer& out) const { DumpNumber(out, value_); }
+void JsonInt64::dump(DumpBuffer& out) const { DumpNumber(out, value_); }
+void JsonString::dump(DumpBuffer& out) const { DumpString(value_, out); }
+
+void JsonDouble::dump(DumpBuffer& out) const {
+  if (!std::isfinite(value_)) return out.Put("null");
   // As "%.17g" prints it, but never with a locale's decimal point.
-  AppendNumber(out, value, std::chars_format::general, kDoublePrecision);
+  DumpNumber(out, value_, std::chars_format::general, kDoublePrecision);
 }
 
-std::size_t LikelyDumpSize(const Json& value) {
-  constexpr std::size_t kLikelyNumber = 8;
-  constexpr std::size_t kQuotes = 2, kSeparator = 2;
-  std::size_t size = kQuotes;  // Or the brackets.
-  switch (value.type()) {
-    case Json::STRING:
-      return size + value.string_value().size();
-    case Json::ARRAY:
-      for (const Json& item : value.array_items()) size += LikelyDumpSize(item) + kSeparator;
-      return size;
-    case Json::OBJECT:
-      for (const auto& [key, member] : value.object_items()) {
-        size += key.size() + kQuotes + kSeparator + LikelyDumpSize(member) + kSeparator;
-      }
-      return size;
-    default:
-      return kLikelyNumber;
+void JsonArray::dump(DumpBuffer& out) const {
+  out.Put("[");
+  bool is_first = true;
+  for (const Json& item : value_) {
+    if (!is_first) out.Put(", ");
+    is_first = false;
+    JsonPayloads::Of(item).dump(out);
   }
+  out.Put("]");
 }
 
-void DumpString(const std::string& value, std::string& out) {
-  std::size_t plain_end = EndOfPlainRun(value, 0);
-  if (plain_end == value.size()) {
-    // Nearly every string: grow `out` once.
-    const std::size_t begin = out.size();
-    out.append(value.size() + 2, '"');
-    value.copy(out.data() + begin + 1, value.size());
-    return;
+void JsonObject::dump(DumpBuffer& out) const {
+  out.Put("{");
+  bool is_first = true;
+  for (const auto& [key, value] : value_) {
+    if (!is_first) out.Put(", ");
+    is_first = false;
+    DumpString(key, out);
+    out.Put(": ");
+    JsonPayloads::Of(value).dump(out);
   }
-  out += '"';
-  for (std::size_t at = 0; at < value.size(); plain_end = EndOfPlainRun(value, at)) {
-    out.append(value, at, plain_end - at);
-    at = plain_end;
-    if (at < value.size()) at += AppendSpecial(value, at, out);
-  }
-  out += '"';
+  out.Put("}");
+}
+
+void Json::dump(std::string& out) const {
+  DumpBuffer buffer(*this, out);
+  payload().dump(buffer);
+}
+
+std::string Json::dump() const {
+  std::string out;
+  dump(out);
+  return out;
 }
 
 }  // namespace zo_base::json11

@@ -1,11 +1,13 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "base/json/json11_value.h"
+#include "base/json/json11_kinds.h"
+#include "base/json/json11_text.h"
 #include "base/text/numbers.h"
 #include "base/text/utf8.h"
 
@@ -15,10 +17,7 @@ namespace {
 // The top value has depth 0, so 201 levels pass.
 constexpr int kMaxDepth = 200;
 // A number of fewer characters, the sign included, becomes a 64-bit integer.
-constexpr std::size_t kDoubleFromLength = 10;
-
-bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr std::ptrdiff_t kDoubleFromLength = 10;
 
 // How a message shows a character.
 std::string Rendered(char c) {
@@ -28,9 +27,6 @@ std::string Rendered(char c) {
   return text.append("(").append(std::to_string(code)).append(")");
 }
 
-bool IsHighSurrogate(std::uint32_t code) { return code >= 0xd800 && code <= 0xdbff; }
-bool IsLowSurrogate(std::uint32_t code) { return code >= 0xdc00 && code <= 0xdfff; }
-
 // A function returns this after a failure; it converts to the default of any return type.
 struct Failed {
   template <class T>
@@ -39,15 +35,17 @@ struct Failed {
   }
 };
 
-// Parses one text. Keeps the first failure; after one, every operation returns at once.
+// Parses one text, which outlives it. Keeps the first failure, and skips all text after it, so that
+// every loop ends.
 class Parser {
  public:
-  Parser(std::string_view in, JsonParse strategy) : in_(in), strategy_(strategy) {}
+  Parser(const std::string& in, JsonParse strategy)
+      : end_(in.data() + in.size()), strategy_(strategy), at_(in.data()) {}
 
   Json ParseDocument() {
     Json value = ParseValue(0);
     SkipGarbage();
-    if (!failed_ && at_ < in_.size()) Fail("unexpected trailing " + Rendered(in_[at_]));
+    if (!AtEnd()) Fail("unexpected trailing " + Rendered(*at_));
     return failed_ ? Json() : value;
   }
 
@@ -57,48 +55,48 @@ class Parser {
   Failed Fail(std::string error) {
     if (!failed_) error_ = std::move(error);
     failed_ = true;
+    at_ = end_;
     return {};
   }
 
-  bool AtEnd() const { return at_ == in_.size(); }
+  bool AtEnd() const { return at_ == end_; }
 
-  void SkipBlanks() {
-    while (!AtEnd() && IsBlank(in_[at_])) ++at_;
+  // The text from here on, cut to `size`.
+  std::string_view Ahead(std::size_t size = std::string_view::npos) const {
+    return std::string_view(at_, end_).substr(0, size);
   }
 
   void SkipGarbage() {
-    SkipBlanks();
-    if (strategy_ != COMMENTS) return;
-    while (SkipComment()) SkipBlanks();
+    do {
+      while (IsBlank(*at_)) ++at_;
+    } while (strategy_ == COMMENTS && SkipComment());
   }
 
   // Returns false without a comment, or after a failure.
   bool SkipComment() {
-    if (failed_ || AtEnd() || in_[at_] != '/') return false;
+    if (*at_ != '/') return false;
     ++at_;
     if (AtEnd()) return Fail("unexpected end of input after start of comment");
-    const char kind = in_[at_++];
+    const char kind = *at_++;
     if (kind != '/' && kind != '*') return Fail("malformed comment");
     const std::string_view end = kind == '/' ? "\n" : "*/";
-    const std::size_t found = in_.find(end, at_);
+    const std::size_t found = Ahead().find(end);
     const bool is_open = found == std::string_view::npos;
     if (is_open && kind == '*') return Fail("unexpected end of input inside multi-line comment");
-    at_ = is_open ? in_.size() : found + end.size();
+    at_ = is_open ? end_ : at_ + found + end.size();
     return true;
   }
 
   // Returns the next character after garbage; 0 after a failure.
   char NextToken() {
     SkipGarbage();
-    if (failed_) return Failed();
     if (AtEnd()) return Fail("unexpected end of input");
-    return in_[at_++];
+    return *at_++;
   }
 
   Json ParseValue(int depth) {
     if (depth > kMaxDepth) return Fail("exceeded maximum nesting depth");
     const char first = NextToken();
-    if (failed_) return {};
     switch (first) {
       case 't':
         return ParseWord("true", Json(true));
@@ -107,7 +105,7 @@ class Parser {
       case 'n':
         return ParseWord("null", Json());
       case '"':
-        return Json(ParseString());
+        return Json(std::string(ParseString()));
       case '{':
         return ParseObject(depth);
       case '[':
@@ -121,7 +119,7 @@ class Parser {
 
   Json ParseWord(std::string_view word, Json value) {
     --at_;
-    const std::string_view found = in_.substr(at_, word.size());
+    const std::string_view found = Ahead(word.size());
     if (found != word) {
       return Fail("parse error: expected " + std::string(word) + ", got " + std::string(found));
     }
@@ -130,154 +128,156 @@ class Parser {
   }
 
   Json ParseObject(int depth) {
-    Json::object members;
     char token = NextToken();
-    while (!failed_ && token != '}') {
+    if (token == '}') return Json(Json::object());
+    Json::object members;
+    while (true) {
       if (token != '"') return Fail("expected '\"' in object, got " + Rendered(token));
-      std::string key = ParseString();
+      // Sorted keys, as our own dump writes them, go in at the end without a search.
+      Json& value = members.emplace_hint(members.end(), ParseString(), nullptr)->second;
       token = NextToken();
       if (token != ':') return Fail("expected ':' in object, got " + Rendered(token));
-      Json value = ParseValue(depth + 1);
-      // Sorted keys, as our own dump writes them, go in at the end without a search.
-      members.insert_or_assign(members.end(), std::move(key), std::move(value));
+      value = ParseValue(depth + 1);
       token = NextToken();
-      if (token == '}') break;
+      if (token == '}') return Json(std::move(members));
       if (token != ',') return Fail("expected ',' in object, got " + Rendered(token));
       token = NextToken();
     }
-    return Json(std::move(members));
   }
 
   Json ParseArray(int depth) {
-    Json::array values;
-    if (NextToken() == ']') return Json(std::move(values));
-    if (!failed_) --at_;
-    while (!failed_) {
-      values.push_back(ParseValue(depth + 1));
-      const char token = NextToken();
-      if (token == ']') break;
-      if (token != ',') return Fail("expected ',' in list, got " + Rendered(token));
+    if (NextToken() == ']') return Json(Json::array());
+    if (failed_) return {};
+    --at_;
+    const std::size_t first = open_items_.size();
+    char token = ',';
+    while (token == ',') {
+      open_items_.push_back(ParseValue(depth + 1));
+      token = NextToken();
     }
-    return Json(std::move(values));
+    if (token != ']') return Fail("expected ',' in list, got " + Rendered(token));
+    const auto begin = open_items_.begin() + static_cast<std::ptrdiff_t>(first);
+    Json::array items(std::make_move_iterator(begin), std::make_move_iterator(open_items_.end()));
+    open_items_.resize(first);
+    return Json(std::move(items));
   }
 
-  // Returns the next character of a number; 0 at the end of the text.
-  char Peek() const { return AtEnd() ? '\0' : in_[at_]; }
-
   void SkipDigits() {
-    while (IsDigit(Peek())) ++at_;
+    while (IsDigit(*at_)) ++at_;
   }
 
   Json ParseNumber() {
-    const std::size_t start = at_;
-    if (Peek() == '-') ++at_;
-    if (Peek() == '0') {
-      ++at_;
-      if (IsDigit(Peek())) return Fail("leading 0s not permitted in numbers");
-    } else if (IsDigit(Peek())) {
-      SkipDigits();
-    } else {
-      return Fail("invalid " + Rendered(Peek()) + " in number");
-    }
+    const char* const start = at_;
+    if (*at_ == '-') ++at_;
+    if (!IsDigit(*at_)) return Fail("invalid " + Rendered(*at_) + " in number");
+    const char first = *at_++;
+    if (first == '0' && IsDigit(*at_)) return Fail("leading 0s not permitted in numbers");
+    SkipDigits();
 
-    const char next = Peek();
+    const char next = *at_;
     if (next != '.' && next != 'e' && next != 'E' && at_ - start < kDoubleFromLength) {
       long long value = 0;
-      std::from_chars(in_.data() + start, in_.data() + at_, value);
-      return Json(value);
+      std::from_chars(start, at_, value);
+      return integers_.Make(value);
     }
-    if (!SkipFraction() || !SkipExponent()) return {};
-    return Json(ReadDouble(in_.substr(start, at_ - start)));
+    SkipFraction();
+    SkipExponent();
+    if (failed_) return {};
+    return doubles_.Make(ReadDouble(std::string_view(start, at_)));
   }
 
-  bool SkipFraction() {
-    if (Peek() != '.') return true;
+  void SkipFraction() {
+    if (*at_ != '.') return;
     ++at_;
-    return SkipRequiredDigits("at least one digit required in fractional part");
+    SkipRequiredDigits("at least one digit required in fractional part");
   }
 
-  bool SkipExponent() {
-    if (Peek() != 'e' && Peek() != 'E') return true;
+  void SkipExponent() {
+    if (*at_ != 'e' && *at_ != 'E') return;
     ++at_;
-    if (Peek() == '+' || Peek() == '-') ++at_;
-    return SkipRequiredDigits("at least one digit required in exponent");
+    if (*at_ == '+' || *at_ == '-') ++at_;
+    SkipRequiredDigits("at least one digit required in exponent");
   }
 
-  bool SkipRequiredDigits(const char* error) {
-    if (!IsDigit(Peek())) return Fail(error);
+  void SkipRequiredDigits(const char* error) {
+    if (!IsDigit(*at_)) Fail(error);
     SkipDigits();
-    return true;
   }
 
-  // Called after the opening quote; consumes the closing one.
-  std::string ParseString() {
-    std::string out;
-    std::uint32_t pending = kNone;  // A code point held back: it may be half of a pair.
-    while (true) {
-      AppendPlainRun(out, pending);
-      if (AtEnd()) return Fail("unexpected end of input in string");
-      const char c = in_[at_++];
-      if (c == '"') {
-        Flush(pending, out);
-        return out;
-      }
-      if (c != '\\') return Fail("unescaped " + Rendered(c) + " in string");
-      if (AtEnd()) return Fail("unexpected end of input in string");
-      const char escape = in_[at_++];
-      if (escape == 'u') {
-        if (!ParseUnicodeEscape(pending, out)) return {};
-      } else {
-        Flush(pending, out);
-        const std::size_t place = kEscapeLetters.find(escape);
-        if (place == std::string_view::npos) {
-          return Fail("invalid escape character " + Rendered(escape));
-        }
-        out += kEscapedBytes[place];
-      }
-    }
+  // Called after the opening quote; consumes the closing one. The result lives until the next call.
+  std::string_view ParseString() {
+    const std::string_view run = TakePlainRun();
+    if (*at_ != '"') return DecodeString(run);
+    ++at_;
+    return run;
   }
 
-  void AppendPlainRun(std::string& out, std::uint32_t& pending) {
-    const std::size_t run = at_;
-    while (!AtEnd() && in_[at_] != '"' && in_[at_] != '\\' &&
-           static_cast<unsigned char>(in_[at_]) >= 0x20) {
+  std::string_view TakePlainRun() {
+    const char* const start = at_;
+    const char* at = start;
+    while (IsPlain(*at)) ++at;
+    at_ = at;
+    return std::string_view(start, at);
+  }
+
+  // Called behind the first run of plain bytes.
+  std::string_view DecodeString(std::string_view first_run) {
+    decoded_ = first_run;
+    while (*at_ == '\\') {
       ++at_;
+      if (!AtEnd()) DecodeEscape(*at_++);
+      decoded_ += TakePlainRun();
     }
-    if (at_ == run) return;
-    Flush(pending, out);
-    out.append(in_, run, at_ - run);
+    if (AtEnd()) return Fail("unexpected end of input in string");
+    const char c = *at_++;
+    if (c != '"') return Fail("unescaped " + Rendered(c) + " in string");
+    return decoded_;
   }
 
-  bool ParseUnicodeEscape(std::uint32_t& pending, std::string& out) {
-    const std::string_view digits = in_.substr(at_, 4);
+  void DecodeEscape(char letter) {
+    if (letter == 'u') return DecodeUnicodeEscape();
+    const std::size_t place = kEscapeLetters.find(letter);
+    if (place == std::string_view::npos) {
+      return void(Fail("invalid escape character " + Rendered(letter)));
+    }
+    decoded_ += kEscapedBytes[place];
+  }
+
+  void DecodeUnicodeEscape() {
+    std::uint32_t code = ParseHexDigits();
+    while (IsHighSurrogate(code) && Ahead(2) == "\\u") {
+      at_ += 2;
+      const std::uint32_t next = ParseHexDigits();
+      if (IsLowSurrogate(next)) {
+        code = 0x10000 + ((code - 0xd800) << 10) + (next - 0xdc00);
+      } else {
+        AppendUtf8(code, decoded_);
+        code = next;
+      }
+    }
+    AppendUtf8(code, decoded_);
+  }
+
+  std::uint32_t ParseHexDigits() {
+    const std::string_view digits = Ahead(4);
     std::uint32_t code = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
     if (digits.size() != 4 || result.ptr != digits.data() + 4) {
       return Fail("bad \\u escape: " + std::string(digits));
     }
     at_ += 4;
-    if (IsHighSurrogate(pending) && IsLowSurrogate(code)) {
-      AppendUtf8(0x10000 + ((pending - 0xd800) << 10) + (code - 0xdc00), out);
-      pending = kNone;
-    } else {
-      Flush(pending, out);
-      pending = code;
-    }
-    return true;
+    return code;
   }
 
-  static void Flush(std::uint32_t& pending, std::string& out) {
-    if (pending != kNone) AppendUtf8(pending, out);
-    pending = kNone;
-  }
-
-  static constexpr std::uint32_t kNone = ~std::uint32_t{0};  // No code point.
-
-  const std::string_view in_;
+  const char* const end_;  // Points to the NUL behind the text, so reading there is safe.
   const JsonParse strategy_;
-  std::size_t at_ = 0;
-  std::string error_;
+  const char* at_;
   bool failed_ = false;
+  std::string error_;
+  std::string decoded_;
+  NumberBlocks<JsonInt64> integers_;
+  NumberBlocks<JsonDouble> doubles_;
+  Json::array open_items_;  // The items of the arrays that haven't ended, innermost array last.
 };
 
 }  // namespace
@@ -290,11 +290,9 @@ Json Json::parse(const std::string& in, std::string& error, JsonParse strategy) 
 }
 
 Json Json::parse(const char* in, std::string& error, JsonParse strategy) {
-  if (in == nullptr) {
-    error = "null input";
-    return {};
-  }
-  return parse(std::string(in), error, strategy);
+  if (in) return parse(std::string(in), error, strategy);
+  error = "null input";
+  return {};
 }
 
 }  // namespace zo_base::json11

@@ -13,6 +13,7 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
   const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"unexpected end of input", {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
       {"expected value, got '/' (47)", {"//\n1", "/**/1"}},
+      {"expected '\"' in object, got '}' (125)", {"{\"a\":1,}"}},
       {"unexpected trailing 'x' (120)", {"{} x", "0x1", "\"\"x y"}},
       {"leading 0s not permitted in numbers", {"01", "-00", "[00.5]"}},
       {"invalid (0) in number", {"-", std::string("-\0001", 3)}},

@@ -34,7 +34,9 @@ endif()
 # A Release build is made for size, since an app ships the library: link-time optimisation drops what
 # nobody calls, and relative relocations take a tenth of the room. The objects also hold plain code,
 # which the tests and benchmarks link.
+include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
+check_cxx_compiler_flag(-Oz TARVEL_COMPILER_HAS_OZ)  # g++ from version 12.
 check_linker_flag(CXX "LINKER:-z,pack-relative-relocs" TARVEL_LINKER_PACKS_RELOCATIONS)
 add_library(tarvel_small INTERFACE)
 target_compile_options(tarvel_small INTERFACE $<$<CONFIG:Release>:-ffunction-sections -fdata-sections>)
@@ -68,10 +70,11 @@ function(tarvel_add_subsystem name)
     VISIBILITY_INLINES_HIDDEN ON
     POSITION_INDEPENDENT_CODE ON)
   target_compile_options(${target} PRIVATE
-    $<$<CONFIG:Release>:-Os>
+    $<$<CONFIG:Release>:$<IF:$<BOOL:${TARVEL_COMPILER_HAS_OZ}>,-Oz,-Os>>
     $<TARGET_PROPERTY:tarvel_small,INTERFACE_COMPILE_OPTIONS>)
-  set_source_files_properties(${arg_FAST_SOURCES} PROPERTIES
-    COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
+  # Not as large as -O2 makes them, and as fast.
+  set_source_files_properties(${arg_FAST_SOURCES} PROPERTIES COMPILE_OPTIONS
+    "$<$<CONFIG:Release>:-O2;-fno-inline-functions;-fno-align-functions;-fno-align-loops;-fno-align-jumps>")
   target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS} tarvel_options)
 endfunction()
 

@@ -25,13 +25,13 @@ constexpr std::size_t EscapeLength(char c) {
   return c == '\b' || c == '\t' || c == '\n' || c == '\f' || c == '\r' ? 1 : 5;
 }
 
-std::size_t LengthInFile(const std::string& text) {
+std::size_t LengthInFile(std::string_view text) {
   return std::accumulate(text.begin(), text.end(), text.size(),
                          [](std::size_t length, char c) { return length + EscapeLength(c); });
 }
 
 // With four quotes, a colon and a comma.
-std::size_t LengthInFile(const std::string& key, const std::string& value) {
+std::size_t LengthInFile(std::string_view key, std::string_view value) {
   return LengthInFile(key) + LengthInFile(value) + 6;
 }
 
@@ -159,9 +159,9 @@ std::optional<std::string> CachedKeyValueFile::Dump() const {
   return object.dump();
 }
 
-void CachedKeyValueFile::Set(const std::string& key, const std::string& value, std::int32_t kind) {
+void CachedKeyValueFile::Set(std::string_view key, std::string_view value, std::int32_t kind) {
   WriteLock lock(entries_lock_);
-  const auto [place, is_new] = entries_.try_emplace(key);
+  const auto [place, is_new] = entries_.try_emplace(std::string(key));
   Entry& entry = place->second;
   if (!is_new) {
     const auto& known = ZOAnyCast<std::string>(entry.value);
@@ -169,19 +169,20 @@ void CachedKeyValueFile::Set(const std::string& key, const std::string& value, s
     entry_bytes_ -= LengthInFile(key, known);
   }
   entry_bytes_ += LengthInFile(key, value);
-  entry = {kind, value};
+  entry = {kind, std::string(value)};
   unsaved_.store(true);
 }
 
-std::string CachedKeyValueFile::Get(const std::string& key, const std::string& fallback) const {
+std::string CachedKeyValueFile::Get(std::string_view key, std::string_view fallback) const {
   ReadLock lock(entries_lock_);
-  const auto entry = entries_.find(key);
-  return entry == entries_.end() ? fallback : ZOAnyCast<std::string>(entry->second.value);
+  const auto entry = entries_.find(std::string(key));
+  return entry == entries_.end() ? std::string(fallback)
+                                 : ZOAnyCast<std::string>(entry->second.value);
 }
 
-bool CachedKeyValueFile::Has(const std::string& key) const {
+bool CachedKeyValueFile::Has(std::string_view key) const {
   ReadLock lock(entries_lock_);
-  return entries_.count(key) != 0;
+  return entries_.count(std::string(key)) != 0;
 }
 
 std::size_t CachedKeyValueFile::Size() const {

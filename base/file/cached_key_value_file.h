@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -49,9 +50,9 @@ class CachedKeyValueFile {
   // isn't UTF-8, the file would be too long, or the system refuses. The old file is kept then.
   bool Save();
 
-  void Set(const std::string& key, const std::string& value, std::int32_t kind = kStringEntry);
-  std::string Get(const std::string& key, const std::string& fallback = std::string()) const;
-  bool Has(const std::string& key) const;
+  void Set(std::string_view key, std::string_view value, std::int32_t kind = kStringEntry);
+  std::string Get(std::string_view key, std::string_view fallback = {}) const;
+  bool Has(std::string_view key) const;
   std::size_t Size() const;
   // How many bytes the file takes with these entries.
   std::size_t FileSize() const;

@@ -46,7 +46,7 @@ class TaskThread::ThreadTaskLoop final : public ITaskLoop {
   }
 
  private:
-  std::shared_ptr<ITaskDelegate> Living() const {
+  [[gnu::noinline]] std::shared_ptr<ITaskDelegate> Living() const {
     return attached_.load(std::memory_order_acquire) ? delegate_.lock() : nullptr;
   }
 

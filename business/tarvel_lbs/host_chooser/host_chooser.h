@@ -41,7 +41,7 @@ class HostChooser {
   const LinkAddress& DefaultOf(std::int32_t family) const ZO_REQUIRES(lock);
   void LogHosts(const char* operation) const ZO_EXCLUDES(lock);
 
-  const std::int32_t next_chooser;
+  [[maybe_unused]] const std::int32_t next_chooser;
 
   mutable zo_base::_thread_recursive_mutex lock;
   std::vector<LinkAddress> hosts ZO_GUARDED_BY(lock);

@@ -15,7 +15,7 @@ namespace {
 
 using namespace test_support;
 
-TEST_F(LBSServiceTest, AReleaseAwaitsTheClientsFunctionAndLeavesNothingBehind) {
+TEST_F(LBSServiceTest, AReleaseAwaitsTheClientAndLeavesNothingBehind) {
   const auto anybody_is_connected = [] {
     return GetConfig()->HasConnections(SIG_NetworkChanged) ||
            GetConfig()->HasConnections(SIG_BusinessTokenChanged);

@@ -157,7 +157,7 @@ TEST_F(LBSServiceTest, AsksOnceForMoreWhenLinksAreUsedUp) {
   EXPECT_EQ(NextLink(), round[0]);  // Of the new list.
 }
 
-TEST_F(LBSServiceTest, WaitsForAnUpdateThatAsksAUrlButInNoCallback) {
+TEST_F(LBSServiceTest, WaitsForAnUpdateButNotInACallback) {
   static const auto ask = [](void* user) {
     auto& test = *static_cast<LBSServiceTest*>(user);
     test.told_.Put(test.Response());

@@ -48,7 +48,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT TARVEL_SANITIZE)
   target_compile_options(tarvel_small INTERFACE $<$<CONFIG:Release>:-flto=auto -ffat-lto-objects>)
   target_link_options(tarvel_small INTERFACE $<$<CONFIG:Release>:-flto=auto>)
 endif()
-if(TARVEL_LINKER_PACKS_RELOCATIONS)
+if(TARVEL_PACK_RELOCATIONS AND TARVEL_LINKER_PACKS_RELOCATIONS)
   target_link_options(tarvel_small INTERFACE $<$<CONFIG:Release>:LINKER:-z,pack-relative-relocs>)
 endif()
 

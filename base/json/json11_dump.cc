@@ -80,7 +80,7 @@ constexpr std::size_t kSeparator = 2;
 void DumpBuffer::MakeRoom() {
   // Growing a long string by steps would cost more than to estimate its length first. The estimate
   // is from samples, and may be far too high.
-  constexpr std::size_t kMostReserved = 1024 * 1024;
+  constexpr std::size_t kMostReserved = std::size_t{1024} * 1024;
   if (!has_reserved_) {
     const std::size_t likely = JsonPayloads::Of(whole_).likely_dump_size();
     out_.reserve(out_.size() + std::min(likely, kMostReserved));
@@ -156,6 +156,7 @@ void JsonObject::dump(DumpBuffer& out) const {
 void Json::dump(std::string& out) const {
   DumpBuffer buffer(*this, out);
   payload().dump(buffer);
+  buffer.Flush();
 }
 
 std::string Json::dump() const {

@@ -12,9 +12,8 @@ namespace zo_base::json11 {
 // piece would cost more than the piece itself. Serves one thread, for one dump.
 class DumpBuffer {
  public:
-  // Both outlive this. The destructor appends what is left.
+  // Both outlive this. Flush appends what is left at the end.
   DumpBuffer(const Json& whole, std::string& out) : whole_(whole), out_(out) {}
-  ~DumpBuffer() { Flush(); }
   DumpBuffer(const DumpBuffer&) = delete;
   DumpBuffer& operator=(const DumpBuffer&) = delete;
 
@@ -31,11 +30,12 @@ class DumpBuffer {
     at_ += kLength - 1;
   }
 
+  void Flush();
+
  private:
   static constexpr std::size_t kSize = 4096;  // Nearly every text fits.
 
   void MakeRoom();
-  void Flush();
 
   const Json& whole_;
   std::string& out_;

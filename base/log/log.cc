@@ -112,8 +112,6 @@ LogStream& LogStream::operator<<(const char* text) noexcept {
   return text == nullptr ? *this : *this << std::string_view(text);
 }
 
-LogStream& LogStream::operator<<(char c) noexcept { return *this << std::string_view(&c, 1); }
-
 LogStream& LogStream::AppendSigned(std::int64_t value) noexcept {
   return AppendDigits(*this, value);
 }

@@ -38,9 +38,9 @@ class LogStream {
   LogStream& operator<<(std::string_view text) noexcept;
   LogStream& operator<<(const std::string& text) noexcept;
   LogStream& operator<<(const char* text) noexcept;  // Null for an empty text.
-  LogStream& operator<<(char c) noexcept;
   template <class T, class = std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>>>
   LogStream& operator<<(T value) noexcept {
+    if constexpr (std::is_same_v<T, char>) return *this << std::string_view(&value, 1);
     if constexpr (std::is_unsigned_v<T>) return AppendUnsigned(value);
     return AppendSigned(static_cast<std::int64_t>(value));
   }

@@ -22,10 +22,9 @@ namespace {
 bool LockInMemory(char* base, std::size_t size) { return syscall(SYS_mlock, base, size) == 0; }
 
 // Locks each page once it is used. Takes half as long, since the kernel doesn't look for the pages.
-// Before Linux 4.4 there is only the other way.
+// An older kernel or a sandbox may not know this call.
 bool LockInMemoryWhenUsed(char* base, std::size_t size) {
-  if (syscall(SYS_mlock2, base, size, MLOCK_ONFAULT) == 0) return true;
-  return errno == ENOSYS && LockInMemory(base, size);
+  return syscall(SYS_mlock2, base, size, MLOCK_ONFAULT) == 0 || LockInMemory(base, size);
 }
 
 bool UnlockInMemory(char* base, std::size_t size) { return syscall(SYS_munlock, base, size) == 0; }
@@ -36,13 +35,14 @@ bool ReserveBlocks(int fd, off_t size) {
   return failed == 0;
 }
 
-// Writes an empty companion anew, in one call. On ext4 and XFS the page cache then holds it in one
-// piece; blocks that are only reserved get a piece for each page, and the kernel walks the pieces
-// whenever the pages are locked or unlocked. Measured on ext4: 9.3 us for a pair with 16
-// pieces, 4.2 with one, 1.9 with one that is locked only as it comes into use.
+// Writes an empty companion anew, in one call, past what the page cache has of it. On ext4 and XFS
+// the cache then holds it in one piece; pages that come in one by one are a piece each, and the
+// kernel walks the pieces whenever the pages are locked or unlocked. Measured on ext4: 6.9 us for a
+// pair with 16 pieces, 2.4 with one. The blocks stay, since a full disk might not give them again.
 bool WriteInOnePiece(int fd, std::int32_t size) {
-  return TEMP_FAILURE_RETRY(ftruncate(fd, 0)) == 0 && ReserveBlocks(fd, size) &&
-         WriteAt(fd, 0, std::string(static_cast<std::size_t>(size), '\0'));
+  if (!ReserveBlocks(fd, size)) return false;
+  posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+  return WriteAt(fd, 0, std::string(static_cast<std::size_t>(size), '\0'));
 }
 
 bool IsEmpty(int fd) {
@@ -143,9 +143,8 @@ bool LogFileBuffer::HasAllBytes() const { return lseek(fd_, 0, SEEK_END) >= size
 
 // Gives a file that was cut short its length back, empty.
 bool LogFileBuffer::RestoreBlocks() {
-  if (!WriteInOnePiece(fd_, size_)) return false;
   used_ = 0;
-  return true;
+  return TEMP_FAILURE_RETRY(ftruncate(fd_, 0)) == 0 && WriteInOnePiece(fd_, size_);
 }
 
 std::string_view LogFileBuffer::Text() const {
@@ -183,12 +182,12 @@ void LogFileBuffer::Clear() {
   if (fd_ >= 0) TEMP_FAILURE_RETRY(ftruncate(fd_, 0));
 }
 
-bool LogFileBuffer::IsForkedChild() const { return owner_ != ProcessId(); }
+bool LogFileBuffer::IsForkedChild() const { return owner_ != getpid(); }
 
 void LogFileBuffer::Append(std::string_view text) {
   if (!ready()) return;
   MutexLock lock(lock_);
-  if (base_ == nullptr || IsForkedChild()) return;
+  if (base_ == nullptr || owner_ != ProcessId()) return;
   const LockedPages pages(base_, size_, LockPages(LockInMemoryWhenUsed));
   if (pages) AppendLocked(text);
 }

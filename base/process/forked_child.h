@@ -17,7 +17,8 @@ void SetAtWork(bool at_work);
 // Whether the library is disabled in this process. Takes no lock.
 bool InForkedChild();
 
-// The id of this process, without a system call.
+// The id of this process, without a system call. In a child that was forked without its handlers,
+// as by _Fork(), it is that of the parent.
 pid_t ProcessId();
 
 // Disables the library in this process as well: for one that ends in the middle of the client's log

@@ -33,11 +33,12 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // Without the blanks, tabs and line ends around it.
 std::string_view Trim(std::string_view text);
 
-// In place.
-void ToLower(std::string& text);
 inline bool IsLetterOrDigit(char c) {  // Of ASCII.
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
+
+// In place.
+void ToLower(std::string& text);
 void ToUpper(std::string& text);
 
 // What printf would write, of any length; empty if it would fail.

@@ -46,6 +46,7 @@ void BaseThread::Start() {
       self->RunThreadMain();
     });
   } catch (const std::system_error& error) {
+    started = false;
     throw std::system_error(error.code(), "thread constructor failed");
   }
   // A body that has already ended is never ready.
@@ -58,7 +59,6 @@ std::string BaseThread::StartIfPossible() {
     Start();
     return {};
   } catch (const std::system_error& error) {
-    started = false;
     return error.what();
   }
 }

@@ -66,7 +66,8 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   // gives no thread.
   void Start() override;
   // Starts the thread, once; does nothing after a Start or Stop. Returns an empty string, or why
-  // the system gives no thread: a later call may succeed. Any threads may call it.
+  // the system gives no thread: a later call may succeed. Any threads may call it, but not together
+  // with Start.
   [[nodiscard]] std::string StartIfPossible();
 
   // Asks the body to end and waits for it. Doesn't wait on the thread itself, nor on a thread for

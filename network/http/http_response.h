@@ -13,6 +13,11 @@ inline constexpr std::int32_t kHttpOk = 200;
 
 // The result of one transfer.
 struct HttpResponse {
+  HttpResponse() = default;
+  HttpResponse(const HttpResponse&) = default;
+  HttpResponse(HttpResponse&&) = default;
+  HttpResponse& operator=(const HttpResponse&) = default;
+  HttpResponse& operator=(HttpResponse&&) = default;
   virtual ~HttpResponse() = default;
 
   bool success = false;            // The status is exactly 200, and the body is complete.

@@ -100,6 +100,7 @@ void MultipleURLHttpRequestHelper::OnUrlTakesLong(std::int32_t index) {
 void MultipleURLHttpRequestHelper::OnSubResponse(const SubRequestResult& result) {
   if (ConfigUnlessStopped() == nullptr) return;
   thread_checker_.AssertSameThread();
+  if (request_.urls.empty()) return;  // The walk has ended, and nobody has destroyed this.
   const bool urls_left = UrlsLeft();
   walk_log::Answered(result.index, result.code, urls_left);
   const std::string& url = request_.urls[result.index].url.text();

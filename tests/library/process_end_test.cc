@@ -124,8 +124,9 @@ TEST(ProcessEndTest, StopsTheEnvironmentAndEndsRegularly) {
     {"exit on another thread while exports are called",
      [] {
        StartWithService();
+       const auto settings = TestSettings();  // What makes them is destroyed during the exit.
        std::thread([] { std::exit(0); }).detach();
-       while (true) StartTarvelEnvironment(TestSettings()), ExitTarvelEnvironment(0);
+       while (true) StartTarvelEnvironment(settings), ExitTarvelEnvironment(0);
      },
      "started\nthread ended\n", false},
     // The service's own thread calls exit(), so nobody can wait for its end.

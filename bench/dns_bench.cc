@@ -99,7 +99,7 @@ void BM_Init(benchmark::State& state) {
   }
 }
 
-// Answers the requests of managers that have this configuration.
+// Takes the place of the agent: gives managers with this configuration their answers of function D.
 class Agent {
  public:
   explicit Agent(_EnvironmentConfig& config) {

@@ -72,7 +72,7 @@ function(tarvel_add_subsystem name)
   target_compile_options(${target} PRIVATE
     $<$<CONFIG:Release>:$<IF:$<BOOL:${TARVEL_COMPILER_HAS_OZ}>,-Oz,-Os>>
     $<TARGET_PROPERTY:tarvel_small,INTERFACE_COMPILE_OPTIONS>)
-  # Not as large as -O2 makes them, and as fast.
+  # -O2 without some of what makes code larger.
   set_source_files_properties(${arg_FAST_SOURCES} PROPERTIES COMPILE_OPTIONS
     "$<$<CONFIG:Release>:-O2;-fno-inline-functions;-fno-align-functions;-fno-align-loops;-fno-align-jumps>")
   target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS} tarvel_options)

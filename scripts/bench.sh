@@ -27,16 +27,13 @@ quietly scripts/setup.sh
 quietly cmake --preset release
 quietly cmake --build --preset release --target tarvel "${@/#/tarvel_bench_}"
 
-stripped=$(mktemp)
-trap 'rm -f "$stripped"' EXIT
-strip -o "$stripped" build/release/libtarvel.so
 compiler=$(sed -n 's/^CMAKE_CXX_COMPILER:[A-Z]*=//p' build/release/CMakeCache.txt)
 cat <<END
 Machine: $(sed -n 's/^model name.*: //p' /proc/cpuinfo | uniq), $(nproc) cores, Linux $(uname -r),
 $("$compiler" --version | head -n 1), $(date -I), commit $(git describe --always --dirty).
 Medians of $repetitions repetitions; ± is half the range of the repetitions.
 
-stripped library: $(stat -c %s "$stripped") bytes
+stripped library: $(scripts/stripped-size.sh) bytes
 
 END
 python3 -B bench/report.py "$repetitions" "$@"

@@ -10,7 +10,7 @@
 namespace zo_base::json11 {
 namespace {
 
-// How many destructors of containers run inside each other at most: enough for an ordinary value,
+// About how many destructors of containers may run inside each other: enough for an ordinary value,
 // and a small part of any stack.
 constexpr int kMaxNestedDestructions = 32;
 

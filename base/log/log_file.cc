@@ -55,17 +55,17 @@ std::int32_t LogFile::Open(const std::string& path, std::uint32_t max_file_size,
   MutexLock lock(lock_);
   path_ = path;
   max_file_size_ = max_file_size != 0 ? max_file_size : kDefaultMaxFileSize;
+  std::int32_t result = kLogReady;
   if (buffer_ == nullptr) {
     buffer_ = std::make_unique<LogFileBuffer>(
         [this](const std::string& text) { return AppendToFile(text); });
-    const std::int32_t result =
-        buffer_->Init(path + ".kvr_mmap", buffer_size != 0 ? buffer_size : kDefaultBufferSize);
-    UpdateReadiness();
-    if (result != kLogReady) return result;
+    result = buffer_->Init(path + ".kvr_mmap", buffer_size != 0 ? buffer_size : kDefaultBufferSize);
+  } else {
+    result = buffer_->Load();
+    if (result == kLogPagesNotLocked) result = kLogNotMapped;
   }
-  const std::int32_t result = buffer_->Load();
   UpdateReadiness();
-  return result == kLogPagesNotLocked ? kLogNotMapped : result;
+  return result;
 }
 
 void LogFile::UpdateReadiness() {

@@ -95,7 +95,7 @@ std::int32_t LogFileBuffer::Init(const std::string& path, std::uint32_t size) {
 bool LogFileBuffer::Map(const Companion& companion) {
   fd_ = companion.fd;
   size_ = companion.size;
-  owner_ = ProcessId();
+  owner_ = getpid();
   const auto length = static_cast<std::size_t>(size_);
   in_place_ = fd_ < 0 || OverwritesInPlace(fd_);
   // On a full disk this fails; a later store would raise a signal.

@@ -23,9 +23,9 @@ namespace zo_base {
 //
 // An access to a mapped page that the file no longer has, or for which the disk has no block,
 // raises a signal. So the blocks are reserved at the open, and each access first checks the file's
-// length and locks the pages; only a cut during an access remains, and a page that
-// the kernel has dropped and the disk can't give back. Where the file system doesn't
-// overwrite blocks in place, records are written to the file instead.
+// length and locks the pages; only a cut during an access remains, and a page that the kernel has
+// dropped and the disk can't give back. Where the file system doesn't overwrite blocks in place,
+// records are written to the file instead.
 //
 // Threads: any. The sink runs on the thread whose record fills the buffer, under the lock.
 class LogFileBuffer {

@@ -37,10 +37,7 @@ class ZOEnableSharedFromThis
  public:
   virtual ~ZOEnableSharedFromThis() = default;
 
-  // A share of the ownership, for pointers to parts. Raises std::bad_weak_ptr without an owner.
-  std::shared_ptr<void> ShareOwnership() {
-    return std::enable_shared_from_this<ZOEnableSharedFromThis<T>>::shared_from_this();
-  }
+  using std::enable_shared_from_this<ZOEnableSharedFromThis<T>>::shared_from_this;
   // This object as a `U`, or null if it is none. Raises std::bad_weak_ptr without an owner.
   template <class U>
   std::shared_ptr<U> shared_from_this() {

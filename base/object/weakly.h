@@ -21,7 +21,7 @@ template <class T, class F>
 // The same for a ZOEnableSharedFromThis, as its own members write it: Weakly(this, f).
 template <class T, class F>
 [[nodiscard]] auto Weakly(T* owner, F f) {
-  return Weakly(std::shared_ptr<T>(owner->ShareOwnership(), owner), std::move(f));
+  return Weakly(std::shared_ptr<T>(owner->shared_from_this(), owner), std::move(f));
 }
 
 }  // namespace zo_base

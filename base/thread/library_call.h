@@ -35,12 +35,13 @@ inline bool InLogFunction() { return LogFunctionCall::depth() > 0; }
 void RunAfterLibraryCall(Task task);
 
 // For the start of an operation that the client's log function may call: in it, has `f(T&)` run
-// after the library call and returns true. Returns true in a disabled forked child as well, where
-// the operation does nothing.
+// after the library call and returns true. Nothing runs for an object that nobody owns any more.
+// Returns true in a disabled forked child as well, where the operation does nothing.
 template <class T, class F>
-[[nodiscard]] bool IsPutOff(const std::shared_ptr<T>& owner, F f) {
+[[nodiscard]] bool IsPutOff(T& object, F f) {
   if (InForkedChild()) return true;
   if (!InLogFunction()) return false;
+  const std::shared_ptr<T> owner(object.weak_from_this().lock(), &object);
   RunAfterLibraryCall(Weakly(owner, std::move(f)));
   return true;
 }

@@ -49,7 +49,7 @@ ZOTarvelLBSServiceImpl::ZOTarvelLBSServiceImpl(zo_base::WallClock wall_clock)
 
 bool ZOTarvelLBSServiceImpl::Init(const _ZOTarvelLBSSettings& record) {
   const LibraryCall call;
-  if (IsPutOff(Self(), [record](auto& self) { self.Init(record); })) return true;
+  if (IsPutOff(*this, [record](auto& self) { self.Init(record); })) return true;
   zo_base::MutexLock hold(init_lock);
   if (!updater.initd()) {
     PrepInit(record);
@@ -82,7 +82,7 @@ void ZOTarvelLBSServiceImpl::Stop() {
 
 void ZOTarvelLBSServiceImpl::Update(EMAddressFamily family, bool force) {
   const LibraryCall call;
-  if (IsPutOff(Self(), [family, force](auto& self) { self.Update(family, force); })) return;
+  if (IsPutOff(*this, [family, force](auto& self) { self.Update(family, force); })) return;
   if (IsInitd("Update")) updater.Update(static_cast<zo_net::AddressFamily>(family), force);
 }
 
@@ -139,7 +139,7 @@ void ZOTarvelLBSServiceImpl::GetDesc(char* out) { CopyText("GetDesc", lbs_key::k
 void ZOTarvelLBSServiceImpl::GetLBSResponse(bool no_wait, char* out) {
   const LibraryCall call;
   // An exit during the wait releases this object.
-  const auto self = Self();
+  const auto self = shared_from_this<ZOTarvelLBSServiceImpl>();
   if (!no_wait && out != nullptr && !InForkedChild()) updater.AwaitUpdate();
   CopyText("get lbs response", lbs_key::kRsp, out);
 }

@@ -39,9 +39,6 @@ class ZOTarvelLBSServiceImpl final : public IZOTarvelLBSService,
   void Stop() override;
 
  private:
-  std::shared_ptr<ZOTarvelLBSServiceImpl> Self() {
-    return shared_from_this<ZOTarvelLBSServiceImpl>();
-  }
   void PrepInit(const _ZOTarvelLBSSettings& record);
   bool IsInitd(const char* operation) const;
   void CopyText(const char* operation, const char* key, char* out) const;

@@ -14,7 +14,7 @@ void Deliver(const std::shared_ptr<HttpRequestUser>& request,
   if (request == nullptr || !request->callback) return;
   const auto result = std::make_shared<HttpResponseUser>();
   HttpResponse& copy = *result;
-  if (response.use_count() == 1) {
+  if (response.use_count() == 1) {  // Nobody else reads it, see IHttpRequestor::Send.
     copy = std::move(const_cast<HttpResponse&>(*response));
   } else {
     copy = *response;

@@ -28,18 +28,14 @@ void EndService(const std::shared_ptr<IZOTarvelLBSService>& service) {
 
 void ZOTarvelObjectImpl::NotifyNetworkChanged(zo_net::AddressFamily family) {
   const LibraryCall call;
-  if (IsPutOff(weak_from_this().lock(),
-               [family](auto& self) { self.NotifyNetworkChanged(family); }))
-    return;
+  if (IsPutOff(*this, [family](auto& self) { self.NotifyNetworkChanged(family); })) return;
   if (const auto config = GetEnvironmentConfig()) config->SetAddressFamily(family, true);
 }
 
 void ZOTarvelObjectImpl::SetBusinessToken(const char* token) {
   const LibraryCall call;
   const std::string text = token == nullptr ? "" : token;
-  if (IsPutOff(weak_from_this().lock(),
-               [text](auto& self) { self.SetBusinessToken(text.c_str()); }))
-    return;
+  if (IsPutOff(*this, [text](auto& self) { self.SetBusinessToken(text.c_str()); })) return;
   if (const auto config = GetEnvironmentConfig()) config->SetBusinessToken(text);
 }
 
@@ -81,7 +77,7 @@ void ZOTarvelObjectImpl::Release() { EndService(TakeLBSService()); }
 
 void ZOTarvelObjectImpl::ReleaseLBSService() {
   const LibraryCall call;
-  if (IsPutOff(weak_from_this().lock(), [](auto& self) { self.ReleaseLBSService(); })) return;
+  if (IsPutOff(*this, [](auto& self) { self.ReleaseLBSService(); })) return;
   lbs_service_once_.Reset();
   EndService(TakeLBSService());
 }

@@ -233,7 +233,7 @@ TEST_F(HttpDNSManagerTest, AsksOnlyForUnknownHostsAndOnce) {
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
       "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
   Answer(0, body);
-  Answer(1, body);    // It says nothing of "b".
+  Answer(1, body);    // The body has no addresses for "b".
   Query({"b"});       // Still stale: answered, and asked for again.
   Query({"d", "a"});  // Nobody will know "d".
   Answer(3, "");

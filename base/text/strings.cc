@@ -39,6 +39,11 @@ std::vector<std::size_t> BordersOf(std::string_view pattern) {
 
 }  // namespace
 
+std::vector<std::uint8_t> BytesOf(std::string_view text) {
+  const auto* const first = reinterpret_cast<const std::uint8_t*>(text.data());
+  return {first, first + text.size()};
+}
+
 std::vector<std::string> Split(std::string_view text, std::string_view delimiters) {
   const CharacterSet delimiter_set = SetOf(delimiters);
   const auto is_delimiter = [&](char c) { return delimiter_set[ByteOf(c)]; };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -14,6 +15,12 @@ namespace zo_base {
 template <std::size_t kSize>
 std::string TextOf(const char (&array)[kSize]) {
   return std::string(array, strnlen(array, kSize));
+}
+
+// The same bytes as another type, copied at once: a range of another type is copied byte by byte.
+std::vector<std::uint8_t> BytesOf(std::string_view text);
+inline std::string_view TextIn(const std::vector<std::uint8_t>& bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 inline const char* TrueOrFalse(bool value) { return value ? "true" : "false"; }

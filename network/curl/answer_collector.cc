@@ -63,7 +63,8 @@ std::size_t AnswerCollector::OnBody(char* data, std::size_t size, std::size_t co
     self->error = "The answer's body is longer than 8388608 bytes";
     return 0;
   }
-  self->body.insert(self->body.end(), bytes.begin(), bytes.end());
+  const auto* const first = reinterpret_cast<const std::uint8_t*>(bytes.data());
+  self->body.insert(self->body.end(), first, first + bytes.size());
   return bytes.size();
 }
 

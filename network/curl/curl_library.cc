@@ -23,9 +23,9 @@ bool InitCurlLibrary() {
   return ready;
 }
 
-CURL* OpenEasyHandle() {
-  CURL* const easy = curl_easy_init();
-  if (easy != nullptr) curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+EasyHandle OpenEasyHandle() {
+  EasyHandle easy(curl_easy_init(), curl_easy_cleanup);
+  if (easy != nullptr) curl_easy_setopt(easy.get(), CURLOPT_NOSIGNAL, 1L);
   return easy;
 }
 
@@ -33,12 +33,11 @@ CURL* OpenEasyHandle() {
 // over from the easy handle that was added last.
 CURLM* OpenMultiHandle() {
   CURLM* const multi = curl_multi_init();
-  CURL* const easy = OpenEasyHandle();
+  const EasyHandle easy = OpenEasyHandle();
   if (multi != nullptr && easy != nullptr) {
-    curl_multi_add_handle(multi, easy);
-    curl_multi_remove_handle(multi, easy);
+    curl_multi_add_handle(multi, easy.get());
+    curl_multi_remove_handle(multi, easy.get());
   }
-  curl_easy_cleanup(easy);
   return multi;
 }
 

@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include <memory>
+
 namespace WQBASE::network {
 
 // Initializes libcurl once per process; returns false when that fails. May be called from any
@@ -14,8 +16,10 @@ namespace WQBASE::network {
 // These make handles with CURLOPT_NOSIGNAL. While libcurl works on another handle, it ignores
 // SIGPIPE for the whole process.
 
+using EasyHandle = std::unique_ptr<CURL, void (*)(CURL*)>;
+
 // Returns null when memory is short.
-[[nodiscard]] CURL* OpenEasyHandle();
+[[nodiscard]] EasyHandle OpenEasyHandle();
 // Returns null when memory or descriptors are short.
 [[nodiscard]] CURLM* OpenMultiHandle();
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "network/curl/answer_collector.h"
+#include "network/curl/curl_library.h"
 #include "network/curl/hop.h"
 #include "network/http/http_requestor.h"
 
@@ -21,9 +22,9 @@ struct TrustSettings {
 
 // One request with its hops and its response.
 //
-// Threads: made on the sender's thread, then used on the transport's only. Ownership: by the
-// transport, which also owns the easy handles. A transfer that is destroyed without Complete calls
-// nobody.
+// Threads: made on the sender's thread, then used on the transport's only: memory that one thread
+// gives back to another one's arena is the dearest. Ownership: by the transport; owns the easy
+// handle. A transfer that is destroyed without Complete calls nobody.
 class Transfer {
  public:
   using Lines = std::unique_ptr<curl_slist, void (*)(curl_slist*)>;
@@ -35,11 +36,10 @@ class Transfer {
 
   // Whether there is another hop. Otherwise the response is ready for Complete.
   bool NeedsHop() const { return needs_hop_; }
-  // Sets a fresh easy handle up for the hop. It points to members, so clean it up before this is
-  // destroyed.
-  void Prepare(CURL* easy);
-  // Takes the result of the hop on `easy`.
-  void FinishHop(CURL* easy, CURLcode result);
+  // A handle for that hop, to be run next; null when memory is short.
+  CURL* BeginHop();
+  // Takes the result of the hop, whose handle ends with it.
+  void FinishHop(CURLcode result);
   // Ends the transfer without an answer.
   void Fail(const std::string& error) { End(0, error); }
   // Whether a pooled connection stayed silent until the time-out. Its path may be dead, and libcurl
@@ -52,13 +52,15 @@ class Transfer {
  private:
   using Clock = std::chrono::steady_clock;
 
+  void TakeResult(CURLcode result);
   static int OnAttempt(void* transfer, char*, char*, int, int);
+  void Prepare(CURL* easy);
   void PrepareVerb(CURL* easy);
   void PrepareHeaders(CURL* easy);
   void PrepareServer(CURL* easy);
   void PrepareTrust(CURL* easy);
-  bool HeardNothingOnPooledConnection(CURL* easy) const;
-  bool MayRepeat(CURL* easy, CURLcode result) const;
+  bool HeardNothingOnPooledConnection() const;
+  bool MayRepeat(CURLcode result) const;
   bool Follows(long status, std::string& error);
   void EndWithAnswer(long status, const std::string& error);
   void EndBroken(CURLcode result, long status);
@@ -84,6 +86,7 @@ class Transfer {
   Lines connect_to_{nullptr, curl_slist_free_all};
   char error_[CURL_ERROR_SIZE] = {};
   AnswerCollector answer_;
+  EasyHandle easy_{nullptr, curl_easy_cleanup};  // Of the hop under way.
 };
 
 }  // namespace WQBASE::network

@@ -94,25 +94,16 @@ void TransportThread::ReplacePool() {
 
 void TransportThread::StartHop(std::unique_ptr<Transfer> transfer) {
   AssertOnThread();
-  if (transfer->NeedsHop() && AddToPool(transfer)) return;
-  if (transfer->NeedsHop()) transfer->Fail("The transfer could not be begun");
-  ended_.push_back(std::move(transfer));
-}
-
-// Takes the transfer when it succeeds. Each hop has an easy handle of its own: libcurl 7.88 keeps a
-// pointer into the freed header lines of the last answer when a handle is reset, and follows it
-// when the next answer begins with a folded line.
-bool TransportThread::AddToPool(std::unique_ptr<Transfer>& transfer) {
-  CURL* const easy = OpenEasyHandle();
-  if (easy == nullptr) return false;
-  transfer->Prepare(easy);
-  ConnectionPool* const pool = pools_.back().get();
-  if (!pool->Add(easy)) {
-    curl_easy_cleanup(easy);
-    return false;
+  if (transfer->NeedsHop()) {
+    CURL* const easy = transfer->BeginHop();
+    ConnectionPool* const pool = pools_.back().get();
+    if (easy != nullptr && pool->Add(easy)) {
+      in_flight_[easy] = {std::move(transfer), pool};
+      return;
+    }
+    transfer->Fail("The transfer could not be begun");
   }
-  in_flight_[easy] = {std::move(transfer), pool};
-  return true;
+  ended_.push_back(std::move(transfer));
 }
 
 // Runs after the work on the sockets. The first completion wakes the thread that it posts to, and
@@ -137,8 +128,7 @@ void TransportThread::FinishTransfers() {
 
 void TransportThread::OnHopFinished(CURL* easy, CURLcode result) {
   auto [transfer, pool] = std::move(in_flight_.extract(easy).mapped());
-  transfer->FinishHop(easy, result);
-  curl_easy_cleanup(easy);
+  transfer->FinishHop(result);
   if (transfer->connection_went_silent() && pool == pools_.back().get()) ReplacePool();
   StartHop(std::move(transfer));
 }
@@ -174,10 +164,7 @@ void TransportThread::Dispatch(std::uint64_t source, std::uint32_t events) {
 }
 
 void TransportThread::DropAll() {
-  for (auto& [easy, entry] : in_flight_) {
-    entry.pool->Remove(easy);
-    curl_easy_cleanup(easy);
-  }
+  for (const auto& [easy, entry] : in_flight_) entry.pool->Remove(easy);
   in_flight_.clear();
   pools_.clear();
 }

@@ -19,8 +19,8 @@ namespace WQBASE::network {
 //
 // Threads: Submit and RetireConnections may be called from any thread. The thread itself waits for
 // nothing but its sockets.
-// Ownership: see BaseThread; owns the transfers and their easy handles. Those left at its end are
-// dropped without a completion.
+// Ownership: see BaseThread; owns the transfers. Those left at its end are dropped without a
+// completion.
 class TransportThread : public zo_base::BaseThread {
  public:
   TransportThread();
@@ -54,7 +54,6 @@ class TransportThread : public zo_base::BaseThread {
   void FinishTransfers();
   void OnHopFinished(CURL* easy, CURLcode result);
   void StartHop(std::unique_ptr<Transfer> transfer);
-  bool AddToPool(std::unique_ptr<Transfer>& transfer);
   void CompleteEnded();
   void DropDrainedPools();
   void DropAll();  // Also called by the destructor.

@@ -31,18 +31,21 @@ std::optional<std::uint32_t> ReadIPv4Part(std::string_view part) {
   return ReadDigits(part, 10);
 }
 
+IPAddressBytes FourBytes(std::uint32_t address) {
+  const auto byte = [address](int shift) { return static_cast<std::uint8_t>(address >> shift); };
+  return {byte(24), byte(16), byte(8), byte(0)};
+}
+
 IPAddressBytes ParseIPv4(std::string_view text) {
   if (text.ends_with('.')) text.remove_suffix(1);
-  IPAddressBytes bytes;
+  std::uint64_t address = 0;
   for (std::size_t left = kIPv4Size; left > 0; --left) {
     const std::size_t dot = text.find('.');
     const std::size_t size = dot == kNone ? left : 1;
     const std::optional<std::uint32_t> part = ReadIPv4Part(text.substr(0, dot));
     if (!part || std::uint64_t{*part} >> (8 * size) != 0) return {};
-    for (std::size_t i = size; i > 0; --i) {
-      bytes.push_back(static_cast<std::uint8_t>(*part >> (8 * (i - 1))));
-    }
-    if (dot == kNone) return bytes;
+    address = address << (8 * size) | *part;
+    if (dot == kNone) return FourBytes(static_cast<std::uint32_t>(address));
     text.remove_prefix(dot + 1);
   }
   return {};  // There is a fifth part.

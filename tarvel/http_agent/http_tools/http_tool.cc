@@ -55,7 +55,7 @@ std::shared_ptr<HttpRequestUser> ToClientRequest(const HttpRequest& request, con
   }
   if (target.wants_sni()) result->setSNI(true);
   if (result->method == network::kMethodPost) {
-    result->setBody({request.body.begin(), request.body.end()});
+    result->setBody(zo_base::BytesOf(request.body));
   }
   return result;
 }
@@ -93,7 +93,7 @@ void Deliver(const HttpRequest::Callback& callback, const HttpResponseUser& resp
   if (!response.body_text.empty()) {
     callback(status, headers, response.body_text);
   } else if (response.success) {
-    callback(status, headers, {response.body.begin(), response.body.end()});
+    callback(status, headers, std::string(zo_base::TextIn(response.body)));
   } else {
     callback(status, headers, response.error_text);
   }

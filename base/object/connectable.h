@@ -59,11 +59,21 @@ class ConnectAble {
     std::map<SignalId, ZOAny> signals ZO_GUARDED_BY(lock);
   };
 
+  // All that depends on a signal's argument types. The rest is compiled once for all signals.
+  struct Signature {
+    const std::type_info& table_type;
+    ZOAny (*empty_table)();
+    PublishedTable& (*published_in)(ZOAny& table);  // Raises BadZOAnyCast for other types.
+  };
   template <class... Args>
-  static void Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id);
-  static PublishedTable With(const PublishedTable& table, std::uint64_t id,
-                             std::shared_ptr<zo_sigslot::detail::disconnecable> added);
-  static PublishedTable Without(const PublishedTable& table, std::uint64_t id);
+  static const Signature& SignatureOf();
+
+  zo_sigslot::Disconnector MakeDisconnector(const Signature& signature) const;
+  zo_sigslot::connection Publish(SignalId signal, std::uint64_t id,
+                                 const std::shared_ptr<zo_sigslot::detail::disconnecable>& added,
+                                 const Signature& signature);
+  static void Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id,
+                         const Signature& signature);
 
   const std::shared_ptr<Signals> signals = std::make_shared<Signals>();
   std::atomic<std::uint64_t> next_connection_id{0};
@@ -72,20 +82,20 @@ class ConnectAble {
 template <class... Args, class F>
 zo_sigslot::connection ConnectAble::Connect(SignalId signal, F&& callable) {
   const std::uint64_t id = ++next_connection_id;
-  auto take_out = [table = std::weak_ptr<Signals>(signals)](SignalId from, std::uint64_t which) {
-    if (const auto living = table.lock()) Disconnect<Args...>(*living, from, which);
-  };
-  auto added = std::make_shared<Connection<Args...>>(signal, id, std::move(take_out));
+  const Signature& signature = SignatureOf<Args...>();
+  auto added = std::make_shared<Connection<Args...>>(signal, id, MakeDisconnector(signature));
   added->slot = std::make_shared<zo_sigslot::detail::slot<std::decay_t<F>, Args...>>(
       added.get(), std::forward<F>(callable));
+  return Publish(signal, id, added, signature);
+}
 
-  PublishedTable replaced;
-  MutexLock lock(signals->lock);  // Released before `replaced` is destroyed.
-  const TableOf<Args...> none{std::make_shared<ConnectionTable>()};
-  const auto entry = signals->signals.try_emplace(signal, none).first;
-  auto& [published] = ZOAnyCast<TableOf<Args...>>(entry->second);
-  replaced = std::exchange(published, With(published, id, added));
-  return zo_sigslot::connection(added);
+template <class... Args>
+const ConnectAble::Signature& ConnectAble::SignatureOf() {
+  static constexpr Signature signature{
+      typeid(TableOf<Args...>),
+      [] { return ZOAny(TableOf<Args...>{std::make_shared<ConnectionTable>()}); },
+      [](ZOAny& table) -> PublishedTable& { return ZOAnyCast<TableOf<Args...>>(table).published; }};
+  return signature;
 }
 
 template <class... Args>
@@ -101,19 +111,6 @@ void ConnectAble::Emit(SignalId signal, const std::type_identity_t<Args>&... arg
     auto& slot = *static_cast<Connection<Args...>&>(*connection).slot;
     if (slot.connected() && !slot.blocked()) slot.call_slot(args...);
   }
-}
-
-template <class... Args>
-void ConnectAble::Disconnect(Signals& table, SignalId signal, std::uint64_t connection_id) {
-  PublishedTable replaced;  // Slots are destroyed after the lock is released.
-  MutexLock lock(table.lock);
-  const auto entry = table.signals.find(signal);
-  // After a disconnect of all, the signal may have been connected anew with other types.
-  if (entry == table.signals.end()) return;
-  if (entry->second.type() != typeid(TableOf<Args...>)) return;
-  auto& [published] = ZOAnyCast<TableOf<Args...>>(entry->second);
-  replaced = std::exchange(published, Without(published, connection_id));
-  if (published->empty()) table.signals.erase(entry);
 }
 
 }  // namespace zo_base

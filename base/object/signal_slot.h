@@ -15,6 +15,9 @@ namespace zo_sigslot {
 // Identifies a signal: the address of a function that returns the signal's name.
 using SignalId = const char* (*)();
 
+// Takes a connection out of its table, given the signal and the connection's id.
+using Disconnector = std::function<void(SignalId, std::uint64_t)>;
+
 namespace detail {
 
 class disconnecable {
@@ -71,8 +74,6 @@ class slot final : public slot_base<Args...> {
 template <class Lockable, class... Args>
 class signal_singl_base final : public detail::disconnecable {
  public:
-  using Disconnector = std::function<void(SignalId, std::uint64_t)>;
-
   // The slot refers to this object, so `slot` is set afterwards, before the connection is
   // published.
   signal_singl_base(SignalId signal_id, std::uint64_t connection_id, Disconnector disconnector)

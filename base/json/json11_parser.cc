@@ -45,18 +45,23 @@ class Parser {
   Json ParseDocument() {
     Json value = ParseValue(0);
     SkipGarbage();
-    if (!AtEnd()) Fail("unexpected trailing " + Rendered(*at_));
+    if (!AtEnd()) FailOn("unexpected trailing ", *at_);
     return failed_ ? Json() : value;
   }
 
   std::string TakeError() { return std::move(error_); }
 
  private:
-  Failed Fail(std::string error) {
-    if (!failed_) error_ = std::move(error);
+  [[gnu::cold, gnu::noinline]] Failed Fail(std::string_view error) {
+    if (!failed_) error_ = error;
     failed_ = true;
     at_ = end_;
     return {};
+  }
+
+  [[gnu::cold, gnu::noinline]] Failed FailOn(std::string_view before, char c,
+                                             std::string_view after = {}) {
+    return Fail(std::string(before).append(Rendered(c)).append(after));
   }
 
   bool AtEnd() const { return at_ == end_; }
@@ -111,7 +116,7 @@ class Parser {
       case '[':
         return ParseArray(depth);
       default:
-        if (first != '-' && !IsDigit(first)) return Fail("expected value, got " + Rendered(first));
+        if (first != '-' && !IsDigit(first)) return FailOn("expected value, got ", first);
         --at_;
         return ParseNumber();
     }
@@ -121,7 +126,8 @@ class Parser {
     --at_;
     const std::string_view found = Ahead(word.size());
     if (found != word) {
-      return Fail("parse error: expected " + std::string(word) + ", got " + std::string(found));
+      return Fail(
+          std::string("parse error: expected ").append(word).append(", got ").append(found));
     }
     at_ += word.size();
     return value;
@@ -132,15 +138,15 @@ class Parser {
     if (token == '}') return Json(Json::object());
     Json::object members;
     while (true) {
-      if (token != '"') return Fail("expected '\"' in object, got " + Rendered(token));
+      if (token != '"') return FailOn("expected '\"' in object, got ", token);
       // Sorted keys, as our own dump writes them, go in at the end without a search.
       Json& value = members.emplace_hint(members.end(), ParseString(), nullptr)->second;
       token = NextToken();
-      if (token != ':') return Fail("expected ':' in object, got " + Rendered(token));
+      if (token != ':') return FailOn("expected ':' in object, got ", token);
       value = ParseValue(depth + 1);
       token = NextToken();
       if (token == '}') return Json(std::move(members));
-      if (token != ',') return Fail("expected ',' in object, got " + Rendered(token));
+      if (token != ',') return FailOn("expected ',' in object, got ", token);
       token = NextToken();
     }
   }
@@ -155,7 +161,7 @@ class Parser {
       open_items_.push_back(ParseValue(depth + 1));
       token = NextToken();
     }
-    if (token != ']') return Fail("expected ',' in list, got " + Rendered(token));
+    if (token != ']') return FailOn("expected ',' in list, got ", token);
     const auto begin = open_items_.begin() + static_cast<std::ptrdiff_t>(first);
     Json::array items(std::make_move_iterator(begin), std::make_move_iterator(open_items_.end()));
     open_items_.resize(first);
@@ -169,7 +175,7 @@ class Parser {
   Json ParseNumber() {
     const char* const start = at_;
     if (*at_ == '-') ++at_;
-    if (!IsDigit(*at_)) return Fail("invalid " + Rendered(*at_) + " in number");
+    if (!IsDigit(*at_)) return FailOn("invalid ", *at_, " in number");
     const char first = *at_++;
     if (first == '0' && IsDigit(*at_)) return Fail("leading 0s not permitted in numbers");
     SkipDigits();
@@ -230,7 +236,7 @@ class Parser {
     }
     if (AtEnd()) return Fail("unexpected end of input in string");
     const char c = *at_++;
-    if (c != '"') return Fail("unescaped " + Rendered(c) + " in string");
+    if (c != '"') return FailOn("unescaped ", c, " in string");
     return decoded_;
   }
 
@@ -238,7 +244,7 @@ class Parser {
     if (letter == 'u') return DecodeUnicodeEscape();
     const std::size_t place = kEscapeLetters.find(letter);
     if (place == std::string_view::npos) {
-      return void(Fail("invalid escape character " + Rendered(letter)));
+      return void(FailOn("invalid escape character ", letter));
     }
     decoded_ += kEscapedBytes[place];
   }
@@ -263,7 +269,7 @@ class Parser {
     std::uint32_t code = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
     if (digits.size() != 4 || result.ptr != digits.data() + 4) {
-      return Fail("bad \\u escape: " + std::string(digits));
+      return Fail(std::string("bad \\u escape: ").append(digits));
     }
     at_ += 4;
     return code;

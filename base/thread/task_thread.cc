@@ -54,13 +54,14 @@ class TaskThread::ThreadTaskLoop final : public ITaskLoop {
   std::atomic<bool> attached_{false};
 };
 
-TaskThread::TaskThread(std::string name, SteadyClock& clock)
+// Cold, and so kept small: a thread is made and destroyed once.
+[[gnu::cold]] TaskThread::TaskThread(std::string name, SteadyClock& clock)
     : BaseThread(std::move(name)), clock(clock), task_loop(std::make_shared<ThreadTaskLoop>()) {
   // The first task of the loop, so that `ready` means that the loop has really started.
   priority_work.push_back([this] { ready.store(true, std::memory_order_release); });
 }
 
-TaskThread::~TaskThread() {
+[[gnu::cold]] TaskThread::~TaskThread() {
   StopAndJoin();
   do_stop.reset();
 }

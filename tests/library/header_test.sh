@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# The public header compiles alone, warnings as errors, with both compilers and all their language
-# levels. A client whose records would differ from the library's is told what to do.
+# Both public headers compile alone, warnings as errors, with both compilers and all their language
+# levels, the one for C++ also without exceptions and RTTI. A client whose records would differ from the library's is told what to do.
 # Usage: header_test.sh INCLUDE_DIR
 set -euo pipefail
 include=$1
 
 compile() {
   echo "${compiler[*]} $*" >&2
-  echo '#include <tarvel/tarvel.h>' |
+  echo "#include <tarvel/${header:-tarvel}.h>" |
     "${compiler[@]}" "$@" -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Winvalid-offsetof -Werror \
       -I"$include" -fsyntax-only -x c++ - 2>&1
 }
@@ -20,7 +20,11 @@ refuse() {  # FLAG TEXT...
 
 for name in "g++" "clang++ -ferror-limit=0"; do
   read -ra compiler <<<"$name"
-  for level in c++17 c++20 c++2b; do compile -std=$level -fshort-enums; done
+  for level in c++17 c++20 c++2b; do
+    compile -std=$level -fshort-enums
+    header=client compile -std=$level
+    header=client compile -std=$level -fno-exceptions -fno-rtti
+  done
   refuse -D_GLIBCXX_USE_CXX11_ABI=0 "Remove -D_GLIBCXX_USE_CXX11_ABI=0"
   refuse -D_GLIBCXX_DEBUG "Remove -D_GLIBCXX_DEBUG"
   refuse -D_LIBCPP_VERSION=14000 "Remove -stdlib=libc++, or build both"  # Stands for libc++.

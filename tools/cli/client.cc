@@ -4,7 +4,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <iterator>
 #include <stdexcept>
 
@@ -20,14 +19,11 @@ constexpr std::int32_t kFresh = 200;  // Code of an update, and of a sub request
 constexpr std::chrono::seconds kLongestWaitForRecords{4};
 constexpr std::chrono::milliseconds kLookForStop{50};
 
-// OnException has no user pointer.
-std::atomic<Client*> the_client{nullptr};
-
-const char* NameOf(zo_tarvel::EMAddressFamily family) {
+const char* NameOf(tarvel::Family family) {
   switch (family) {
-    case zo_tarvel::kEMAddressFamilyIPv4:
+    case tarvel::Family::kIPv4:
       return "IPv4";
-    case zo_tarvel::kEMAddressFamilyIPv6:
+    case tarvel::Family::kIPv6:
       return "IPv6";
     default:
       return "name";
@@ -35,8 +31,6 @@ const char* NameOf(zo_tarvel::EMAddressFamily family) {
 }
 
 std::string WithoutQuery(const std::string& url) { return url.substr(0, url.find('?')); }
-
-std::string TextOrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 Json ParsedOrText(const std::string& text) {
   std::string error;
@@ -63,37 +57,30 @@ Client::Client(const ClientOptions& options, CommandScope& scope)
       printer_(scope.printer),
       update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
   if (update_fd_ < 0) throw std::runtime_error("no descriptor for updates");
-  const auto lbs_settings = LBSSettings(options);
-  id_ = zo_tarvel::StartTarvelEnvironment(EnvironmentSettings(options));
-  zo_tarvel::IZOTarvelObject* const object = zo_tarvel::GetTarvelObject(id_);
-  if (object == nullptr) throw std::runtime_error("the environment can't be started");
-  the_client = this;
-  zo_tarvel::SetExceptionDataReporter(OnException);
-  service_ = object->GetLBSService();
-  service_->SetLBSCallback(OnAnswer, this);
-  service_->SetRequestErrorCollector(OnAttempt, this);
-  service_->Init(lbs_settings);
+  auto settings = ClientSettings(options);
+  settings.on_update = [this](const auto& result) { OnUpdate(result); };
+  settings.on_attempt = [this](const auto& attempt) { OnAttempt(attempt); };
+  settings.on_exception = [this](const auto& record) { OnException(record); };
+  std::string error;
+  client_ = tarvel::Client::Start(std::move(settings), error);
+  if (!client_) throw UsageError(error);
 }
 
 Client::~Client() {
-  zo_tarvel::ExitTarvelEnvironment(id_);
-  the_client = nullptr;
+  client_.reset();
   close(update_fd_);
   printer_.Print("exit", "all threads have ended", {});
 }
 
 void Client::PrintNextLink() {
-  char host[zo_tarvel::kLinkAddressBufferSize] = {};
-  std::int32_t port = 0;
-  zo_tarvel::EMAddressFamily family = zo_tarvel::kEMAddressFamilyAny;
-  if (!service_->GetLinkAddress(host, &port, &family)) return;
-  const std::string text = host;
-  printer_.Print("link", text + ':' + std::to_string(port) + "  " + NameOf(family),
-                 {{"host", text}, {"port", port}, {"kind", NameOf(family)}});
+  const auto link = client_->NextLinkAddress();
+  if (!link) return;
+  printer_.Print("link", link->ToString() + "  " + NameOf(link->family),
+                 {{"host", link->host}, {"port", link->port}, {"kind", NameOf(link->family)}});
 }
 
 void Client::PrintLinks(int count) {
-  const int wanted = count > 0 ? count : service_->GetLinkCount();
+  const int wanted = count > 0 ? count : client_->LinkCount();
   for (int i = 0; i < wanted && !stop_.HaveCome(); ++i) PrintNextLink();
 }
 
@@ -105,8 +92,8 @@ Client::Event Client::Wait(std::chrono::duration<double> limit) {
   std::uint64_t one = 0;
   if (read(update_fd_, &one, sizeof one) != sizeof one) return Event::kTimeOut;
   const std::lock_guard lock(mutex_);
-  is_fresh_ = codes_.front() == kFresh;
-  codes_.pop_front();
+  is_fresh_ = updates_.front();
+  updates_.pop_front();
   return Event::kUpdate;
 }
 
@@ -128,45 +115,40 @@ void Client::AwaitExceptionRecords() {
 }
 
 // On the service's thread.
-void Client::OnAnswer(std::int32_t code, const char* response, void* client) {
-  auto& self = *static_cast<Client*>(client);
-  const Json answer = ParsedOrText(response);
+void Client::OnUpdate(const tarvel::UpdateResult& result) {
+  const Json answer = ParsedOrText(result.answer);
   const std::string& name = answer["common"]["name"].string_value();
-  std::string text = code == kFresh ? "fresh" : "none; the one from before stays active";
-  if (code == kFresh && !name.empty()) text += ", \"" + name + '"';
-  self.printer_.Print("answer", text, {{"code", code}, {"response", answer}});
-  const std::lock_guard lock(self.mutex_);
-  self.codes_.push_back(code);
-  eventfd_write(self.update_fd_, 1);
+  std::string text = result.fresh ? "fresh" : "none; the one from before stays active";
+  if (result.fresh && !name.empty()) text += ", \"" + name + '"';
+  printer_.Print("answer", text, {{"code", result.fresh ? kFresh : 0}, {"response", answer}});
+  const std::lock_guard lock(mutex_);
+  updates_.push_back(result.fresh);
+  eventfd_write(update_fd_, 1);
 }
 
 // On the library's request thread.
-void Client::OnAttempt(void* client, const zo_tarvel::RequestErrorRecord* record) {
-  auto& self = *static_cast<Client*>(client);
-  const std::string url = TextOrEmpty(record->url);
-  std::string text = WithoutQuery(url) + "  " + std::to_string(record->code);
-  if (record->code == 0) text += "  " + TextOrEmpty(record->body);
-  self.printer_.Print("tried", text,
-                      {{"url", url},
-                       {"code", record->code},
-                       {"headers", TextOrEmpty(record->headers)},
-                       {"body", TextOrEmpty(record->body)}});
-  const std::lock_guard lock(self.mutex_);
-  if (record->code != kFresh) self.failures_.emplace(record->code, url);
+void Client::OnAttempt(const tarvel::Attempt& attempt) {
+  std::string text = WithoutQuery(attempt.url) + "  " + std::to_string(attempt.status);
+  if (attempt.status == 0) text += "  " + attempt.body;
+  printer_.Print("tried", text,
+                 {{"url", attempt.url},
+                  {"code", attempt.status},
+                  {"headers", attempt.headers},
+                  {"body", attempt.body}});
+  const std::lock_guard lock(mutex_);
+  if (attempt.status != kFresh) failures_.emplace(attempt.status, attempt.url);
 }
 
 // On the library's request thread.
-void Client::OnException(const zo_tarvel::TarvelExceptionData& data) {
-  Client& self = *the_client;
-  for (const auto& failure : data.extension) {
-    self.printer_.Print(
-        "exception", Describe(failure),
-        {{"record", ParsedOrText(zo_tarvel::TarvelExceptionDataToJsonString(data))}});
+void Client::OnException(const tarvel::ExceptionRecord& record) {
+  for (const auto& failure : record.extension) {
+    printer_.Print("exception", Describe(failure),
+                   {{"record", ParsedOrText(tarvel::ToJson(record))}});
   }
   constexpr std::int32_t kOfLBS = 1;
-  const std::lock_guard lock(self.mutex_);
-  if (data.exception_service == kOfLBS) ++self.records_;
-  self.recorded_.notify_all();
+  const std::lock_guard lock(mutex_);
+  if (record.exception_service == kOfLBS) ++records_;
+  recorded_.notify_all();
 }
 
 }  // namespace tarvel_cli

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
+#include <tarvel/client.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -22,7 +23,7 @@ namespace tarvel_cli {
 // time.
 class Client {
  public:
-  // Throws std::runtime_error when the environment cannot start. `scope` outlives this.
+  // Throws UsageError when the library refuses the settings. `scope` outlives this.
   Client(const ClientOptions& options, CommandScope& scope);
   ~Client();
   Client(const Client&) = delete;
@@ -46,24 +47,23 @@ class Client {
   void AwaitExceptionRecords();
 
  private:
-  static void OnAnswer(std::int32_t code, const char* response, void* client);
-  static void OnAttempt(void* client, const zo_tarvel::RequestErrorRecord* record);
-  static void OnException(const zo_tarvel::TarvelExceptionData& data);
+  void OnUpdate(const tarvel::UpdateResult& result);
+  void OnAttempt(const tarvel::Attempt& attempt);
+  void OnException(const tarvel::ExceptionRecord& record);
 
   const StopSignals& stop_;
   Printer& printer_;
-  const int update_fd_;  // An eventfd that counts `codes_`.
+  const int update_fd_;  // An eventfd that counts `updates_`.
   bool is_fresh_ = false;
 
   std::mutex mutex_;
   std::condition_variable recorded_;
   // Guarded by mutex_.
-  std::deque<std::int32_t> codes_;                           // Of updates that have ended.
+  std::deque<bool> updates_;                                 // Whether each brought an answer.
   std::set<std::pair<std::int32_t, std::string>> failures_;  // Code and URL.
   std::size_t records_ = 0;
 
-  int id_ = 0;
-  zo_tarvel::IZOTarvelLBSService* service_ = nullptr;  // The library's.
+  std::optional<tarvel::Client> client_;  // Last: calls this object until its end.
 };
 
 }  // namespace tarvel_cli

@@ -1,8 +1,8 @@
 #include "tools/cli/client_options.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 
 namespace tarvel_cli {
 
@@ -20,15 +20,7 @@ void Put(const std::string& text, char (&field)[kSize], const char* option) {
   std::memcpy(field, text.c_str(), text.size() + 1);
 }
 
-template <std::size_t kCount, std::size_t kSize>
-void PutAll(const std::vector<std::string>& texts, char (&fields)[kCount][kSize],
-            const char* option) {
-  if (texts.size() > kCount) {
-    throw UsageError(std::string(option) + " may be given " + std::to_string(kCount) +
-                     " times at most");
-  }
-  for (std::size_t i = 0; i < texts.size(); ++i) Put(texts[i], fields[i], option);
-}
+constexpr char kVersion[] = "1.0";
 
 }  // namespace
 
@@ -37,28 +29,35 @@ zo_net::AddressFamily FamilyOf(const ClientOptions& options) {
   return options.family == "6" ? zo_net::kAddressFamilyIPv6 : zo_net::kAddressFamilyAny;
 }
 
-zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options) {
-  zo_tarvel::_ZOTarvelEnvironmentSettings settings;
-  Put(options.business, settings.business_type, "--business");
-  Put(options.token, settings.business_token, "--token");
-  Put("1.0", settings.business_version, "version");
-  Put(options.data, settings.appdata_path, "--data");
-  Put(options.log_dir, settings.log_path, "--log-dir");
-  settings.enable_httpdns = options.no_httpdns ? kOff : 0;
-  settings.only_https_supported = options.https_only ? 1 : 0;
-  settings.single_request_timeout = options.timeout_ms;
-  settings.single_request_prefail_timeout = options.next_after_ms;
-  settings.enable_exception_data_reporting = 1;
+tarvel::Settings ClientSettings(const ClientOptions& options) {
+  tarvel::Settings settings;
+  settings.token = options.token;
+  settings.business = options.business;
+  settings.client_version = kVersion;
+  settings.directory = options.data;
+  settings.log_directory = options.log_dir;
+  settings.lbs_url = options.lbs;
+  settings.backup_lbs_urls = options.backups;
+  settings.links = options.links;
+  settings.default_link = options.default_link;
+  settings.family = static_cast<tarvel::Family>(FamilyOf(options));
+  settings.request_timeout = std::chrono::milliseconds(options.timeout_ms);
+  settings.head_start = std::chrono::milliseconds(options.next_after_ms);
+  settings.https_only = options.https_only;
+  settings.httpdns = !options.no_httpdns;
   return settings;
 }
 
-zo_tarvel::_ZOTarvelLBSSettings LBSSettings(const ClientOptions& options) {
-  zo_tarvel::_ZOTarvelLBSSettings settings;
-  Put(options.lbs, settings.lbs_main_addr, "--lbs");
-  PutAll(options.backups, settings.lbs_backup_addrs, "--backup");
-  PutAll(options.links, settings.link_list, "--link");
-  Put(options.default_link, settings.default_link, "--default-link");
-  settings.addr_family = static_cast<std::uint32_t>(FamilyOf(options));
+zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options) {
+  zo_tarvel::_ZOTarvelEnvironmentSettings settings;
+  Put(options.business, settings.business_type, "--business");
+  Put(kVersion, settings.business_version, "version");
+  Put(options.data, settings.appdata_path, "--data");
+  Put(options.log_dir, settings.log_path, "--log-dir");
+  settings.enable_httpdns = kOff;
+  settings.only_https_supported = options.https_only ? 1 : 0;
+  settings.single_request_timeout = options.timeout_ms;
+  settings.single_request_prefail_timeout = options.next_after_ms;
   return settings;
 }
 

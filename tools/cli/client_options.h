@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tarvel/tarvel.h>
+#include <tarvel/client.h>
 
 #include <stdexcept>
 #include <string>
@@ -35,9 +35,9 @@ struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The settings of the library. Both throw UsageError when a string is too long for its field or a
-// list has too many entries.
+tarvel::Settings ClientSettings(const ClientOptions& options);
+// For an environment without an LBS service. Throws UsageError when a string is too long for its
+// field.
 zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options);
-zo_tarvel::_ZOTarvelLBSSettings LBSSettings(const ClientOptions& options);
 
 }  // namespace tarvel_cli

@@ -29,9 +29,7 @@ constexpr std::chrono::milliseconds kLookForStop{50};
 class Resolver {
  public:
   explicit Resolver(const ClientOptions& options) {
-    auto settings = EnvironmentSettings(options);
-    settings.enable_httpdns = -1;
-    id_ = zo_tarvel::StartTarvelEnvironment(settings);
+    id_ = zo_tarvel::StartTarvelEnvironment(EnvironmentSettings(options));
     if (id_ == 0) throw std::runtime_error("the environment can't be started");
     manager_->SetEnvironmentConfig(zo_tarvel::GetConfig());
     if (manager_->Init()) return;

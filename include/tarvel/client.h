@@ -32,9 +32,9 @@ enum class Family : std::int32_t { kAny = 0, kIPv4 = 1, kIPv6 = 2 };
 
 /// Where a long-lived connection of the client goes.
 struct LinkAddress {
-  std::string host;        ///< A host name or an IP address, without brackets.
-  std::uint16_t port = 0;  ///< 0 when the server's list has no valid port.
-  Family family = Family::kAny;
+  std::string host;              ///< A host name or an IP address, without brackets.
+  std::uint16_t port = 0;        ///< 0 when the server's list has no valid port.
+  Family family = Family::kAny;  ///< The kind of `host`.
 
   /// "host:port", with brackets around an IPv6 address.
   std::string ToString() const {
@@ -59,7 +59,7 @@ struct Attempt {
 
 /// The switch of the message statistics, as the server sets it.
 struct MessageStatistics {
-  bool enabled = false;
+  bool enabled = false;     ///< Whether statistics are to be sent.
   std::string host;         ///< URL of the statistics server, cut to 511 bytes.
   std::string api;          ///< Path of the report, cut to 511 bytes.
   std::string description;  ///< Cut to 127 bytes.
@@ -87,9 +87,9 @@ struct Settings {
   std::string business;
   /// Sent to the servers, 128 bytes at most.
   std::string client_version;
-  std::int32_t sdk_version = 0;
-  std::int32_t protocol_version = 0;
-  std::int32_t client_type = 0;
+  std::int32_t sdk_version = 0;       ///< Version number of the client's SDK.
+  std::int32_t protocol_version = 0;  ///< Version number of the client's protocol.
+  std::int32_t client_type = 0;       ///< The servers' number for this kind of client.
 
   // --- Where its files are ---
 
@@ -112,6 +112,7 @@ struct Settings {
   std::string default_link;
   /// The same for IPv6. Empty: `default_link`.
   std::string default_link_ipv6;
+  /// The addresses that the network can reach.
   Family family = Family::kIPv4;
 
   // --- How it asks ---
@@ -142,7 +143,7 @@ struct Settings {
   /// Called when `silence` has passed since the start, a call of Update, SetToken or
   /// NotifyNetworkChanged, and no update has ended. On a thread of the client's own.
   std::function<void()> on_silence;
-  std::chrono::milliseconds silence{30'000};
+  std::chrono::milliseconds silence{30'000};  ///< For `on_silence`; a day at most.
 };
 
 namespace detail {
@@ -163,8 +164,11 @@ class Client {
   /// child.
   static std::optional<Client> Start(Settings settings, std::string& error);
 
+  /// Stops the library.
   ~Client() { Stop(); }
+  /// Leaves the other one empty.
   Client(Client&&) noexcept = default;
+  /// Stops this one first.
   Client& operator=(Client&& other) noexcept;
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
@@ -174,6 +178,7 @@ class Client {
   std::optional<LinkAddress> NextLinkAddress(Family wanted = Family::kAny);
   /// What NextLinkAddress would return, without taking it; nullopt after the last address.
   std::optional<LinkAddress> CurrentLinkAddress() const;
+  /// How many link addresses the active answer has.
   std::int32_t LinkCount() const;
   /// Reports that the client has connected. Changes nothing today.
   void ReportConnected(const LinkAddress& address);
@@ -188,16 +193,18 @@ class Client {
   /// Another application key, 127 bytes at most. Returns false, and changes nothing, for a longer
   /// or empty one.
   bool SetToken(const std::string& token);
+  /// Tells the library that the network has changed, and which addresses it can reach now.
   void NotifyNetworkChanged(Family reachable);
 
-  /// The active answer, JSON, and strings of it. Each string is the last one that wasn't empty.
+  /// The active answer, JSON. The strings below are parts of it; when an answer has none, the one
+  /// before stays.
   std::string Answer() const;
-  std::string AnswerName() const;
-  std::string AnswerDescription() const;
-  std::string DownloadUrl() const;     ///< Of the object storage.
-  std::string DownloadUrls() const;    ///< JSON list.
-  std::string StorageServers() const;  ///< JSON list.
-  MessageStatistics Statistics() const;
+  std::string AnswerName() const;         ///< What the server calls the answer.
+  std::string AnswerDescription() const;  ///< "generated locally" until a server says otherwise.
+  std::string DownloadUrl() const;        ///< Of the object storage.
+  std::string DownloadUrls() const;       ///< JSON list.
+  std::string StorageServers() const;     ///< JSON list.
+  MessageStatistics Statistics() const;   ///< The switch of the message statistics.
 
  private:
   explicit Client(std::shared_ptr<detail::Session> session) : session_(std::move(session)) {}

@@ -2,12 +2,16 @@
 #ifndef TARVEL_VERSION_H_
 #define TARVEL_VERSION_H_
 
-#define TARVEL_VERSION_MAJOR 0
-#define TARVEL_VERSION_MINOR 1
-#define TARVEL_VERSION_PATCH 0
+/// @file
+/// The version of the headers, for the preprocessor.
 
-// For comparisons: #if TARVEL_VERSION >= TARVEL_MAKE_VERSION(0, 1, 0)
+#define TARVEL_VERSION_MAJOR 0  ///< Changes with the interface.
+#define TARVEL_VERSION_MINOR 1  ///< While the major is 0: changes with the interface.
+#define TARVEL_VERSION_PATCH 0  ///< Changes with each other release.
+
+/// For comparisons: #if TARVEL_VERSION >= TARVEL_MAKE_VERSION(0, 1, 0)
 #define TARVEL_MAKE_VERSION(major, minor, patch) ((major)*10000 + (minor)*100 + (patch))
+/// This version as one number.
 #define TARVEL_VERSION \
   TARVEL_MAKE_VERSION(TARVEL_VERSION_MAJOR, TARVEL_VERSION_MINOR, TARVEL_VERSION_PATCH)
 

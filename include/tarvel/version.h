@@ -9,7 +9,7 @@
 #define TARVEL_VERSION_MINOR 1  ///< While the major is 0: changes with the interface.
 #define TARVEL_VERSION_PATCH 0  ///< Changes with each other release.
 
-/// For comparisons: #if TARVEL_VERSION >= TARVEL_MAKE_VERSION(0, 1, 0)
+/// A version to compare with: `TARVEL_VERSION >= TARVEL_MAKE_VERSION(0, 1, 0)`.
 #define TARVEL_MAKE_VERSION(major, minor, patch) ((major)*10000 + (minor)*100 + (patch))
 /// This version as one number.
 #define TARVEL_VERSION \

@@ -5,7 +5,7 @@
 // Operations on the descriptors of connections, which cpp-httplib does not offer.
 namespace tarvel_backend {
 
-// One end of a connection.
+// An address without brackets, and a port.
 struct Endpoint {
   std::string address;
   int port = 0;

@@ -109,7 +109,7 @@ TEST(TlsTest, OffersNoKeyExchangeOverAServersPrime) {
   Program({"/usr/bin/openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt",
            "group:ffdhe2048", "-out", prime})
       .Wait();
-  const std::string certificate = Authority().Issue("a.example", "rsa:2048");
+  const std::string certificate = Authority().Issue("a.example", EVP_RSA_gen(2048));
   for (const std::string exchange : {"kDHE", "kDHE:kECDHE"}) {
     const NginxServer nginx({.listeners = {{"127.0.0.1", certificate}},
                              .server_text = "ssl_protocols TLSv1.2; ssl_dhparam " + prime +

@@ -13,7 +13,7 @@ namespace tarvel_backend {
 namespace {
 
 constexpr long kSecondsOfLife = 24L * 60 * 60;
-// For clients whose clock is slow.
+// Clients whose clock is slow accept it too.
 constexpr long kSecondsBefore = 60L * 60;
 constexpr long kVersion3 = 2;
 

@@ -5,7 +5,6 @@
 //   tarvel_bench_failover [RUNS]
 //
 // Runs in a private network, so it needs to be root or to be allowed user namespaces.
-#include <curl/curl.h>
 #include <tarvel/tarvel.h>
 
 #include <algorithm>
@@ -19,9 +18,9 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "bench/curl_walk.h"
 #include "bench/lab.h"
 #include "network/curl/curl_requestor.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
@@ -36,12 +35,7 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 using Urls = std::vector<std::string>;
 
-constexpr std::chrono::milliseconds kTimeOut{7'000};
-constexpr std::chrono::milliseconds kHeadStart{2'000};
-constexpr int kTries = 3;                       // Of one URL, where libcurl's user repeats.
-constexpr std::chrono::seconds kFirstPause{1};  // Then twice as long each time.
-
-bool IsGood(long status, const std::string& body) { return status == 200 && !body.empty(); }
+constexpr int kTries = 3;  // Of one URL, where libcurl's user repeats.
 
 // --- The library ---
 
@@ -66,8 +60,8 @@ class Environment : public zo_tarvel::EnvironmentConfigGetterBase {
     std::promise<bool> done;
     zo_tarvel::MultipleURLHttpRequest request;
     for (const std::string& url : urls) request.urls.push_back({"", url});
-    request.time_out = static_cast<std::int32_t>(kTimeOut.count());
-    request.multiple_time_out = static_cast<std::int32_t>(kHeadStart.count());
+    request.time_out = static_cast<std::int32_t>(kTimeOutMs);
+    request.multiple_time_out = static_cast<std::int32_t>(kHeadStartMs);
     request.check_callback = [](std::int32_t, std::int32_t code, const std::string&,
                                 const std::string&, const std::string& body, std::uint64_t) {
       zo_tarvel::MultipleURLHttpRequest::CheckCallbackResult verdict;
@@ -85,43 +79,6 @@ class Environment : public zo_tarvel::EnvironmentConfigGetterBase {
   const test_support::TempDirectory directory_;
   int id_ = 0;
 };
-
-// --- libcurl ---
-
-bool GetOnce(CURL* easy, const std::string& url) {
-  std::string body;
-  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(kTimeOut.count()));
-  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
-  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
-  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(
-      easy, CURLOPT_WRITEFUNCTION, +[](char* data, std::size_t size, std::size_t n, void* to) {
-        static_cast<std::string*>(to)->append(data, size * n);
-        return size * n;
-      });
-  long status = 0;
-  if (curl_easy_perform(easy) != CURLE_OK) return false;
-  curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
-  return IsGood(status, body);
-}
-
-// One URL after the other, each up to `tries` times.
-bool GetDownTheList(const Urls& urls, int tries) {
-  const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> easy(curl_easy_init(),
-                                                                 curl_easy_cleanup);
-  for (const std::string& url : urls) {
-    auto pause = kFirstPause;
-    for (int left = tries; left > 0; --left) {
-      if (GetOnce(easy.get(), url)) return true;
-      if (left == 1) break;
-      std::this_thread::sleep_for(pause);
-      pause *= 2;
-    }
-  }
-  return false;
-}
 
 // --- What is measured ---
 
@@ -150,6 +107,15 @@ const Way kWays[] = {
     {"libcurl, 3 tries a URL",
      [](const Lab&, const Urls& urls, Seconds& taken) {
        return Timed([&] { return GetDownTheList(urls, kTries); }, taken);
+     }},
+    {"libcurl multi, 2 s head start",
+     [](const Lab&, const Urls& urls, Seconds& taken) {
+       return Timed([&] { return WalkWithMulti(urls, ""); }, taken);
+     }},
+    {"the same, DNS over HTTPS",
+     [](const Lab& lab, const Urls& urls, Seconds& taken) {
+       const auto server = lab.MakeDohServer();
+       return Timed([&] { return WalkWithMulti(urls, Lab::kDohUrl); }, taken);
      }},
 };
 
@@ -203,7 +169,7 @@ void PrintRow(const Fault& fault, int runs) {
 void Run(int runs) {
   std::printf("| Fault |");
   for (const Way& way : kWays) std::printf(" %s |", way.name);
-  std::printf("\n|---|---|---|---|\n");
+  std::printf("\n|---|---|---|---|---|---|\n");
   for (const Fault& fault : kFaults) PrintRow(fault, runs);
 }
 

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <map>
 #include <vector>
 
 namespace tarvel_bench {
@@ -41,6 +42,13 @@ Lab::Lab(const std::string& backend) {
 }
 
 std::string Lab::UrlOf(Host host) { return "https://" + kNames[host] + "/lbs/conf.jsp"; }
+
+std::unique_ptr<DohServer> Lab::MakeDohServer() const {
+  return std::make_unique<DohServer>(
+      std::map<std::string, std::string>{{kNames[kFirst], kAddresses[kFirst]},
+                                         {kNames[kSecond], kAddresses[kSecond]}},
+      "127.0.0.5");
+}
 
 std::string Lab::AnswersFileOf(Host host) const { return directory_ / (kNames[host] + ".json"); }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "bench/doh_server.h"
 #include "tests/support/name_server.h"
 #include "tests/support/program.h"
 #include "tests/support/temp_directory.h"
@@ -30,6 +32,10 @@ class Lab {
   // Makes the name server return the address of a foreign host for the names of the LBS hosts.
   void PoisonNames() { StartNameServer(kForeign, kForeign); }
   void SilenceNameServer() { name_server_.reset(); }
+
+  // A name server over HTTPS that knows the true addresses.
+  static constexpr char kDohUrl[] = "https://127.0.0.5/dns-query";
+  std::unique_ptr<DohServer> MakeDohServer() const;
 
   // The certificates of all hosts.
   std::string trust_store() const { return directory_ / "trusted.pem"; }

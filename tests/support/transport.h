@@ -18,10 +18,6 @@ inline std::shared_ptr<HttpRequest> Get(const std::string& url, int time_out_ms 
   return request;
 }
 
-inline std::vector<std::uint8_t> Bytes(const std::string& text) {
-  return {text.begin(), text.end()};
-}
-
 // The real engine, with functions that wait for its responses.
 class Transport {
  public:

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "base/text/strings.h"
 
 namespace tarvel_backend {
 
@@ -61,13 +62,6 @@ std::vector<std::string> WrongCertificates(const Json& file) {
   return file.value("wrong_certificate", std::vector<std::string>());
 }
 
-std::vector<std::string> SplitAtCommas(const std::string& text) {
-  std::vector<std::string> pieces;
-  std::istringstream stream(text);
-  for (std::string piece; std::getline(stream, piece, ',');) pieces.push_back(piece);
-  return pieces;
-}
-
 }  // namespace
 
 Answers::Answers(Json file) : file_(std::move(file)) {
@@ -91,7 +85,7 @@ std::optional<std::string> Answers::HttpDNSServers() const {
 std::string Answers::HttpDNSHosts(const std::string& asked) const {
   const Json known = ObjectIn(ObjectIn(file_, "httpdns"), "hosts");
   Json data = Json::object();
-  for (const std::string& host : SplitAtCommas(asked)) {
+  for (const std::string& host : zo_base::Split(asked, ",")) {
     if (known.contains(host)) data[host] = known[host];
   }
   return Json{{"code", 200}, {"data", data}}.dump();

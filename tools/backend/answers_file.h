@@ -7,7 +7,7 @@
 
 namespace tarvel_backend {
 
-// The faults that a request is given.
+// The faults of one request.
 struct Fault {
   std::chrono::milliseconds delay{0};  // Before the other faults.
   bool hang = false;                   // Never answer while the client waits.
@@ -24,12 +24,12 @@ class Answers {
   explicit Answers(nlohmann::ordered_json file);
 
   Fault FaultOf(const std::string& url_path) const;
-  // Bodies; nullopt when the file has none.
+  // Both return a body, or nullopt when the file has none.
   std::optional<std::string> LBSAnswer() const;
   std::optional<std::string> HttpDNSServers() const;
-  // The body for the hosts in `asked`, a list with commas. Unknown hosts are left out.
+  // Returns the body for the hosts in `asked`, a list with commas, without unknown hosts.
   std::string HttpDNSHosts(const std::string& asked) const;
-  // Whether a client that sends this TLS server name, which may be empty, gets the wrong
+  // Returns whether a client that sends this TLS server name, which may be empty, gets the wrong
   // certificate.
   bool HasWrongCertificate(const std::string& server_name) const;
 

@@ -1,10 +1,9 @@
 #include "tools/backend/certificate.h"
 
+#include <arpa/inet.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
-
-#include <arpa/inet.h>
 
 #include <cstdio>
 #include <stdexcept>
@@ -14,7 +13,7 @@ namespace tarvel_backend {
 namespace {
 
 constexpr long kSecondsOfLife = 24L * 60 * 60;
-// A client whose clock runs a little behind believes it, too.
+// Clients whose clock is slow accept it too.
 constexpr long kSecondsBefore = 60L * 60;
 constexpr long kVersion3 = 2;
 
@@ -23,6 +22,16 @@ bool IsAddress(const std::string& name) {
   return inet_pton(AF_INET, name.c_str(), bytes) == 1 ||
          inet_pton(AF_INET6, name.c_str(), bytes) == 1;
 }
+
+void AddExtension(X509* x509, int id, const std::string& value) {
+  const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
+      X509V3_EXT_conf_nid(nullptr, nullptr, id, value.c_str()), X509_EXTENSION_free);
+  if (extension == nullptr || X509_add_ext(x509, extension.get(), -1) != 1) {
+    throw std::runtime_error("no certificate for " + value);
+  }
+}
+
+}  // namespace
 
 std::string AlternativeNames(const std::vector<std::string>& names) {
   std::string text;
@@ -37,35 +46,30 @@ std::string AlternativeNames(const std::vector<std::string>& names) {
   return text;
 }
 
-void AddExtension(X509* x509, int id, const std::string& value) {
-  const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
-      X509V3_EXT_conf_nid(nullptr, nullptr, id, value.c_str()), X509_EXTENSION_free);
-  if (extension == nullptr || X509_add_ext(x509, extension.get(), -1) != 1) {
-    throw std::runtime_error("no certificate for " + value);
-  }
+Certificate MakeCertificate(const std::vector<std::string>& names) {
+  const std::string alternatives = AlternativeNames(names);  // Throws before there is a key.
+  return Sign(names.front(), EVP_EC_gen("P-256"), NID_subject_alt_name, alternatives);
 }
 
-}  // namespace
-
-Certificate MakeCertificate(const std::vector<std::string>& names) {
-  if (names.empty()) throw std::runtime_error("a certificate needs a name");
+Certificate Sign(const std::string& common_name, EVP_PKEY* key, int extension,
+                 const std::string& value, const Certificate* issuer) {
   Certificate made;
-  made.key.reset(EVP_EC_gen("P-256"));
+  made.key.reset(key);
   made.x509.reset(X509_new());
   X509* const x509 = made.x509.get();
-  if (made.key == nullptr || x509 == nullptr) throw std::runtime_error("no key for a certificate");
+  if (key == nullptr || x509 == nullptr) throw std::runtime_error("no key for a certificate");
+  const Certificate& signer = issuer == nullptr ? made : *issuer;
   X509_set_version(x509, kVersion3);
   ASN1_INTEGER_set(X509_get_serialNumber(x509), 1);
   X509_gmtime_adj(X509_getm_notBefore(x509), -kSecondsBefore);
   X509_gmtime_adj(X509_getm_notAfter(x509), kSecondsOfLife);
-  X509_set_pubkey(x509, made.key.get());
-  X509_NAME* const subject = X509_get_subject_name(x509);
-  X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8,
-                             reinterpret_cast<const unsigned char*>(names.front().c_str()), -1, -1,
+  X509_set_pubkey(x509, key);
+  X509_NAME_add_entry_by_txt(X509_get_subject_name(x509), "CN", MBSTRING_UTF8,
+                             reinterpret_cast<const unsigned char*>(common_name.c_str()), -1, -1,
                              0);
-  X509_set_issuer_name(x509, subject);
-  AddExtension(x509, NID_subject_alt_name, AlternativeNames(names));
-  if (X509_sign(x509, made.key.get(), EVP_sha256()) == 0) {
+  X509_set_issuer_name(x509, X509_get_subject_name(signer.x509.get()));
+  AddExtension(x509, extension, value);
+  if (X509_sign(x509, signer.key.get(), EVP_sha256()) == 0) {
     throw std::runtime_error("a certificate can't be signed");
   }
   return made;

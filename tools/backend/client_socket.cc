@@ -1,8 +1,7 @@
 #include "tools/backend/client_socket.h"
 
-#include <arpa/inet.h>
 #include <linux/filter.h>
-#include <netinet/in.h>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -16,7 +15,7 @@ namespace tarvel_backend {
 
 namespace {
 
-// Until `visit` says that it has seen enough.
+// Stops as soon as `visit` returns true.
 void ForEachDescriptor(const std::function<bool(int)>& visit) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
@@ -30,26 +29,21 @@ bool IsStreamSocket(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
 }
 
-Endpoint ToEndpoint(const sockaddr_storage& address) {
-  char text[INET6_ADDRSTRLEN] = {};
-  if (address.ss_family == AF_INET6) {
-    const auto& v6 = reinterpret_cast<const sockaddr_in6&>(address);
-    inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
-    return {text, ntohs(v6.sin6_port)};
-  }
-  const auto& v4 = reinterpret_cast<const sockaddr_in&>(address);
-  inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
-  return {text, ntohs(v4.sin_port)};
-}
-
 using Name = int (*)(int, sockaddr*, socklen_t*);
 
-// Nothing of what isn't connected.
+// Returns nullopt for a descriptor that is not connected. cpp-httplib reads its addresses in the
+// same way, so both have the same form.
 std::optional<Endpoint> EndOf(int fd, Name get_name) {
-  sockaddr_storage address{};
-  socklen_t size = sizeof address;
-  if (get_name(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) return std::nullopt;
-  return ToEndpoint(address);
+  sockaddr_storage storage{};
+  auto* const address = reinterpret_cast<sockaddr*>(&storage);
+  socklen_t size = sizeof storage;
+  char host[NI_MAXHOST], port[NI_MAXSERV];
+  if (get_name(fd, address, &size) != 0 ||
+      getnameinfo(address, size, host, sizeof host, port, sizeof port,
+                  NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+    return std::nullopt;
+  }
+  return Endpoint{host, std::atoi(port)};
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 // Operations on the descriptors of connections, which cpp-httplib does not offer.
 namespace tarvel_backend {
 
-// One end of a connection.
+// An address without brackets, and a port.
 struct Endpoint {
   std::string address;
   int port = 0;
@@ -13,16 +13,16 @@ struct Endpoint {
   bool operator==(const Endpoint&) const = default;
 };
 
-// The descriptor of this process's connection between the two; -1 when it is not open.
+// Returns the descriptor of this process's connection between the two; -1 when it is not open.
 int FindConnection(const Endpoint& own, const Endpoint& peer);
 
 // Sends a reset to the peer. The owner still closes the descriptor.
 void ResetConnection(int fd);
 
-// Whether the peer has closed its side.
+// Returns whether the peer has closed its side.
 bool HasPeerLeft(int fd);
 
-// Shuts all connections of this process down.
+// Shuts down all connections of this process.
 void ShutDownConnections();
 
 // With true, the kernel drops every packet for a TCP socket of this process: new connections fail

@@ -30,13 +30,8 @@ struct Options {
   std::string certificate_file;
 };
 
-struct Authority {
-  std::string address;
-  int port = 0;
-};
-
 // Reads "127.0.0.1:8080" or "[::1]:8080".
-std::optional<Authority> ReadAuthority(const std::string& text) {
+std::optional<Endpoint> ReadAuthority(const std::string& text) {
   const auto colon = text.rfind(':');
   if (colon == std::string::npos || colon == 0) return std::nullopt;
   const bool has_brackets = text.front() == '[' && text[colon - 1] == ']';
@@ -45,10 +40,10 @@ std::optional<Authority> ReadAuthority(const std::string& text) {
   const bool is_plain = address.find_first_of("[]") == std::string::npos &&
                         (has_brackets || address.find(':') == std::string::npos);
   if (address.empty() || !is_plain || port < 0 || port > kHighestPort) return std::nullopt;
-  return Authority{address, port};
+  return Endpoint{address, port};
 }
 
-// The error message for a wrong value; empty for a good one.
+// Returns the error message for a wrong value; empty for a good one.
 std::string CheckAuthority(const std::string& text) {
   return ReadAuthority(text) ? "" : "expected ADDRESS:PORT, not " + text;
 }

@@ -6,6 +6,7 @@
 #include <tarvel/detail/silence_watch.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -92,7 +93,7 @@ class Session : public std::enable_shared_from_this<Session> {
   }
 
   bool WaitForAnswer(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
+    const auto end = std::chrono::steady_clock::now() + std::min(limit, kLongestWait);
     while (!HasServersAnswer()) {
       std::unique_lock<std::mutex> lock(lock_);
       if (InCallback() || failed_ || std::chrono::steady_clock::now() >= end) return false;
@@ -147,9 +148,9 @@ class Session : public std::enable_shared_from_this<Session> {
              "exit";
     }
     if (settings_.on_exception) zo_tarvel::SetExceptionDataReporter(OnException);
-    service_->SetLBSCallback(OnUpdate, nullptr);
-    if (settings_.on_attempt) service_->SetRequestErrorCollector(OnAttempt, nullptr);
-    if (settings_.account_id) service_->SetAccIDGetter(WriteAccountId, nullptr);
+    service_->SetLBSCallback(OnUpdate, this);
+    if (settings_.on_attempt) service_->SetRequestErrorCollector(OnAttempt, this);
+    if (settings_.account_id) service_->SetAccIDGetter(WriteAccountId, this);
     ExpectUpdate();
     service_->Init(records.lbs);
     if (HasServersAnswer() && watch_) watch_->Happened();
@@ -170,6 +171,12 @@ class Session : public std::enable_shared_from_this<Session> {
     changed_.notify_all();
   }
 
+  // The session of a callback; null when it is over.
+  static std::shared_ptr<Session> LivingOf(void* user) {
+    auto current = Registry::Instance().Current();
+    return current.get() == user ? current : nullptr;
+  }
+
   // The library's callbacks.
 
   static void OnLog(const char* line) {
@@ -178,8 +185,8 @@ class Session : public std::enable_shared_from_this<Session> {
       if (self->settings_.on_log) self->settings_.on_log(line);
     }
   }
-  static void OnUpdate(std::int32_t code, const char* response, void*) {
-    const auto self = Registry::Instance().Current();
+  static void OnUpdate(std::int32_t code, const char* response, void* user) {
+    const auto self = LivingOf(user);
     if (self == nullptr) return;
     const bool fresh = code == 200;
     if (self->watch_) self->watch_->Happened();
@@ -187,8 +194,8 @@ class Session : public std::enable_shared_from_this<Session> {
     const CallbackScope scope;
     if (self->settings_.on_update) self->settings_.on_update({fresh, TextOf(response)});
   }
-  static void OnAttempt(void*, const zo_tarvel::RequestErrorRecord* record) {
-    const auto self = Registry::Instance().Current();
+  static void OnAttempt(void* user, const zo_tarvel::RequestErrorRecord* record) {
+    const auto self = LivingOf(user);
     if (self == nullptr) return;
     const CallbackScope scope;
     self->settings_.on_attempt(
@@ -200,14 +207,16 @@ class Session : public std::enable_shared_from_this<Session> {
     const CallbackScope scope;
     if (self->settings_.on_exception) self->settings_.on_exception(record);
   }
-  static void WriteAccountId(void*, char* buffer) {
-    const auto self = Registry::Instance().Current();
+  static void WriteAccountId(void* user, char* buffer) {
+    const auto self = LivingOf(user);
     if (self == nullptr) return;
     const CallbackScope scope;
     const std::string id = self->settings_.account_id();
     if (id.size() < zo_tarvel::kAccIDBufferSize) std::memcpy(buffer, id.data(), id.size());
   }
   static std::string TextOf(const char* text) { return text == nullptr ? "" : text; }
+
+  static constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24);
 
   const Settings settings_;
   const pid_t process_ = getpid();

@@ -83,7 +83,7 @@ TEST(TlsTest, FollowsARedirectUnderTheSameCheck) {
   const std::string of_name = Authority().Issue("a.example"), of_ip = Authority().Issue("::1");
   const NginxServer other({.listeners = {{"::1", of_ip, true}, {"::1", of_name, true}}});
   const std::pair<std::string, std::string> rows[] = {
-      // Where to, and the hosts of the last request as the log has them; empty when it isn't sent.
+      // A location, and the hosts in the log of the last request; empty when none is sent.
       {"/index", "a.example a.example a.example"},
       {"https://A.Example.:$server_port/index", "a.example A.Example. a.example"},
       {other.url("/index"), "[::1] [::1] -"},
@@ -109,7 +109,7 @@ TEST(TlsTest, OffersNoKeyExchangeOverAServersPrime) {
   Program({"/usr/bin/openssl", "genpkey", "-genparam", "-algorithm", "DH", "-pkeyopt",
            "group:ffdhe2048", "-out", prime})
       .Wait();
-  const std::string certificate = Authority().Issue("a.example", "rsa:2048");
+  const std::string certificate = Authority().Issue("a.example", EVP_RSA_gen(2048));
   for (const std::string exchange : {"kDHE", "kDHE:kECDHE"}) {
     const NginxServer nginx({.listeners = {{"127.0.0.1", certificate}},
                              .server_text = "ssl_protocols TLSv1.2; ssl_dhparam " + prime +

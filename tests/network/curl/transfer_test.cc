@@ -15,6 +15,7 @@ using namespace WQBASE::network;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
+using zo_base::BytesOf;
 using zo_base::ReplaceAll;
 
 class TransferTest : public testing::Test {
@@ -37,7 +38,7 @@ TEST_F(TransferTest, SendsAllButHeadersThatWouldBreakTheMessage) {
     SCOPED_TRACE(row.seen.substr(0, 20));
     const auto request = Get(server_.url("/seen"));
     request->method = row.method;
-    request->body = Bytes(row.body);
+    request->body = BytesOf(row.body);
     request->sni = true;
     request->host = "a.example\r\nX-Evil: 1";
     request->headers = {{"X-One", "1"},          {"X-Split", "v\r\nX-Evil: 1"},
@@ -98,7 +99,7 @@ TEST_F(TransferTest, FollowsRedirectsAsBrowsersDo) {
     });
     const auto request = Get(server_.url("/start"), time_out_ms);
     request->method = method;
-    request->body = Bytes("text");
+    request->body = BytesOf("text");
     request->headers = {{"Host", "a.example"}, {"X-Kept", "kept "}, {"Authorization", "secret"}};
     return transport_.Fetch(request);
   };
@@ -240,7 +241,7 @@ TEST_F(TransferTest, TakesAnAnswerWithinTheLimitsOnly) {
     const auto response = fetch(row.answer);
     EXPECT_THAT(response->error_text, HasSubstr(row.error));
     EXPECT_EQ(response->success && response->error_text.empty(), row.error.empty());
-    EXPECT_EQ(response->body, Bytes(response->body_text));
+    EXPECT_EQ(std::string(response->body.begin(), response->body.end()), response->body_text);
     std::string result = std::to_string(response->status) + " " + response->body_text;
     for (const auto& [name, value] : response->headers)
       result += " " + (name == "A" ? value : name);

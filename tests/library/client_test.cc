@@ -37,6 +37,7 @@ class ClientTest : public Test {
       ++requests_;
       return test_support::ServerAnswer{.headers = {}, .body = kAnswer};
     });
+    EXPECT_THAT(test_support::ReadFile(PROTOCOL_PAGE), HasSubstr(kAnswer));
     settings_.token = "key";
     settings_.directory = directory_.path();
     settings_.lbs_url = server_.url("/lbs");

@@ -92,8 +92,8 @@ int main(int argc, char** argv) {
   using namespace tarvel_backend;
   Options options;
   CLI::App app(
-      "LBS and HTTPDNS servers for experiments. The answers file is read for each request;\n"
-      "docs/backend.md has its format. Serves /lbs/conf.jsp, /httpdns/v2/s, "
+      "LBS and HTTPDNS servers for experiments. The answers file is read for each request.\n"
+      "docs/backend.md has its format. Paths: /lbs/conf.jsp, /httpdns/v2/s, "
       "/httpdns/v2/d.\n"
       "SIGUSR1: drop all incoming packets; SIGUSR2: receive them again.\n"
       "SIGINT, SIGTERM: end.",
@@ -106,12 +106,11 @@ int main(int argc, char** argv) {
   CLI::Option* const tls = app.add_option("--tls-listen", options.tls, "The same for HTTPS")
                                ->allow_extra_args(false)
                                ->check(CheckAuthority);
-  app.add_option("--name", options.names,
-                 "Name or address that the certificate is for. May be repeated")
+  app.add_option("--name", options.names, "Name or address in the certificate. May be repeated")
       ->allow_extra_args(false)
       ->capture_default_str();
   app.add_option("--write-certificate", options.certificate_file,
-                 "File for the certificate, which clients are to trust (PEM)")
+                 "File to write the certificate to (PEM), for the trust store of clients")
       ->needs(tls);
   try {
     app.parse(argc, argv);

@@ -32,13 +32,15 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
   command.add_flag("--https-only", options.https_only, "Use https URLs only");
   command
       .add_option("--httpdns-cache", options.httpdns_cache,
-                  "File of HTTPDNS servers to use, as the library keeps it")
+                  "File of HTTPDNS servers to use; docs/cli.md has its format")
       ->check(CLI::ExistingFile);
   command
       .add_option("--trust", options.trust_store,
-                  "File of certificates to believe (PEM) instead of the system's")
+                  "File of certificates to trust (PEM) instead of the system's")
       ->check(CLI::ExistingFile);
-  command.add_option("--business", options.business, "Business type; names the files' directory")
+  command
+      .add_option("--business", options.business,
+                  "Name of the business; each business has its own files")
       ->capture_default_str();
   command.add_option("--timeout", options.timeout_ms, "Time-out of one URL, 1000 to 30000 ms")
       ->check(CLI::Range(1'000, 30'000))
@@ -52,13 +54,13 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
       "--data", options.data,
       "Directory for the caches and the log. Default: a temporary directory, removed on exit");
   command.add_option("--log-dir", options.log_dir, "Directory for the log");
-  command.add_flag("--json", options.json, "Print one JSON object a line");
+  command.add_flag("--json", options.json, "Print one JSON object per line");
 }
 
 void AddLBSOptions(CLI::App& command, ClientOptions& options) {
   command.add_option("--lbs", options.lbs, "URL of the LBS server")->required()->check(CheckUrl);
   AddList(command, "--backup", options.backups, "Backup LBS URL")->check(CheckUrl);
-  command.add_option("--token", options.token, "Application key; without one no server is asked")
+  command.add_option("--token", options.token, "Application key")
       ->required()
       ->check([](const std::string& token) { return token.empty() ? "it is empty" : ""; });
   AddList(command, "--link", options.links, "Link address HOST:PORT for the time before an answer");
@@ -92,11 +94,11 @@ int Main(int argc, char** argv) {
   AddCommonOptions(*run_command, run.client);
   AddSeconds(*run_command, "--wait", run.wait_seconds,
              "Seconds to wait for the first update to end");
-  run_command->add_option("--take", run.take, "Link addresses to take after an answer. 0: all")
+  run_command->add_option("--take", run.take, "Link addresses to take after an answer; 0 for all")
       ->check(CLI::Range(0, 1'000));
-  run_command->add_flag("--follow", run.follow, "Go on until Ctrl-C");
+  run_command->add_flag("--follow", run.follow, "Continue until Ctrl-C");
   AddSeconds(*run_command, "--every", run.every_seconds,
-             "With --follow: seconds between addresses");
+             "With --follow: seconds between two link addresses");
 
   LinksOptions links;
   CLI::App* const links_command = app.add_subcommand("links", "Print the link addresses");

@@ -68,6 +68,8 @@ TEST_F(LBSServiceTest, WalksThroughItsUrlsAndOutlivesTheirFailure) {
   EXPECT_TRUE(RecordedLog::Await("[lbs][lbs cache] update lbs after 3600000 ms"));
   const std::string query =
       "?k=a%20b%26c%3Dd%2F%C3%A9%2B%25%2D&id=u%3A1%7E&sv=42&pv=5&tp=7&networkType=0 ";
+  EXPECT_THAT(ReadFile(PROTOCOL_PAGE),
+              testing::HasSubstr(query.substr(0, query.size() - 1) + "\n"));
   EXPECT_THAT(
       sub_answers_.TakeAll(),
       ElementsAre(testing::StartsWith("0 " + dead + query), "200 " + url_ + query + fresh,

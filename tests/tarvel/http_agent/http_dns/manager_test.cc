@@ -177,7 +177,10 @@ TEST_F(HttpDNSManagerTest, KeepsAListWithoutUsableReplacement) {
   const std::string list = R"([{"host": "192.0.2.77"}])";
   Begin(ServerFile());
   Reload();
-  Answer(0, R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": )" + list + "}");
+  const std::string answer =
+      R"({"host": "new.example", "ttl": 600, "ipv6": [], "ipv4": )" + list + "}";
+  Answer(0, answer);
+  EXPECT_THAT(ReadFile(PROTOCOL_PAGE), testing::HasSubstr(answer));
   EXPECT_THAT(Saved(kServers, {"ttl", "expired_time", "ipv4", "ipv6"}),
               ElementsAre("600000", std::to_string(kNow + 600'000), list,
                           testing::HasSubstr("2001:db8::7")));
@@ -232,6 +235,7 @@ TEST_F(HttpDNSManagerTest, AsksOnlyForUnknownHostsAndOnce) {
   EXPECT_EQ(sent_[0].context.trace_id, "trace");
   const std::string body = R"({"code": 200, "data": {"evil": {"ip": ["192.0.2.6"], "ttl": 1},
       "c": {"ip": ["192.0.2.3"], "ipv6": ["2001:db8::3"], "ttl": 100}}})";
+  EXPECT_THAT(ReadFile(PROTOCOL_PAGE), testing::HasSubstr(body));
   Answer(0, body);
   Answer(1, body);    // The body has no addresses for "b".
   Query({"b"});       // Still stale: answered, and asked for again.

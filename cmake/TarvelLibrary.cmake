@@ -2,13 +2,28 @@
 # visible. The version script also hides what dependencies' templates would export.
 set(TARVEL_EXPORTS "${PROJECT_SOURCE_DIR}/cmake/tarvel.exports")
 
+# The headers say the version too, and can't ask CMake.
+file(STRINGS "${PROJECT_SOURCE_DIR}/include/tarvel/version.h" parts
+  REGEX "^#define TARVEL_VERSION_(MAJOR|MINOR|PATCH) ")
+list(TRANSFORM parts REPLACE "^[^ ]+ [^ ]+ ([0-9]+).*" "\\1")
+list(JOIN parts "." version_of_headers)
+if(NOT version_of_headers STREQUAL PROJECT_VERSION)
+  message(FATAL_ERROR "include/tarvel/version.h has ${version_of_headers}, but project() in "
+                      "CMakeLists.txt has ${PROJECT_VERSION}. Set both to the same version.")
+endif()
+# While the major is 0, each minor may break the interface.
+set(soversion ${PROJECT_VERSION_MAJOR})
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  string(APPEND soversion ".${PROJECT_VERSION_MINOR}")
+endif()
+
 add_library(tarvel SHARED)
 add_library(tarvel::tarvel ALIAS tarvel)
 target_sources(tarvel PRIVATE "${PROJECT_SOURCE_DIR}/include/tarvel/tarvel.h")
 set_target_properties(tarvel PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}
-  SOVERSION ${PROJECT_VERSION_MAJOR}
+  SOVERSION ${soversion}
   LINK_DEPENDS "${TARVEL_EXPORTS}")
 target_compile_features(tarvel INTERFACE cxx_std_17)
 target_include_directories(tarvel INTERFACE

@@ -2,13 +2,35 @@
 # visible. The version script also hides what dependencies' templates would export.
 set(TARVEL_EXPORTS "${PROJECT_SOURCE_DIR}/cmake/tarvel.exports")
 
+# The headers state the version for the preprocessor, and must state the same one as the project.
+set(version_header "${PROJECT_SOURCE_DIR}/include/tarvel/version.h")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${version_header}")
+set(header_version "")
+foreach(part MAJOR MINOR PATCH)
+  file(STRINGS "${version_header}" line REGEX "^#define TARVEL_VERSION_${part} [0-9]+$")
+  string(REGEX REPLACE "^.* " "" line "${line}")
+  list(APPEND header_version "${line}")
+endforeach()
+list(JOIN header_version "." header_version)
+if(NOT header_version STREQUAL PROJECT_VERSION)
+  message(FATAL_ERROR "include/tarvel/version.h states version \"${header_version}\", but "
+    "CMakeLists.txt states ${PROJECT_VERSION}. Change one of them.")
+endif()
+
+# While the major version is 0, a minor version may be incompatible with the one before.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(TARVEL_SOVERSION "0.${PROJECT_VERSION_MINOR}")
+else()
+  set(TARVEL_SOVERSION "${PROJECT_VERSION_MAJOR}")
+endif()
+
 add_library(tarvel SHARED)
 add_library(tarvel::tarvel ALIAS tarvel)
 target_sources(tarvel PRIVATE "${PROJECT_SOURCE_DIR}/include/tarvel/tarvel.h")
 set_target_properties(tarvel PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}
-  SOVERSION ${PROJECT_VERSION_MAJOR}
+  SOVERSION ${TARVEL_SOVERSION}
   LINK_DEPENDS "${TARVEL_EXPORTS}")
 target_compile_features(tarvel INTERFACE cxx_std_17)
 target_include_directories(tarvel INTERFACE

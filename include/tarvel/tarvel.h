@@ -21,6 +21,7 @@
 #define TARVEL_TARVEL_H_
 
 #include <tarvel/address_family.h>
+#include <tarvel/version.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -18,6 +18,6 @@ export PKG_CONFIG_PATH
 sed -n '/^```cpp$/,/^```$/p' "$2/README.md" | sed '/^```/d' >"$work/readme.cc"
 for program in "$2/examples/link_address.cc" "$work/readme.cc"; do
   # The flags of a prefix with a blank are quoted for the shell.
-  eval "$3" -std=c++17 "$program" -o "$work/program" "$(pkg-config --cflags --libs tarvel)"
+  eval "$3" -std=c++17 -Wshadow -Werror "$program" -o "$work/program" "$(pkg-config --cflags --libs tarvel)"
   LD_LIBRARY_PATH="$(dirname "$PKG_CONFIG_PATH")" "$work/program"
 done

@@ -40,7 +40,7 @@ def command_of(program, benchmark):
     """The failover program runs as a whole."""
     options = ["1"] if program == "failover" else [
         f"--benchmark_filter=^{benchmark}$", "--benchmark_min_time=0.05", "--benchmark_format=json"]
-    return (str(HERE.parent / f"build/release/bench/tarvel_bench_{program}"), *options)
+    return (str(HERE.parent / f"build/bench/bench/tarvel_bench_{program}"), *options)
 
 
 def run(command):

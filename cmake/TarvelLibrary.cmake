@@ -3,7 +3,9 @@
 set(TARVEL_EXPORTS "${PROJECT_SOURCE_DIR}/cmake/tarvel.exports")
 
 # The headers say the version too, and can't ask CMake.
-file(STRINGS "${PROJECT_SOURCE_DIR}/include/tarvel/version.h" parts
+set(version_header "${PROJECT_SOURCE_DIR}/include/tarvel/version.h")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${version_header}")
+file(STRINGS "${version_header}" parts
   REGEX "^#define TARVEL_VERSION_(MAJOR|MINOR|PATCH) ")
 list(TRANSFORM parts REPLACE "^[^ ]+ [^ ]+ ([0-9]+).*" "\\1")
 list(JOIN parts "." version_of_headers)
@@ -50,6 +52,9 @@ cmake_path(RELATIVE_PATH prefix_from_pc
   BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE prefix_from_pc)
 configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvel.pc.in" "${PROJECT_BINARY_DIR}/tarvel.pc" @ONLY)
 
+install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs/" DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  FILES_MATCHING PATTERN "*.md")
 install(TARGETS tarvel EXPORT tarvelTargets)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tarvel" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(EXPORT tarvelTargets NAMESPACE tarvel:: DESTINATION "${package_dir}")

@@ -24,10 +24,10 @@ quietly() {
   output=$("$@" 2>&1) || { echo "$output" >&2; exit 1; }
 }
 quietly scripts/setup.sh
-quietly cmake --preset release
-quietly cmake --build --preset release --target tarvel "${@/#/tarvel_bench_}"
+quietly cmake --preset bench
+quietly cmake --build --preset bench --target tarvel "${@/#/tarvel_bench_}"
 
-compiler=$(sed -n 's/^CMAKE_CXX_COMPILER:[A-Z]*=//p' build/release/CMakeCache.txt)
+compiler=$(sed -n 's/^CMAKE_CXX_COMPILER:[A-Z]*=//p' build/bench/CMakeCache.txt)
 cat <<END
 Machine: $(sed -n 's/^model name.*: //p' /proc/cpuinfo | uniq), $(nproc) cores, Linux $(uname -r),
 $("$compiler" --version | head -n 1), $(date -I), commit $(git describe --always --dirty).

@@ -42,5 +42,5 @@ export LD_LIBRARY_PATH
 # shellcheck disable=SC2016  # The backticks are the markdown's.
 sed -n '/^```cpp$/,/^```$/p' "$2/README.md" | sed '/^```/d' >"$work/readme.cc"
 # The flags of a prefix with a blank are quoted for the shell.
-eval "$3" -std=c++17 "$work/readme.cc" -o "$work/readme" "$(pkg-config --cflags --libs tarvel)"
+eval "$3" -std=c++17 -Wshadow -Werror "$work/readme.cc" -o "$work/readme" "$(pkg-config --cflags --libs tarvel)"
 runs "connect to 192.0.2.11:8080" "$work/readme" "$url"

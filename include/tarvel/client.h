@@ -80,8 +80,8 @@ inline std::string ToJson(const ExceptionRecord& record) {
 struct Settings {
   // --- Who the client is ---
 
-  /// The application key. Sent in the query of the LBS requests, and written into the log's first
-  /// lines. Required, 128 bytes at most.
+  /// The application key. It shows up in the query of the LBS requests, so in `Attempt::url` too,
+  /// in exception records, and in the log. Required, 128 bytes at most.
   std::string token;
   /// Name of the business, 32 bytes at most. Each business has files of its own. Empty: "im_g1".
   std::string business;
@@ -100,7 +100,8 @@ struct Settings {
 
   // --- Whom it asks ---
 
-  /// URL of the LBS server, 512 bytes at most. Empty: the built-in one.
+  /// URL of the LBS server, 512 bytes at most. Empty: the built-in one. An http URL with a port
+  /// counts only without `https_only`.
   std::string lbs_url;
   /// Five at most, in the order of their use.
   std::vector<std::string> backup_lbs_urls;

@@ -75,8 +75,12 @@ inline std::string ToJson(const ExceptionRecord& record) {
 
 /// What a client starts with.
 ///
-/// The functions may be empty. They run on threads of the library, several at once, and must not
-/// throw. Each may destroy the client; the function object lives until the call has returned.
+/// The functions may be empty. They run on threads of the library, several at once, and may run
+/// before Start has returned; `on_log` also runs on the threads of the client's own calls. They
+/// must not throw. Each may destroy the client; the function object lives until its call has
+/// returned. A function may use the client until the end of the object, which waits for it.
+///
+/// All strings are UTF-8 without control characters.
 struct Settings {
   // --- Who the client is ---
 
@@ -137,12 +141,14 @@ struct Settings {
   /// Called with each failed sub request, HTTPDNS included. Records are made only if this is set.
   std::function<void(const ExceptionRecord&)> on_exception;
   /// Receives the log lines; then there is no log file. See `custom_log` in tarvel.h for what it
-  /// must not do. Once a client of the process has had this, later ones write no log file either.
+  /// must not do. Once a client of the process has had this, later ones write no log file either,
+  /// and the code that includes this header must stay loaded. A client that ends in it doesn't wait
+  /// for `on_silence`.
   std::function<void(const char* line)> on_log;
   /// Returns the id of the account, sent with each update. One of more than 255 bytes isn't sent.
   std::function<std::string()> account_id;
-  /// Called when `silence` has passed since the start, a call of Update, SetToken or
-  /// NotifyNetworkChanged, and no update has ended. On a thread of the client's own.
+  /// Called when `silence` has passed since a call of Update, SetToken or NotifyNetworkChanged, or
+  /// since a start without a cached answer, and no update has ended. On a thread of its own.
   std::function<void()> on_silence;
   std::chrono::milliseconds silence{30'000};  ///< For `on_silence`; a day at most.
 };
@@ -151,18 +157,19 @@ namespace detail {
 class Session;
 }
 
-/// A running environment. One exists per process; the end of the object stops all threads of the
-/// library and waits for them, in a callback for all but the present one.
+/// A running environment. One exists per process, and nobody may call StartTarvelEnvironment beside
+/// it. The end of the object stops all threads of the library and waits for them, in a callback for
+/// all but the present one.
 ///
-/// Threads: any, but nobody may use a client while it is moved or destroyed. An empty client, from
-/// which another was moved, may only be destroyed or assigned to.
+/// Threads: any, but only callbacks may use a client while it is moved or destroyed. An empty one,
+/// from which another was moved, may only be destroyed or assigned to.
 class Client {
  public:
   /// Starts the library and loads the cached answer or builds a local one, so that there are link
   /// addresses at once. Returns nullopt, with a message for a developer in `error`, when a setting
   /// is missing, too long or out of range (the message begins with the field's name), when another
-  /// client runs, and where the library can't start, such as in its log function or in a forked
-  /// child.
+  /// client or environment runs, and where the library can't start, such as in its log function or
+  /// in a forked child.
   static std::optional<Client> Start(Settings settings, std::string& error);
 
   /// Stops the library.
@@ -191,14 +198,14 @@ class Client {
 
   /// Asks for a fresh answer: at once with `force`, else with the requests of 1.2 s.
   void Update(bool force = false, Family family = Family::kAny);
-  /// Another application key, 127 bytes at most. Returns false, and changes nothing, for a longer
-  /// or empty one.
+  /// Another application key, 128 bytes at most. Returns false, and changes nothing, for one that
+  /// is longer, empty or has control characters.
   bool SetToken(const std::string& token);
   /// Tells the library that the network has changed, and which addresses it can reach now.
   void NotifyNetworkChanged(Family reachable);
 
-  /// The active answer, JSON. The strings below are parts of it; when an answer has none, the one
-  /// before stays.
+  /// The active answer, JSON. The strings below are parts of it, up to the first NUL; when an
+  /// answer has none, the one before stays.
   std::string Answer() const;
   std::string AnswerName() const;         ///< What the server calls the answer.
   std::string AnswerDescription() const;  ///< "generated locally" until a server says otherwise.

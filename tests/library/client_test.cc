@@ -71,11 +71,18 @@ TEST_F(ClientTest, RefusesSettingsByTheNameOfTheirField) {
   const std::pair<std::function<void(Settings&)>, const char*> rows[] = {
       {[](Settings& s) { s.token = ""; }, "token is empty: no server would be asked"},
       {[](Settings& s) { s.token = std::string(129, 'k'); }, "token has more than 128 bytes"},
-      {[](Settings& s) { s.token = std::string("a\0b", 3); }, "token contains a NUL"},
+      {[](Settings& s) { s.token = std::string("a\0b", 3); }, "token contains a control character"},
       {[&](Settings& s) { s.lbs_url = longest + "a"; }, "lbs_url has more than 512 bytes"},
+      {[](Settings& s) { s.lbs_url = "lbs.example"; }, "lbs_url is no http or https URL"},
+      {[](Settings& s) { s.lbs_url = "http://[::1]:80", s.https_only = true; },
+       "lbs_url is an http URL with a port, which https_only leaves out"},
+      {[](Settings& s) { s.lbs_host = "\xff"; }, "lbs_host isn't UTF-8"},
+      {[](Settings& s) { s.default_link = "[::1]"; }, "default_link is no \"host:port\": [::1]"},
+      {[](Settings& s) { s.links = {"a:65536"}; }, "links is no \"host:port\": a:65536"},
+      {[](Settings& s) { s.family = Family{3}; }, "family is none of the enumerators"},
       {[](Settings& s) { s.links.assign(6, "a:1"); }, "links has more than 5 entries"},
       {[&](Settings& s) {
-         s.backup_lbs_urls = {"http://a", longest + "a"};
+         s.backup_lbs_urls = {"http://a", "http://" + longest};
        },
        "backup_lbs_urls has more than 512 bytes"},
       {[](Settings& s) { s.directory = ""; }, "directory is empty"},
@@ -123,7 +130,18 @@ TEST_F(ClientTest, HandsOutWhatTheServerAnswers) {
   client.reset();  // Empty: ends nothing.
   EXPECT_EQ(Complaint(), "another client runs");
   EXPECT_FALSE(moved.SetToken(""));
+  EXPECT_FALSE(moved.SetToken(std::string(129, 'k')));
   EXPECT_GE(moved.LinkCount(), 0);
+}
+
+TEST_F(ClientTest, LeavesAnotherEnvironmentAlone) {
+  const auto raw = std::make_unique<zo_tarvel::_ZOTarvelEnvironmentSettings>();
+  directory_.path().copy(raw->appdata_path, sizeof raw->appdata_path);
+  const int id = zo_tarvel::StartTarvelEnvironment(*raw);
+  EXPECT_EQ(Complaint(), "another environment runs");
+  EXPECT_NE(zo_tarvel::GetTarvelObject(id), nullptr);
+  zo_tarvel::ExitTarvelEnvironment(id);
+  EXPECT_EQ(Complaint(), "started");
 }
 
 TEST_F(ClientTest, KeepsItsAnswerOverARestart) {
@@ -158,7 +176,7 @@ TEST_F(ClientTest, EndsAWaitWhenTheServerFails) {
 }
 
 TEST_F(ClientTest, TellsOfSilence) {
-  settings_.https_only = true;  // Leaves no URL, so an update ends without a word.
+  settings_.lbs_url = "http://[::1]/lbs";  // Of no family in use: an update ends without a word.
   Event silent;
   settings_.silence = 20ms;
   settings_.on_silence = [&] { silent.Set(); };
@@ -191,7 +209,7 @@ TEST_F(ClientTest, MayEndInEachOfItsCallbacks) {
       [](Settings& s, auto& end) { s.on_attempt = [end](const Attempt&) { end(); }; },
       [](Settings& s, auto& end) { s.account_id = [end] { return end(), std::string(); }; },
       [](Settings& s, auto& end) {
-        s.https_only = true;
+        s.lbs_url = "http://[::1]/lbs";
         s.silence = 1ms;
         s.on_silence = end;
       },

@@ -43,8 +43,10 @@ inline Client& Client::operator=(Client&& other) noexcept {
 }
 
 inline void Client::Stop() {
-  const auto session = std::move(session_);
-  if (session != nullptr) session->Stop();
+  const auto session = session_;  // Stays set: callbacks that run meanwhile may use the client.
+  if (session == nullptr) return;
+  session->Stop();
+  session_ = nullptr;
 }
 
 inline std::optional<LinkAddress> Client::NextLinkAddress(Family wanted) {
@@ -75,8 +77,12 @@ inline void Client::Update(bool force, Family family) {
 }
 
 inline bool Client::SetToken(const std::string& token) {
-  if (token.empty() || token.find('\0') != std::string::npos) return false;
-  session_->ExpectUpdate();
+  constexpr std::size_t kLongest = sizeof zo_tarvel::_ZOTarvelEnvironmentSettings::business_token;
+  if (token.empty() || token.size() > kLongest ||
+      std::any_of(token.begin(), token.end(), detail::IsControl)) {
+    return false;
+  }
+  if (session_->TakeToken(token)) session_->ExpectUpdate();
   session_->object().SetBusinessToken(token.c_str());
   return true;
 }

@@ -3,9 +3,12 @@
 #ifndef TARVEL_DETAIL_RECORDS_H_
 #define TARVEL_DETAIL_RECORDS_H_
 
+#include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
@@ -18,6 +21,28 @@ struct Records {
   zo_tarvel::_ZOTarvelLBSSettings lbs;
 };
 
+// Whether the text is UTF-8. Overlong forms pass: the library's own check is the stricter one.
+inline bool LooksLikeUtf8(const std::string& text) {
+  int following = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool follows = byte >= 0x80 && byte < 0xc0;
+    if (follows != (following > 0) || byte > 0xf4) return false;
+    following = follows ? following - 1 : byte < 0x80 ? 0 : byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;
+  }
+  return following == 0;
+}
+
+inline bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
+// The part of an authority behind its last colon that isn't in brackets; empty without one.
+inline std::string PortTextOf(const std::string& authority) {
+  const std::size_t colon = authority.rfind(':');
+  const std::size_t bracket = authority.rfind(']');
+  if (colon == std::string::npos || (bracket != std::string::npos && bracket > colon)) return {};
+  return authority.substr(colon + 1);
+}
+
 // Fills the records from settings. Keeps the first complaint.
 class RecordFiller {
  public:
@@ -26,8 +51,15 @@ class RecordFiller {
     RecordFiller filler;
     filler.FillEnvironment(from, to.environment);
     filler.FillLBS(from, to.lbs);
-    filler.CheckDirectory("directory", from.directory);
-    if (!from.log_directory.empty()) filler.CheckDirectory("log_directory", from.log_directory);
+    return filler.complaint_;
+  }
+  // Makes the directories. Returns the complaint; empty when they can be used.
+  static std::string MakeDirectories(const Settings& settings) {
+    RecordFiller filler;
+    filler.MakeDirectory("directory", settings.directory);
+    if (!settings.log_directory.empty()) {
+      filler.MakeDirectory("log_directory", settings.log_directory);
+    }
     return filler.complaint_;
   }
 
@@ -49,6 +81,7 @@ class RecordFiller {
     to.http_request_ip_preferred = from.prefer_ip_addresses ? 1 : 0;
     to.enable_exception_data_reporting = from.on_exception ? 1 : 0;
     CheckRange("request_timeout", from.request_timeout.count(), 1'000, 30'000);
+    if (!complaint_.empty()) return;
     CheckRange("head_start", from.head_start.count(), 200, from.request_timeout.count() - 1);
     to.single_request_timeout = static_cast<std::int32_t>(from.request_timeout.count());
     to.single_request_prefail_timeout = static_cast<std::int32_t>(from.head_start.count());
@@ -62,6 +95,14 @@ class RecordFiller {
     Put("default_link_ipv6", from.default_link_ipv6, to.default_link_ipv6);
     PutAll("backup_lbs_urls", from.backup_lbs_urls, to.lbs_backup_addrs);
     PutAll("links", from.links, to.link_list);
+    CheckUrl("lbs_url", from.lbs_url, from.https_only);
+    for (const auto& url : from.backup_lbs_urls) CheckUrl("backup_lbs_urls", url, from.https_only);
+    for (const auto& link : from.links) CheckLink("links", link);
+    if (!from.default_link.empty()) CheckLink("default_link", from.default_link);
+    if (!from.default_link_ipv6.empty()) CheckLink("default_link_ipv6", from.default_link_ipv6);
+    if (from.family < Family::kAny || from.family > Family::kIPv6) {
+      Complain("family", "is none of the enumerators");
+    }
     to.addr_family = static_cast<std::uint32_t>(from.family);
   }
 
@@ -69,8 +110,10 @@ class RecordFiller {
   void Put(const char* field, const std::string& text, char (&slot)[kSize]) {
     if (text.size() > kSize) {
       Complain(field, "has more than " + std::to_string(kSize) + " bytes");
-    } else if (text.find('\0') != std::string::npos) {
-      Complain(field, "contains a NUL");
+    } else if (std::any_of(text.begin(), text.end(), IsControl)) {
+      Complain(field, "contains a control character");
+    } else if (!LooksLikeUtf8(text)) {
+      Complain(field, "isn't UTF-8");
     } else {
       std::memcpy(slot, text.data(), text.size());  // The record is zeroed.
     }
@@ -91,8 +134,32 @@ class RecordFiller {
                         std::to_string(high) + " ms");
   }
 
-  void CheckDirectory(const char* field, const std::string& path) {
-    if (!complaint_.empty()) return;  // Make no directory for settings that can't be used.
+  // The library takes the built-in URL for an empty one.
+  void CheckUrl(const char* field, const std::string& url, bool https_only) {
+    const bool https = strncasecmp(url.c_str(), "https://", 8) == 0;
+    const bool http = strncasecmp(url.c_str(), "http://", 7) == 0;
+    if (url.empty() || https) return;
+    if (!http) return Complain(field, "is no http or https URL: " + url);
+    const std::string authority = url.substr(7, url.find_first_of("/?#", 7) - 7);
+    if (https_only && !PortTextOf(authority).empty()) {
+      Complain(field, "is an http URL with a port, which https_only leaves out: " + url);
+    }
+  }
+
+  void CheckLink(const char* field, const std::string& link) {
+    const std::string port = PortTextOf(link);
+    const bool digits = !port.empty() && port.size() <= 5 &&
+                        port.find_first_not_of("0123456789") == std::string::npos;
+    const int number = digits ? std::atoi(port.c_str()) : 0;
+    if (number < 1 || number > 65'535 || port.size() + 1 == link.size()) {
+      Complain(field, "is no \"host:port\": " + link);
+    }
+  }
+
+  // As the library does, "\" counts as "/".
+  void MakeDirectory(const char* field, std::string path) {
+    if (!complaint_.empty()) return;
+    std::replace(path.begin(), path.end(), '\\', '/');
     std::error_code failure;
     std::filesystem::create_directories(path, failure);
     if (failure || !std::filesystem::is_directory(path, failure)) {

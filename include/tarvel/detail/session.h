@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -28,11 +29,18 @@ struct Registry {
     const std::lock_guard<std::mutex> hold(lock);
     return current;
   }
+  // Whether this is a child, forked while there was a session: another thread may have held the
+  // lock, which then stays held.
+  bool IsForkedChild() const {
+    const pid_t owner = process.load();
+    return owner != 0 && owner != getpid();
+  }
   // Returns false when another session runs.
   bool Enter(const std::shared_ptr<Session>& session) {
     const std::lock_guard<std::mutex> hold(lock);
     if (current != nullptr) return false;
     current = session;
+    process = getpid();
     return true;
   }
   void Leave(const std::shared_ptr<Session>& session) {
@@ -41,6 +49,7 @@ struct Registry {
     if (current == session) left.swap(current);
   }
 
+  std::atomic<pid_t> process{0};  // Of the sessions.
   std::mutex lock;
   std::shared_ptr<Session> current;  // Guarded by lock.
 };
@@ -49,6 +58,12 @@ struct Registry {
 inline bool& InCallback() {
   static thread_local bool in_callback = false;
   return in_callback;
+}
+
+// Whether it is in the log function, where locks of the library are held.
+inline bool& InLog() {
+  static thread_local bool in_log = false;
+  return in_log;
 }
 
 // One environment, from its start to its end.
@@ -64,22 +79,26 @@ class Session : public std::enable_shared_from_this<Session> {
     Records records;
     std::string complaint = RecordFiller::Fill(settings_, records);
     if (!complaint.empty()) return complaint;
+    if (Registry::Instance().IsForkedChild()) return "this is a forked child";
     if (!Registry::Instance().Enter(shared_from_this())) return "another client runs";
+    token_ = settings_.token;
     if (settings_.on_log) records.environment.custom_log = OnLog;
     if (settings_.on_silence) {
       watch_ =
           std::make_shared<SilenceWatch>(settings_.silence, InCallbackOf(settings_.on_silence));
     }
-    complaint = StartLibrary(records);
+    complaint = RecordFiller::MakeDirectories(settings_);
+    if (complaint.empty()) complaint = StartLibrary(records);
     if (!complaint.empty()) Registry::Instance().Leave(shared_from_this());
     return complaint;
   }
 
   void Stop() {
-    if (process_ != getpid()) return;  // A forked child has none of the threads.
+    if (IsForkedChild()) return;  // It has none of the threads.
+    // In the log function a wait could be for a thread that waits for a lock of the logging one.
+    if (watch_) watch_->Stop(!InLog());
     zo_tarvel::ExitTarvelEnvironment(id_);
     Registry::Instance().Leave(shared_from_this());
-    if (watch_) watch_->Stop();
     Tell([](Session&) {});
   }
 
@@ -88,16 +107,28 @@ class Session : public std::enable_shared_from_this<Session> {
 
   // Requests go out now, so the end of an update is expected.
   void ExpectUpdate() {
+    if (IsForkedChild()) return;
     Tell([](Session& self) { self.failed_ = false; });
     if (watch_) watch_->Expect();
   }
 
+  // Returns whether the token is another one than before.
+  bool TakeToken(const std::string& token) {
+    if (IsForkedChild()) return false;
+    const std::lock_guard<std::mutex> lock(lock_);
+    return std::exchange(token_, token) != token;
+  }
+
   bool WaitForAnswer(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + std::min(limit, kLongestWait);
+    if (IsForkedChild()) return false;
+    const auto wait = std::clamp(limit, std::chrono::milliseconds(0), kLongestWait);
+    const auto end = std::chrono::steady_clock::now() + wait;
+    std::uint64_t seen = Changes();
     while (!HasServersAnswer()) {
       std::unique_lock<std::mutex> lock(lock_);
-      if (InCallback() || failed_ || std::chrono::steady_clock::now() >= end) return false;
-      if (!std::exchange(updated_, false)) changed_.wait_until(lock, end);
+      if (InCallback() || failed_) return false;
+      if (!changed_.wait_until(lock, end, [&] { return changes_ != seen; })) return false;
+      seen = changes_;
     }
     return true;
   }
@@ -105,6 +136,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // Reads a string of the answer. calloc() leaves the pages of so large a buffer untouched.
   template <class Read>
   std::string Text(Read read) const {
+    if (IsForkedChild()) return {};
     const std::unique_ptr<char, void (*)(void*)> buffer(
         static_cast<char*>(std::calloc(1, zo_tarvel::kLBSTextBufferSize)), std::free);
     if (buffer == nullptr) return {};
@@ -120,13 +152,20 @@ class Session : public std::enable_shared_from_this<Session> {
  private:
   class CallbackScope {
    public:
-    CallbackScope() : outer_(std::exchange(InCallback(), true)) {}
-    ~CallbackScope() { InCallback() = outer_; }
+    explicit CallbackScope(bool in_log = false)
+        : outer_(std::exchange(InCallback(), true)), outer_log_(InLog()) {
+      InLog() = InLog() || in_log;
+    }
+    ~CallbackScope() {
+      InCallback() = outer_;
+      InLog() = outer_log_;
+    }
     CallbackScope(const CallbackScope&) = delete;
     CallbackScope& operator=(const CallbackScope&) = delete;
 
    private:
     const bool outer_;
+    const bool outer_log_;
   };
 
   static std::function<void()> InCallbackOf(std::function<void()> function) {
@@ -136,14 +175,23 @@ class Session : public std::enable_shared_from_this<Session> {
     };
   }
 
+  bool IsForkedChild() const { return process_ != getpid(); }
+
+  std::uint64_t Changes() {
+    const std::lock_guard<std::mutex> lock(lock_);
+    return changes_;
+  }
+
   std::string StartLibrary(const Records& records) {
+    constexpr int kFirstId = 1;
+    if (zo_tarvel::GetTarvelObject(kFirstId) != nullptr) return "another environment runs";
     if (watch_ && !watch_->Start()) return "the system gives no thread";
     id_ = zo_tarvel::StartTarvelEnvironment(records.environment);
     object_ = zo_tarvel::GetTarvelObject(id_);
     service_ = object_ == nullptr ? nullptr : object_->GetLBSService();
     if (service_ == nullptr) {
       if (watch_) watch_->Stop();
-      zo_tarvel::ExitTarvelEnvironment(id_);
+      if (id_ != 0) zo_tarvel::ExitTarvelEnvironment(id_);  // 0 would take back another start.
       return "the library can't start here: in its log function, in a forked child, or beside an "
              "exit";
     }
@@ -167,7 +215,7 @@ class Session : public std::enable_shared_from_this<Session> {
   void Tell(Change change) {
     const std::lock_guard<std::mutex> lock(lock_);
     change(*this);
-    updated_ = true;
+    ++changes_;
     changed_.notify_all();
   }
 
@@ -181,7 +229,7 @@ class Session : public std::enable_shared_from_this<Session> {
 
   static void OnLog(const char* line) {
     if (const auto self = Registry::Instance().Current()) {
-      const CallbackScope scope;
+      const CallbackScope scope(true);
       if (self->settings_.on_log) self->settings_.on_log(line);
     }
   }
@@ -229,8 +277,9 @@ class Session : public std::enable_shared_from_this<Session> {
   std::mutex lock_;
   std::condition_variable changed_;
   // Guarded by lock_.
-  bool failed_ = false;   // The last update, since it was asked for.
-  bool updated_ = false;  // Since the last look of WaitForAnswer.
+  std::string token_;
+  bool failed_ = false;  // The last update, since it was asked for.
+  std::uint64_t changes_ = 0;
 };
 
 }  // namespace detail

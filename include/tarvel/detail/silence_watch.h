@@ -3,6 +3,7 @@
 #define TARVEL_DETAIL_SILENCE_WATCH_H_
 
 #include <pthread.h>
+#include <signal.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -20,17 +21,27 @@ class SilenceWatch : public std::enable_shared_from_this<SilenceWatch> {
   SilenceWatch(std::chrono::milliseconds limit, std::function<void()> on_silence)
       : limit_(limit), on_silence_(std::move(on_silence)) {}
 
-  // Returns false when the system gives no thread.
+  // Returns false when the system gives no thread. The thread takes none of the client's signals.
   bool Start() {
     auto share = std::make_unique<std::shared_ptr<SilenceWatch>>(shared_from_this());
+    sigset_t all, before;
+    sigfillset(&all);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+      sigdelset(&all, fault);
+    }
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     started_ = pthread_create(&thread_, nullptr, Main, share.get()) == 0;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (started_) static_cast<void>(share.release());  // The thread's now.
     return started_;
   }
 
   // From now on the event is expected, or no more.
   void Expect() { Set(Clock::now() + limit_, true); }
-  void Stop() {
+  void Happened() { Set({}, false); }
+
+  // Ends the watch. Waits for the function, but not within it, nor without `may_wait`.
+  void Stop(bool may_wait = true) {
     Set({}, false);
     {
       const std::lock_guard<std::mutex> lock(lock_);
@@ -38,13 +49,12 @@ class SilenceWatch : public std::enable_shared_from_this<SilenceWatch> {
       changed_.notify_all();
     }
     if (!started_) return;
-    if (pthread_equal(pthread_self(), thread_) != 0) {
+    if (!may_wait || pthread_equal(pthread_self(), thread_) != 0) {
       pthread_detach(thread_);
     } else {
       pthread_join(thread_, nullptr);
     }
   }
-  void Happened() { Set({}, false); }
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -3,7 +3,8 @@
 namespace zo_base {
 namespace {
 
-// Together some 6 us: longer than a log record holds its lock, shorter than a sleep and a wake-up.
+// Together 5 to 20 us, depending on the processor: longer than a log record holds its lock, and not
+// much longer than a sleep and a wake-up.
 constexpr int kAttempts = 100;
 constexpr int kPausesBetweenAttempts = 4;
 

@@ -19,12 +19,16 @@ CertificateAuthority& Authority() {
   return authority;
 }
 
+// The answer's head and body are longer than small buffers.
 TEST(ConnectionTest, OfHttp2IsSharedAndReplacedUnseen) {
+  const std::string body(12'000, 'b'), header = " " + std::string(3'000, 'h') + ";";
+  const std::string head = "add_header X-A" + header + "add_header X-B" + header;
   for (const std::string closing : {"", "keepalive_requests 7; keepalive_timeout 1s;"}) {
     NginxServer nginx({.listeners = {{"127.0.0.1", Authority().Issue("a.example"), true}},
-                       .server_text = closing});
+                       .files = {{"index", body}},
+                       .server_text = head + closing});
     Transport transport;
-    EXPECT_TRUE(transport.Fetch(nginx.url("/index"))->success);
+    EXPECT_EQ(transport.Fetch(nginx.url("/index"))->body_text, body);
     std::vector<std::future<ResponsePtr>> responses;
     for (int i = 0; i < 100; ++i) responses.push_back(transport.Start(Get(nginx.url("/index"))));
     for (auto& response : responses) EXPECT_EQ(response.get()->error_text, "");

@@ -43,8 +43,7 @@ void Put(const char* text, char (&field)[kSize]) {
 int main(int argc, char** argv) {
   Library library{};
   if (argc < 2 || !library.Load(argv[1])) {
-    const char* const reason = dlerror();
-    std::fprintf(stderr, "%s\n", reason != nullptr ? reason : "no library was named");
+    std::fprintf(stderr, "the first argument must be the path of the library\n");
     return 1;
   }
 

@@ -173,7 +173,7 @@ class RecordFiller {
     if (complaint_.empty()) complaint_ = std::string(field) + ' ' + what;
   }
 
-  static constexpr std::int64_t kLongestSilence = 24 * 60 * 60 * 1'000;
+  static constexpr std::int64_t kLongestSilence = std::int64_t{24} * 60 * 60 * 1'000;
 
   std::string complaint_;
 };

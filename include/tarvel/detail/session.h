@@ -260,7 +260,7 @@ class Session : public std::enable_shared_from_this<Session> {
     if (self == nullptr) return;
     const CallbackScope scope;
     const std::string id = self->settings_.account_id();
-    if (id.size() < zo_tarvel::kAccIDBufferSize) std::memcpy(buffer, id.data(), id.size());
+    if (id.size() < zo_tarvel::kAccIDBufferSize) id.copy(buffer, id.size());
   }
   static std::string TextOf(const char* text) { return text == nullptr ? "" : text; }
 

@@ -11,7 +11,7 @@ constexpr int kPausesBetweenAttempts = 4;
 void PauseProcessor() {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
+#elif defined(__aarch64__) || (defined(__arm__) && __ARM_ARCH >= 7)
   __asm__ volatile("yield");
 #endif
 }

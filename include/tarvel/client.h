@@ -27,7 +27,7 @@
 
 namespace tarvel {
 
-/// A kind of IP addresses. In a link address, kAny stands for a host name.
+/// IPv4 addresses, IPv6 addresses, or both. A LinkAddress with kAny has a host name.
 enum class Family : std::int32_t { kAny = 0, kIPv4 = 1, kIPv6 = 2 };
 
 /// Where a long-lived connection of the client goes.
@@ -36,11 +36,10 @@ struct LinkAddress {
   std::uint16_t port = 0;        ///< 0 when the server's list has no valid port.
   Family family = Family::kAny;  ///< The kind of `host`.
 
-  /// "host:port", with brackets around an IPv6 address.
-  std::string ToString() const {
-    const bool brackets = family == Family::kIPv6;
-    return (brackets ? '[' + host + ']' : host) + ':' + std::to_string(port);
-  }
+  /// The host as it stands in a URL: an IPv6 address in brackets.
+  std::string UrlHost() const { return family == Family::kIPv6 ? '[' + host + ']' : host; }
+  /// "host:port", with the host as in a URL.
+  std::string ToString() const { return UrlHost() + ':' + std::to_string(port); }
 };
 
 /// The end of an update.

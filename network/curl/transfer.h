@@ -22,9 +22,10 @@ struct TrustSettings {
 
 // One request with its hops and its response.
 //
-// Threads: made on the sender's thread, then used on the transport's only: memory that one thread
-// gives back to another one's arena is the dearest. Ownership: by the transport; owns the easy
-// handle. A transfer that is destroyed without Complete calls nobody.
+// Threads: made on the sender's thread, then used on the transport's only. That thread also makes
+// and frees the easy handles, since threads that free each other's memory contend for it.
+// Ownership: by the transport; owns the easy handle. A transfer that is destroyed without Complete
+// calls nobody.
 class Transfer {
  public:
   using Lines = std::unique_ptr<curl_slist, void (*)(curl_slist*)>;

@@ -62,9 +62,7 @@ inline std::optional<LinkAddress> Client::CurrentLinkAddress() const {
 inline std::int32_t Client::LinkCount() const { return session_->service().GetLinkCount(); }
 
 inline void Client::ReportConnected(const LinkAddress& address) {
-  const bool brackets = address.family == Family::kIPv6;
-  const std::string host = brackets ? '[' + address.host + ']' : address.host;
-  session_->service().OnCurrentLinkConnectSucceed(host.c_str(), address.port);
+  session_->service().OnCurrentLinkConnectSucceed(address.UrlHost().c_str(), address.port);
 }
 
 inline bool Client::WaitForAnswer(std::chrono::milliseconds limit) const {

@@ -46,10 +46,12 @@ struct Registry {
   void Leave(const std::shared_ptr<Session>& session) {
     std::shared_ptr<Session> left;  // Destroyed after the lock is released.
     const std::lock_guard<std::mutex> hold(lock);
-    if (current == session) left.swap(current);
+    if (current != session) return;
+    left.swap(current);
+    process = 0;
   }
 
-  std::atomic<pid_t> process{0};  // Of the sessions.
+  std::atomic<pid_t> process{0};  // Of the session; 0 without one.
   std::mutex lock;
   std::shared_ptr<Session> current;  // Guarded by lock.
 };
@@ -99,7 +101,6 @@ class Session : public std::enable_shared_from_this<Session> {
     if (watch_) watch_->Stop(!InLog());
     zo_tarvel::ExitTarvelEnvironment(id_);
     Registry::Instance().Leave(shared_from_this());
-    Tell([](Session&) {});
   }
 
   zo_tarvel::IZOTarvelObject& object() { return *object_; }
@@ -108,7 +109,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // Requests go out now, so the end of an update is expected.
   void ExpectUpdate() {
     if (IsForkedChild()) return;
-    Tell([](Session& self) { self.failed_ = false; });
+    SetFailed(false);
     if (watch_) watch_->Expect();
   }
 
@@ -211,10 +212,10 @@ class Session : public std::enable_shared_from_this<Session> {
     return !answer.empty() && answer.find("\"generated locally\"") == std::string::npos;
   }
 
-  template <class Change>
-  void Tell(Change change) {
+  // Whether the last update has failed. Lets WaitForAnswer look again.
+  void SetFailed(bool failed) {
     const std::lock_guard<std::mutex> lock(lock_);
-    change(*this);
+    failed_ = failed;
     ++changes_;
     changed_.notify_all();
   }
@@ -238,7 +239,7 @@ class Session : public std::enable_shared_from_this<Session> {
     if (self == nullptr) return;
     const bool fresh = code == 200;
     if (self->watch_) self->watch_->Happened();
-    self->Tell([fresh](Session& session) { session.failed_ = !fresh; });
+    self->SetFailed(!fresh);
     const CallbackScope scope;
     if (self->settings_.on_update) self->settings_.on_update({fresh, TextOf(response)});
   }
@@ -278,8 +279,8 @@ class Session : public std::enable_shared_from_this<Session> {
   std::condition_variable changed_;
   // Guarded by lock_.
   std::string token_;
-  bool failed_ = false;  // The last update, since it was asked for.
-  std::uint64_t changes_ = 0;
+  bool failed_ = false;
+  std::uint64_t changes_ = 0;  // How often `failed_` was set.
 };
 
 }  // namespace detail

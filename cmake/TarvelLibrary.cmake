@@ -52,12 +52,13 @@ cmake_path(RELATIVE_PATH prefix_from_pc
   BASE_DIRECTORY "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" OUTPUT_VARIABLE prefix_from_pc)
 configure_file("${PROJECT_SOURCE_DIR}/cmake/tarvel.pc.in" "${PROJECT_BINARY_DIR}/tarvel.pc" @ONLY)
 
-install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs/" DESTINATION "${CMAKE_INSTALL_DOCDIR}"
-  FILES_MATCHING PATTERN "*.md")
-install(TARGETS tarvel EXPORT tarvelTargets)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+install(TARGETS tarvel EXPORT tarvelTargets LIBRARY COMPONENT library NAMELINK_COMPONENT development)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/tarvel" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(EXPORT tarvelTargets NAMESPACE tarvel:: DESTINATION "${package_dir}")
 install(FILES "${PROJECT_BINARY_DIR}/tarvelConfig.cmake"
               "${PROJECT_BINARY_DIR}/tarvelConfigVersion.cmake" DESTINATION "${package_dir}")
 install(FILES "${PROJECT_BINARY_DIR}/tarvel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT license)
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs/" DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  FILES_MATCHING PATTERN "*.md" PATTERN manual EXCLUDE PATTERN reference EXCLUDE)

@@ -44,3 +44,7 @@ sed -n '/^```cpp$/,/^```$/p' "$2/README.md" | sed '/^```/d' >"$work/readme.cc"
 # The flags of a prefix with a blank are quoted for the shell.
 eval "$3" -std=c++17 -Wshadow -Werror "$work/readme.cc" -o "$work/readme" "$(pkg-config --cflags --libs tarvel)"
 runs "connect to 192.0.2.11:8080" "$work/readme" "$url"
+
+cmake --build "$1" --target uninstall >/dev/null
+left=$(find "$prefix" ! -type d -o -path '*tarvel*')
+[ -z "$left" ] || { echo "left behind: $left"; exit 1; }

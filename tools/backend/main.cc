@@ -1,4 +1,6 @@
 // `tarvel-backend`: LBS and HTTPDNS servers with faults, for experiments. See docs/backend.md.
+#include <tarvel/version.h>
+
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
@@ -98,6 +100,8 @@ int main(int argc, char** argv) {
       "SIGUSR1: drop all incoming packets; SIGUSR2: receive them again.\n"
       "SIGINT, SIGTERM: end.",
       "tarvel-backend");
+  app.set_version_flag("--version", "tarvel-backend " TARVEL_VERSION_STRING,
+                       "Print the version and exit");
   app.add_option("answers", options.answers, "JSON file of answers and faults")->required();
   app.add_option("--listen", options.plain,
                  "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")

@@ -1,4 +1,6 @@
 // The command-line client `tarvel`. See docs/cli.md.
+#include <tarvel/version.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -84,6 +86,8 @@ void AddSeconds(CLI::App& command, const std::string& name, double& seconds,
 int Main(int argc, char** argv) {
   CLI::App app("Command-line client for experiments with your own servers.", "tarvel");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "tarvel " TARVEL_VERSION_STRING, "Print the version and exit");
+  app.set_help_all_flag("--help-all", "Print the help of all subcommands and exit");
   app.footer(
       "Exit codes: 0 done, 1 failed, 2 wrong usage, 3 no fresh answer of an LBS server,\n"
       "4 a host has no address.");

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/text/utf8.h"
+
 namespace zo_base {
 namespace {
 
@@ -42,6 +44,29 @@ std::vector<std::size_t> BordersOf(std::string_view pattern) {
 std::vector<std::uint8_t> BytesOf(std::string_view text) {
   const auto* const first = reinterpret_cast<const std::uint8_t*>(text.data());
   return {first, first + text.size()};
+}
+
+std::string Printable(std::string_view text, std::size_t limit) {
+  std::string_view kept = text.substr(0, limit);
+  // Not inside of a character.
+  while (kept.size() < text.size() && (ByteOf(text[kept.size()]) & 0xC0) == 0x80 && !kept.empty()) {
+    kept.remove_suffix(1);
+  }
+  const bool is_utf8 = IsUtf8(kept);
+  std::string line;
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    const unsigned char byte = ByteOf(kept[i]);
+    // Terminals take U+0080 to U+009F for commands too.
+    const bool starts_control = byte == 0xC2 && i + 1 < kept.size() && ByteOf(kept[i + 1]) < 0xA0;
+    const bool ends_control = i > 0 && ByteOf(kept[i - 1]) == 0xC2 && byte < 0xA0;
+    if (byte < 0x20 || byte == 0x7F || starts_control || ends_control ||
+        (byte >= 0x80 && !is_utf8)) {
+      line += StringFormat("\\x%02x", byte);
+    } else {
+      line += kept[i];
+    }
+  }
+  return kept.size() < text.size() ? line + "..." : line;
 }
 
 std::vector<std::string> Split(std::string_view text, std::string_view delimiters) {

@@ -40,6 +40,10 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // Without the blanks, tabs and line ends around it.
 std::string_view Trim(std::string_view text);
 
+// For one line of a log or a terminal: control bytes, and all bytes of a text that is no UTF-8, as
+// "\x1b". Longer texts are cut to `limit` bytes and end with "...".
+std::string Printable(std::string_view text, std::size_t limit);
+
 inline bool IsLetterOrDigit(char c) {  // Of ASCII.
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }

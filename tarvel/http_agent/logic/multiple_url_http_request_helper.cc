@@ -12,6 +12,11 @@ namespace {
 
 bool IsOnIPLiteral(const UrlEntry& entry) { return entry.url.is_on_ip(); }
 
+// In milliseconds, until now.
+std::int64_t DurationOf(const SubRequestResult& result) {
+  return zo_base::WallClockMilliseconds() - static_cast<std::int64_t>(result.start_time);
+}
+
 void AddTraceHeader(MultipleURLHttpRequest& request) {
   constexpr char kName[] = "X-VELDRIN-TRACE-ID";
   const std::string& trace_id = request.context.trace_id;
@@ -107,6 +112,9 @@ void MultipleURLHttpRequestHelper::OnSubResponse(const SubRequestResult& result)
   const Verdict verdict = request_.check_callback(result.index, result.code, url, result.headers,
                                                   result.body, result.start_time);
   walk_log::Judged(result.index, url, verdict);
+  if (!verdict.success) {
+    walk_log::FailureReason(result, verdict.error_message, DurationOf(result));
+  }
   if (verdict.success) {
     MarkCorrected(result);
   } else if (verdict.add_statistic) {
@@ -168,7 +176,7 @@ void MultipleURLHttpRequestHelper::AddStatisticItem(const SubRequestResult& resu
 
 void MultipleURLHttpRequestHelper::MarkCorrected(const SubRequestResult& result) {
   const auto start_time = static_cast<std::int64_t>(result.start_time);
-  const std::int64_t duration = zo_base::WallClockMilliseconds() - start_time;
+  const std::int64_t duration = DurationOf(result);
   for (_StatisticItem& item : statistic_items_) {
     item.corrected = true;
     item.corr_url = request_.urls[result.index].url.text();

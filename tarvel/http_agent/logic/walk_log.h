@@ -6,6 +6,7 @@
 #include "base/log/log.h"
 #include "base/text/strings.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"
+#include "tarvel/http_agent/logic/statistic_item.h"
 
 // The lines that a walk along the URLs of a request writes to the log, one function for each step.
 // Any thread.
@@ -59,6 +60,17 @@ inline void Judged(std::int32_t index, const std::string& url,
   ZO_LOG << "[multiple][rsp]Business check response false" << what;
   if (verdict.stop)
     ZO_LOG << "[multiple][rsp]Business check response false" << what << " stop :true";
+}
+
+// A line of its own: what a server sent can't pretend to be another.
+inline void FailureReason(const SubRequestResult& result, const std::string& error_message,
+                          std::int64_t duration_ms) {
+  constexpr std::size_t kLongestReason = 256;
+  const std::string& reason =
+      result.code == 0 && !result.body.empty() ? result.body : error_message;
+  ZO_LOG << "[multiple][rsp]Failure reason index :" << result.index << " code :" << result.code
+         << " duration :" << duration_ms
+         << " ms reason :" << zo_base::Printable(reason, kLongestReason);
 }
 
 inline void TimerRemoved(std::int32_t index, bool was_running) {

@@ -138,5 +138,39 @@ TEST(WalkTest, GoesByTheTable) {
   }
 }
 
+TEST(WalkTest, LogsOneLineAboutWhyAUrlFailed) {
+  const std::string accents = "\xC3\xA9\xC3\xA9";
+  const struct {
+    std::string error, reason;  // Of a check, and in the log.
+  } rows[] = {
+      {"common is missing", "common is missing"},
+      {"\r\n11-24 16:09:31.738 1-1 [LV_APP][x] \x1b[2J",
+       "\\x0d\\x0a11-24 16:09:31.738 1-1 [LV_APP][x] \\x1b[2J"},
+      {accents + "\xC2\x9B", accents + "\\xc2\\x9b"},
+      {"\xFF\xC3\xA9", "\\xff\\xc3\\xa9"},
+      {std::string(255, 'a') + accents, std::string(255, 'a') + "..."},
+  };
+  Sites sites("bad");
+  AgentEnvironment environment;
+  for (const auto& [error, reason] : rows) {
+    Results results;
+    auto request = Request({kRefused, sites.urls[0]}, results);
+    request.check_callback = [check = request.check_callback,
+                              error = error](const auto&... answer) {
+      auto verdict = check(answer...);
+      verdict.error_message = error;
+      return verdict;
+    };
+    RecordedLog::Clear();
+    environment.InvokeHttpRequest(request, true);
+    results.Take();
+    const auto logged = RecordedLog::Texts("[multiple][rsp]Failure reason index :");
+    ASSERT_EQ(logged.size(), 2U);
+    EXPECT_THAT(logged[0],
+                testing::ContainsRegex("0 code :0 duration :[0-9]+ ms reason :Failed to connect"));
+    EXPECT_THAT(logged[1], testing::EndsWith(" ms reason :" + reason));
+  }
+}
+
 }  // namespace
 }  // namespace zo_tarvel

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tools/cli/client_options.h"
+#include "tools/inspect/report.h"
 
 namespace tarvel_cli {
 
@@ -43,5 +44,14 @@ struct ResolveOptions {
 
 // Prints the addresses that HTTPDNS has for the hosts.
 ExitCode Resolve(ResolveOptions options);
+
+struct InspectOptions {
+  std::string directory;
+  tarvel_inspect::Filter filter;
+  bool json = false;
+};
+
+// Prints what a client has left in its directory.
+ExitCode Inspect(const InspectOptions& options);
 
 }  // namespace tarvel_cli

@@ -116,6 +116,16 @@ int Main(int argc, char** argv) {
   AddCommonOptions(*resolve_command, resolve.client);
   AddSeconds(*resolve_command, "--wait", resolve.wait_seconds, "Seconds to wait for all answers");
 
+  InspectOptions inspect;
+  CLI::App* const inspect_command =
+      app.add_subcommand("inspect", "Explain what a client has left in its directory");
+  inspect_command->add_option("directory", inspect.directory, "Data directory of a client")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  inspect_command->add_flag("--json", inspect.json,
+                            "Print one JSON document; docs/inspect.md has its form");
+  inspect_command->add_option("--last", inspect.filter.last, "Show the last requests only");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -123,6 +133,7 @@ int Main(int argc, char** argv) {
   }
   if (run_command->parsed()) return Run(std::move(run));
   if (links_command->parsed()) return Links(std::move(links));
+  if (inspect_command->parsed()) return Inspect(inspect);
   return Resolve(std::move(resolve));
 }
 

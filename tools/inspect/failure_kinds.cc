@@ -1,0 +1,97 @@
+#include "tools/inspect/failure_kinds.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+namespace tarvel_inspect {
+namespace {
+
+enum class About { kHost, kServer, kUrl };
+
+// A text in a reason, and what it means. The first one that is found counts.
+struct Row {
+  std::string_view text;
+  About about;
+  std::string_view title;
+  std::string_view advice;
+};
+
+constexpr Row kRows[] = {
+    {"Could not resolve", About::kHost, "The name server knows no address of ",
+     "Look the name up on the device, and check its name server. HTTPDNS helps when it has the "
+     "host."},
+    {"SSL certificate problem", About::kServer, "The certificate is not trusted: ",
+     "Check the server's chain, the device's trust store and its clock. A proxy that reads traffic "
+     "shows a certificate of its own, too."},
+    {"no alternative certificate subject name", About::kServer,
+     "The certificate is for another name: ",
+     "Add the name to the server's certificate, or ask the server by the name that it has."},
+    {"wrong version number", About::kServer,
+     "The server does not speak TLS: ", "Check the port: https may be sent to a port for http."},
+    {"SSL", About::kServer, "The TLS handshake fails: ",
+     "Check the server's TLS versions and ciphers, and whether a middlebox cuts TLS."},
+    {"Connection timed out", About::kServer, "No connection comes about in time: ",
+     "Packets are dropped: check routes and firewalls, and whether the host is up."},
+    {"Resolving timed out", About::kHost, "The name server is silent about ",
+     "Check the device's name server and the way to it."},
+    {"Couldn't connect", About::kServer, "The connection is refused, or there is no route: ",
+     "Check that the server runs and listens on this port, and that the device has a network."},
+    {"timed out", About::kServer, "The server is connected but silent: ",
+     "The server hangs or is overloaded. Look at its log at this time."},
+    {"Connection reset", About::kServer, "The connection is reset: ",
+     "The server has crashed or refuses the client, or a middlebox cuts the connection."},
+    {"Empty reply", About::kServer, "The connection ends without an answer: ",
+     "Check the port: http may be sent to a port for https. Or the server has crashed."},
+    {"transfer closed", About::kServer,
+     "The answer breaks off: ", "The server or a middlebox ends connections too early."},
+    {"json", About::kUrl, "The answer can't be used: ",
+     "Compare the answer with docs/protocol.md. A login page of a network is such an answer, too."},
+    {"business token", About::kUrl, "The application key was changed during the request: ",
+     "No fault: the update of the new key follows."},
+};
+
+// "https://lbs.example:8443/lbs" gives "https://lbs.example:8443".
+std::string ServerOf(const std::string& url) {
+  const std::size_t host = url.find("://");
+  return host == std::string::npos ? url : url.substr(0, url.find('/', host + 3));
+}
+
+std::string HostOf(const std::string& url) {
+  const std::size_t host = url.find("://");
+  const std::string authority = host == std::string::npos ? url : ServerOf(url).substr(host + 3);
+  return authority.substr(0,
+                          authority.front() == '[' ? authority.find(']') + 1 : authority.find(':'));
+}
+
+std::string Subject(About about, const Attempt& attempt, const std::string& host) {
+  if (about == About::kHost) return HostOf(attempt.url);
+  std::string subject = about == About::kUrl ? attempt.url : ServerOf(attempt.url);
+  if (!host.empty() && host != HostOf(attempt.url)) subject += " for " + host;
+  return subject;
+}
+
+}  // namespace
+
+FailureKind KindOf(const Attempt& attempt, const std::string& host) {
+  if (!attempt.end || attempt.good) return {};
+  if (attempt.code != 0 && attempt.code != 200) {
+    return {"The server answers with status " + std::to_string(attempt.code) + ": " +
+                Subject(About::kUrl, attempt, host) + '.',
+            attempt.code < 500 ? "Check the URL and the application key."
+                               : "Look at the server's log at this time."};
+  }
+  const auto* const row =
+      std::find_if(std::begin(kRows), std::end(kRows), [&](const Row& candidate) {
+        return attempt.reason.find(candidate.text) != std::string::npos;
+      });
+  if (row == std::end(kRows)) {
+    const std::string reason = attempt.reason.empty() ? "for no logged reason" : attempt.reason;
+    return {"The attempt fails: " + Subject(About::kUrl, attempt, host) + " (" + reason + ").", ""};
+  }
+  std::string title = std::string(row->title) + Subject(row->about, attempt, host);
+  if (row->text == "json") title += " (" + attempt.reason + ")";
+  return {title + '.', std::string(row->advice)};
+}
+
+}  // namespace tarvel_inspect

@@ -1,0 +1,130 @@
+#include "tools/inspect/lives.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <string_view>
+
+#include "base/text/strings.h"
+#include "tools/inspect/request_reader.h"
+
+namespace tarvel_inspect {
+namespace {
+
+constexpr std::size_t kLongestSetting = 1'100;  // A path has up to 1024 bytes.
+constexpr std::size_t kMostTroubles = 100;
+
+bool Has(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+// Takes lines like " --enable httpdns:true" of the environment and "-- lbs_main_addr:..." of the
+// LBS service. Lists have a line "   - item" for each item.
+void TakeSettings(std::string_view text, Life& life) {
+  std::string list_name;
+  for (const std::string& line : zo_base::Split(text, "\r\n")) {
+    if (line.starts_with("   - ") && !list_name.empty()) {
+      life.settings.emplace_back(list_name, zo_base::Printable(line.substr(5), kLongestSetting));
+      continue;
+    }
+    const std::size_t dashes = line.find("--");
+    const std::size_t colon = line.find(':');
+    if (dashes > 1 || colon == std::string::npos) continue;
+    const std::string name(zo_base::Trim(line.substr(dashes + 2, colon - dashes - 2)));
+    const std::string value = line.substr(colon + 1);
+    list_name = value.empty() ? name : "";
+    if (name == "business token") life.has_empty_token = value.empty();
+    if (value.empty() || name == "business token") continue;
+    life.settings.emplace_back(name, zo_base::Printable(value, kLongestSetting));
+  }
+}
+
+void TakeLink(std::string_view text, Life& life) {
+  constexpr std::string_view kBegin = "[lbs] Get link address ";
+  const std::size_t end = text.find(" use default:");
+  if (end == std::string_view::npos || end < kBegin.size()) return;
+  ++life.links_taken;
+  life.last_link = zo_base::Printable(text.substr(kBegin.size(), end - kBegin.size()), 128);
+}
+
+// Collects one life.
+class LifeReader {
+ public:
+  explicit LifeReader(const LogRecord& first) {
+    life_.process = first.process;
+    life_.start = first.at;
+  }
+
+  void Take(const LogRecord& record) {
+    const std::string_view text = record.text;
+    life_.end = std::max(life_.end, record.at);
+    requests_.Take(record);
+    if (Has(text, "------------------- start -------------------")) {
+      life_.has_start = true;
+    } else if (Has(text, "------------------- exit -------------------")) {
+      life_.has_exit = true;
+    } else if (text.starts_with("zo_tarvel config:") || text.starts_with("[lbs] lbs config:")) {
+      TakeSettings(text, life_);
+    } else if (text.starts_with("[lbs] Get link address ")) {
+      TakeLink(text, life_);
+    } else if (text.starts_with("[lbs] Begin update LBS")) {
+      ++life_.updates_begun;
+    } else if (text.starts_with("[lbs] Update LBS success = ")) {
+      const bool is_fresh = text.ends_with("true");
+      Add(record, is_fresh ? Update::Result::kFresh : Update::Result::kFailed);
+    } else if (text.starts_with("[lbs][update]Update complete [stoped]")) {
+      Add(record, Update::Result::kStopped);
+    } else if (text.starts_with("[lbs] LBS addr url list empty!")) {
+      Add(record, Update::Result::kNoURL);
+    } else if (Has(text, " thread failed:") || text.starts_with("[http client]no transport")) {
+      if (life_.troubles.size() < kMostTroubles) {
+        life_.troubles.emplace_back(record.at, zo_base::Printable(text, 256));
+      }
+    }
+  }
+
+  Life TakeLife() {
+    life_.requests = requests_.TakeRequests();
+    return std::move(life_);
+  }
+
+ private:
+  void Add(const LogRecord& record, Update::Result result) {
+    life_.updates.push_back({record.at, result});
+  }
+
+  Life life_;
+  RequestReader requests_;
+};
+
+bool IsStart(const LogRecord& record) {
+  return record.text.size() < 100 &&
+         Has(record.text, "------------------- start -------------------");
+}
+
+}  // namespace
+
+std::string Life::Setting(const std::string& name) const {
+  const auto found = std::find_if(settings.begin(), settings.end(),
+                                  [&](const auto& setting) { return setting.first == name; });
+  return found == settings.end() ? std::string() : found->second;
+}
+
+std::vector<Life> ReadLives(const std::vector<LogRecord>& records) {
+  std::deque<LifeReader> readers;                  // They stay where they are.
+  std::map<std::int32_t, std::size_t> of_process;  // The latest one.
+  for (const LogRecord& record : records) {
+    auto found = of_process.find(record.process);
+    if (found == of_process.end() || IsStart(record)) {
+      found = of_process.insert_or_assign(record.process, readers.size()).first;
+      readers.emplace_back(record);
+    }
+    readers[found->second].Take(record);
+  }
+  std::vector<Life> lives;
+  lives.reserve(readers.size());
+  for (LifeReader& reader : readers) lives.push_back(reader.TakeLife());
+  return lives;
+}
+
+}  // namespace tarvel_inspect

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarvel_inspect {
+
+// One record of the library's log. A plain value; its views are into the text that it was read
+// from.
+struct LogRecord {
+  std::int64_t at = 0;     // Milliseconds since 1970, local time read as the machine's.
+  std::string_view stamp;  // The time as it stands in the log: "11-24 16:09:31.738".
+  std::int32_t process = 0;
+  std::string_view thread;  // Number of the thread, which names repeat.
+  std::string_view text;    // The message, with the lines that follow its first one.
+};
+
+// Reads all records in the order of the text. What stands before the first one is left out.
+// Nothing that the text holds is trusted: an answer of a server may hold lines that look like
+// records. The log has no year: `newest` is a moment that no record is much later than, in
+// milliseconds since 1970.
+std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest);
+
+// "2026-11-24 16:09:31.738", in local time.
+std::string FormatTime(std::int64_t ms_since_1970);
+
+}  // namespace tarvel_inspect

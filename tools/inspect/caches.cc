@@ -54,7 +54,7 @@ Json ReadObject(const std::string& path, Cache& cache) {
 std::int64_t MomentIn(const Json& object, const char* key) {
   const Json& value = object[key];
   return value.is_string() ? zo_base::ReadNumber<std::int64_t>(value.string_value(), 0)
-                           : value.int64_value();
+                           : zo_base::SaturatedCast<std::int64_t>(value.number_value());
 }
 
 const char* FamilyName(const std::string& number) {
@@ -73,8 +73,6 @@ AnswerCache ReadAnswer(const std::string& directory) {
   const Json file = ReadObject(directory + "/lbs/lbs.data", cache);
   if (!file.is_object()) return cache;
   const auto text = [&](const char* key) { return Clean(file[key].string_value()); };
-  cache.name = text(lbs_key::kName);
-  cache.description = text(lbs_key::kDesc);
   cache.settings_url = text(lbs_key::kRootAddr);
   cache.next_url = text(lbs_key::kRuntimeLBS);
   std::string error;
@@ -87,6 +85,8 @@ AnswerCache ReadAnswer(const std::string& directory) {
   cache.expires_at = MomentIn(file, lbs_key::kExpireTime);
   const auto parsed = zo_tarvel::ParseLBSAnswer(file[lbs_key::kRsp].string_value());
   if (parsed.answer) {
+    cache.name = Clean(parsed.answer->name);
+    cache.is_local = parsed.answer->desc == zo_tarvel::kGeneratedLocally;
     cache.links = Texts(parsed.answer->link);
     cache.default_links = Texts(parsed.answer->default_link);
   }

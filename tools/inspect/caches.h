@@ -13,9 +13,9 @@ enum class CacheState { kNone, kUsable, kUnusable };
 
 struct AnswerCache {
   CacheState state = CacheState::kNone;
-  std::string problem;  // Why it is unusable.
-  std::string name;
-  std::string description;
+  std::string problem;       // Why it is unusable.
+  std::string name;          // What the server calls it.
+  bool is_local = false;     // Made from the settings; no server has answered.
   std::string settings_url;  // The LBS URL of the settings that it was asked for with.
   std::string next_url;      // The LBS URL that the answer names.
   std::vector<std::string> backup_urls;

@@ -57,7 +57,7 @@ Json ToJson(const Caches& caches) {
   Json answer = Head(caches.answer);
   answer["expires_at"] = MomentUnlessZero(caches.answer.expires_at);
   answer["name"] = caches.answer.name;
-  answer["description"] = caches.answer.description;
+  answer["is_local"] = caches.answer.is_local;
   answer["settings_url"] = caches.answer.settings_url;
   answer["next_url"] = caches.answer.next_url;
   answer["backup_urls"] = caches.answer.backup_urls;

@@ -59,8 +59,10 @@ void WriteCaches(const Report& report, TextWriter& out) {
   const AnswerCache& answer = report.caches.answer;
   if (answer.state == CacheState::kUsable) {
     const std::string name = answer.name.empty() ? "" : ", \"" + answer.name + '"';
-    out.Pair("LBS answer", Lifetime(answer.expires_at, now) + ", written " +
-                               FormatTime(answer.written_at) + ", family " + answer.family + name);
+    const std::string life =
+        answer.is_local ? "made from the settings, no server's" : Lifetime(answer.expires_at, now);
+    out.Pair("LBS answer", life + ", written " + FormatTime(answer.written_at) + ", family " +
+                               answer.family + name);
     out.Pair("", "asked for by the settings' URL " + answer.settings_url + ", next one " +
                      answer.next_url);
     out.Pair("", "links: " + Listed(answer.links) + "; default: " + Listed(answer.default_links));

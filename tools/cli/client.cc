@@ -4,10 +4,12 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iterator>
 #include <stdexcept>
 
 #include "base/json/json11.h"
+#include "tools/cli/own_life.h"
 
 namespace tarvel_cli {
 
@@ -18,6 +20,7 @@ using zo_base::json11::Json;
 constexpr std::int32_t kFresh = 200;  // Code of an update, and of a sub request, that succeeded.
 constexpr std::chrono::seconds kLongestWaitForRecords{4};
 constexpr std::chrono::milliseconds kLookForStop{50};
+constexpr std::chrono::milliseconds kLookWhetherOver{500};
 
 const char* NameOf(tarvel::Family family) {
   switch (family) {
@@ -50,10 +53,22 @@ std::string Describe(const zo_tarvel::TarvelExceptionExtension& failure) {
   return text + (saved_by.empty() ? "  not corrected" : "  corrected by " + WithoutQuery(saved_by));
 }
 
+// Not empty when a cached answer is active whose life is not over.
+std::string WhyNobodyIsAsked(const ClientOptions& options, const tarvel::Client& client) {
+  if (!client.WaitForAnswer(std::chrono::milliseconds(0))) return {};
+  const auto report = InspectOwnLife(options);
+  const auto left_ms = report.caches.answer.expires_at - report.inspected_at;
+  if (report.caches.answer.is_local || left_ms <= 0) return {};
+  return "the cached answer is valid for " + std::to_string(left_ms / 1'000) +
+         " s more, so no server is asked; --force asks all the same";
+}
+
 }  // namespace
 
-Client::Client(const ClientOptions& options, CommandScope& scope)
-    : stop_(scope.stop),
+Client::Client(const ClientOptions& options, CommandScope& scope, bool force)
+    : options_(options),
+      force_(force),
+      stop_(scope.stop),
       printer_(scope.printer),
       update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
   if (update_fd_ < 0) throw std::runtime_error("no descriptor for updates");
@@ -61,9 +76,13 @@ Client::Client(const ClientOptions& options, CommandScope& scope)
   settings.on_update = [this](const auto& result) { OnUpdate(result); };
   settings.on_attempt = [this](const auto& attempt) { OnAttempt(attempt); };
   settings.on_exception = [this](const auto& record) { OnException(record); };
+  if (options.show_log) {
+    settings.on_log = [this](const char* record) { printer_.PrintLog(record); };
+  }
   std::string error;
   client_ = tarvel::Client::Start(std::move(settings), error);
   if (!client_) throw UsageError(error);
+  if (force_) client_->Update(true);
 }
 
 Client::~Client() {
@@ -84,10 +103,33 @@ void Client::PrintLinks(int count) {
   for (int i = 0; i < wanted && !stop_.HaveCome(); ++i) PrintNextLink();
 }
 
+void Client::At(std::chrono::duration<double> time, std::function<void(tarvel::Client&)> act) {
+  acts_.emplace(start_ + std::chrono::duration_cast<Clock::duration>(time), std::move(act));
+}
+
+void Client::ActWhenDue() {
+  while (!acts_.empty() && acts_.begin()->first <= Clock::now()) {
+    const auto act = std::move(acts_.begin()->second);
+    acts_.erase(acts_.begin());
+    act(*client_);
+  }
+}
+
 Client::Event Client::Wait(std::chrono::duration<double> limit) {
+  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
+  for (;;) {
+    ActWhenDue();
+    const auto next = acts_.empty() ? end : std::min(end, acts_.begin()->first);
+    const Event event = WaitUntil(next);
+    if (event != Event::kTimeOut || Clock::now() >= end) return event;
+  }
+}
+
+Client::Event Client::WaitUntil(Clock::time_point end) {
   pollfd waited[] = {{stop_.fd(), POLLIN, 0}, {update_fd_, POLLIN, 0}};
-  const auto limit_ms = std::chrono::duration_cast<std::chrono::milliseconds>(limit).count();
-  if (poll(waited, std::size(waited), static_cast<int>(limit_ms)) <= 0) return Event::kTimeOut;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+  const int limit_ms = static_cast<int>(std::max<std::int64_t>(left, 0));
+  if (poll(waited, std::size(waited), limit_ms) <= 0) return Event::kTimeOut;
   if (waited[0].revents != 0) return Event::kStop;
   std::uint64_t one = 0;
   if (read(update_fd_, &one, sizeof one) != sizeof one) return Event::kTimeOut;
@@ -98,11 +140,20 @@ Client::Event Client::Wait(std::chrono::duration<double> limit) {
 }
 
 void Client::AwaitFirstUpdate(std::chrono::duration<double> limit) {
-  if (Wait(limit) != Event::kTimeOut) return;
-  printer_.Print("timeout",
-                 "no update has ended: the active answer still lives, nobody could be asked, or "
-                 "nobody answers",
-                 {});
+  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
+  std::string why = force_ ? "" : WhyNobodyIsAsked(options_, *client_);
+  if (!why.empty()) {
+    printer_.Print("cached", why, {});
+    return;
+  }
+  do {
+    const std::chrono::duration<double> left = end - Clock::now();
+    if (Wait(std::min<std::chrono::duration<double>>(left, kLookWhetherOver)) != Event::kTimeOut)
+      return;
+    if (!options_.show_log) why = WhyNothingComes(InspectOwnLife(options_));
+  } while (why.empty() && Clock::now() < end);
+  if (why.empty()) why = "no update has ended in this time";
+  printer_.Print("timeout", why, {{"reason", why}});
 }
 
 void Client::AwaitExceptionRecords() {

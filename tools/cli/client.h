@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -24,7 +26,7 @@ namespace tarvel_cli {
 class Client {
  public:
   // Throws UsageError when the library refuses the settings. `scope` outlives this.
-  Client(const ClientOptions& options, CommandScope& scope);
+  Client(const ClientOptions& options, CommandScope& scope, bool force);
   ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
@@ -37,8 +39,11 @@ class Client {
   enum class Event { kUpdate, kStop, kTimeOut };
   // Waits until an update has ended or the user wants to stop. Each call reports one update.
   Event Wait(std::chrono::duration<double> limit);
-  // Waits for the first update, and prints a line if none ends within `limit`.
+  // Waits for the first update. Prints a line that says why if none comes: the cached answer is
+  // still valid and nobody is asked, nothing can come any more, or `limit` has passed.
   void AwaitFirstUpdate(std::chrono::duration<double> limit);
+  // Has `act` called by Wait, when so much time has passed since the start.
+  void At(std::chrono::duration<double> time, std::function<void(tarvel::Client&)> act);
   // Whether the update that Wait reported last brought a fresh answer.
   bool is_fresh() const { return is_fresh_; }
 
@@ -47,10 +52,20 @@ class Client {
   void AwaitExceptionRecords();
 
  private:
+  using Clock = std::chrono::steady_clock;
+
+  // Until the descriptors are readable or the time has come.
+  Event WaitUntil(Clock::time_point end);
+  // Calls the acts whose time has come.
+  void ActWhenDue();
   void OnUpdate(const tarvel::UpdateResult& result);
   void OnAttempt(const tarvel::Attempt& attempt);
   void OnException(const tarvel::ExceptionRecord& record);
 
+  const ClientOptions& options_;
+  const bool force_;
+  const Clock::time_point start_ = Clock::now();
+  std::multimap<Clock::time_point, std::function<void(tarvel::Client&)>> acts_;
   const StopSignals& stop_;
   Printer& printer_;
   const int update_fd_;  // An eventfd that counts `updates_`.

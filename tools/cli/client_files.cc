@@ -20,33 +20,38 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Follows symbolic links: the user chose the path.
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 void TrustOnly(const std::string& pem_file) {
-  if (ReadFile(pem_file).find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
+  if (ReadUserFile(pem_file).find("-----BEGIN CERTIFICATE-----") == std::string::npos) {
     throw std::runtime_error("--trust: no certificate in " + pem_file);
   }
   WQBASE::network::TrustAuthoritiesOf(pem_file);
 }
 
+// Throws when nothing can be written to the directory, which is made if needed.
+void PrepareDirectory(const char* option, const std::string& directory) {
+  std::error_code error;
+  fs::create_directories(directory, error);
+  if (error || access(directory.c_str(), W_OK | X_OK) != 0) {
+    throw std::runtime_error(std::string(option) + ": nothing can be written to " + directory);
+  }
+}
+
 }  // namespace
 
+std::string ReadUserFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 DataDirectory::DataDirectory(ClientOptions& options) {
+  if (!options.log_dir.empty()) PrepareDirectory("--log-dir", options.log_dir);
   if (options.data.empty()) {
     std::string name = fs::temp_directory_path() / "tarvel-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("can't make a directory " + name);
     options.data = own_ = name;
     return;
   }
-  std::error_code error;
-  fs::create_directories(options.data, error);
-  if (error || access(options.data.c_str(), W_OK | X_OK) != 0) {
-    throw std::runtime_error("--data: nothing can be kept in " + options.data);
-  }
+  PrepareDirectory("--data", options.data);
 }
 
 DataDirectory::~DataDirectory() {
@@ -62,7 +67,7 @@ void PrepareHttpDNS(const ClientOptions& options) {
   const fs::path directory = config->appdata_path() + "http_dns/";
   fs::create_directories(directory);
   const fs::path file = directory / "http_server_cache.data";
-  if (!zo_base::ReplaceWholeFile(file, ReadFile(options.httpdns_cache))) {
+  if (!zo_base::ReplaceWholeFile(file, ReadUserFile(options.httpdns_cache))) {
     throw std::runtime_error("can't write " + file.string());
   }
 }

@@ -6,6 +6,9 @@
 
 namespace tarvel_cli {
 
+// The contents of a file that the user has named. Follows links. Empty when it can't be read.
+std::string ReadUserFile(const std::string& path);
+
 // The data directory of a client: the one in the options, or a temporary one that the destructor
 // removes.
 class DataDirectory {

@@ -20,8 +20,6 @@ void Put(const std::string& text, char (&field)[kSize], const char* option) {
   std::memcpy(field, text.c_str(), text.size() + 1);
 }
 
-constexpr char kVersion[] = "1.0";
-
 }  // namespace
 
 zo_net::AddressFamily FamilyOf(const ClientOptions& options) {
@@ -33,25 +31,34 @@ tarvel::Settings ClientSettings(const ClientOptions& options) {
   tarvel::Settings settings;
   settings.token = options.token;
   settings.business = options.business;
-  settings.client_version = kVersion;
+  settings.client_version = options.client_version;
+  settings.sdk_version = options.sdk_version;
+  settings.protocol_version = options.protocol_version;
+  settings.client_type = options.client_type;
   settings.directory = options.data;
   settings.log_directory = options.log_dir;
   settings.lbs_url = options.lbs;
   settings.backup_lbs_urls = options.backups;
   settings.links = options.links;
   settings.default_link = options.default_link;
+  settings.default_link_ipv6 = options.default_link_ipv6;
+  settings.lbs_host = options.lbs_host;
+  settings.prefer_ip_addresses = options.prefer_ip_addresses;
   settings.family = static_cast<tarvel::Family>(FamilyOf(options));
   settings.request_timeout = std::chrono::milliseconds(options.timeout_ms);
   settings.head_start = std::chrono::milliseconds(options.next_after_ms);
   settings.https_only = options.https_only;
   settings.httpdns = !options.no_httpdns;
+  if (!options.account_id.empty()) {
+    settings.account_id = [id = options.account_id] { return id; };
+  }
   return settings;
 }
 
 zo_tarvel::_ZOTarvelEnvironmentSettings EnvironmentSettings(const ClientOptions& options) {
   zo_tarvel::_ZOTarvelEnvironmentSettings settings;
   Put(options.business, settings.business_type, "--business");
-  Put(kVersion, settings.business_version, "version");
+  Put(options.client_version, settings.business_version, "--client-version");
   Put(options.data, settings.appdata_path, "--data");
   Put(options.log_dir, settings.log_path, "--log-dir");
   settings.enable_httpdns = kOff;

@@ -18,6 +18,14 @@ struct ClientOptions {
   bool https_only = false;
   std::vector<std::string> links;
   std::string default_link;
+  std::string default_link_ipv6;
+  std::string lbs_host;  // Name behind LBS URLs on IP addresses.
+  std::string client_version = "1.0";
+  int sdk_version = 0;
+  int protocol_version = 0;
+  int client_type = 0;
+  std::string account_id;
+  bool prefer_ip_addresses = false;
   int timeout_ms = 7'000;     // Of one URL.
   int next_after_ms = 2'000;  // Until the next URL starts in parallel to a slow one.
   bool no_httpdns = false;
@@ -25,6 +33,7 @@ struct ClientOptions {
   std::string trust_store;    // PEM file; empty for the system's.
   std::string data;           // Directory; empty for a temporary one.
   std::string log_dir;
+  bool show_log = false;  // Then there is no log file.
   bool json = false;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/cli/client_options.h"
@@ -8,8 +9,8 @@
 
 namespace tarvel_cli {
 
-// The exit status of the program.
-enum ExitCode {
+// The exit status of the program. When a signal has ended a command, 128 more than its number.
+enum ExitCode : int {
   kDone = 0,
   kFailed = 1,         // Standard error says why.
   kUsageError = 2,     // The command line is wrong.
@@ -23,18 +24,24 @@ struct RunOptions {
   double wait_seconds = 30;  // For the first update to end.
   bool follow = false;
   double every_seconds = 5;  // While following: between two link addresses.
+  bool force = false;        // Ask for a fresh answer even when the cached one is still valid.
+  bool explain = false;      // Print the verdict about this life at the end.
+  // What happens so many seconds after the start.
+  std::vector<std::pair<double, std::string>> network_changes;  // To "any", "4" or "6".
+  std::vector<std::pair<double, std::string>> token_changes;
 };
 
 // Starts a client and prints each event.
-ExitCode Run(RunOptions options);
+int Run(RunOptions options);
 
 struct LinksOptions {
   ClientOptions client;
   double wait_seconds = 10;
+  bool force = false;
 };
 
 // Prints the link addresses of a fresh answer, or of the cached one when no fresh answer comes.
-ExitCode Links(LinksOptions options);
+int Links(LinksOptions options);
 
 struct ResolveOptions {
   ClientOptions client;
@@ -43,15 +50,16 @@ struct ResolveOptions {
 };
 
 // Prints the addresses that HTTPDNS has for the hosts.
-ExitCode Resolve(ResolveOptions options);
+int Resolve(ResolveOptions options);
 
 struct InspectOptions {
   std::string directory;
+  std::string log_dir;  // Empty unless the log is elsewhere.
   tarvel_inspect::Filter filter;
   bool json = false;
 };
 
 // Prints what a client has left in its directory.
-ExitCode Inspect(const InspectOptions& options);
+int Inspect(const InspectOptions& options);
 
 }  // namespace tarvel_cli

@@ -6,10 +6,11 @@
 
 namespace tarvel_cli {
 
-ExitCode Links(LinksOptions options) {
+int Links(LinksOptions options) {
   CommandScope scope(options.client);
-  Client client(options.client, scope);
+  Client client(options.client, scope, options.force);
   client.AwaitFirstUpdate(std::chrono::duration<double>(options.wait_seconds));
+  if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
   client.PrintLinks(0);
   return client.is_fresh() ? kDone : kNoFreshAnswer;
 }

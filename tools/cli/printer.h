@@ -11,10 +11,15 @@ namespace tarvel_cli {
 // Writes events to standard output, one per line: as text for people, or as a JSON object for
 // programs. Each has the seconds since the printer was created.
 //
+// When standard output can't be written any more, the process gets SIGPIPE, which StopSignals has
+// blocked.
 // Threads: any; the lines of two threads never mix.
 class Printer {
  public:
   explicit Printer(bool json) : json_(json) {}
+
+  // Prints a record of the library's log, which may have several lines.
+  void PrintLog(const std::string& record);
 
   void Print(const std::string& event, const std::string& text,
              zo_base::json11::Json::object fields);

@@ -15,6 +15,7 @@
 #include "tarvel/http_agent/http_dns/httpdns_sdk.h"
 #include "tools/cli/command_scope.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/own_life.h"
 
 namespace tarvel_cli {
 
@@ -95,8 +96,29 @@ const char* SourceOf(bool was_cached, bool resolved) {
   return resolved ? "server" : "none";
 }
 
+// Says why HTTPDNS has no address for the host, as far as the log of this process tells.
+std::string WhyUnknown(const std::string& host, const tarvel_inspect::Report& report) {
+  using tarvel_inspect::Request;
+  if (report.lives.empty()) return {};
+  std::string of_servers;
+  for (const Request& request : report.lives.back().requests) {
+    const bool is_of_host =
+        request.purpose == Request::Purpose::kHosts && request.asked_hosts == host;
+    for (const auto& attempt : request.first.attempts) {
+      if (attempt.good || !attempt.end) continue;
+      std::string reason =
+          attempt.url + ": " + attempt.reason +
+          (attempt.code == 0 ? "" : " (status " + std::to_string(attempt.code) + ")");
+      // The last URL's reason stands for all of them.
+      if (is_of_host && &attempt == &request.first.attempts.back()) return reason;
+      if (request.purpose == Request::Purpose::kServers) of_servers = reason;
+    }
+  }
+  return of_servers.empty() ? "no server has answered in this time" : of_servers;
+}
+
 bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry& before,
-               const Resolver::Entry& after) {
+               const Resolver::Entry& after, const std::string& reason) {
   // The client uses a stale entry as it is, and renews it in the background.
   const bool was_cached = before.grade != zo_tarvel::HttpDNSGrade::kExpired;
   const Resolver::Entry& entry = was_cached ? before : after;
@@ -109,7 +131,7 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
   const std::string source = SourceOf(was_cached, resolved);
   const std::string text =
       host + "  " + NameOf(entry.grade) + "  " +
-      (resolved ? zo_base::Join(entry.addresses, " ") + "  from the " + source : "unknown") + times;
+      (resolved ? zo_base::Join(entry.addresses, " ") + "  from the " + source : reason) + times;
   printer.Print(
       "host", text,
       {{"host", host},
@@ -117,6 +139,7 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
        {"addresses",
         resolved ? Json::array(entry.addresses.begin(), entry.addresses.end()) : Json::array()},
        {"source", source},
+       {"reason", resolved ? "" : reason},
        {"good_seconds", entry.good_seconds},
        {"usable_seconds", entry.usable_seconds}});
   return resolved;
@@ -124,7 +147,7 @@ bool PrintHost(Printer& printer, const std::string& host, const Resolver::Entry&
 
 }  // namespace
 
-ExitCode Resolve(ResolveOptions options) {
+int Resolve(ResolveOptions options) {
   CommandScope scope(options.client);
   const auto family = FamilyOf(options.client);
   Resolver resolver(options.client);
@@ -132,9 +155,13 @@ ExitCode Resolve(ResolveOptions options) {
   for (const std::string& host : options.hosts) before[host] = resolver.Find(family, host);
   resolver.Query(family, options.hosts, std::chrono::duration<double>(options.wait_seconds),
                  scope.stop);
+  if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
+  const auto report = InspectOwnLife(options.client);
   bool all = true;
   for (const std::string& host : options.hosts) {
-    all = PrintHost(scope.printer, host, before[host], resolver.Find(family, host)) && all;
+    const bool is_known = PrintHost(scope.printer, host, before[host], resolver.Find(family, host),
+                                    WhyUnknown(host, report));
+    all = all && is_known;
   }
   return all ? kDone : kUnresolved;
 }

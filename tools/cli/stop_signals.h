@@ -4,7 +4,7 @@
 
 namespace tarvel_cli {
 
-// Blocks SIGINT, SIGTERM and SIGHUP and makes them a descriptor to wait for.
+// Blocks SIGINT, SIGTERM, SIGHUP and SIGPIPE and makes them a descriptor to wait for.
 //
 // Threads: any. Created before all other threads, which inherit the signal mask. A signal that has
 // come is never taken back.
@@ -20,6 +20,9 @@ class StopSignals {
   // Waits for a signal; false when the limit passes first.
   bool Await(std::chrono::milliseconds limit) const;
   bool HaveCome() const { return Await(std::chrono::milliseconds(0)); }
+  // The exit status that shells expect of a program that a signal ended: 130 for Ctrl-C. 0 when
+  // none has come.
+  int ExitStatus() const;
 
  private:
   int fd_ = -1;

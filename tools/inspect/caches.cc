@@ -64,6 +64,7 @@ const char* FamilyName(const std::string& number) {
 
 std::vector<std::string> Texts(const std::vector<zo_tarvel::LinkAddress>& links) {
   std::vector<std::string> texts;
+  texts.reserve(links.size());
   for (const auto& link : links) texts.push_back(Clean(link.text));
   return texts;
 }

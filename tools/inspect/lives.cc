@@ -30,7 +30,9 @@ void TakeSettings(std::string_view text, Life& life) {
     const std::size_t dashes = line.find("--");
     const std::size_t colon = line.find(':');
     if (dashes > 1 || colon == std::string::npos) continue;
-    const std::string name(zo_base::Trim(line.substr(dashes + 2, colon - dashes - 2)));
+    const std::string name = zo_base::Printable(
+        zo_base::Trim(std::string_view(line).substr(dashes + 2, colon - dashes - 2)),
+        kLongestSetting);
     const std::string value = line.substr(colon + 1);
     list_name = value.empty() ? name : "";
     if (name == "business token") life.has_empty_token = value.empty();

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string_view>
+#include <system_error>
 
 #include "base/file/whole_file.h"
 
@@ -33,7 +35,8 @@ std::int64_t ReadFile(const std::string& path, std::size_t longest, std::string&
       log.problems.push_back(path + " is too long for a file of the library.");
       return -1;
     case zo_base::FileRead::kFailed:
-      log.problems.push_back(path + " can't be read: " + std::strerror(errno) + ".");
+      log.problems.push_back(path + " can't be read: " + std::generic_category().message(errno) +
+                             ".");
       return -1;
     case zo_base::FileRead::kDone:
       break;
@@ -56,7 +59,11 @@ void AppendCompanion(const std::string& path, const std::string& content, LogTex
     return;
   }
   log.companion_bytes = used;
-  log.text.append(content, sizeof used, static_cast<std::size_t>(used));
+  const std::string_view text(content.data() + sizeof used, static_cast<std::size_t>(used));
+  // A client that was killed while it moved its text, or moves it now, has it in both.
+  const std::string_view tail = std::string_view(log.text).substr(
+      log.text.size() - std::min(log.text.size(), kLongestCompanion));
+  if (tail.find(text) == std::string_view::npos) log.text += text;
 }
 
 // Processes that hold a lock on the file, as the system lists them:

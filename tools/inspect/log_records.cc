@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
-#include <optional>
+#include <utility>
 
 #include "base/text/numbers.h"
 
@@ -47,7 +47,7 @@ class StampReader {
       minute_at_ = MomentOf(minute, year_);
       if (minute_at_ > newest_ + kDay) minute_at_ = MomentOf(minute, year_ - 1);
     }
-    return minute_at_ + 1'000 * NumberAt(stamp, 12, 2) + NumberAt(stamp, 15, 3);
+    return minute_at_ + std::int64_t{1'000} * NumberAt(stamp, 12, 2) + NumberAt(stamp, 15, 3);
   }
 
  private:
@@ -129,6 +129,29 @@ std::string FormatTime(std::int64_t ms_since_1970) {
   std::snprintf(text.data() + length, text.size() - length, ".%03d",
                 static_cast<int>(ms_since_1970 % 1'000));
   return text.data();
+}
+
+std::optional<std::int64_t> ReadMoment(const std::string& text, std::int64_t now) {
+  if (text.size() < 2) return std::nullopt;
+  constexpr std::pair<char, std::int64_t> kUnits[] = {
+      {'s', 1'000}, {'m', 60'000}, {'h', 3'600'000}, {'d', kDay}};
+  for (const auto& [unit, milliseconds] : kUnits) {
+    if (text.back() != unit) continue;
+    const auto count =
+        zo_base::ReadNumber<std::int32_t>(std::string_view(text).substr(0, text.size() - 1), -1);
+    if (count < 0) return std::nullopt;
+    return now - count * milliseconds;
+  }
+  for (const char* const form : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%m-%d %H:%M:%S",
+                                 "%m-%d %H:%M", "%H:%M:%S", "%H:%M"}) {
+    std::tm local = LocalTime(now);
+    local.tm_sec = 0;
+    local.tm_isdst = -1;
+    const char* const end = strptime(text.c_str(), form, &local);
+    if (end != nullptr && *end == '\0')
+      return static_cast<std::int64_t>(std::mktime(&local)) * 1'000;
+  }
+  return std::nullopt;
 }
 
 }  // namespace tarvel_inspect

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,5 +26,9 @@ std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest);
 
 // "2026-11-24 16:09:31.738", in local time.
 std::string FormatTime(std::int64_t ms_since_1970);
+
+// Reads a time span before `now` ("90s", "15m", "2h", "3d"), or a local time: "16:09",
+// "11-24 16:09", "2026-11-24 16:09", each also with seconds. Nullopt for anything else.
+std::optional<std::int64_t> ReadMoment(const std::string& text, std::int64_t now);
 
 }  // namespace tarvel_inspect

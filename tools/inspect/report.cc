@@ -1,10 +1,12 @@
 #include "tools/inspect/report.h"
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
+#include "base/text/strings.h"
 #include "tools/inspect/log_files.h"
 #include "tools/inspect/log_records.h"
 
@@ -52,15 +54,18 @@ std::vector<std::string> ClientDirectories(const std::string& directory) {
   return found;
 }
 
-Report Inspect(const std::string& client_directory, const Filter& filter, std::int64_t now) {
+Report Inspect(const std::string& client_directory, const std::string& log_directory,
+               const Filter& filter, std::int64_t now) {
   Report report;
-  report.directory = client_directory;
+  report.directory = zo_base::Printable(client_directory, PATH_MAX);
   report.inspected_at = now;
   report.caches = ReadCaches(client_directory, now);
-  LogText log = ReadLog(client_directory);
+  LogText log = ReadLog(log_directory.empty() ? client_directory : log_directory);
   report.log_bytes = log.log_bytes;
   report.companion_bytes = log.companion_bytes;
-  report.problems = std::move(log.problems);
+  for (const std::string& problem : log.problems) {
+    report.problems.push_back(zo_base::Printable(problem, PATH_MAX + 100));
+  }
   const auto records = ReadRecords(log.text, log.written_at);
   if (records.empty() && !log.text.empty())
     report.problems.push_back("The log holds no record of the library.");

@@ -27,16 +27,18 @@ struct Report {
 
 // What to leave out of the lives. The verdict is about all that the last one did.
 struct Filter {
-  std::optional<std::int64_t> since;  // Requests that began earlier, milliseconds since 1970.
-  std::optional<std::size_t> last;    // All but so many requests.
-  std::optional<std::int32_t> process = {};  // Lives of other processes.
+  std::optional<std::int64_t> since;    // Requests that began earlier, milliseconds since 1970.
+  std::optional<std::size_t> last;      // All but so many requests.
+  std::optional<std::int32_t> process;  // Lives of other processes.
 };
 
 // Returns the directories of clients in `directory`: itself, or those of its businesses.
 std::vector<std::string> ClientDirectories(const std::string& directory);
 
-// Reads a client's directory. Changes nothing and waits for nobody.
-Report Inspect(const std::string& client_directory, const Filter& filter, std::int64_t now);
+// Reads a client's directory. `log_directory` is empty unless the log is elsewhere. Changes nothing
+// and waits for nobody.
+Report Inspect(const std::string& client_directory, const std::string& log_directory,
+               const Filter& filter, std::int64_t now);
 
 // For people, with a line end behind each line.
 std::string ToText(const Verdict& verdict);

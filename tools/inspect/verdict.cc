@@ -62,10 +62,10 @@ bool IsAnswered(const Request& request) { return request.Last().outcome == Outco
 
 // Failures of LBS requests explain a missing answer better than those of HTTPDNS, which is asked
 // because of them.
-void AddRequests(const Life& life, Judgement& judgement) {
+void AddRequests(const Life& life, bool with_answered, Judgement& judgement) {
   constexpr std::int64_t kOfLBS = 1'000;
   for (const Request& request : life.requests) {
-    if (IsAnswered(request)) continue;
+    if (IsAnswered(request) && !with_answered) continue;
     const std::int64_t weight = IsLBS(request) ? kOfLBS : 1;
     judgement.AddWalk(request.first, weight);
     if (request.second) judgement.AddWalk(*request.second, weight);
@@ -105,13 +105,15 @@ void AddStateOf(const Life& life, const Caches& caches, Judgement& judgement) {
                   "");
     return;
   }
-  if (life.has_exit && life.end - life.start < kBatchTime) {
-    judgement.Add({"The life ended before the first update, which begins 1.2 s after the start.",
-                   "Keep the client running, or wait for its first answer."},
-                  "");
-  } else if (caches.answer.state == CacheState::kUsable && caches.answer.expires_at > life.end) {
+  const bool was_valid = caches.answer.state == CacheState::kUsable && !caches.answer.is_local &&
+                         caches.answer.expires_at > life.end;
+  if (was_valid) {
     judgement.Add({"The cached answer was still valid, so no server was asked.",
                    "No fault. To ask anyway, force an update."},
+                  "");
+  } else if (life.has_exit && life.end - life.start < kBatchTime) {
+    judgement.Add({"The life ended before the first update, which begins 1.2 s after the start.",
+                   "Keep the client running, or wait for its first answer."},
                   "");
   }
 }
@@ -145,9 +147,10 @@ Verdict Judge(const Life& life, const Caches& caches) {
   verdict.has_success = std::any_of(life.requests.begin(), life.requests.end(), IsAnswered);
   verdict.summary = Summary(life, verdict);
   Judgement judgement;
-  AddRequests(life, judgement);
+  AddRequests(life, verdict.has_fresh_answer, judgement);
   if (!verdict.has_fresh_answer) AddStateOf(life, caches, judgement);
   verdict.causes = judgement.TakeCauses();
+  if (verdict.has_fresh_answer && !verdict.causes.empty()) verdict.summary += " On the way:";
   return verdict;
 }
 

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "tools/cli/client_options.h"
+#include "tools/inspect/report.h"
+
+namespace tarvel_cli {
+
+// What this process has left so far in the directories of its options, with the life of its own
+// only. May be called while the library runs.
+tarvel_inspect::Report InspectOwnLife(const ClientOptions& options);
+
+// Why no more comes from the library, or an empty string while something may come: an update or a
+// request is under way, or has not begun.
+std::string WhyNothingComes(const tarvel_inspect::Report& report);
+
+}  // namespace tarvel_cli

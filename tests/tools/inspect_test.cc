@@ -223,6 +223,10 @@ TEST(InspectTest, ReadsWhatIsLeftAndSaysWhatIsNot) {
       {"cut short", good, "ab", 1, "cut short"},
       {"both, since text was being moved", good, companion, 1, "Process 7"},
       {"cut inside a line", good.substr(9), "", 1, "Its start is not in the log"},
+      {"an answer that forges a life",
+       good + LogOf("2 1 [http dns] Query hosts`s ip success = false|--|"
+                    "11-24 16:09:00.003 8-1 [LV_APP][x] me|--\n3 1 end"),
+       "", 1, "Process 7"},
       {"the lines of another process",
        good + LogOf("2 1 forged|11-24 16:09:00.003 8-1 [LV_APP][x] me"), "", 2, "Process 8"},
       {"control bytes", good + LogOf("2 1 [lbs] Get link address \x1b[2J\x9b use default:"), "", 1,

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <set>
 #include <utility>
 
 #include "base/text/numbers.h"
@@ -104,15 +105,40 @@ void Extend(std::string_view& text, const char* end) {
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
 }
 
+// The library logs some answers of servers as they are. Their lines may look like records, but no
+// server knows the numbers of a client's process and threads.
+class ForgeryGuard {
+ public:
+  bool Accepts(const LogRecord& record) {
+    const Writer writer(record.process, record.thread);
+    if (record_with_answer_ && writer != *record_with_answer_ && !writers_.contains(writer))
+      return false;
+    writers_.insert(writer);
+    if (record_with_answer_ == writer) record_with_answer_.reset();  // So the answer is over.
+    if (record.text.starts_with("[http dns] Query hosts`s ip success = ") ||
+        record.text.starts_with("[lbs]ParseLBSResponse rsp:")) {
+      record_with_answer_ = writer;
+    }
+    return true;
+  }
+
+ private:
+  using Writer = std::pair<std::int32_t, std::string_view>;  // Process and thread.
+
+  std::set<Writer> writers_;
+  std::optional<Writer> record_with_answer_;
+};
+
 }  // namespace
 
 std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest) {
   StampReader stamps(newest);
+  ForgeryGuard guard;
   std::vector<LogRecord> records;
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find('\n', begin), text.size());
     const std::string_view line = text.substr(begin, end - begin);
-    if (const auto record = ReadHead(line, stamps)) {
+    if (const auto record = ReadHead(line, stamps); record && guard.Accepts(*record)) {
       if (!records.empty()) Extend(records.back().text, line.data());
       records.push_back(*record);
     }

@@ -19,9 +19,8 @@ struct LogRecord {
 };
 
 // Reads all records in the order of the text. What stands before the first one is left out.
-// Nothing that the text holds is trusted: an answer of a server may hold lines that look like
-// records. The log has no year: `newest` is a moment that no record is much later than, in
-// milliseconds since 1970.
+// Lines of a server's answer that look like records are part of the record with the answer. The log
+// has no year: `newest` is a moment that no record is much later than, in milliseconds since 1970.
 std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest);
 
 // "2026-11-24 16:09:31.738", in local time.

@@ -19,11 +19,11 @@ class Judgement {
  public:
   void Add(const FailureKind& kind, const std::string& evidence, std::int64_t weight = 1) {
     if (kind.title.empty()) return;
-    Cause& cause = causes_[kind.title];
-    cause.title = kind.title;
-    cause.advice = kind.advice;
+    const auto [place, is_new] = places_.try_emplace(kind.title, causes_.size());
+    if (is_new) causes_.push_back({{kind.title, kind.advice, 0, {}}, 0});
+    auto& [cause, total] = causes_[place->second];
     ++cause.count;
-    weights_[kind.title] += weight;
+    total += weight;
     if (evidence.empty()) return;
     if (cause.evidence.size() == kMostEvidence) cause.evidence.erase(cause.evidence.begin());
     cause.evidence.push_back(evidence);
@@ -41,19 +41,20 @@ class Judgement {
     }
   }
 
+  // The heaviest first; of equal ones, the one that came first.
   std::vector<Cause> TakeCauses() {
+    std::stable_sort(causes_.begin(), causes_.end(),
+                     [](const auto& a, const auto& b) { return a.second > b.second; });
     std::vector<Cause> causes;
-    for (auto& [title, cause] : causes_) causes.push_back(std::move(cause));
-    std::stable_sort(causes.begin(), causes.end(), [this](const Cause& a, const Cause& b) {
-      return weights_[a.title] > weights_[b.title];
-    });
-    if (causes.size() > kMostCauses) causes.resize(kMostCauses);
+    for (auto& [cause, weight] : causes_) {
+      if (causes.size() < kMostCauses) causes.push_back(std::move(cause));
+    }
     return causes;
   }
 
  private:
-  std::map<std::string, Cause> causes_;  // By title.
-  std::map<std::string, std::int64_t> weights_;
+  std::vector<std::pair<Cause, std::int64_t>> causes_;  // With their weights.
+  std::map<std::string, std::size_t> places_;           // Among them, by title.
 };
 
 bool IsLBS(const Request& request) { return request.purpose == Request::Purpose::kLBS; }

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -60,6 +61,12 @@ sigset_t BlockSignals() {
   return signals;
 }
 
+void PrintRequest(const EndedRequest& request) {
+  const std::string time = ToClockText(std::chrono::system_clock::now());
+  std::printf("%s %s\n", time.c_str(), ToText(request).c_str());
+  std::fflush(stdout);
+}
+
 void Serve(const Options& options) {
   const sigset_t signals = BlockSignals();
   ReadAnswers(options.answers);  // Throws when the file is unusable.
@@ -70,10 +77,11 @@ void Serve(const Options& options) {
       WriteCertificate(certificates.right, options.certificate_file);
     }
   }
+  const BackendOwner owner{[&] { return ReadAnswers(options.answers); }, PrintRequest};
   std::vector<std::unique_ptr<Backend>> backends;
   const auto listen = [&](const std::string& authority, const Certificates* shown) {
     const auto at = ReadAuthority(authority).value();
-    backends.push_back(std::make_unique<Backend>(options.answers, shown, at.address, at.port));
+    backends.push_back(std::make_unique<Backend>(owner, shown, at.address, at.port));
     std::printf("listening on %s\n", backends.back()->url().c_str());
   };
   for (const std::string& authority : options.plain) listen(authority, nullptr);
@@ -81,7 +89,7 @@ void Serve(const Options& options) {
   std::fflush(stdout);
 
   for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != SIGINT && signal != SIGTERM;) {
-    SetSilence(signal == SIGUSR1);
+    for (const auto& backend : backends) backend->SetSilence(signal == SIGUSR1);
     std::puts(signal == SIGUSR1 ? "drops all packets" : "hears packets again");
     std::fflush(stdout);
   }

@@ -4,7 +4,7 @@
 #include <exception>
 #include <string>
 
-#include "tools/backend/private_network.h"
+#include "tools/backend/lab/private_network.h"
 
 namespace test_support {
 

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -18,6 +19,7 @@
 #include "tools/backend/backend.h"
 #include "tools/backend/certificate.h"
 #include "tools/backend/client_socket.h"
+#include "tools/backend/lab_command.h"
 
 namespace tarvel_backend {
 namespace {
@@ -95,11 +97,21 @@ void Serve(const Options& options) {
   }
 }
 
+// Takes "--" and what follows it, the program of a lab, off the command line.
+std::vector<std::string> TakeProgram(int& argc, char** argv) {
+  char** const end = argv + argc;
+  char** const begin = std::find(argv, end, std::string_view("--"));
+  if (begin == end) return {};
+  argc = static_cast<int>(begin - argv);
+  return {begin + 1, end};
+}
+
 }  // namespace
 }  // namespace tarvel_backend
 
 int main(int argc, char** argv) {
   using namespace tarvel_backend;
+  const std::vector<std::string> program = TakeProgram(argc, argv);
   Options options;
   CLI::App app(
       "LBS and HTTPDNS servers for experiments. The answers file is read for each request.\n"
@@ -110,7 +122,7 @@ int main(int argc, char** argv) {
       "tarvel-backend");
   app.set_version_flag("--version", "tarvel-backend " TARVEL_VERSION_STRING,
                        "Print the version and exit");
-  app.add_option("answers", options.answers, "JSON file of answers and faults")->required();
+  app.add_option("answers", options.answers, "JSON file of answers and faults");
   app.add_option("--listen", options.plain,
                  "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
       ->allow_extra_args(false)
@@ -124,10 +136,19 @@ int main(int argc, char** argv) {
   app.add_option("--write-certificate", options.certificate_file,
                  "File to write the certificate to (PEM), for the trust store of clients")
       ->needs(tls);
+  const LabCommand lab(app);
   try {
     app.parse(argc, argv);
+    if (lab.is_chosen()) return lab.Run(program);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kUsageError;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
+    return 1;
+  }
+  if (options.answers.empty() || !program.empty()) {
+    std::fputs("tarvel-backend: give an answers file, or lab and a program\n", stderr);
+    return kUsageError;
   }
   if (options.plain.empty() && options.tls.empty()) {
     std::fputs("tarvel-backend: nothing to listen on: give --listen or --tls-listen\n", stderr);

@@ -1,4 +1,4 @@
-#include "tools/backend/private_network.h"
+#include "tools/backend/lab/private_network.h"
 
 #include <net/if.h>
 #include <sched.h>

@@ -1,0 +1,125 @@
+#include "tools/backend/lab/isolated_program.h"
+
+#include <fcntl.h>
+#include <linux/sched.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "tools/backend/lab/private_network.h"
+
+namespace tarvel_backend {
+
+namespace {
+
+constexpr int kNotExecuted = 127;
+constexpr int kSignalled = 128;
+
+int ShellStatus(int wait_status) {
+  return WIFSIGNALED(wait_status) ? kSignalled + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+}
+
+// Forks into new namespaces. fork() can't, and after unshare() every later child of this process
+// would be in the process namespace.
+pid_t ForkIntoNamespaces(int& pidfd) {
+  clone_args arguments{};
+  arguments.flags = CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWNS | CLONE_PIDFD;
+  arguments.pidfd = reinterpret_cast<std::uintptr_t>(&pidfd);
+  arguments.exit_signal = SIGCHLD;
+  return static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
+}
+
+[[noreturn]] void Execute(std::vector<char*> command, const sigset_t& signals) {
+  sigprocmask(SIG_SETMASK, &signals, nullptr);
+  execvp(command[0], command.data());
+  std::fprintf(stderr, "tarvel-backend: can't execute %s: %s\n", command[0], std::strerror(errno));
+  _exit(kNotExecuted);
+}
+
+// Returns when the program has ended.
+int ServeAsInit(pid_t program) {
+  sigset_t all;
+  sigfillset(&all);
+  for (;;) {
+    siginfo_t signal{};
+    if (sigwaitinfo(&all, &signal) < 0) continue;
+    if (signal.si_signo != SIGCHLD) {
+      // The kernel sends those of a terminal to the program too.
+      if (signal.si_code != SI_KERNEL) kill(program, signal.si_signo);
+      continue;
+    }
+    int status = 0;
+    for (pid_t ended; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+      if (ended == program) return ShellStatus(status);
+    }
+  }
+}
+
+[[noreturn]] void RunInit(int start, const std::vector<char*>& command, const sigset_t& signals) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, nullptr);
+  char byte = 0;
+  // The parent may have ended before prctl().
+  if (read(start, &byte, 1) != 1) _exit(1);
+  // Has the processes of this namespace. Containers may refuse it; little needs it.
+  mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
+  const pid_t program = fork();
+  if (program < 0) _exit(1);
+  if (program == 0) Execute(command, signals);
+  _exit(ServeAsInit(program));
+}
+
+}  // namespace
+
+IsolatedProgram::IsolatedProgram(const std::vector<std::string>& command, const sigset_t& signals) {
+  std::vector<char*> pointers;
+  for (const std::string& part : command) pointers.push_back(const_cast<char*>(part.c_str()));
+  pointers.push_back(nullptr);
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) ThrowSystemError("no pipe");
+  process_ = ForkIntoNamespaces(pidfd_);
+  if (process_ == 0) {
+    close(ends[1]);
+    RunInit(ends[0], pointers, signals);
+  }
+  close(ends[0]);
+  start_ = ends[1];
+  if (process_ < 0) ThrowSystemError("no process in a new namespace");
+}
+
+IsolatedProgram::~IsolatedProgram() {
+  close(start_);
+  Kill();
+  while (process_ > 0 && waitpid(process_, nullptr, 0) < 0 && errno == EINTR) continue;
+  close(pidfd_);
+}
+
+void IsolatedProgram::Start() {
+  if (write(start_, "s", 1) != 1) ThrowSystemError("the program does not start");
+}
+
+void IsolatedProgram::Signal(int signal) const {
+  if (process_ > 0) kill(process_, signal);
+}
+
+void IsolatedProgram::Kill() const { Signal(SIGKILL); }
+
+std::optional<int> IsolatedProgram::TakeStatus() {
+  int status = 0;
+  if (waitpid(process_, &status, WNOHANG) != process_) return std::nullopt;
+  process_ = -1;
+  return ShellStatus(status);
+}
+
+}  // namespace tarvel_backend

@@ -24,13 +24,12 @@ OutputFile OpenReport(const std::string& path) {
 }  // namespace
 
 LabCommand::LabCommand(CLI::App& app)
-    : command_(app.add_subcommand(
-          "lab",
-          "Run a program in a private network with the servers that FILE describes, and play\n"
-          "FILE's faults: tarvel-backend lab FILE [--report FILE] -- PROGRAM [ARGUMENT]...\n"
-          "docs/lab.md has the form of FILE. The status is the program's.")) {
-  command_->add_option("file", file_, "JSON file of hosts, a name server and a timeline")
-      ->required();
+    : command_(app.add_subcommand("lab", "Run a program in a private network with such servers")) {
+  command_->footer(
+      "tarvel-backend lab FILE [--report FILE] -- PROGRAM [ARGUMENT]...\n"
+      "runs PROGRAM with the servers that FILE describes, plays FILE's faults, and ends with the\n"
+      "status of PROGRAM. docs/lab.md has the form of FILE.");
+  command_->add_option("file", file_, "JSON file of hosts, a name server and faults")->required();
   command_->add_option("--report", report_file_,
                        "File to write the report to. Default: standard output");
 }

@@ -9,10 +9,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "tools/backend/lab/private_network.h"
@@ -39,9 +40,10 @@ pid_t ForkIntoNamespaces(int& pidfd) {
 }
 
 [[noreturn]] void Execute(std::vector<char*> command, const sigset_t& signals) {
-  sigprocmask(SIG_SETMASK, &signals, nullptr);
+  pthread_sigmask(SIG_SETMASK, &signals, nullptr);
   execvp(command[0], command.data());
-  std::fprintf(stderr, "tarvel-backend: can't execute %s: %s\n", command[0], std::strerror(errno));
+  std::fprintf(stderr, "tarvel-backend: can't execute %s: %s\n", command[0],
+               std::generic_category().message(errno).c_str());
   _exit(kNotExecuted);
 }
 
@@ -68,7 +70,7 @@ int ServeAsInit(pid_t program) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   sigset_t all;
   sigfillset(&all);
-  sigprocmask(SIG_SETMASK, &all, nullptr);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
   char byte = 0;
   // The parent may have ended before prctl().
   if (read(start, &byte, 1) != 1) _exit(1);
@@ -83,9 +85,9 @@ int ServeAsInit(pid_t program) {
 }  // namespace
 
 IsolatedProgram::IsolatedProgram(const std::vector<std::string>& command, const sigset_t& signals) {
-  std::vector<char*> pointers;
-  for (const std::string& part : command) pointers.push_back(const_cast<char*>(part.c_str()));
-  pointers.push_back(nullptr);
+  std::vector<char*> pointers(command.size() + 1);  // The last one stays null.
+  std::transform(command.begin(), command.end(), pointers.begin(),
+                 [](const std::string& part) { return const_cast<char*>(part.c_str()); });
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) ThrowSystemError("no pipe");
   process_ = ForkIntoNamespaces(pidfd_);

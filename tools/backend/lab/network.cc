@@ -40,7 +40,7 @@ void RunIp(const std::vector<std::string>& commands, int network_of, const std::
   int status = -1;
   while (child > 0 && waitpid(child, &status, 0) < 0) continue;
   if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) {
-    throw std::runtime_error(failure + ": the program ip is missing; install iproute2");
+    throw std::runtime_error("the program ip is missing; install iproute2");
   }
   if (status != 0) throw std::runtime_error(failure + ": the program ip says why");
 }

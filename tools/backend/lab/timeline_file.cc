@@ -3,7 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cmath>
 #include <stdexcept>
 
 #include "base/text/strings.h"
@@ -73,7 +73,7 @@ AllWell ReadAllEvent(const CheckedJson& event) {
 Event ReadEvent(const CheckedJson& event, const std::vector<HostPlan>& hosts) {
   event.ObjectOf({"at", "host", "fault", "name_server", "network", "signal", "all"});
   const double seconds = event.Get("at").Number(0, kLongestTime);
-  const std::chrono::milliseconds at(static_cast<std::int64_t>(seconds * 1000));
+  const std::chrono::milliseconds at(std::lround(seconds * 1000));
   if (event.Find("host")) return {at, ReadHostEvent(event, hosts)};
   if (event.Find("name_server")) return {at, ReadNameServerEvent(event)};
   if (event.Find("network")) return {at, ReadNetworkEvent(event)};

@@ -20,8 +20,9 @@ namespace {
 constexpr char kTrustStore[] = "/etc/ssl/certs/ca-certificates.crt";
 constexpr char kServiceSwitch[] = "/etc/nsswitch.conf";
 
-// The program may ignore the first two.
+// A program may ignore the first two, or use them for its own ends from time to time.
 constexpr int kKillingSignal = 3;
+constexpr std::chrono::seconds kStopPause{2};
 
 bool IsStopSignal(int signal) {
   return signal == SIGINT || signal == SIGTERM || signal == SIGHUP || signal == SIGQUIT;
@@ -115,14 +116,19 @@ siginfo_t Lab::AwaitSignal() const {
   return signal;
 }
 
-// The kernel sends the signals of a terminal to the program too.
 void Lab::PassOn(const siginfo_t& signal) {
-  if (IsStopSignal(signal.si_signo) && ++stop_signals_ == kKillingSignal) {
+  if (IsStopSignal(signal.si_signo) && CountStopSignal() == kKillingSignal) {
     report_.AddAndShow("lab", "kills the program after three signals");
     program_->Kill();
-  } else if (signal.si_code != SI_KERNEL) {
+  } else if (signal.si_code != SI_KERNEL) {  // The program gets those of a terminal itself.
     program_->Signal(signal.si_signo);
   }
+}
+
+int Lab::CountStopSignal() {
+  const auto last = std::exchange(last_stop_signal_, Clock::now());
+  stop_signals_ = last_stop_signal_ - last < kStopPause ? stop_signals_ + 1 : 1;
+  return stop_signals_;
 }
 
 void Lab::PlayDueEvents() {

@@ -41,6 +41,8 @@ class Lab {
   // Waits for a signal until the next event. Returns 0 when it is due.
   siginfo_t AwaitSignal() const;
   void PassOn(const siginfo_t& signal);
+  // Returns how many have arrived shortly after one another.
+  int CountStopSignal();
   void PlayDueEvents();
   void Play(const HostEvent& event);
   void Play(NameServer::State state);
@@ -59,7 +61,8 @@ class Lab {
   std::optional<NameServer> name_server_;
   Clock::time_point start_;
   std::size_t next_event_ = 0;  // In the timeline.
-  int stop_signals_ = 0;        // How many have arrived.
+  Clock::time_point last_stop_signal_;
+  int stop_signals_ = 0;  // See CountStopSignal.
 };
 
 }  // namespace tarvel_backend

@@ -23,7 +23,7 @@ std::string Report::Append(const std::string& who, const std::string& what) {
   zo_base::MutexLock lock(mutex_);
   const std::string time = ToClockText(std::chrono::system_clock::now());
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start_;
-  std::string line = zo_base::StringFormat("%s %9.3f  %-14s %s", time.c_str(), seconds.count(),
+  std::string line = zo_base::StringFormat("%s %9.3f  %-16s %s", time.c_str(), seconds.count(),
                                            who.c_str(), what.c_str());
   if (lines_.size() < kMostLines) {
     lines_.push_back(line);
@@ -35,7 +35,7 @@ std::string Report::Append(const std::string& who, const std::string& what) {
 
 void Report::Write(std::FILE* file) const {
   zo_base::MutexLock lock(mutex_);
-  std::fprintf(file, "%-12s %9s  %-14s %s\n", "time", "seconds", "who", "what");
+  std::fprintf(file, "%-12s %9s  %-16s %s\n", "time", "seconds", "who", "what");
   for (const std::string& line : lines_) std::fprintf(file, "%s\n", line.c_str());
   if (left_out_ > 0) std::fprintf(file, "%zu later lines are left out\n", left_out_);
   if (std::fflush(file) != 0 || std::ferror(file) != 0) {

@@ -136,7 +136,7 @@ int main(int argc, char** argv) {
   app.add_option("--write-certificate", options.certificate_file,
                  "File to write the certificate to (PEM), for the trust store of clients")
       ->needs(tls);
-  const LabCommand lab(app);
+  LabCommand lab(app);
   try {
     app.parse(argc, argv);
     if (lab.is_chosen()) return lab.Run(program);

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <system_error>
 #include <utility>
@@ -29,12 +28,13 @@ int ShellStatus(int wait_status) {
   return WIFSIGNALED(wait_status) ? kSignalled + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
+int OpenOwnNetwork() { return open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC); }
+
 // Forks into new namespaces. fork() can't, and after unshare() every later child of this process
 // would be in the process namespace.
-pid_t ForkIntoNamespaces(int& pidfd) {
+pid_t ForkIntoNamespaces() {
   clone_args arguments{};
-  arguments.flags = CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWNS | CLONE_PIDFD;
-  arguments.pidfd = reinterpret_cast<std::uintptr_t>(&pidfd);
+  arguments.flags = CLONE_NEWPID | CLONE_NEWNS;
   arguments.exit_signal = SIGCHLD;
   return static_cast<pid_t>(syscall(SYS_clone3, &arguments, sizeof arguments));
 }
@@ -90,7 +90,10 @@ IsolatedProgram::IsolatedProgram(const std::vector<std::string>& command, const 
                  [](const std::string& part) { return const_cast<char*>(part.c_str()); });
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) ThrowSystemError("no pipe");
-  process_ = ForkIntoNamespaces(pidfd_);
+  const int own_network = OpenOwnNetwork();
+  if (unshare(CLONE_NEWNET) != 0) ThrowSystemError("no second network");
+  network_ = OpenOwnNetwork();
+  process_ = ForkIntoNamespaces();
   if (process_ == 0) {
     close(ends[1]);
     RunInit(ends[0], pointers, signals);
@@ -98,13 +101,16 @@ IsolatedProgram::IsolatedProgram(const std::vector<std::string>& command, const 
   close(ends[0]);
   start_ = ends[1];
   if (process_ < 0) ThrowSystemError("no process in a new namespace");
+  if (setns(own_network, CLONE_NEWNET) != 0)
+    ThrowSystemError("no way back to the servers' network");
+  close(own_network);
 }
 
 IsolatedProgram::~IsolatedProgram() {
   close(start_);
   Kill();
   while (process_ > 0 && waitpid(process_, nullptr, 0) < 0 && errno == EINTR) continue;
-  close(pidfd_);
+  close(network_);
 }
 
 void IsolatedProgram::Start() {

@@ -24,9 +24,10 @@ class IsolatedProgram {
   IsolatedProgram(const IsolatedProgram&) = delete;
   IsolatedProgram& operator=(const IsolatedProgram&) = delete;
 
-  // Of init, whose network is the program's.
+  // Of init.
   pid_t process() const { return process_; }
-  int pidfd() const { return pidfd_; }
+  // The program's network, a descriptor of its namespace. It outlives the program.
+  int network() const { return network_; }
 
   void Start();
   // Sends it to the program alone.
@@ -39,7 +40,7 @@ class IsolatedProgram {
 
  private:
   pid_t process_ = -1;  // -1 once it has ended.
-  int pidfd_ = -1;
+  int network_ = -1;
   int start_ = -1;  // A pipe on which init waits.
 };
 

@@ -48,7 +48,7 @@ Lab::Lab(Plan plan, const std::vector<std::string>& command)
   EnterNetwork();
   program_.emplace(command, former);
   signal(SIGPIPE, SIG_IGN);  // After the program's process has been made.
-  network_.emplace(program_->process(), program_->pidfd(), ServerAddresses());
+  network_.emplace(program_->process(), program_->network(), ServerAddresses());
   for (Host& host : hosts_) host.Listen();
   const NameServerPlan& names = plan_.name_server;
   name_server_.emplace(names.address, names.names, names.poisoned, report_);

@@ -19,8 +19,8 @@ constexpr int kOwnNetwork = -1;
 constexpr int kNotFound = 127;
 
 // Executes `ip` in a child that a process with threads has forked: only system calls are safe.
-[[noreturn]] void ExecuteIp(int commands, int network_of) {
-  if (network_of != kOwnNetwork && setns(network_of, CLONE_NEWNET) != 0) _exit(1);
+[[noreturn]] void ExecuteIp(int commands, int network) {
+  if (network != kOwnNetwork && setns(network, CLONE_NEWNET) != 0) _exit(1);
   dup2(commands, STDIN_FILENO);
   dup2(STDERR_FILENO, STDOUT_FILENO);
   for (const char* const path : {"/usr/sbin/ip", "/sbin/ip", "/usr/bin/ip", "/bin/ip"}) {
@@ -29,20 +29,20 @@ constexpr int kNotFound = 127;
   _exit(kNotFound);
 }
 
-// `network_of` is a pidfd. Throws std::runtime_error that begins with `failure`.
-void RunIp(const std::vector<std::string>& commands, int network_of, const std::string& failure) {
+// `network` is a descriptor of the network. Throws std::runtime_error that begins with `failure`.
+void RunIp(const std::vector<std::string>& commands, int network, const std::string& failure) {
   const std::string text = zo_base::Join(commands, "\n") + '\n';
   const int file = memfd_create("commands of ip", MFD_CLOEXEC);
   if (file < 0 || pwrite(file, text.data(), text.size(), 0) < 0) ThrowSystemError(failure);
   const pid_t child = fork();
-  if (child == 0) ExecuteIp(file, network_of);
+  if (child == 0) ExecuteIp(file, network);
   close(file);
   int status = -1;
   while (child > 0 && waitpid(child, &status, 0) < 0) continue;
   if (WIFEXITED(status) && WEXITSTATUS(status) == kNotFound) {
     throw std::runtime_error("the program ip is missing; install iproute2");
   }
-  if (status != 0) throw std::runtime_error(failure + ": the program ip says why");
+  if (status != 0) throw std::runtime_error(failure + "; the message of ip says why");
 }
 
 std::string AddAddress(const Address& address, const char* device) {
@@ -53,11 +53,11 @@ std::string AddAddress(const Address& address, const char* device) {
 
 }  // namespace
 
-Network::Network(pid_t program, int program_fd, const std::vector<Address>& servers)
-    : program_fd_(program_fd),
-      has_v6_(std::any_of(servers.begin(), servers.end(),
-                          [](auto& server) { return !server.is_v4(); })) {
-  RunIp({"link add servers type veth peer name eth0 netns " + std::to_string(program)}, kOwnNetwork,
+Network::Network(pid_t process, int network, const std::vector<Address>& servers)
+    : network_(network), has_v6_(std::any_of(servers.begin(), servers.end(), [](auto& server) {
+        return !server.is_v4();
+      })) {
+  RunIp({"link add servers type veth peer name eth0 netns " + std::to_string(process)}, kOwnNetwork,
         "the kernel makes no pair of network devices (as root: modprobe veth)");
   std::vector<std::string> own{"link set servers up"};
   std::vector<std::string> programs{"link set lo up", "link set eth0 up"};
@@ -70,7 +70,7 @@ Network::Network(pid_t program, int program_fd, const std::vector<Address>& serv
                                           : "route add ::/0 dev eth0");
   }
   RunIp(own, kOwnNetwork, "the servers get no addresses");
-  RunIp(programs, program_fd_, "the program gets no address");
+  RunIp(programs, network_, "the program gets no address");
 }
 
 // The new address comes first: the kernel removes the routes of a device with its last address.
@@ -81,7 +81,7 @@ void Network::Change() {
   for (const Address& address : Addresses(number_)) {
     commands.push_back("address delete " + address.AsNetwork() + " dev eth0");
   }
-  RunIp(commands, program_fd_, "the network does not change");
+  RunIp(commands, network_, "the network does not change");
   number_ = next;
 }
 

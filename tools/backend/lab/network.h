@@ -15,10 +15,10 @@ namespace tarvel_backend {
 // Threads: the owner's. Ownership: owns nothing; the wire ends with either network.
 class Network {
  public:
-  // `program` is the process, as a number and as a pidfd, whose network is joined; it outlives
-  // this. All `servers` are reachable from there when this returns. The program has an IPv6 address
-  // only when a server has one. Throws std::runtime_error, as Change.
-  Network(pid_t program, int program_fd, const std::vector<Address>& servers);
+  // `process` is one in the program's network, and `network` a descriptor of it that outlives this.
+  // All `servers` are reachable from there when this returns. The program has an IPv6 address only
+  // when a server has one. Throws std::runtime_error, as Change.
+  Network(pid_t process, int network, const std::vector<Address>& servers);
 
   // Gives the program's end its next address and takes the old one away. Connections of the old
   // one are neither closed nor reset: their packets get lost.
@@ -30,7 +30,7 @@ class Network {
  private:
   std::vector<Address> Addresses(int number) const;
 
-  const int program_fd_;
+  const int network_;  // The program's.
   const bool has_v6_;
   int number_ = 0;  // Of the program's address.
 };

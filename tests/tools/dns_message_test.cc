@@ -13,7 +13,8 @@ const std::string kPacket =
     "\1A\7example\0\0\x01\0\x01"s;
 
 TEST(DnsMessageTest, AnswersWithTheAddressesOfTheType) {
-  const auto question = ReadQuestion(kPacket + "any extension");
+  const std::string packet = kPacket + "any extension";
+  const auto question = ReadQuestion(packet);
   ASSERT_TRUE(question);
   EXPECT_EQ(question->name, "a.example");
   EXPECT_EQ(question->type, kTypeA);

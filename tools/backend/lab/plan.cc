@@ -86,22 +86,36 @@ HostPlan ReadHost(const CheckedJson& member, const Answers& common_answers) {
   return host;
 }
 
+// What no second host may have.
+struct InUse {
+  std::set<std::string> names;
+  std::set<std::pair<Address, int>> listeners;
+};
+
+void Take(const HostPlan& host, const CheckedJson& member, InUse& in_use) {
+  for (const std::string& name : host.names) {
+    if (!in_use.names.insert(name).second) member.Refuse("the only one with the name " + name);
+  }
+  for (const Address& address : host.addresses) {
+    for (const auto& port : {host.http, host.https}) {
+      if (!port || in_use.listeners.emplace(address, *port).second) continue;
+      member.Get("addresses")
+          .Refuse("free: " + address.text() + " is in use on port " + std::to_string(*port));
+    }
+  }
+}
+
 std::vector<HostPlan> ReadHosts(const CheckedJson& file) {
   const auto answers = file.Find("answers");
   const Answers common_answers = answers ? Answers(*answers) : Answers();
   const CheckedJson members = file.Get("hosts");
   std::vector<HostPlan> hosts;
-  std::set<std::pair<Address, int>> listeners;
+  InUse in_use;
   for (const CheckedJson& member : members.Members()) {
     hosts.push_back(ReadHost(member, common_answers));
-    for (const Address& address : hosts.back().addresses) {
-      for (const auto& port : {hosts.back().http, hosts.back().https}) {
-        if (!port || listeners.emplace(address, *port).second) continue;
-        member.Get("addresses").Refuse("free: another host listens on " + address.text());
-      }
-    }
+    Take(hosts.back(), member, in_use);
   }
-  if (listeners.size() > kMostListeners) {
+  if (in_use.listeners.size() > kMostListeners) {
     members.Refuse("on " + std::to_string(kMostListeners) + " pairs of address and port at most");
   }
   return hosts;

@@ -11,8 +11,6 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/backend/client_socket.h"
-
 namespace tarvel_backend {
 
 namespace {
@@ -27,6 +25,15 @@ std::string AuthorityOf(const std::string& address, int port) {
   const bool is_v6 = address.find(':') != std::string::npos;
   return (is_v6 ? '[' + address + ']' : address) + ':' + std::to_string(port);
 }
+
+// The part of an EndedRequest that only the handler knows. A thread serves one request at a time,
+// from its handler to its line in the log. Requests that cpp-httplib refuses have no handler.
+struct Served {
+  std::optional<Clock::time_point> begin = {};
+  Fault fault = {};
+  std::string outcome = {};  // Empty: the status.
+};
+thread_local Served served;
 
 // Not SO_REUSEPORT too, which is the default here: two backends on one port would share its
 // connections.
@@ -46,9 +53,9 @@ std::optional<std::string> BodyFor(const httplib::Request& request, const Answer
 
 }  // namespace
 
-Backend::Backend(std::string answers_file, const Certificates* certificates,
-                 const std::string& address, int port)
-    : answers_file_(std::move(answers_file)),
+Backend::Backend(BackendOwner owner, const Certificates* certificates, const std::string& address,
+                 int port)
+    : owner_(std::move(owner)),
       certificates_(certificates),
       server_(certificates == nullptr
                   ? std::make_unique<httplib::Server>()
@@ -56,7 +63,11 @@ Backend::Backend(std::string answers_file, const Certificates* certificates,
                         [this](SSL_CTX& context) { return SetUpTLS(context); })) {
   ServeAllPaths();
   server_->new_task_queue = [] { return new httplib::ThreadPool(kConnections); };
-  server_->set_socket_options(ReuseAddress);
+  int listening = -1;
+  server_->set_socket_options([&listening](int fd) {
+    listening = fd;  // The last one is bound.
+    ReuseAddress(fd);
+  });
   server_->set_tcp_nodelay(true);
   const int bound = port == 0 ? server_->bind_to_any_port(address)
                               : (server_->bind_to_port(address, port) ? port : -1);
@@ -64,6 +75,7 @@ Backend::Backend(std::string answers_file, const Certificates* certificates,
     throw std::runtime_error("can't listen on " + AuthorityOf(address, port) + ": " +
                              std::generic_category().message(errno));
   }
+  own_ = OwnEnd(listening);
   url_ = (certificates == nullptr ? "http://" : "https://") + AuthorityOf(address, bound);
   listener_ = std::thread([this] {
     server_->listen_after_bind();
@@ -76,7 +88,10 @@ Backend::~Backend() {
   // cpp-httplib ignores a stop before it listens.
   while (!server_->is_running() && !ended_) std::this_thread::sleep_for(kPoll);
   server_->stop();
-  ShutDownConnections();
+  while (!ended_) {  // A last connection may be accepted meanwhile.
+    ShutDownConnections(own_);
+    std::this_thread::sleep_for(kPoll);
+  }
   listener_.join();
 }
 
@@ -94,7 +109,7 @@ int Backend::ChooseCertificate(SSL* ssl, void* backend) {
   const auto& self = *static_cast<Backend*>(backend);
   const char* const name = SSL_get_servername(ssl, TLSEXT_NAMETYPE_host_name);
   try {
-    const Answers answers = ReadAnswers(self.answers_file_);
+    const Answers answers = self.owner_.get_answers();
     const bool is_wrong = answers.HasWrongCertificate(name == nullptr ? "" : name);
     const Certificate& shown = is_wrong ? self.certificates_->wrong : self.certificates_->right;
     const bool is_set = SSL_use_certificate(ssl, shown.x509.get()) == 1 &&
@@ -108,8 +123,7 @@ int Backend::ChooseCertificate(SSL* ssl, void* backend) {
 
 void Backend::ServeAllPaths() {
   const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
-    std::printf("%s %s %s\n", url_.c_str(), request.method.c_str(), request.target.c_str());
-    std::fflush(stdout);
+    served = {Clock::now()};
     try {
       Answer(request, response);
     } catch (const std::exception& error) {
@@ -121,16 +135,36 @@ void Backend::ServeAllPaths() {
   server_->Post(".*", answer);
   server_->Put(".*", answer);
   server_->Delete(".*", answer);
+  server_->set_logger([this](const httplib::Request& request, const httplib::Response& response) {
+    LogRequest(request, response);
+  });
+}
+
+void Backend::LogRequest(const httplib::Request& request, const httplib::Response& response) const {
+  const auto [begin, fault, outcome] = std::exchange(served, {});
+  const auto now = Clock::now();
+  owner_.log_request(
+      {request.remote_addr, request.method, request.target,
+       outcome.empty() ? std::to_string(response.status) : outcome, fault,
+       std::chrono::duration_cast<std::chrono::milliseconds>(now - begin.value_or(now))});
 }
 
 void Backend::Answer(const httplib::Request& request, httplib::Response& response) const {
-  const Answers answers = ReadAnswers(answers_file_);
+  const Answers answers = owner_.get_answers();
   const Fault fault = answers.FaultOf(request.path);
+  served.fault = fault;
   const int connection = FindConnection({request.local_addr, request.local_port},
                                         {request.remote_addr, request.remote_port});
   Wait(connection, Clock::now() + fault.delay);
-  if (fault.hang) Wait(connection, Clock::time_point::max());
-  if (fault.reset) ResetConnection(connection);
+  if (connection < 0 || HasPeerLeft(connection)) {
+    served.outcome = "cut";
+  } else if (fault.hang) {
+    Wait(connection, Clock::time_point::max());
+    served.outcome = "hung";
+  } else if (fault.reset) {
+    ResetConnection(connection);
+    served.outcome = "reset";
+  }
 
   std::optional<std::string> body = BodyFor(request, answers);
   if (!body) response.status = kNotFound;

@@ -5,7 +5,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
-#include <cstdio>
+#include <fstream>
 #include <stdexcept>
 
 namespace tarvel_backend {
@@ -75,11 +75,21 @@ Certificate Sign(const std::string& common_name, EVP_PKEY* key, int extension,
   return made;
 }
 
+std::string ToPem(const Certificate& certificate) {
+  const std::unique_ptr<BIO, decltype(&BIO_free)> memory(BIO_new(BIO_s_mem()), BIO_free);
+  char* text = nullptr;
+  if (memory == nullptr || PEM_write_bio_X509(memory.get(), certificate.x509.get()) != 1) {
+    throw std::runtime_error("no memory for a certificate");
+  }
+  const long size = BIO_get_mem_data(memory.get(), &text);
+  return std::string(text, static_cast<std::size_t>(size));
+}
+
 void WriteCertificate(const Certificate& certificate, const std::string& path) {
-  std::FILE* const file = std::fopen(path.c_str(), "we");
-  const bool written = file != nullptr && PEM_write_X509(file, certificate.x509.get()) == 1;
-  const bool closed = file != nullptr && std::fclose(file) == 0;
-  if (!written || !closed) throw std::runtime_error("can't write the certificate to " + path);
+  std::ofstream file(path);
+  if (!(file << ToPem(certificate)) || !file.flush()) {
+    throw std::runtime_error("can't write the certificate to " + path);
+  }
 }
 
 }  // namespace tarvel_backend

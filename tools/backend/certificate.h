@@ -27,6 +27,9 @@ Certificate Sign(const std::string& common_name, EVP_PKEY* key, int extension,
 // Returns the value of the extension NID_subject_alt_name. Throws as MakeCertificate.
 std::string AlternativeNames(const std::vector<std::string>& names);
 
+// Returns the certificate without its key.
+std::string ToPem(const Certificate& certificate);
+
 // Writes the certificate without its key, in PEM. Throws when the file can't be written.
 void WriteCertificate(const Certificate& certificate, const std::string& path);
 

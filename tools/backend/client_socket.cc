@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 
 namespace tarvel_backend {
@@ -46,6 +47,13 @@ std::optional<Endpoint> EndOf(int fd, Name get_name) {
   return Endpoint{host, std::atoi(port)};
 }
 
+// Returns whether the socket is the listener, or a connection that it has accepted.
+bool BelongsTo(const Endpoint& listener, int fd) {
+  const auto own = IsStreamSocket(fd) ? EndOf(fd, getsockname) : std::nullopt;
+  const bool accepts_all = listener.address == "0.0.0.0" || listener.address == "::";
+  return own && own->port == listener.port && (accepts_all || own->address == listener.address);
+}
+
 }  // namespace
 
 int FindConnection(const Endpoint& own, const Endpoint& peer) {
@@ -69,19 +77,25 @@ bool HasPeerLeft(int fd) {
   return poll(&state, 1, 0) == 1;
 }
 
-void ShutDownConnections() {
-  ForEachDescriptor([](int fd) {
-    if (IsStreamSocket(fd) && EndOf(fd, getpeername)) shutdown(fd, SHUT_RDWR);
+Endpoint OwnEnd(int fd) {
+  const auto end = EndOf(fd, getsockname);
+  if (!end) throw std::runtime_error("a socket has no address");
+  return *end;
+}
+
+void ShutDownConnections(const Endpoint& listener) {
+  ForEachDescriptor([&](int fd) {
+    if (BelongsTo(listener, fd) && EndOf(fd, getpeername)) shutdown(fd, SHUT_RDWR);
     return false;
   });
 }
 
-void SetSilence(bool silent) {
+void SetSilence(const Endpoint& listener, bool silent) {
   sock_filter drop_all[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
   const sock_fprog program{1, drop_all};
   const int unused = 0;
   ForEachDescriptor([&](int fd) {
-    if (!IsStreamSocket(fd)) return false;
+    if (!BelongsTo(listener, fd)) return false;
     if (silent) {
       setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
     } else {

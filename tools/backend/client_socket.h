@@ -22,12 +22,15 @@ void ResetConnection(int fd);
 // Returns whether the peer has closed its side.
 bool HasPeerLeft(int fd);
 
-// Shuts down all connections of this process.
-void ShutDownConnections();
+// Returns this process's end of a socket. Throws std::runtime_error when it has none.
+Endpoint OwnEnd(int fd);
 
-// With true, the kernel drops every packet for a TCP socket of this process: new connections fail
-// and open ones receive nothing. With false it delivers again. Accepted connections inherit the
-// setting of their listener.
-void SetSilence(bool silent);
+// Shuts down all connections that this process has accepted on the listener.
+void ShutDownConnections(const Endpoint& listener);
+
+// With true, the kernel drops every packet for the listener of this process and its connections:
+// new connections fail and open ones receive nothing. With false it delivers again. Accepted
+// connections inherit the setting of their listener.
+void SetSilence(const Endpoint& listener, bool silent);
 
 }  // namespace tarvel_backend

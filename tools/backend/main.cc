@@ -4,6 +4,8 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -17,6 +19,7 @@
 #include "tools/backend/backend.h"
 #include "tools/backend/certificate.h"
 #include "tools/backend/client_socket.h"
+#include "tools/backend/lab_command.h"
 
 namespace tarvel_backend {
 namespace {
@@ -60,6 +63,12 @@ sigset_t BlockSignals() {
   return signals;
 }
 
+void PrintRequest(const EndedRequest& request) {
+  const std::string time = ToClockText(std::chrono::system_clock::now());
+  std::printf("%s %s\n", time.c_str(), ToText(request).c_str());
+  std::fflush(stdout);
+}
+
 void Serve(const Options& options) {
   const sigset_t signals = BlockSignals();
   ReadAnswers(options.answers);  // Throws when the file is unusable.
@@ -70,10 +79,11 @@ void Serve(const Options& options) {
       WriteCertificate(certificates.right, options.certificate_file);
     }
   }
+  const BackendOwner owner{[&] { return ReadAnswers(options.answers); }, PrintRequest};
   std::vector<std::unique_ptr<Backend>> backends;
   const auto listen = [&](const std::string& authority, const Certificates* shown) {
     const auto at = ReadAuthority(authority).value();
-    backends.push_back(std::make_unique<Backend>(options.answers, shown, at.address, at.port));
+    backends.push_back(std::make_unique<Backend>(owner, shown, at.address, at.port));
     std::printf("listening on %s\n", backends.back()->url().c_str());
   };
   for (const std::string& authority : options.plain) listen(authority, nullptr);
@@ -81,10 +91,19 @@ void Serve(const Options& options) {
   std::fflush(stdout);
 
   for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != SIGINT && signal != SIGTERM;) {
-    SetSilence(signal == SIGUSR1);
+    for (const auto& backend : backends) backend->SetSilence(signal == SIGUSR1);
     std::puts(signal == SIGUSR1 ? "drops all packets" : "hears packets again");
     std::fflush(stdout);
   }
+}
+
+// Takes "--" and what follows it, the program of a lab, off the command line.
+std::vector<std::string> TakeProgram(int& argc, char** argv) {
+  char** const end = argv + argc;
+  char** const begin = std::find(argv, end, std::string_view("--"));
+  if (begin == end) return {};
+  argc = static_cast<int>(begin - argv);
+  return {begin + 1, end};
 }
 
 }  // namespace
@@ -92,6 +111,7 @@ void Serve(const Options& options) {
 
 int main(int argc, char** argv) {
   using namespace tarvel_backend;
+  const std::vector<std::string> program = TakeProgram(argc, argv);
   Options options;
   CLI::App app(
       "LBS and HTTPDNS servers for experiments. The answers file is read for each request.\n"
@@ -102,7 +122,7 @@ int main(int argc, char** argv) {
       "tarvel-backend");
   app.set_version_flag("--version", "tarvel-backend " TARVEL_VERSION_STRING,
                        "Print the version and exit");
-  app.add_option("answers", options.answers, "JSON file of answers and faults")->required();
+  app.add_option("answers", options.answers, "JSON file of answers and faults");
   app.add_option("--listen", options.plain,
                  "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
       ->allow_extra_args(false)
@@ -116,10 +136,19 @@ int main(int argc, char** argv) {
   app.add_option("--write-certificate", options.certificate_file,
                  "File to write the certificate to (PEM), for the trust store of clients")
       ->needs(tls);
+  LabCommand lab(app);
   try {
     app.parse(argc, argv);
+    if (lab.is_chosen()) return lab.Run(program);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kUsageError;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
+    return 1;
+  }
+  if (options.answers.empty() || !program.empty()) {
+    std::fputs("tarvel-backend: give an answers file, or lab and a program\n", stderr);
+    return kUsageError;
   }
   if (options.plain.empty() && options.tls.empty()) {
     std::fputs("tarvel-backend: nothing to listen on: give --listen or --tls-listen\n", stderr);

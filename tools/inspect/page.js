@@ -109,9 +109,10 @@ function start() {
     byId("written").textContent = `Written ${moment(first.inspected_at, first.utc_offset_s)}. `
       + "Times are those of the machine that wrote this page.";
   }
-  filters.addEventListener("input", () => { writeFragment(); show(); });
-  filters.addEventListener("reset", () => setTimeout(() => { writeFragment(); show(); }));
+  const showAnew = () => { writeFragment(); show(); };
+  filters.addEventListener("input", showAnew);
   filters.addEventListener("submit", (event) => event.preventDefault());
+  byId("all").addEventListener("click", () => { filters.reset(); showAnew(); });
   byId("more").addEventListener("click", () => buildMore());
   addEventListener("hashchange", () => { readFragment(); show(); });
   addEventListener("beforeprint", () => buildMore(Math.max(0, MOST_PRINTED - built)));

@@ -73,8 +73,8 @@ function caches(directory) {
   const stateOfHost = (host) => host.grade + (host.expires_at === null ? "" : `, ${lifetime(host.expires_at, directory)}`);
   return make("div", "caches",
     cacheTable("LBS answer", all.lbs_answer, directory, (answer) => [state(answer), ["name", answer.name],
-      ["description", answer.description], ["asked for by", answer.settings_url],
-      ["next URL", answer.next_url], ["backup URLs", answer.backup_urls], ["family", answer.family],
+      ["made by", answer.is_local ? "the client, no server has answered" : "a server"],
+      ["asked for by", answer.settings_url], ["next URL", answer.next_url], ["backup URLs", answer.backup_urls], ["family", answer.family],
       ["links", answer.links], ["default links", answer.default_links]]),
     cacheTable("HTTPDNS servers", all.httpdns_servers, directory,
       (servers) => [state(servers), ["host", servers.host], ["servers", servers.servers]]),

@@ -12,8 +12,8 @@ using Json = nlohmann::ordered_json;
 Json Moment(const std::optional<std::int64_t>& at) { return at ? Json(*at) : Json(nullptr); }
 Json MomentUnlessZero(std::int64_t at) { return at == 0 ? Json(nullptr) : Json(at); }
 
-// Returns how far local time is ahead of UTC then, in seconds. Readers elsewhere can so show the
-// times that stand in the log.
+// Returns how far local time is ahead of UTC then, in seconds. Readers in other
+// zones need it to show the times of the log.
 std::int64_t ZoneAt(std::int64_t ms_since_1970) {
   const auto seconds = static_cast<std::time_t>(ms_since_1970 / 1'000);
   std::tm local{};

@@ -129,7 +129,7 @@ class PageTest(unittest.TestCase):
             ["bar unfinished", 0, 100, 0, "… no end in the log"],
             ["bar failed", 0, 20, 0, "✗ failed, no code after 200 ms: Could not resolve host"],
             ["bar good", 40, 60, 0, "✓ good, 200 after 600 ms"],
-            ["bar dropped slow", 0, 100, 50, "– not waited for" "slow, head start over at 500 ms"],
+            ["bar dropped", 0, 100, 50, "– not waited for" "slow, head start over at 500 ms"],
             ["bar failed", 50, 20, 0, ("✗ failed, 503 after 200 ms: \\u202e\\u2028" + HOSTILE)[:60]],
             ["bar good", 70, 30, 0, "✓ good, 200 after 300 ms" "started when 1 had failed"],
             f"[3] {D}not started"])
@@ -148,7 +148,7 @@ class PageTest(unittest.TestCase):
             script.remove();
             done();""")
         self.assertEqual(self.browser.get("""[document.title.slice(0, 14), document.scripts.length,
-            document.images.length, performance.getEntriesByType('resource').length]"""), ["tarvel inspect", 3, 0, 0])
+            document.images.length, performance.getEntriesByType('resource').length]"""), ["tarvel inspect", 4, 0, 0])
 
     def test_filters_work_by_keyboard_and_fragment(self):
         page = self.open_page_of(OVERTAKEN + SECOND_TRY + UNFINISHED)

@@ -21,7 +21,7 @@ function(get_hash text result)
 endfunction()
 
 file(READ "${SOURCE}/page.html" page)
-foreach(part page.css page_elements.js page.js)
+foreach(part page.css page_elements.js page_timeline.js page.js)
   file(READ "${SOURCE}/${part}" text)
   get_hash("${text}" hash)
   string(REPLACE "{{${part} hash}}" "${hash}" page "${page}")

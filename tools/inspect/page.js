@@ -5,12 +5,16 @@ const BATCH = 60; // Items that are built at once, some screens full.
 const MOST_PRINTED = 1000;
 
 const byId = (id) => document.getElementById(id);
+const inEnglish = (number) => number.toLocaleString("en");
 const filters = byId("filters");
 
 function wordsToSearch(request) {
-  const walks = request.second_try ? [request.first_try, request.second_try] : [request.first_try];
-  const urls = walks.flatMap((walk) => [...walk.attempts.flatMap(({ url, host }) => [url, host]), ...walk.not_started]);
-  return [request.purpose, ...urls].join("\n").toLowerCase();
+  const words = [request.purpose];
+  for (const walk of [request.first_try, request.second_try]) {
+    for (const { url, host } of walk?.attempts ?? []) words.push(url, host);
+    for (const url of walk?.not_started ?? []) words.push(url);
+  }
+  return words.join("\n").toLowerCase();
 }
 
 function readReport() {
@@ -30,15 +34,16 @@ function readFilters() {
     from: at("from"), to: at("to") + 999, oldestFirst: order.value === "oldest" };
 }
 
-// Comparisons with NaN are false.
+// A filter without a time has NaN, with which every comparison is false.
 function matches({ request, life, words }, filter) {
   const start = request.start + life.utc_offset_s * 1000;
-  return (!filter.result || request.result === filter.result) && request.purpose.startsWith(filter.purpose)
-    && !(start < filter.from) && !(start > filter.to) && words.includes(filter.text);
+  return (!filter.result || request.result === filter.result)
+    && request.purpose.startsWith(filter.purpose) && words.includes(filter.text)
+    && !(start < filter.from) && !(start > filter.to);
 }
 
 const report = readReport();
-const total = report.flatMap(({ lives }) => lives).reduce((sum, { requests }) => sum + requests.length, 0);
+const total = report.flatMap(({ lives }) => lives.flatMap(({ requests }) => requests)).length;
 let items = []; // All that the filters want, each with the function that builds it.
 let built = 0;
 
@@ -46,7 +51,8 @@ function chooseItems(filter) {
   items = [];
   let count = 0;
   const inOrder = (all) => (filter.oldestFirst ? all : [...all].reverse());
-  const isFiltered = filter.text || filter.result || filter.purpose || filter.from || filter.to;
+  const { text, result, purpose, from, to } = filter;
+  const isFiltered = text || result || purpose || from || to;
   for (const { directory, lives } of report) {
     items.push({ build: directorySection, directory });
     for (const { life, requests } of inOrder(lives)) {
@@ -66,7 +72,7 @@ function buildMore(number = BATCH) {
   byId("list").append(...next.map((item) => item.build(item)));
   built += next.length;
   more.hidden = built === items.length;
-  more.textContent = `Show more (${(items.length - built).toLocaleString("en")} left)`;
+  more.textContent = `Show more (${inEnglish(items.length - built)} left)`;
   // Observed anew, the button reports once more if it is still near the screen.
   nearEnd.unobserve(more);
   nearEnd.observe(more);
@@ -74,7 +80,7 @@ function buildMore(number = BATCH) {
 
 function show() {
   const count = chooseItems(readFilters());
-  byId("count").textContent = `${count.toLocaleString("en")} of ${total.toLocaleString("en")} requests`;
+  byId("count").textContent = `${inEnglish(count)} of ${inEnglish(total)} requests`;
   byId("list").replaceChildren();
   built = 0;
   buildMore();

@@ -71,7 +71,8 @@ function cacheTable(caption, cache, directory, pairsOf) {
   const pairs = pairsOf(cache).filter(([, value]) => value.length > 0);
   const zone = directory.utc_offset_s;
   if (cache.written_at !== null) pairs.unshift(["written", moment(cache.written_at, zone)]);
-  if ("expires_at" in cache) pairs.unshift(["state", lifetime(cache.expires_at, directory)]);
+  const ages = "expires_at" in cache && !cache.is_local; // The client's own answer is always expired.
+  if (ages) pairs.unshift(["state", lifetime(cache.expires_at, directory)]);
   return table(caption, pairs);
 }
 

@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
 # The whole story of a client, told and checked: a dead LBS host, a broken name server, no server at
 # all, and a killed process. Installs what is missing, builds, and runs on loopback only.
-# Ends with 1 if something was not as told.
-# Usage: demo.sh [TARVEL BACKEND], the programs of a build that stands.
+# Ends with 1 if something was not as told. Leaves a page that shows all requests: in build/, or with
+# the programs of a finished build where it runs.
+# Usage: demo.sh [TARVEL BACKEND]
 set -euo pipefail
 
 if [ $# -eq 2 ]; then
-  tarvel=$(realpath "$1") backend=$(realpath "$2")
+  tarvel=$(realpath "$1") backend=$(realpath "$2") pages=$PWD
+  [ -w . ] || pages=${TMPDIR:-/tmp}
 else
   cd "$(dirname "$0")/.."
   scripts/setup.sh
   cmake --preset dev >/dev/null
   cmake --build --preset dev --target tarvel_cli tarvel_backend
   tarvel=$PWD/build/dev/tools/cli/tarvel backend=$PWD/build/dev/tools/backend/tarvel-backend
+  pages=$PWD/build
 fi
 
 work=$(mktemp -d)
@@ -112,6 +115,7 @@ say "start of 0.5 s, then the backup is asked beside it. After the three address
 say "the list is used up: then comes the default."
 run first_start 0 --data data --lbs "$first_url" --backup "$second_url" --no-httpdns \
   --link 192.0.2.1:8080 --take 4
+log=$(echo data/tarvel_comp/*/tarvel_comp.log)  # The other businesses have no log yet.
 expect '^ +0\.[0-9]+ s +link +192\.0\.2\.1:8080' first_start "an address within the first second"
 expect "tried +$second_url +200" first_start "the backup has answered"
 expect 'answer +fresh, "the demo"' first_start "the answer is fresh"
@@ -122,8 +126,8 @@ expect 'exit +all threads have ended' first_start "a clean exit"
 step "2. Every LBS URL fails: HTTPDNS, and a second try on IP addresses over TLS"
 say "No name server knows lbs.demo.test. HTTPDNS says 127.0.0.2, which is dead, and 127.0.0.3. The"
 say "certificate is checked against the name, not the address."
-run second_try 0 --lbs "https://lbs.demo.test:$https/lbs/conf.jsp" --httpdns-cache servers.data \
-  --trust trusted.pem --take 1
+run second_try 0 --data data --business second_try --lbs "https://lbs.demo.test:$https/lbs/conf.jsp" \
+  --httpdns-cache servers.data --trust trusted.pem --take 1
 expect "tried +https://lbs.demo.test:$https/lbs/conf.jsp +0" second_try "the URL by name has failed"
 expect 'domain=lbs.demo.test' second.log "HTTPDNS was asked for the name"
 expect "tried +https://127.0.0.3:$https/lbs/conf.jsp +200" second_try "the second try has brought it"
@@ -133,7 +137,8 @@ step "3. A server that fails: an exception record, with its correction"
 say "127.0.0.2 is back, but its LBS answers 503."
 kill -USR2 "$first"
 answer first '"/lbs/conf.jsp": {"status": 503}'
-run failure 0 --lbs "$first_url" --backup "$second_url" --no-httpdns --take 1
+run failure 0 --data data --business failure --lbs "$first_url" --backup "$second_url" \
+  --no-httpdns --take 1
 expect "exception +$first_url +503 .* corrected by $second_url" failure \
   "the record tells which URL has failed and which one saved the request"
 
@@ -148,7 +153,6 @@ step "5. kill -9: nothing that was logged is lost"
 in_background killed "$tarvel" run --token demo --data data --lbs "$first_url" --no-httpdns --follow
 victim=$pid
 until grep -q link killed; do sleep 0.05; done
-log=$(echo data/tarvel_comp/*/tarvel_comp.log)
 lines_before=$(grep -c " $victim-" "$log" || true)
 kill -9 "$victim"
 say "The process is dead. Its last lines are in a mapped file; the next start moves them to the log."
@@ -157,5 +161,9 @@ lines_after=$(grep -c " $victim-" "$log" || true)
 say "lines of the killed process in the log: $lines_before before, $lines_after after"
 [ "$lines_after" -gt "$lines_before" ] || fail "the lines of the killed process are in the log"
 grep " $victim-" "$log" | tail -2 | cut -c 1-110 | sed 's/^/    /'
+
+page=$pages/tarvel-demo.html
+"$tarvel" inspect data --html "$page" >page.log
+expect '^wrote' page.log "a page shows all requests of these steps: $page"
 
 printf '\nAll as told, after %s s.\n' "$SECONDS"

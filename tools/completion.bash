@@ -4,7 +4,7 @@ _tarvel_complete() {
   local command=$1 word=$2 previous=$3 subcommand=() help words
   COMPREPLY=()
   case $previous in
-    --httpdns-cache | --trust | --write-certificate) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
+    --html | --httpdns-cache | --trust | --write-certificate) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     --data | --log-dir) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
     --family) mapfile -t COMPREPLY < <(compgen -W "any 4 6" -- "$word"); return ;;
   esac

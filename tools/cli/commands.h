@@ -57,6 +57,7 @@ struct InspectOptions {
   std::string log_dir;  // Empty unless the log is elsewhere.
   tarvel_inspect::Filter filter;
   bool json = false;
+  std::string html;  // File for the page; empty for none.
 };
 
 // Prints what a client has left in its directory.

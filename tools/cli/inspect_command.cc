@@ -1,13 +1,33 @@
+#include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "base/file/whole_file.h"
 #include "base/process/clock.h"
 #include "tools/cli/commands.h"
+#include "tools/inspect/page.h"
 #include "tools/inspect/report.h"
 
 namespace tarvel_cli {
+namespace {
+
+void WritePage(const std::vector<tarvel_inspect::Report>& reports, const std::string& file) {
+  // A rename would put the page in the place of a device.
+  std::error_code ignored;
+  const auto status = std::filesystem::symlink_status(file, ignored);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    throw std::runtime_error("can't write " + file + ": it is no regular file");
+  }
+  if (!zo_base::ReplaceWholeFile(file, tarvel_inspect::ToPage(reports))) {
+    throw std::system_error(errno, std::generic_category(), "can't write " + file);
+  }
+}
+
+}  // namespace
 
 int Inspect(const InspectOptions& options) {
   const auto directories = tarvel_inspect::ClientDirectories(options.directory);
@@ -20,8 +40,13 @@ int Inspect(const InspectOptions& options) {
     reports.push_back(tarvel_inspect::Inspect(directory, options.log_dir, options.filter,
                                               zo_base::WallClockMilliseconds()));
   }
+  if (!options.html.empty()) WritePage(reports, options.html);
   if (options.json) {
     std::printf("%s\n", tarvel_inspect::ToJson(reports).dump(2).c_str());
+    return kDone;
+  }
+  if (!options.html.empty()) {
+    std::printf("wrote %s\n", options.html.c_str());
     return kDone;
   }
   for (const auto& report : reports) std::fputs(tarvel_inspect::ToText(report).c_str(), stdout);

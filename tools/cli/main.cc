@@ -145,6 +145,8 @@ int Main(int argc, char** argv) {
       ->check(CLI::ExistingDirectory);
   inspect_command->add_flag("--json", inspect.json,
                             "Print one JSON document; docs/inspect.md has its form");
+  inspect_command->add_option("--html", inspect.html,
+                              "Write one page with a timeline of each request to this file");
   inspect_command
       ->add_option("--log-dir", inspect.log_dir, "Directory of the log, when it is another")
       ->check(CLI::ExistingDirectory);

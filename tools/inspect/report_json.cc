@@ -1,3 +1,4 @@
+#include <ctime>
 #include <utility>
 
 #include "tools/inspect/log_records.h"
@@ -10,6 +11,14 @@ using Json = nlohmann::ordered_json;
 
 Json Moment(const std::optional<std::int64_t>& at) { return at ? Json(*at) : Json(nullptr); }
 Json MomentUnlessZero(std::int64_t at) { return at == 0 ? Json(nullptr) : Json(at); }
+
+// Returns how far local time is ahead of UTC then, in seconds. Readers in other
+// zones need it to show the times of the log.
+std::int64_t ZoneAt(std::int64_t ms_since_1970) {
+  const auto seconds = static_cast<std::time_t>(ms_since_1970 / 1'000);
+  std::tm local{};
+  return localtime_r(&seconds, &local) != nullptr ? local.tm_gmtoff : 0;
+}
 
 const char* NameOf(CacheState state) {
   switch (state) {
@@ -138,6 +147,7 @@ Json ToJson(const Life& life) {
   return {{"process", life.process},
           {"start", life.start},
           {"end", life.end},
+          {"utc_offset_s", ZoneAt(life.start)},
           {"has_start", life.has_start},
           {"has_exit", life.has_exit},
           {"runs", life.runs},
@@ -171,9 +181,13 @@ nlohmann::ordered_json ToJson(const std::vector<Report>& reports) {
   for (const Report& report : reports) {
     Json lives = Json::array();
     for (const Life& life : report.lives) lives.push_back(ToJson(life));
-    Json directory = {{"path", report.directory},      {"inspected_at", report.inspected_at},
-                      {"log_bytes", report.log_bytes}, {"companion_bytes", report.companion_bytes},
-                      {"problems", report.problems},   {"caches", ToJson(report.caches)},
+    Json directory = {{"path", report.directory},
+                      {"inspected_at", report.inspected_at},
+                      {"utc_offset_s", ZoneAt(report.inspected_at)},
+                      {"log_bytes", report.log_bytes},
+                      {"companion_bytes", report.companion_bytes},
+                      {"problems", report.problems},
+                      {"caches", ToJson(report.caches)},
                       {"lives", std::move(lives)}};
     directory["verdict"] = report.verdict ? ToJson(*report.verdict) : Json(nullptr);
     directories.push_back(std::move(directory));

@@ -5,16 +5,20 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 readme=$PWD/README.md packages=$PWD/build/package/packages
 names=(libtarvel0.1 libtarvel-dev libtarvel0.1-verify libtarvel-verify-dev tarvel-tools)
-if dpkg-query -W "${names[@]}" 2>/dev/null | grep .; then
-  echo "Packages of tarvel are installed already, and this check would remove them."
-  exit 1
-fi
+installed() {
+  dpkg-query -W -f='${db:Status-Status} ${Package}\n' "$@" 2>/dev/null | sed -n 's/^installed //p' || :
+}
+stop() { echo "$1" >&2; exit 1; }
+[ "$(id -u)" -eq 0 ] || stop "Only root can install packages."
+ls "$packages"/*.deb >/dev/null || stop "scripts/package.sh makes the packages."
+[ -z "$(installed "${names[@]}")" ] || stop "Packages of tarvel are installed, and this check would remove them."
 
 work=$(mktemp -d)
 clean_up() {
   kill "${backend:-}" 2>/dev/null || :
-  dpkg --purge "${names[@]}" >/dev/null 2>&1
-  rm -rf "$work"
+  cd / && rm -rf "$work"
+  apt-get purge -y -qq -o DPkg::Lock::Timeout=60 "${names[@]}" </dev/null >/dev/null ||
+    echo "Not all packages were removed: ${names[*]}"
 }
 trap clean_up EXIT
 cd "$work"
@@ -65,6 +69,6 @@ expect --tls-listen complete tarvel-backend --t
 # The library that verifies every server takes the place of the other, below the same program.
 rm -r data
 apt_install "$packages"/*-verify*.deb
-dpkg-query -W -f='${db:Status-Status}\n' libtarvel0.1 libtarvel-dev 2>/dev/null | grep -x installed && exit 1
+[ -z "$(installed libtarvel0.1 libtarvel-dev)" ] || stop "The first library is still installed."
 expect "no answer" ./my_client "$url"
 expect ON pkg-config --variable=tarvel_VERIFIES_TLS tarvel

@@ -9,7 +9,7 @@ date=$(sed -n 's/^## [0-9.]* - //p;T;q' "$source/CHANGELOG.md")  # Of the latest
 version=$("$tarvel" --version | cut -d' ' -f2)
 
 # Links lead nowhere in a manual page. Its own page has no title of the markdown.
-prose() { sed -E '/^# /d; s/^#(#+) /\1 /; s/\[([^]]*)\]\([^)]*\)/\1/g' "$@"; }
+prose() { sed -E '/^# /d; /^!\[/d; s/^#(#+) /\1 /; s/\[([^]]*)\]\([^)]*\)/\1/g' "$@"; }
 code() { printf '\n```\n%s\n```\n' "$(cat)"; }
 section() { printf '\n# %s\n\n' "$1"; }
 
@@ -33,9 +33,11 @@ page() {  # NAME SECTION ONE_LINE: from the markdown of standard input.
 
 {
   section SYNOPSIS
-  printf '`tarvel-backend` *answers* [*option*]...\n'
+  printf '`tarvel-backend` *answers* `--listen`|`--tls-listen` *ADDRESS:PORT* [*option*]...\n'
   section DESCRIPTION
   prose "$source/docs/backend.md"
+  section "THE FAULT LAB"
+  prose "$source/docs/lab.md"
   section OPTIONS
   "$backend" --help | sed '1,/^Options/d' | code
   section "SEE ALSO"

@@ -87,7 +87,7 @@ TEST_F(LabTest, ClientSurvivesDroppedPacketsAndAChangedNetwork) {
   lab.AwaitOutput(good);
   lab.AwaitOutput(good);  // The first one may have begun before the change.
   lab.Signal(SIGTERM);
-  EXPECT_EQ(lab.Wait(), 0);
+  EXPECT_EQ(WEXITSTATUS(lab.Wait()), 128 + SIGTERM);
   const std::string report = lab.output().substr(lab.output().find("seconds  who"));
   EXPECT_TRUE(Has(report, "lbs1.example     drops packets")) << report;
   EXPECT_FALSE(Has(report, "lbs1.example     198.18.0.")) << report;

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The whole story of a client, told and checked: a dead LBS host, a broken name server, no server at
 # all, and a killed process. Installs what is missing, builds, and runs on loopback only.
-# Ends with 1 if something was not as told. Leaves a page that shows all requests: in build/, or with
-# the programs of a finished build where it runs.
+# Ends with 1 if something was not as told. Leaves tarvel-demo.html, a page of all requests: in build/,
+# or in the current folder when the programs of a finished build are given.
 # Usage: demo.sh [TARVEL BACKEND]
 set -euo pipefail
 

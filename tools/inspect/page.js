@@ -115,7 +115,7 @@ function start() {
     byId("written").textContent = `Written ${moment(first.inspected_at, first.utc_offset_s)}. `
       + "Times are those of the machine that wrote this page.";
   }
-  const showAnew = () => { writeFragment(); show(); };
+  const showAnew = () => { show(); writeFragment(); };
   filters.addEventListener("input", showAnew);
   filters.addEventListener("submit", (event) => event.preventDefault());
   byId("all").addEventListener("click", () => { filters.reset(); showAnew(); });

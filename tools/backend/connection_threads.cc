@@ -10,7 +10,7 @@ namespace tarvel_backend {
 
 namespace {
 
-// A wait has an end. Then a thread looks for a connection, and waits again.
+// The condition needs a limit; the thread then waits again.
 constexpr std::int64_t kLongestWait = 60 * zo_base::kMillisecondsPerSecond;
 
 }  // namespace

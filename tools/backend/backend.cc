@@ -11,6 +11,8 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/backend/connection_threads.h"
+
 namespace tarvel_backend {
 
 namespace {
@@ -62,7 +64,7 @@ Backend::Backend(BackendOwner owner, const Certificates* certificates, const std
                   : std::make_unique<httplib::SSLServer>(
                         [this](SSL_CTX& context) { return SetUpTLS(context); })) {
   ServeAllPaths();
-  server_->new_task_queue = [] { return new httplib::ThreadPool(kConnections); };
+  server_->new_task_queue = [] { return new ConnectionThreads(kConnections); };
   int listening = -1;
   server_->set_socket_options([&listening](int fd) {
     listening = fd;  // The last one is bound.

@@ -36,8 +36,8 @@ struct BackendOwner {
 
 // One listener, for HTTP, or for HTTPS when it has certificates.
 //
-// Threads: created and destroyed on the owner's; accepts on a thread of its own and serves on a
-// pool of kConnections. Ownership: `certificates` outlives it.
+// Threads: created and destroyed on the owner's; accepts on a thread of its own and serves on up
+// to kConnections more. Ownership: `certificates` outlives it.
 class Backend {
  public:
   // How many connections are served at a time, idle and hanging ones included. Others wait.

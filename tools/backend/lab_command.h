@@ -8,7 +8,7 @@ namespace tarvel_backend {
 
 // `tarvel-backend lab FILE -- PROGRAM`, see docs/lab.md.
 //
-// Threads: the main one. Ownership: the options' values are in here, so it outlives `app`'s use.
+// Threads: the main one. Ownership: owns the values of its options, so it outlives the parsing.
 class LabCommand {
  public:
   // Adds the subcommand.

@@ -17,7 +17,7 @@ class Address {
   const std::string& bytes() const { return bytes_; }  // In network order.
   // "192.0.2.1/32".
   std::string AsNetwork() const { return text_ + (is_v4_ ? "/32" : "/128"); }
-  // Returns whether a host on the Internet may have it, other than those of the lab's programs.
+  // Returns whether a host of a lab may have it: it is no special one, and none of the program's.
   bool IsForHosts() const;
 
   bool operator<(const Address& other) const { return text_ < other.text_; }

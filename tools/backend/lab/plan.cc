@@ -15,7 +15,7 @@ namespace {
 
 constexpr char kDefaultNameServer[] = "192.0.2.53";
 constexpr std::size_t kMostAddresses = 8;   // An answer with more doesn't fit into a DNS packet.
-constexpr std::size_t kMostListeners = 32;  // Each has as many threads as connections.
+constexpr std::size_t kMostListeners = 32;  // Each may have 64 threads.
 constexpr int kHighestPort = 65'535;
 constexpr int kHttpPort = 80;
 constexpr int kHttpsPort = 443;

@@ -22,9 +22,8 @@ constexpr char kCoveredDirectory[] = "/tmp";
 constexpr char kHowToPermit[] =
     "A private network needs root or user namespaces. The system's administrator permits them with "
     "sysctl: user.max_user_namespaces above 0, kernel.unprivileged_userns_clone=1 (Debian), "
-    "kernel.apparmor_restrict_unprivileged_userns=0 (Ubuntu). A container permits them with "
-    "CAP_SYS_ADMIN (docker run --cap-add SYS_ADMIN --security-opt apparmor=unconfined). The kernel "
-    "refuses";
+    "kernel.apparmor_restrict_unprivileged_userns=0 (Ubuntu). Root of a container needs "
+    "CAP_SYS_ADMIN and CAP_NET_ADMIN. The kernel refuses";
 
 void WriteFile(const std::string& path, const std::string& contents) {
   std::ofstream file(path);
@@ -48,7 +47,7 @@ void StartLoopback() {
   request.ifr_flags = IFF_UP;
   const bool started = any >= 0 && ioctl(any, SIOCSIFFLAGS, &request) == 0;
   if (any >= 0) close(any);
-  if (!started) ThrowSystemError("the loopback of the private network does not start");
+  if (!started) ThrowSystemError(kHowToPermit);
 }
 
 // The files live in memory, so a full disk does no harm, and nothing stays when the last process

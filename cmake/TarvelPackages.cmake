@@ -48,6 +48,7 @@ and documents.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME tarvel-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS iproute2)  # For the lab.
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package has a command-line client, and LBS and HTTPDNS servers that
 fail on request.")
 

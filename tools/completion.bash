@@ -4,11 +4,13 @@ _tarvel_complete() {
   local command=$1 word=$2 previous=$3 subcommand=() help words
   COMPREPLY=()
   case $previous in
-    --html | --httpdns-cache | --trust | --write-certificate) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
-    --data | --log-dir) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+    --html | --httpdns-cache | --report | --trust | --write-certificate) compopt -o default; return ;;
+    --data | --log-dir) compopt -o dirnames; return ;;
     --family) mapfile -t COMPREPLY < <(compgen -W "any 4 6" -- "$word"); return ;;
   esac
-  if [[ ${command##*/} = tarvel && $COMP_CWORD -gt 1 ]]; then subcommand=("${COMP_WORDS[1]}"); fi
+  case ${command##*/}/${COMP_WORDS[1]} in
+    tarvel/[a-z]* | tarvel-backend/lab) [[ $COMP_CWORD -gt 1 ]] && subcommand=("${COMP_WORDS[1]}") ;;
+  esac
   help=$("$command" "${subcommand[@]}" --help 2>/dev/null) || return 0
   case $word in
     -*) words=$(sed -nE 's/^  (-h,)?(--[a-z-]+).*/\2/p' <<<"$help") ;;

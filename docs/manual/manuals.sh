@@ -33,7 +33,8 @@ page() {  # NAME SECTION ONE_LINE: from the markdown of standard input.
 
 {
   section SYNOPSIS
-  printf '`tarvel-backend` *answers* `--listen`|`--tls-listen` *ADDRESS:PORT* [*option*]...\n'
+  printf '`tarvel-backend` *answers* `--listen`|`--tls-listen` *ADDRESS:PORT* [*option*]...\n\n'
+  printf '`tarvel-backend` `lab` *file* [`--report` *file*] `--` *program* [*argument*]...\n'
   section DESCRIPTION
   prose "$source/docs/backend.md"
   section "THE FAULT LAB"

@@ -44,6 +44,7 @@ tarvel::Settings ClientSettings(const ClientOptions& options) {
   settings.default_link_ipv6 = options.default_link_ipv6;
   settings.lbs_host = options.lbs_host;
   settings.prefer_ip_addresses = options.prefer_ip_addresses;
+  settings.ask_without_network = !options.only_with_network;
   settings.family = static_cast<tarvel::Family>(FamilyOf(options));
   settings.request_timeout = std::chrono::milliseconds(options.timeout_ms);
   settings.head_start = std::chrono::milliseconds(options.next_after_ms);

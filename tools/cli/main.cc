@@ -85,6 +85,8 @@ void AddLBSOptions(CLI::App& command, ClientOptions& options) {
                      "The servers' number of the client type");
   command.add_option("--account", options.account_id, "Id of the account, sent with each update");
   command.add_flag("--prefer-ip", options.prefer_ip_addresses, "Start with URLs on IP addresses");
+  command.add_flag("--only-with-network", options.only_with_network,
+                   "Send nothing while the system says that there is no network");
   command.add_flag("--show-log", options.show_log,
                    "Print the library's log instead of writing it to a file");
   command.add_flag("--no-httpdns", options.no_httpdns, "Don't resolve names over HTTPDNS");

@@ -12,18 +12,7 @@ constexpr std::size_t kLongestText = 2'000;  // The longest LBS request has fewe
 
 }  // namespace
 
-std::string Printable(const std::string& text) {
-  std::string printable;
-  for (const char c : text) {
-    if (printable.size() >= kLongestText) return printable + "...";
-    if (c >= ' ' && c <= '~') {
-      printable += c;
-    } else {
-      printable += zo_base::StringFormat("\\x%02x", static_cast<unsigned char>(c));
-    }
-  }
-  return printable;
-}
+std::string Printable(const std::string& text) { return zo_base::Printable(text, kLongestText); }
 
 std::string ToClockText(std::chrono::system_clock::time_point time) {
   const std::time_t second = std::chrono::system_clock::to_time_t(time);

@@ -27,8 +27,8 @@ struct ClientOptions {
   std::string account_id;
   bool prefer_ip_addresses = false;
   bool only_with_network = false;  // Send nothing while the network looks unavailable.
-  int timeout_ms = 7'000;     // Of one URL.
-  int next_after_ms = 2'000;  // Until the next URL starts in parallel to a slow one.
+  int timeout_ms = 7'000;          // Of one URL.
+  int next_after_ms = 2'000;       // Until the next URL starts in parallel to a slow one.
   bool no_httpdns = false;
   std::string httpdns_cache;  // File of servers; empty for the library's defaults.
   std::string trust_store;    // PEM file; empty for the system's.

@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# A client on a machine that has little. It gets link addresses and an answer, or says what it lacks,
+# and ends. Usage: small_machine_test.sh EXAMPLE_LINK_ADDRESS LIBRARY BACKEND
+set -euo pipefail
+work=$(mktemp -d)
+chmod 755 "$work"
+cp "$1" "$work/client"  # Another user may not be able to enter the folders above the build.
+cp "$2" "$work/$(basename "$2" | cut -d. -f1-4)"
+memory=/sys/fs/cgroup/memory/tarvel-$$
+clean_up() {
+  kill "${backend:-}" 2>/dev/null || :
+  umount "$work/full" 2>/dev/null || :
+  rmdir "$memory" 2>/dev/null || :
+  rm -rf "$work"
+}
+trap clean_up EXIT
+
+cat >"$work/answers.json" <<'END_OF_ANSWERS'
+{"lbs": {"common": {"lbs": "https://localhost/lbs/conf.jsp", "link": ["192.0.2.11:8080"],
+                    "link.default": ["192.0.2.99:8080"], "ttl": 3600}}}
+END_OF_ANSWERS
+"$3" "$work/answers.json" --tls-listen 127.0.0.1:0 >"$work/backend.log" &
+backend=$!
+until grep -q listening "$work/backend.log"; do kill -0 $backend; sleep 0.05; done
+url=$(sed -n 's|^listening on https://127.0.0.1:\([0-9]*\).*|https://localhost:\1/lbs/conf.jsp|p' "$work/backend.log")
+
+client() {  # DIRECTORY WRAPPER...: runs the client, by a command that takes something from it.
+  LD_LIBRARY_PATH=$work timeout 60 "${@:2}" "$work/client" "$1" "$url" >"$work/output" 2>&1
+}
+expect() {  # WHAT TEXT, in the output.
+  echo "$1: $2"
+  grep -qF -- "$2" "$work/output" || { cat "$work/output"; exit 1; }
+}
+in_cgroup() { (echo "$BASHPID" >"$memory/cgroup.procs" && exec "$@"); }
+
+client "$work/files" prlimit --nofile=64
+expect "64 descriptors" "a server has answered"
+client "$work/space" prlimit --as=$((64 << 20)) || :  # The system may refuse it a thread.
+expect "64 MiB of addresses" "at once: link.example:8080"
+if mkdir "$memory" 2>/dev/null && echo $((64 << 20)) >"$memory/memory.limit_in_bytes"; then
+  export -f in_cgroup
+  export memory
+  # shellcheck disable=SC2016  # For the inner shell.
+  client "$work/memory" bash -c 'in_cgroup "$@"' _
+  expect "64 MiB of memory" "link to 192.0.2.11:8080"
+else
+  echo "64 MiB of memory: left out, since there is no control group to make"
+fi
+if [ "$(id -u)" -ne 0 ]; then
+  echo "The rest is left out: only root can become another user, or mount a disk."
+  exit 0
+fi
+
+as_other=(setpriv --reuid 61234 --regid 61234 --clear-groups)  # Root has no limits of this kind.
+mkdir -m 777 "$work/threads"
+client "$work/threads" "${as_other[@]}" prlimit --nproc=32
+expect "32 threads" "a server has answered"
+mkdir -m 777 "$work/few"
+client "$work/few" "${as_other[@]}" prlimit --nproc=3
+expect "3 threads" "no server has answered"
+expect "3 threads" "link to link.example:8080"
+mkdir -m 555 "$work/read-only"
+if client "$work/read-only" "${as_other[@]}"; then exit 1; fi
+expect "read-only directory" "directory"
+mkdir "$work/full"
+if mount -t tmpfs -o size=64k tmpfs "$work/full" 2>/dev/null; then
+  mkdir "$work/full/client"
+  head -c 65536 /dev/zero >"$work/full/rest" 2>/dev/null || :
+  client "$work/full/client" env
+  expect "full disk" "link to 192.0.2.11:8080"
+fi

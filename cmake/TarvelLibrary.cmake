@@ -28,6 +28,7 @@ set_target_properties(tarvel PROPERTIES
   SOVERSION ${soversion}
   LINK_DEPENDS "${TARVEL_EXPORTS}")
 target_compile_features(tarvel INTERFACE cxx_std_17)
+target_compile_definitions(tarvel INTERFACE $<$<BOOL:${TARVEL_USES_LIBCXX}>:TARVEL_STDLIB_LIBCXX>)
 target_include_directories(tarvel INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

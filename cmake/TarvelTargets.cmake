@@ -34,6 +34,13 @@ if(TARVEL_COVERAGE)
   target_link_options(tarvel_options INTERFACE --coverage)
 endif()
 
+# The header refuses a client with another standard library than the library's.
+include(CheckCXXSymbolExists)
+check_cxx_symbol_exists(_LIBCPP_VERSION version TARVEL_USES_LIBCXX)
+if(TARVEL_USES_LIBCXX)
+  target_compile_definitions(tarvel_options INTERFACE TARVEL_STDLIB_LIBCXX)
+endif()
+
 # A Release build is made for size, since an app ships the library: link-time optimisation drops what
 # nobody calls, and relative relocations take a tenth of the room. The objects also hold plain code,
 # which the tests and benchmarks link.

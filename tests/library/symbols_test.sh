@@ -10,6 +10,7 @@ expected="T zo_tarvel::ExitTarvelEnvironment(int)
 T zo_tarvel::GetTarvelObject(int)
 T zo_tarvel::SetExceptionDataReporter(void (* const&)(zo_tarvel::TarvelExceptionData const&))
 T zo_tarvel::StartTarvelEnvironment(zo_tarvel::_ZOTarvelEnvironmentSettings const&)
-T zo_tarvel::TarvelExceptionDataToJsonString[abi:cxx11](zo_tarvel::TarvelExceptionData const&)"
-shown=$(nm -DC --defined-only "$stripped" | cut -d' ' -f2- | LC_ALL=C sort)
+T zo_tarvel::TarvelExceptionDataToJsonString(zo_tarvel::TarvelExceptionData const&)"
+# libstdc++ marks what returns its new strings.
+shown=$(nm -DC --defined-only "$stripped" | cut -d' ' -f2- | sed 's/\[abi:cxx11\]//' | LC_ALL=C sort)
 diff <(echo "$expected") <(echo "$shown")

@@ -11,7 +11,7 @@ double ReadDouble(std::string_view text) {
   double value = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   if (result.ec == std::errc()) return value;
-  // Out of range: strtod() says on which side.
+    // Out of range: strtod() says on which side.
 #endif
   static const locale_t locale = newlocale(LC_NUMERIC_MASK, "C", nullptr);  // Freed by nobody.
   return strtod_l(std::string(text).c_str(), nullptr, locale);

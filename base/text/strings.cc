@@ -115,6 +115,11 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b) {
   return std::ranges::equal(a, b, {}, LowerOf, LowerOf);
 }
 
+bool IsOneWord(std::string_view text) {
+  return std::ranges::all_of(
+      text, [](char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f'; });
+}
+
 std::string_view Trim(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   const auto begin = text.find_first_not_of(kBlanks);

@@ -40,6 +40,10 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // Without the blanks, tabs and line ends around it.
 std::string_view Trim(std::string_view text);
 
+// Whether the text has no blank and no control byte. One that comes from a server and is logged as
+// it stands must be one word: a line feed in it would let the server write lines of the log.
+bool IsOneWord(std::string_view text);
+
 // For one line of a log or a terminal: control bytes, and all bytes of a text that is no UTF-8, as
 // "\x1b". Longer texts are cut to `limit` bytes and end with "...".
 std::string Printable(std::string_view text, std::size_t limit);

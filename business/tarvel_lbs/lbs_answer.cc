@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/process/clock.h"
+#include "base/text/strings.h"
 #include "base/text/utf8.h"
 #include "network/url/url.h"
 
@@ -28,6 +29,13 @@ bool Has(const Json& object, const char* key) { return object.object_items().cou
 std::string ReadText(const Json& value) {
   const std::string& text = value.string_value();
   return zo_base::IsUtf8(text) ? text : std::string();
+}
+
+// Returns an empty string for one that can't be a URL, and would write lines of its own into the
+// log.
+std::string ReadURL(const Json& value) {
+  const std::string text = ReadText(value);
+  return zo_base::IsOneWord(text) ? text : std::string();
 }
 
 std::vector<LinkAddress> ReadLinks(const Json& list) {
@@ -74,7 +82,7 @@ LBSAnswer ReadCommon(const Json& common) {
   LBSAnswer answer;
   answer.link = ReadLinks(common["link"]);
   answer.default_link = ReadLinks(common["link.default"]);
-  answer.lbs = ReadText(common["lbs"]);
+  answer.lbs = ReadURL(common["lbs"]);
   answer.lbs_backup = ReadBackupLBS(common["lbs.backup"]);
   answer.zeb_dl = ReadText(common["zebdl"]);
   answer.zeb_dl_list = ReadJsonText(common, "zebdls");
@@ -114,7 +122,7 @@ std::vector<std::string> ReadBackupLBS(const Json& list) {
   std::vector<std::string> urls;
   for (const Json& item : list.array_items()) {
     if (urls.size() == kMostBackupLBS) break;
-    urls.push_back(ReadText(item));
+    urls.push_back(ReadURL(item));
   }
   return urls;
 }

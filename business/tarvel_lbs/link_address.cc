@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "base/text/strings.h"
 #include "network/url/url.h"
 
 namespace zo_tarvel {
@@ -19,7 +20,8 @@ LinkAddress SplitLinkAddress(const std::string& text) {
 
 bool IsUsable(const LinkAddress& address) {
   constexpr std::size_t kLongestPort = 6;  // With its colon.
-  return address.text.size() < kLinkAddressBufferSize + kLongestPort && !address.host.empty() &&
+  return address.text.size() < kLinkAddressBufferSize + kLongestPort &&
+         zo_base::IsOneWord(address.text) && !address.host.empty() &&
          address.host.size() < kLinkAddressBufferSize;
 }
 

@@ -17,7 +17,7 @@ struct LinkAddress {
 
 LinkAddress SplitLinkAddress(const std::string& text);
 
-// Whether the address has a host, and one that fits the client's buffer.
+// Whether the address has a host that fits the client's buffer, and no blanks or control bytes.
 bool IsUsable(const LinkAddress& address);
 
 }  // namespace zo_tarvel

@@ -35,6 +35,9 @@ TEST(LBSAnswerTest, IsCheckedInOrder) {
       {Common(link + ", \"link.default\": " + too_long), "json common default link error"},
       {Common(links + R"(, "lbs": ["u"])"), "json common lbs url error"},
       {Common(links + ", \"lbs\": \"\xc3\""), "json common lbs url error"},  // Can't be saved.
+      // They would write lines of their own into the log.
+      {Common(R"("link": ["a:1\n", "a\u007f:1", "a b:1"])"), "json common link error"},
+      {Common(links + R"(, "lbs": "http://h/\nx")"), "json common lbs url error"},
       {Common(links + R"(, "lbs": "u")"), ""},
   };
   for (const auto& [text, error] : rows) {
@@ -69,8 +72,8 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
       {R"("link": ["1.2.3.4:65535", "[2001:db8::1]:2", "n:65536", "n:99999999999999999999",
           "[::1"])",
        {{"link", "1.2.3.4 65535 1, [2001:db8::1] 2 2, n 0 0, n 0 0, [::1 0 0, "}}},
-      {R"("lbs.backup": ["v", 1], "zeb": [{"k": 1}])",
-       {{"backup", R"(["v", ""])"}, {"zeb", R"([{"k": 1}])"}}},
+      {R"("lbs.backup": ["v", 1, "a\r\nb"], "zeb": [{"k": 1}])",
+       {{"backup", R"(["v", "", ""])"}, {"zeb", R"([{"k": 1}])"}}},
       // Wrong types, and invalid UTF-8.
       {R"("link": "a:1", "lbs.backup": "v", "desc": null, "ttl": "60", "report": [])", {}},
       {"\"name\": \"a\xc3\", \"zeb\": [\"\xed\xa0\x80\"], \"desc\": \"\xf0\x9f\x99\x82\"",

@@ -26,17 +26,18 @@ CharacterSet SetOf(std::string_view characters) {
   return set;
 }
 
-// For each prefix of `pattern`, the length of the longest shorter prefix that also ends it: where a
-// search goes on after a mismatch, without looking back.
-std::vector<std::size_t> BordersOf(std::string_view pattern) {
-  std::vector<std::size_t> borders(pattern.size(), 0);
-  std::size_t border = 0;
-  for (std::size_t i = 1; i < pattern.size(); ++i) {
-    while (border > 0 && pattern[i] != pattern[border]) border = borders[border - 1];
-    if (pattern[i] == pattern[border]) ++border;
-    borders[i] = border;
-  }
-  return borders;
+// How many bytes a character at the begin of `text` has that hides or reorders the text around it,
+// or that terminals or viewers take for a command or a line end; 0 for any other character.
+std::size_t HiddenLength(std::string_view text) {
+  const auto byte = [text](std::size_t i) { return i < text.size() ? ByteOf(text[i]) : 0; };
+  const auto third_in = [&](int first, int last) { return byte(2) >= first && byte(2) <= last; };
+  if (byte(0) < 0x20 || byte(0) == 0x7F) return 1;
+  if (byte(0) == 0xC2) return byte(1) < 0xA0 || byte(1) == 0xAD ? 2 : 0;
+  if (byte(0) == 0xD8) return byte(1) == 0x9C ? 2 : 0;
+  if (byte(0) == 0xEF) return byte(1) == 0xBB && byte(2) == 0xBF ? 3 : 0;
+  if (byte(0) != 0xE2) return 0;
+  if (byte(1) == 0x80) return third_in(0x8B, 0x8F) || third_in(0xA8, 0xAE) ? 3 : 0;
+  return byte(1) == 0x81 && third_in(0xA0, 0xAF) ? 3 : 0;
 }
 
 }  // namespace
@@ -54,17 +55,13 @@ std::string Printable(std::string_view text, std::size_t limit) {
   }
   const bool is_utf8 = IsUtf8(kept);
   std::string line;
-  for (std::size_t i = 0; i < kept.size(); ++i) {
-    const unsigned char byte = ByteOf(kept[i]);
-    // Terminals take U+0080 to U+009F for commands too.
-    const bool starts_control = byte == 0xC2 && i + 1 < kept.size() && ByteOf(kept[i + 1]) < 0xA0;
-    const bool ends_control = i > 0 && ByteOf(kept[i - 1]) == 0xC2 && byte < 0xA0;
-    if (byte < 0x20 || byte == 0x7F || starts_control || ends_control ||
-        (byte >= 0x80 && !is_utf8)) {
-      line += StringFormat("\\x%02x", byte);
-    } else {
-      line += kept[i];
+  for (std::size_t i = 0; i < kept.size();) {
+    const bool is_foreign = !is_utf8 && ByteOf(kept[i]) >= 0x80;
+    const std::size_t hidden = is_foreign ? 1 : HiddenLength(kept.substr(i));
+    for (const std::size_t end = i + hidden; i < end; ++i) {
+      line += StringFormat("\\x%02x", ByteOf(kept[i]));
     }
+    if (hidden == 0) line += kept[i++];
   }
   return kept.size() < text.size() ? line + "..." : line;
 }
@@ -118,6 +115,17 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b) {
 bool IsOneWord(std::string_view text) {
   return std::ranges::all_of(
       text, [](char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f'; });
+}
+
+std::vector<std::size_t> BordersOf(std::string_view pattern) {
+  std::vector<std::size_t> borders(pattern.size(), 0);
+  std::size_t border = 0;
+  for (std::size_t i = 1; i < pattern.size(); ++i) {
+    while (border > 0 && pattern[i] != pattern[border]) border = borders[border - 1];
+    if (pattern[i] == pattern[border]) ++border;
+    borders[i] = border;
+  }
+  return borders;
 }
 
 std::string_view Trim(std::string_view text) {

@@ -36,6 +36,10 @@ std::string Join(const std::vector<std::string>& texts, std::string_view separat
 // empty `from` occurs nowhere.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 
+// For each prefix of `pattern`, the length of the longest shorter prefix that also ends it: where a
+// search goes on after a mismatch, without looking back.
+std::vector<std::size_t> BordersOf(std::string_view pattern);
+
 bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // Without the blanks, tabs and line ends around it.
 std::string_view Trim(std::string_view text);
@@ -44,8 +48,9 @@ std::string_view Trim(std::string_view text);
 // it stands must be one word: a line feed in it would let the server write lines of the log.
 bool IsOneWord(std::string_view text);
 
-// For one line of a log or a terminal: control bytes, and all bytes of a text that is no UTF-8, as
-// "\x1b". Longer texts are cut to `limit` bytes and end with "...".
+// For one line of a log or a terminal: bytes of control characters, of characters that hide or
+// reorder text, and of a text that is no UTF-8 become "\x1b". Longer texts are cut to `limit` bytes
+// and end with "...".
 std::string Printable(std::string_view text, std::size_t limit);
 
 inline bool IsLetterOrDigit(char c) {  // Of ASCII.

@@ -16,6 +16,7 @@
 #include "tests/support/raw_server.h"
 #include "tests/support/temp_directory.h"
 #include "tools/inspect/log_records.h"
+#include "tools/inspect/moments.h"
 
 namespace tarvel_inspect {
 namespace {
@@ -70,7 +71,7 @@ TEST_F(LiveClientTest, NamesWhyItsServerFailed) {
        "The connection is refused, or there is no route: http://127.0.0.1:1."},
       {"http://name.invalid/lbs", "The name server knows no address of name.invalid."},
       {busy.url("/lbs"), "The server answers with status 503: " + busy.url("/lbs") + "."},
-      {cut.url("/lbs"), "The answer can't be used: " + cut.url("/lbs") + " (json parse error)."},
+      {cut.url("/lbs"), "The answer is no JSON: " + cut.url("/lbs") + "."},
       {rude.url("/lbs"), "The connection is reset: " + rude.url("") + "."},
       {dumb.url("/lbs"), "The server is connected but silent: " + dumb.url("") + "."}};
   for (const auto& [url, title] : rows) {
@@ -201,7 +202,7 @@ TEST(InspectTest, PutsRequestsTogether) {
   };
   for (const auto& [name, lines, requests] : rows) {
     const std::string log = LogOf(lines);
-    EXPECT_EQ(Brief(ReadLives(ReadRecords(log, kNow))), requests) << name;
+    EXPECT_EQ(Brief(ReadLives(ReadRecords(log, kNow)).lives), requests) << name;
   }
 }
 
@@ -223,9 +224,22 @@ TEST(InspectTest, ReadsWhatIsLeftAndSaysWhatIsNot) {
       {"cut short", good, "ab", 1, "cut short"},
       {"both, since text was being moved", good, companion, 1, "Process 7"},
       {"cut inside a line", good.substr(9), "", 1, "Its start is not in the log"},
+      {"moved in part", good.substr(0, good.size() - 9), companion, 1, "Process 7"},
+      {"moved, and more text behind it", good + LogOf("2 1 later"), companion, 1, "Process 7"},
       {"an answer that forges a life",
        good + LogOf("2 1 [http dns] Query hosts`s ip success = false|--|"
                     "11-24 16:09:00.003 8-1 [LV_APP][x] me|--\n3 1 end"),
+       "", 1, "Process 7"},
+      {"another process between an answer and the next line",
+       good + LogOf("2 1 [lbs]ParseLBSResponse rsp:|--|{}|--") + LogOf("3 1 a", 9) +
+           LogOf("4 1 end") + LogOf("5 1 b", 9),
+       "", 2, "Process 9"},
+      {"killed behind an answer, and started anew",
+       good + LogOf("2 1 [lbs]ParseLBSResponse rsp:|--|{}|--") + LogOf("3 1 a", 9), "", 2,
+       "Process 9"},
+      {"times that don't exist",
+       good + "13-01 00:00:00.000 8-1 [LV_APP][x] a\n02-30 00:00:00.000 8-1 [LV_APP][x] b\n"
+              "01-01 24:00:00.000 8-1 [LV_APP][x] c\n",
        "", 1, "Process 7"},
       {"the lines of another process",
        good + LogOf("2 1 forged|11-24 16:09:00.003 8-1 [LV_APP][x] me"), "", 2, "Process 8"},
@@ -267,8 +281,8 @@ TEST(InspectTest, LeavesOutWhatIsNotWanted) {
   EXPECT_EQ(count(last), 1);
   EXPECT_EQ(count(process), 99);
   const std::pair<const char*, std::optional<std::int64_t>> moments[] = {
-      {"90s", kNow - 90'000}, {"2h", kNow - 7'200'000}, {"-1s", {}}, {"s", {}},
-      {"99:99", {}},          {"1970-01-01 00:00 ", {}}};
+      {"90s", kNow - 90'000},    {"2h", kNow - 7'200'000}, {"-1s", {}}, {"s", {}}, {"99:99", {}},
+      {"1970-01-01 00:00 ", {}}, {"2026-02-30 00:00", {}}};
   for (const auto& [text, at] : moments) EXPECT_EQ(ReadMoment(text, kNow), at) << text;
   EXPECT_EQ(FormatTime(*ReadMoment("2026-11-24 16:09:31", kNow)), "2026-11-24 16:09:31.000");
 }

@@ -15,7 +15,7 @@
 #include "tarvel/http_agent/http_dns/httpdns_server_list.h"
 #include "tools/cli/client_files.h"
 #include "tools/cli/client_options.h"
-#include "tools/inspect/log_records.h"
+#include "tools/inspect/moments.h"
 
 namespace tarvel_cli {
 namespace {

@@ -9,6 +9,7 @@
 #include "base/file/whole_file.h"
 #include "base/process/clock.h"
 #include "tools/cli/commands.h"
+#include "tools/inspect/log_files.h"
 #include "tools/inspect/page.h"
 #include "tools/inspect/report.h"
 
@@ -33,6 +34,10 @@ int Inspect(const InspectOptions& options) {
   const auto directories = tarvel_inspect::ClientDirectories(options.directory);
   if (directories.empty()) {
     throw std::runtime_error("no client has left anything in " + options.directory);
+  }
+  if (directories.size() > 1 && tarvel_inspect::HoldsLog(options.log_dir)) {
+    throw std::runtime_error("--log-dir holds the log of one client, and " + options.directory +
+                             " has several: name the directory of one");
   }
   std::vector<tarvel_inspect::Report> reports;
   reports.reserve(directories.size());

@@ -12,7 +12,7 @@
 #include "base/process/clock.h"
 #include "tools/cli/argument_checks.h"
 #include "tools/cli/commands.h"
-#include "tools/inspect/log_records.h"
+#include "tools/inspect/moments.h"
 
 namespace tarvel_cli {
 namespace {

@@ -1,20 +1,18 @@
 #include "tools/inspect/caches.h"
 
-#include <sys/stat.h>
 #include <tarvel/tarvel.h>
 
 #include <cstddef>
-#include <optional>
 #include <utility>
 
-#include "base/file/whole_file.h"
 #include "base/json/json11.h"
 #include "base/text/numbers.h"
-#include "base/text/strings.h"
 #include "business/tarvel_lbs/lbs_answer.h"
 #include "business/tarvel_lbs/lbs_response.h"
 #include "tarvel/http_agent/http_dns/httpdns_host_cache.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_list.h"
+#include "tools/inspect/client_file.h"
+#include "tools/inspect/log_texts.h"
 
 namespace tarvel_inspect {
 namespace {
@@ -23,30 +21,21 @@ using zo_base::json11::Json;
 namespace lbs_key = zo_tarvel::lbs_key;
 
 constexpr std::size_t kLongestFile = 64 << 20;  // As the library reads it.
-constexpr std::size_t kLongestText = 512;
-constexpr std::size_t kMostShown = 10'000;  // Addresses, hosts.
-
-std::string Clean(const std::string& text) { return zo_base::Printable(text, kLongestText); }
+constexpr std::size_t kMostShown = 10'000;      // Addresses, hosts.
 
 // Reads a flat JSON object; null, and why, if there is none.
 template <class Cache>
 Json ReadObject(const std::string& path, Cache& cache) {
-  struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) return {};
-  cache.written_at = std::int64_t{info.st_mtim.tv_sec} * 1'000 + info.st_mtim.tv_nsec / 1'000'000;
+  ClientFile file = ReadClientFile(path, kLongestFile);
+  cache.written_at = file.written_at;
+  cache.problem = std::move(file.problem);
+  if (!file.content && cache.problem.empty()) return {};
   cache.state = CacheState::kUnusable;
-  std::string text;
-  if (!S_ISREG(info.st_mode)) {
-    cache.problem = "it is no regular file";
-  } else if (const auto read = zo_base::ReadWholeFile(path, kLongestFile, text);
-             read != zo_base::FileRead::kDone) {
-    cache.problem = read == zo_base::FileRead::kTooLong ? "it is too long" : "it can't be read";
-  } else {
-    std::string error;
-    Json object = Json::parse(text, error);
-    if (object.is_object()) return object;
-    cache.problem = "it holds no JSON object";
-  }
+  if (!file.content) return {};
+  std::string error;
+  Json object = Json::parse(*file.content, error);
+  if (object.is_object()) return object;
+  cache.problem = "it holds no JSON object";
   return {};
 }
 
@@ -73,14 +62,13 @@ AnswerCache ReadAnswer(const std::string& directory) {
   AnswerCache cache;
   const Json file = ReadObject(directory + "/lbs/lbs.data", cache);
   if (!file.is_object()) return cache;
-  const auto text = [&](const char* key) { return Clean(file[key].string_value()); };
-  cache.settings_url = text(lbs_key::kRootAddr);
-  cache.next_url = text(lbs_key::kRuntimeLBS);
+  cache.settings_url = CleanUrl(file[lbs_key::kRootAddr].string_value());
+  cache.next_url = CleanUrl(file[lbs_key::kRuntimeLBS].string_value());
   std::string error;
   const Json backups = Json::parse(file[lbs_key::kBackupAddr].string_value(), error);
   for (const Json& url : backups.array_items()) {
-    if (cache.backup_urls.size() < kMostShown)
-      cache.backup_urls.push_back(Clean(url.string_value()));
+    if (cache.backup_urls.size() == kMostShown) break;
+    cache.backup_urls.push_back(CleanUrl(url.string_value()));
   }
   cache.family = FamilyName(file[lbs_key::kIPVersion].string_value());
   cache.expires_at = MomentIn(file, lbs_key::kExpireTime);

@@ -4,6 +4,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "tools/inspect/log_texts.h"
+
 namespace tarvel_inspect {
 namespace {
 
@@ -17,10 +19,13 @@ struct Row {
   std::string_view advice;
 };
 
+constexpr std::string_view kCompareAnswer =
+    "Compare the answer with docs/protocol.md. A login page of a network is such an answer, too.";
+
 constexpr Row kRows[] = {
     {"Could not resolve", About::kHost, "The name server knows no address of ",
-     "Look the name up on the device, and check its name server. HTTPDNS helps when it has the "
-     "host."},
+     "Look the name up on the device, and check its name server. HTTPDNS finds the address without "
+     "it, when it is on and knows the host."},
     {"SSL certificate problem", About::kServer, "The certificate is not trusted: ",
      "Check the server's chain, the device's trust store and its clock. A proxy that reads traffic "
      "shows a certificate of its own, too."},
@@ -45,39 +50,31 @@ constexpr Row kRows[] = {
      "Check the port: http may be sent to a port for https. Or the server has crashed."},
     {"transfer closed", About::kServer,
      "The answer breaks off: ", "The server or a middlebox ends connections too early."},
-    {"json", About::kUrl, "The answer can't be used: ",
-     "Compare the answer with docs/protocol.md. A login page of a network is such an answer, too."},
+    {"json parse error", About::kUrl, "The answer is no JSON: ", kCompareAnswer},
+    {"json common not find", About::kUrl, "The answer has no object \"common\": ", kCompareAnswer},
+    {"json common link error", About::kUrl,
+     "The answer has no usable address in \"link\": ", kCompareAnswer},
+    {"json common default link error", About::kUrl,
+     "The answer has no usable address in \"link.default\": ", kCompareAnswer},
+    {"json common lbs url error", About::kUrl,
+     "The answer has no usable URL in \"lbs\": ", kCompareAnswer},
     {"business token", About::kUrl, "The application key was changed during the request: ",
      "No fault: the update of the new key follows."},
 };
 
-// "https://lbs.example:8443/lbs" gives "https://lbs.example:8443".
-std::string ServerOf(const std::string& url) {
-  const std::size_t host = url.find("://");
-  return host == std::string::npos ? url : url.substr(0, url.find('/', host + 3));
-}
-
-std::string HostOf(const std::string& url) {
-  const std::size_t host = url.find("://");
-  const std::string authority = host == std::string::npos ? url : ServerOf(url).substr(host + 3);
-  return authority.substr(0,
-                          authority.front() == '[' ? authority.find(']') + 1 : authority.find(':'));
-}
-
-std::string Subject(About about, const Attempt& attempt, const std::string& host) {
+std::string Subject(About about, const Attempt& attempt, const std::string& other_host) {
   if (about == About::kHost) return HostOf(attempt.url);
-  std::string subject = about == About::kUrl ? attempt.url : ServerOf(attempt.url);
-  if (!host.empty() && host != HostOf(attempt.url)) subject += " for " + host;
-  return subject;
+  const std::string subject = about == About::kUrl ? attempt.url : ServerOf(attempt.url);
+  return other_host.empty() ? subject : subject + " for " + other_host;
 }
 
 }  // namespace
 
-FailureKind KindOf(const Attempt& attempt, const std::string& host) {
+FailureKind KindOf(const Attempt& attempt, const std::string& other_host) {
   if (!attempt.end || attempt.good) return {};
+  const std::string url = Subject(About::kUrl, attempt, other_host);
   if (attempt.code != 0 && attempt.code != 200) {
-    return {"The server answers with status " + std::to_string(attempt.code) + ": " +
-                Subject(About::kUrl, attempt, host) + '.',
+    return {"The server answers with status " + std::to_string(attempt.code) + ": ", url,
             attempt.code < 500 ? "Check the URL and the application key."
                                : "Look at the server's log at this time."};
   }
@@ -87,11 +84,10 @@ FailureKind KindOf(const Attempt& attempt, const std::string& host) {
       });
   if (row == std::end(kRows)) {
     const std::string reason = attempt.reason.empty() ? "for no logged reason" : attempt.reason;
-    return {"The attempt fails: " + Subject(About::kUrl, attempt, host) + " (" + reason + ").", ""};
+    return {"The attempt fails (" + reason + "): ", url, ""};
   }
-  std::string title = std::string(row->title) + Subject(row->about, attempt, host);
-  if (row->text == "json") title += " (" + attempt.reason + ")";
-  return {title + '.', std::string(row->advice)};
+  return {std::string(row->title), Subject(row->about, attempt, other_host),
+          std::string(row->advice)};
 }
 
 }  // namespace tarvel_inspect

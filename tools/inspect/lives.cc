@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "base/text/strings.h"
+#include "tools/inspect/log_texts.h"
 #include "tools/inspect/request_reader.h"
 
 namespace tarvel_inspect {
@@ -13,9 +14,15 @@ namespace {
 
 constexpr std::size_t kLongestSetting = 1'100;  // A path has up to 1024 bytes.
 constexpr std::size_t kMostTroubles = 100;
+constexpr std::size_t kMostLives = 10'000;
 
 bool Has(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
+}
+
+// A URL is shown without its secrets.
+std::string CleanSetting(std::string_view value) {
+  return Has(value, "://") ? CleanUrl(value) : zo_base::Printable(value, kLongestSetting);
 }
 
 // Takes lines like " --enable httpdns:true" of the environment and "-- lbs_main_addr:..." of the
@@ -24,7 +31,7 @@ void TakeSettings(std::string_view text, Life& life) {
   std::string list_name;
   for (const std::string& line : zo_base::Split(text, "\r\n")) {
     if (line.starts_with("   - ") && !list_name.empty()) {
-      life.settings.emplace_back(list_name, zo_base::Printable(line.substr(5), kLongestSetting));
+      life.settings.emplace_back(list_name, CleanSetting(std::string_view(line).substr(5)));
       continue;
     }
     const std::size_t dashes = line.find("--");
@@ -37,16 +44,14 @@ void TakeSettings(std::string_view text, Life& life) {
     list_name = value.empty() ? name : "";
     if (name == "business token") life.has_empty_token = value.empty();
     if (value.empty() || name == "business token") continue;
-    life.settings.emplace_back(name, zo_base::Printable(value, kLongestSetting));
+    life.settings.emplace_back(name, CleanSetting(value));
   }
 }
 
 void TakeLink(std::string_view text, Life& life) {
-  constexpr std::string_view kBegin = "[lbs] Get link address ";
-  const std::size_t end = text.find(" use default:");
-  if (end == std::string_view::npos || end < kBegin.size()) return;
+  if (!Has(text, " use default:")) return;
   ++life.links_taken;
-  life.last_link = zo_base::Printable(text.substr(kBegin.size(), end - kBegin.size()), 128);
+  life.last_link = Clean(Between(text, "[lbs] Get link address ", " use default:"));
 }
 
 // Collects one life.
@@ -112,21 +117,26 @@ std::string Life::Setting(const std::string& name) const {
   return found == settings.end() ? std::string() : found->second;
 }
 
-std::vector<Life> ReadLives(const std::vector<LogRecord>& records) {
+Lives ReadLives(const std::vector<LogRecord>& records) {
+  Lives result;
   std::deque<LifeReader> readers;                  // They stay where they are.
-  std::map<std::int32_t, std::size_t> of_process;  // The latest one.
+  std::map<std::int32_t, std::size_t> of_process;  // The latest one, counted from the very first.
   for (const LogRecord& record : records) {
     auto found = of_process.find(record.process);
     if (found == of_process.end() || IsStart(record)) {
-      found = of_process.insert_or_assign(record.process, readers.size()).first;
+      const std::size_t number = result.left_out + readers.size();
+      found = of_process.insert_or_assign(record.process, number).first;
       readers.emplace_back(record);
     }
-    readers[found->second].Take(record);
+    if (readers.size() > kMostLives) {
+      readers.pop_front();
+      ++result.left_out;
+    }
+    if (found->second >= result.left_out) readers[found->second - result.left_out].Take(record);
   }
-  std::vector<Life> lives;
-  lives.reserve(readers.size());
-  for (LifeReader& reader : readers) lives.push_back(reader.TakeLife());
-  return lives;
+  result.lives.reserve(readers.size());
+  for (LifeReader& reader : readers) result.lives.push_back(reader.TakeLife());
+  return result;
 }
 
 }  // namespace tarvel_inspect

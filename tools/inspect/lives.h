@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -41,7 +42,11 @@ struct Life {
   std::string Setting(const std::string& name) const;
 };
 
-// Returns the lives in the order of their begin.
-std::vector<Life> ReadLives(const std::vector<LogRecord>& records);
+struct Lives {
+  std::vector<Life> lives;   // In the order of their first records in the log.
+  std::size_t left_out = 0;  // Older ones: at most 10,000 are read.
+};
+
+Lives ReadLives(const std::vector<LogRecord>& records);
 
 }  // namespace tarvel_inspect

@@ -6,11 +6,13 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string_view>
-#include <system_error>
+#include <utility>
 
-#include "base/file/whole_file.h"
+#include "base/text/strings.h"
+#include "tools/inspect/client_file.h"
 
 namespace tarvel_inspect {
 namespace {
@@ -21,53 +23,50 @@ constexpr char kCompanionName[] = "/tarvel_comp.log.kvr_mmap";
 constexpr std::size_t kLongestLog = 64 << 20;
 constexpr std::size_t kLongestCompanion = 1 << 20;
 
-// Reads the file into `text`. Returns its length, or -1, with a problem if there is something.
-std::int64_t ReadFile(const std::string& path, std::size_t longest, std::string& text,
-                      LogText& log) {
-  struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) return -1;
-  if (!S_ISREG(info.st_mode)) {
-    log.problems.push_back(path + " is no regular file, and the library would not read it either.");
-    return -1;
+// Returns the content, or nullopt and a sentence among the problems if there is something.
+std::optional<std::string> Read(const std::string& path, std::size_t longest, LogText& log) {
+  ClientFile file = ReadClientFile(path, longest);
+  if (!file.problem.empty()) log.problems.push_back(path + ": " + file.problem + '.');
+  log.written_at = std::max(log.written_at, file.written_at);
+  return std::move(file.content);
+}
+
+// How many bytes at the begin of `text` are in the log already, at its end: a client that was
+// killed while it moved its text has a part in both, and one that moves it now may have all, with
+// new text behind it.
+std::size_t MovedBytes(std::string_view text, std::string_view log) {
+  if (text.empty()) return 0;
+  const auto borders = zo_base::BordersOf(text);
+  std::size_t length = 0;
+  for (const char c : log.substr(log.size() - std::min(log.size(), 2 * kLongestCompanion))) {
+    while (length > 0 && text[length] != c) length = borders[length - 1];
+    if (text[length] == c) ++length;
+    if (length == text.size()) break;
   }
-  switch (zo_base::ReadWholeFile(path, longest, text)) {
-    case zo_base::FileRead::kTooLong:
-      log.problems.push_back(path + " is too long for a file of the library.");
-      return -1;
-    case zo_base::FileRead::kFailed:
-      log.problems.push_back(path + " can't be read: " + std::generic_category().message(errno) +
-                             ".");
-      return -1;
-    case zo_base::FileRead::kDone:
-      break;
-  }
-  log.written_at = std::max(
-      log.written_at, std::int64_t{info.st_mtim.tv_sec} * 1'000 + info.st_mtim.tv_nsec / 1'000'000);
-  return static_cast<std::int64_t>(text.size());
+  return length;
 }
 
 // The companion begins with the number of its text's bytes.
 void AppendCompanion(const std::string& path, const std::string& content, LogText& log) {
   std::int32_t used = 0;
   if (content.size() < sizeof used) {
-    if (!content.empty()) log.problems.push_back(path + " is cut short, so its records are lost.");
+    if (!content.empty())
+      log.problems.push_back(path + ": it is cut short, so its records are lost.");
     return;
   }
   std::memcpy(&used, content.data(), sizeof used);
   if (used < 0 || static_cast<std::size_t>(used) > content.size() - sizeof used) {
-    log.problems.push_back(path + " has a damaged count, so its records can't be told.");
+    log.problems.push_back(path + ": it has a damaged count, so its records can't be told.");
     return;
   }
   log.companion_bytes = used;
   const std::string_view text(content.data() + sizeof used, static_cast<std::size_t>(used));
-  // A client that was killed while it moved its text, or moves it now, has it in both.
-  const std::string_view tail = std::string_view(log.text).substr(
-      log.text.size() - std::min(log.text.size(), kLongestCompanion));
-  if (tail.find(text) == std::string_view::npos) log.text += text;
+  log.text += text.substr(MovedBytes(text, log.text));
 }
 
 // Processes that hold a lock on the file, as the system lists them:
-// "1: FLOCK  ADVISORY  WRITE 12433 08:01:5375 0 EOF".
+// "1: FLOCK  ADVISORY  WRITE 12433 08:01:5375 0 EOF". Some file systems list another device than
+// the one that a file says, so only its number counts.
 std::vector<std::int32_t> HoldersOf(const std::string& path) {
   std::vector<std::int32_t> holders;
   struct stat info {};
@@ -84,17 +83,28 @@ std::vector<std::int32_t> HoldersOf(const std::string& path) {
   return holders;
 }
 
+bool Exists(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0;
+}
+
 }  // namespace
+
+bool HoldsLog(const std::string& directory) {
+  return Exists(directory + kLogName) || Exists(directory + kCompanionName);
+}
 
 LogText ReadLog(const std::string& directory) {
   LogText log;
   const std::string companion = directory + kCompanionName;
-  std::string content;
   // First the companion: a client that moves its text meanwhile leaves it in both, rather than in
   // none.
-  const bool has_companion = ReadFile(companion, kLongestCompanion, content, log) >= 0;
-  log.log_bytes = ReadFile(directory + kLogName, kLongestLog, log.text, log);
-  if (has_companion) AppendCompanion(companion, content, log);
+  const auto content = Read(companion, kLongestCompanion, log);
+  if (auto text = Read(directory + kLogName, kLongestLog, log)) {
+    log.text = *std::move(text);
+    log.log_bytes = static_cast<std::int64_t>(log.text.size());
+  }
+  if (content) AppendCompanion(companion, *content, log);
   log.writers = HoldersOf(companion);
   return log;
 }

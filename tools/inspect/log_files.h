@@ -16,6 +16,9 @@ struct LogText {
   std::vector<std::string> problems;  // Sentences about what could not be read.
 };
 
+// Whether there is a log or a companion, readable or not.
+bool HoldsLog(const std::string& directory);
+
 // Reads the log in `directory`. Takes no lock and changes nothing, so the client may be running.
 LogText ReadLog(const std::string& directory);
 

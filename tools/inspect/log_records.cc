@@ -1,21 +1,19 @@
 #include "tools/inspect/log_records.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
-#include <cstdio>
-#include <ctime>
+#include <iterator>
+#include <map>
 #include <set>
 #include <utility>
 
 #include "base/text/numbers.h"
+#include "tools/inspect/moments.h"
 
 namespace tarvel_inspect {
 namespace {
 
-constexpr std::int64_t kDay = 86'400'000;  // Milliseconds.
 constexpr std::string_view kStampForm = "00-00 00:00:00.000";
-constexpr std::size_t kMinutes = 11;  // Bytes of a stamp up to its minutes.
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -24,50 +22,6 @@ bool HasForm(std::string_view text, std::string_view form) {
          std::equal(form.begin(), form.end(), text.begin(),
                     [](char wanted, char c) { return wanted == '0' ? IsDigit(c) : wanted == c; });
 }
-
-int NumberAt(std::string_view text, std::size_t at, std::size_t width) {
-  return zo_base::ReadNumber(text.substr(at, width), 0);
-}
-
-std::tm LocalTime(std::int64_t ms) {
-  const auto seconds = static_cast<std::time_t>(ms / 1'000);
-  std::tm local{};
-  localtime_r(&seconds, &local);
-  return local;
-}
-
-// Turns stamps into moments. The system's conversion is slow, so the last minute is remembered.
-class StampReader {
- public:
-  explicit StampReader(std::int64_t newest) : newest_(newest), year_(LocalTime(newest).tm_year) {}
-
-  std::int64_t Read(std::string_view stamp) {
-    const std::string_view minute = stamp.substr(0, kMinutes);
-    if (minute != minute_) {
-      minute_ = minute;
-      minute_at_ = MomentOf(minute, year_);
-      if (minute_at_ > newest_ + kDay) minute_at_ = MomentOf(minute, year_ - 1);
-    }
-    return minute_at_ + std::int64_t{1'000} * NumberAt(stamp, 12, 2) + NumberAt(stamp, 15, 3);
-  }
-
- private:
-  static std::int64_t MomentOf(std::string_view minute, int year) {
-    std::tm local{};
-    local.tm_year = year;
-    local.tm_mon = NumberAt(minute, 0, 2) - 1;
-    local.tm_mday = NumberAt(minute, 3, 2);
-    local.tm_hour = NumberAt(minute, 6, 2);
-    local.tm_min = NumberAt(minute, 9, 2);
-    local.tm_isdst = -1;
-    return static_cast<std::int64_t>(std::mktime(&local)) * 1'000;
-  }
-
-  const std::int64_t newest_;
-  const int year_;
-  std::string_view minute_;
-  std::int64_t minute_at_ = 0;
-};
 
 // Takes what stands before `end` off the front of `text`.
 std::optional<std::string_view> TakeUntil(std::string_view& text, std::string_view end) {
@@ -95,89 +49,87 @@ std::optional<LogRecord> ReadHead(std::string_view line, StampReader& stamps) {
     return std::nullopt;
   record.thread = *thread;
   record.text = line;
-  record.at = stamps.Read(record.stamp);
+  const auto at = stamps.Read(record.stamp);
+  if (!at) return std::nullopt;
+  record.at = *at;
   return record;
 }
 
-// Through the end of `text`, without line ends.
-void Extend(std::string_view& text, const char* end) {
+// Without the line ends before `end`.
+void ExtendTo(const char* end, std::string_view& text) {
   text = {text.data(), static_cast<std::size_t>(end - text.data())};
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
 }
 
-// The library logs some answers of servers as they are. Their lines may look like records, but no
-// server knows the numbers of a client's process and threads.
-class ForgeryGuard {
- public:
-  bool Accepts(const LogRecord& record) {
-    const Writer writer(record.process, record.thread);
-    if (record_with_answer_ && writer != *record_with_answer_ && !writers_.contains(writer))
-      return false;
-    writers_.insert(writer);
-    if (record_with_answer_ == writer) record_with_answer_.reset();  // So the answer is over.
-    if (record.text.starts_with("[http dns] Query hosts`s ip success = ") ||
-        record.text.starts_with("[lbs]ParseLBSResponse rsp:")) {
-      record_with_answer_ = writer;
-    }
-    return true;
+using Writer = std::pair<std::int32_t, std::string_view>;  // Process and thread.
+
+Writer WriterOf(const LogRecord& record) { return {record.process, record.thread}; }
+
+// Whether a server has written the lines behind the record's first one.
+bool HasAnswer(const LogRecord& record) {
+  constexpr std::string_view kBegins[] = {
+      "[http dns] Query hosts`s ip success = ", "[http dns] Service update complete \r",
+      "[lbs]ParseLBSResponse rsp:", "[lbs] Update LBS \r"};
+  return std::any_of(std::begin(kBegins), std::end(kBegins),
+                     [&](std::string_view begin) { return record.text.starts_with(begin); });
+}
+
+// For each record, the next one of the same process and thread; the record itself without one.
+std::vector<std::size_t> NextOfWriters(const std::vector<LogRecord>& records) {
+  std::vector<std::size_t> next(records.size());
+  std::map<Writer, std::size_t> latest;
+  for (std::size_t i = records.size(); i-- > 0;) {
+    const auto [place, is_last] = latest.try_emplace(WriterOf(records[i]), i);
+    next[i] = std::exchange(place->second, i);
   }
+  return next;
+}
 
- private:
-  using Writer = std::pair<std::int32_t, std::string_view>;  // Process and thread.
+// Lines of an answer may look like records. Returns which records may be such ones: all between a
+// record with an answer and the next one of its thread, which follows at once.
+std::vector<bool> FindDoubtful(const std::vector<LogRecord>& records) {
+  const std::vector<std::size_t> next = NextOfWriters(records);
+  std::vector<bool> doubtful(records.size());
+  std::size_t end = 0;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    doubtful[i] = i < end;
+    if (!doubtful[i] && HasAnswer(records[i])) end = next[i];
+  }
+  return doubtful;
+}
 
-  std::set<Writer> writers_;
-  std::optional<Writer> record_with_answer_;
-};
+// Returns the records without lines of answers. A doubtful record is real if its process and thread
+// have written one that is beyond doubt: no server knows their numbers.
+std::vector<LogRecord> WithoutForged(std::vector<LogRecord> records) {
+  const std::vector<bool> doubtful = FindDoubtful(records);
+  if (std::count(doubtful.begin(), doubtful.end(), true) == 0) return records;
+  std::set<Writer> writers;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    if (!doubtful[i]) writers.insert(WriterOf(records[i]));
+  }
+  std::vector<LogRecord> real;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    if (!doubtful[i] || writers.contains(WriterOf(records[i]))) real.push_back(records[i]);
+  }
+  return real;
+}
 
 }  // namespace
 
 std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest) {
   StampReader stamps(newest);
-  ForgeryGuard guard;
   std::vector<LogRecord> records;
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find('\n', begin), text.size());
-    const std::string_view line = text.substr(begin, end - begin);
-    if (const auto record = ReadHead(line, stamps); record && guard.Accepts(*record)) {
-      if (!records.empty()) Extend(records.back().text, line.data());
-      records.push_back(*record);
-    }
+    if (auto record = ReadHead(text.substr(begin, end - begin), stamps)) records.push_back(*record);
     begin = end + 1;
   }
-  if (!records.empty()) Extend(records.back().text, text.data() + text.size());
+  records = WithoutForged(std::move(records));
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    const bool is_last = i + 1 == records.size();
+    ExtendTo(is_last ? text.data() + text.size() : records[i + 1].stamp.data(), records[i].text);
+  }
   return records;
-}
-
-std::string FormatTime(std::int64_t ms_since_1970) {
-  const std::tm local = LocalTime(ms_since_1970);
-  std::array<char, 32> text{};
-  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
-  std::snprintf(text.data() + length, text.size() - length, ".%03d",
-                static_cast<int>(ms_since_1970 % 1'000));
-  return text.data();
-}
-
-std::optional<std::int64_t> ReadMoment(const std::string& text, std::int64_t now) {
-  if (text.size() < 2) return std::nullopt;
-  constexpr std::pair<char, std::int64_t> kUnits[] = {
-      {'s', 1'000}, {'m', 60'000}, {'h', 3'600'000}, {'d', kDay}};
-  for (const auto& [unit, milliseconds] : kUnits) {
-    if (text.back() != unit) continue;
-    const auto count =
-        zo_base::ReadNumber<std::int32_t>(std::string_view(text).substr(0, text.size() - 1), -1);
-    if (count < 0) return std::nullopt;
-    return now - count * milliseconds;
-  }
-  for (const char* const form : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%m-%d %H:%M:%S",
-                                 "%m-%d %H:%M", "%H:%M:%S", "%H:%M"}) {
-    std::tm local = LocalTime(now);
-    local.tm_sec = 0;
-    local.tm_isdst = -1;
-    const char* const end = strptime(text.c_str(), form, &local);
-    if (end != nullptr && *end == '\0')
-      return static_cast<std::int64_t>(std::mktime(&local)) * 1'000;
-  }
-  return std::nullopt;
 }
 
 }  // namespace tarvel_inspect

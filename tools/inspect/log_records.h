@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -22,12 +20,5 @@ struct LogRecord {
 // Lines of a server's answer that look like records are part of the record with the answer. The log
 // has no year: `newest` is a moment that no record is much later than, in milliseconds since 1970.
 std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest);
-
-// "2026-11-24 16:09:31.738", in local time.
-std::string FormatTime(std::int64_t ms_since_1970);
-
-// Reads a time span before `now` ("90s", "15m", "2h", "3d"), or a local time: "16:09",
-// "11-24 16:09", "2026-11-24 16:09", each also with seconds. Nullopt for anything else.
-std::optional<std::int64_t> ReadMoment(const std::string& text, std::int64_t now);
 
 }  // namespace tarvel_inspect

@@ -11,7 +11,7 @@ const filters = byId("filters");
 function wordsToSearch(request) {
   const words = [request.purpose];
   for (const walk of [request.first_try, request.second_try]) {
-    for (const { url, host } of walk?.attempts ?? []) words.push(url, host);
+    for (const { url, for_host } of walk?.attempts ?? []) words.push(url, for_host);
     for (const url of walk?.not_started ?? []) words.push(url);
   }
   return words.join("\n").toLowerCase();
@@ -111,9 +111,9 @@ const nearEnd = new IntersectionObserver((entries) => {
 function start() {
   const first = report[0]?.directory;
   if (first) {
-    document.title = `tarvel inspect: ${visible(first.path)}`;
+    document.title = `tarvel inspect: ${first.path}`;
     byId("written").textContent = `Written ${moment(first.inspected_at, first.utc_offset_s)}. `
-      + "Times are those of the machine that wrote this page.";
+      + `Times are local ones of the machine that wrote this page, ${zoneName(first.utc_offset_s)}.`;
   }
   const showAnew = () => { show(); writeFragment(); };
   filters.addEventListener("input", showAnew);

@@ -1,24 +1,20 @@
 "use strict";
 // Builds elements of the page, directories and lives among them. Many texts come from servers: they
-// only ever become text nodes.
+// only ever become text nodes. The report has no characters that hide or reorder text.
 
 const MOST_LISTED = 50;
-
-// These characters hide or reorder the text around them, so their codes are shown instead.
-const INVISIBLE = /[\x00-\x1f\x7f-\x9f\xad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff]/g;
-const codeOf = (character) => "\\u" + character.charCodeAt(0).toString(16).padStart(4, "0");
-const visible = (text) => String(text).replace(INVISIBLE, codeOf);
 
 // make("p.note", ...) makes a <p class="note">. Children are nodes or texts.
 function make(kind, ...children) {
   const [tag, className] = kind.split(".");
   const element = document.createElement(tag);
   if (className) element.className = className;
-  element.append(...children.map((child) => (child instanceof Node ? child : visible(child))));
+  element.append(...children);
   return element;
 }
 
 function duration(ms) {
+  if (ms < 0) return "an unknown time (the clock was set back)";
   if (ms < 1000) return `${ms} ms`;
   const seconds = ms / 1000;
   if (seconds < 120) return `${Number(seconds.toFixed(2))} s`;
@@ -31,6 +27,12 @@ function duration(ms) {
 function moment(ms, zone) {
   const local = new Date(ms + zone * 1000);
   return isNaN(local) ? "an unknown time" : local.toISOString().replace("T", " ").replace("Z", "");
+}
+
+function zoneName(offset) {
+  const minutes = Math.abs(offset) / 60;
+  const part = (number) => String(Math.floor(number)).padStart(2, "0");
+  return `UTC${offset < 0 ? "-" : "+"}${part(minutes / 60)}:${part(minutes % 60)}`;
 }
 
 // Builds an element for each value, up to a number that a reader can take in.
@@ -79,8 +81,8 @@ function cacheTable(caption, cache, directory, pairsOf) {
 const answerPairs = (answer) => [
   ["name", answer.name],
   ["made by", answer.is_local ? "the client: no server has answered" : "a server"],
-  ["asked for by", answer.settings_url],
-  ["next URL", answer.next_url],
+  ["URL of the settings", answer.settings_url],
+  ["URL of the next update", answer.next_url],
   ["backup URLs", answer.backup_urls],
   ["family", answer.family],
   ["links", answer.links],
@@ -109,7 +111,8 @@ function causeItem(cause) {
 function verdictBox(verdict) {
   if (!verdict) return make("p.verdict", "No life of a client is in the log.");
   return make(verdict.has_fresh_answer ? "div.verdict fresh" : "div.verdict", make("h3", "Verdict"),
-    make("p", verdict.summary), make("ol", ...verdict.causes.map(causeItem)));
+    make("p", verdict.summary), make("ol", ...verdict.causes.map(causeItem)),
+    ...(verdict.more_causes ? [make("p.note", `${verdict.more_causes} more, less likely causes.`)] : []));
 }
 
 function factsOf(directory) {

@@ -43,9 +43,9 @@ function stateOf(attempt, walk) {
 function endWords(attempt, state) {
   if (state === "unfinished") return "… no end in the log";
   if (state === "dropped") return "– not waited for";
-  const how = `${attempt.code || "no code"} after ${duration(attempt.end - attempt.start)}`;
-  if (state === "good") return `✓ good, ${how}`;
-  return `✗ failed, ${how}${attempt.reason ? ": " + attempt.reason : ""}`;
+  const after = `${attempt.code ? `, ${attempt.code}` : ""} after ${duration(attempt.end - attempt.start)}`;
+  if (state === "good") return `✓ good${after}`;
+  return `✗ failed${after}${attempt.reason ? ": " + attempt.reason : ""}`;
 }
 
 function wordsOf(attempt, state, axis) {
@@ -80,13 +80,13 @@ function barOf(attempt, state, walk, axis) {
 
 function urlLabel(index, url, host) {
   const label = make("p.url", make("b", `[${index}] `), make("span.address", url));
-  if (host && !url.includes(host)) label.append(make("span.note", ` for ${host}`));
+  if (host) label.append(make("span.note", ` for ${host}`));
   return label;
 }
 
 function attemptRow(attempt, index, walk, axis) {
   const state = stateOf(attempt, walk);
-  const row = make("li.attempt", urlLabel(index, attempt.url, attempt.host),
+  const row = make("li.attempt", urlLabel(index, attempt.url, attempt.for_host),
     make("div", barOf(attempt, state, walk, axis), wordsOf(attempt, state, axis)));
   row.style.setProperty("--left", `${axis.percent(attempt.start)}%`);
   return row;

@@ -15,12 +15,48 @@ namespace {
 
 namespace fs = std::filesystem;
 
+bool Exists(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
 bool IsOfClient(const fs::path& directory) {
-  const auto has = [&](const char* name) {
-    std::error_code ignored;
-    return fs::symlink_status(directory / name, ignored).type() != fs::file_type::not_found;
-  };
-  return has("tarvel_comp.log") || has("tarvel_comp.log.kvr_mmap") || has("lbs") || has("http_dns");
+  return HoldsLog(directory.string()) || Exists(directory / "lbs") ||
+         Exists(directory / "http_dns");
+}
+
+// The directories of clients in `root`, which may be missing.
+std::vector<std::string> BusinessesIn(const fs::path& root) {
+  std::vector<std::string> found;
+  std::error_code error;
+  for (fs::directory_iterator entry(root, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (IsOfClient(entry->path())) found.push_back(entry->path().string());
+  }
+  if (error && error != std::errc::no_such_file_or_directory) {
+    throw std::system_error(error, "can't read " + zo_base::Printable(root.string(), PATH_MAX));
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+// Where the log of a client is that was given `log_directory`, or the directory itself.
+std::string LogDirectoryOf(const fs::path& client_directory, const fs::path& log_directory) {
+  const fs::path business = client_directory.filename();
+  for (const fs::path& place :
+       {log_directory / "tarvel_comp" / business, log_directory / business}) {
+    if (HoldsLog(place.string())) return place.string();
+  }
+  return log_directory.string();
+}
+
+// Of several lives of a process, only the last one can go on.
+void MarkRunning(const std::vector<std::int32_t>& writers, std::vector<Life>& lives) {
+  for (const std::int32_t process : writers) {
+    const auto last = std::find_if(lives.rbegin(), lives.rend(),
+                                   [&](const Life& life) { return life.process == process; });
+    if (last != lives.rend()) last->runs = !last->has_exit;
+  }
 }
 
 // Leaves the requests that the filter wants.
@@ -42,16 +78,8 @@ void Apply(const Filter& filter, std::vector<Life>& lives) {
 
 std::vector<std::string> ClientDirectories(const std::string& directory) {
   if (IsOfClient(directory)) return {directory};
-  std::vector<std::string> found;
-  for (const fs::path& root : {fs::path(directory) / "tarvel_comp", fs::path(directory)}) {
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(root, error)) {
-      if (IsOfClient(entry.path())) found.push_back(entry.path().string());
-    }
-    if (!found.empty()) break;
-  }
-  std::sort(found.begin(), found.end());
-  return found;
+  auto found = BusinessesIn(fs::path(directory) / "tarvel_comp");
+  return found.empty() ? BusinessesIn(directory) : found;
 }
 
 Report Inspect(const std::string& client_directory, const std::string& log_directory,
@@ -60,7 +88,11 @@ Report Inspect(const std::string& client_directory, const std::string& log_direc
   report.directory = zo_base::Printable(client_directory, PATH_MAX);
   report.inspected_at = now;
   report.caches = ReadCaches(client_directory, now);
-  LogText log = ReadLog(log_directory.empty() ? client_directory : log_directory);
+  const std::string log_place =
+      log_directory.empty() ? client_directory : LogDirectoryOf(client_directory, log_directory);
+  LogText log = ReadLog(log_place);
+  if (!log_directory.empty() && log.problems.empty() && !HoldsLog(log_place))
+    log.problems.push_back(log_place + ": it holds no log.");
   report.log_bytes = log.log_bytes;
   report.companion_bytes = log.companion_bytes;
   for (const std::string& problem : log.problems) {
@@ -69,14 +101,16 @@ Report Inspect(const std::string& client_directory, const std::string& log_direc
   const auto records = ReadRecords(log.text, log.written_at);
   if (records.empty() && !log.text.empty())
     report.problems.push_back("The log holds no record of the library.");
-  report.lives = ReadLives(records);
+  auto [lives, left_out] = ReadLives(records);
+  report.lives = std::move(lives);
+  if (left_out > 0) {
+    report.problems.push_back("The log holds " + std::to_string(left_out) +
+                              " older lives, which are left out.");
+  }
   if (filter.process) {
     std::erase_if(report.lives, [&](const Life& life) { return life.process != *filter.process; });
   }
-  for (Life& life : report.lives) {
-    const auto& writers = log.writers;
-    life.runs = !life.has_exit && std::count(writers.begin(), writers.end(), life.process) > 0;
-  }
+  MarkRunning(log.writers, report.lives);
   if (!report.lives.empty()) report.verdict = Judge(report.lives.back(), report.caches);
   Apply(filter, report.lives);
   return report;

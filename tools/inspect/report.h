@@ -32,11 +32,12 @@ struct Filter {
   std::optional<std::int32_t> process;  // Lives of other processes.
 };
 
-// Returns the directories of clients in `directory`: itself, or those of its businesses.
+// Returns the directories of clients in `directory`: itself, or those of its businesses. Throws a
+// std::system_error when a directory can't be read.
 std::vector<std::string> ClientDirectories(const std::string& directory);
 
-// Reads a client's directory. `log_directory` is empty unless the log is elsewhere. Changes nothing
-// and waits for nobody.
+// Reads a client's directory. `log_directory` is empty unless the client was given one, or where
+// the log was copied to. Changes nothing and waits for nobody.
 Report Inspect(const std::string& client_directory, const std::string& log_directory,
                const Filter& filter, std::int64_t now);
 

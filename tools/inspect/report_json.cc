@@ -1,7 +1,6 @@
-#include <ctime>
 #include <utility>
 
-#include "tools/inspect/log_records.h"
+#include "tools/inspect/moments.h"
 #include "tools/inspect/report.h"
 
 namespace tarvel_inspect {
@@ -11,14 +10,6 @@ using Json = nlohmann::ordered_json;
 
 Json Moment(const std::optional<std::int64_t>& at) { return at ? Json(*at) : Json(nullptr); }
 Json MomentUnlessZero(std::int64_t at) { return at == 0 ? Json(nullptr) : Json(at); }
-
-// Returns how far local time is ahead of UTC then, in seconds. Readers in other
-// zones need it to show the times of the log.
-std::int64_t ZoneAt(std::int64_t ms_since_1970) {
-  const auto seconds = static_cast<std::time_t>(ms_since_1970 / 1'000);
-  std::tm local{};
-  return localtime_r(&seconds, &local) != nullptr ? local.tm_gmtoff : 0;
-}
 
 const char* NameOf(CacheState state) {
   switch (state) {
@@ -95,7 +86,7 @@ Json ToJson(const Walk& walk) {
   for (std::size_t i = 0; i < walk.attempts.size(); ++i) {
     const Attempt& attempt = walk.attempts[i];
     Json json = {{"url", attempt.url},
-                 {"host", i < walk.hosts.size() ? walk.hosts[i] : ""},
+                 {"for_host", OtherHostOf(walk, i)},
                  {"start", attempt.start},
                  {"end", Moment(attempt.end)},
                  {"code", attempt.end ? Json(attempt.code) : Json(nullptr)},
@@ -147,7 +138,7 @@ Json ToJson(const Life& life) {
   return {{"process", life.process},
           {"start", life.start},
           {"end", life.end},
-          {"utc_offset_s", ZoneAt(life.start)},
+          {"utc_offset_s", UtcOffset(life.start)},
           {"has_start", life.has_start},
           {"has_exit", life.has_exit},
           {"runs", life.runs},
@@ -167,11 +158,9 @@ Json ToJson(const Verdict& verdict) {
                       {"count", cause.count},
                       {"evidence", cause.evidence}});
   }
-  return {{"process", verdict.process},
-          {"has_fresh_answer", verdict.has_fresh_answer},
-          {"has_success", verdict.has_success},
-          {"summary", verdict.summary},
-          {"causes", std::move(causes)}};
+  return {{"process", verdict.process},         {"has_fresh_answer", verdict.has_fresh_answer},
+          {"has_success", verdict.has_success}, {"summary", verdict.summary},
+          {"causes", std::move(causes)},        {"more_causes", verdict.more_causes}};
 }
 
 }  // namespace
@@ -183,7 +172,7 @@ nlohmann::ordered_json ToJson(const std::vector<Report>& reports) {
     for (const Life& life : report.lives) lives.push_back(ToJson(life));
     Json directory = {{"path", report.directory},
                       {"inspected_at", report.inspected_at},
-                      {"utc_offset_s", ZoneAt(report.inspected_at)},
+                      {"utc_offset_s", UtcOffset(report.inspected_at)},
                       {"log_bytes", report.log_bytes},
                       {"companion_bytes", report.companion_bytes},
                       {"problems", report.problems},

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/text/strings.h"
-#include "tools/inspect/log_records.h"
+#include "tools/inspect/moments.h"
 #include "tools/inspect/report.h"
 
 namespace tarvel_inspect {
@@ -15,6 +15,7 @@ constexpr std::size_t kMostListed = 20;
 
 // "350 ms", "12.3 s", "4 min", "5 h", "3 days".
 std::string Duration(std::int64_t ms) {
+  if (ms < 0) return "an unknown time (the clock was set back)";
   if (ms < 1'000) return StringFormat("%lld ms", static_cast<long long>(ms));
   const double seconds = static_cast<double>(ms) / 1'000;
   if (seconds < 120) return StringFormat("%.1f s", seconds);
@@ -63,8 +64,8 @@ void WriteCaches(const Report& report, TextWriter& out) {
         answer.is_local ? "made from the settings, no server's" : Lifetime(answer.expires_at, now);
     out.Pair("LBS answer", life + ", written " + FormatTime(answer.written_at) + ", family " +
                                answer.family + name);
-    out.Pair("", "asked for by the settings' URL " + answer.settings_url + ", next one " +
-                     answer.next_url);
+    out.Pair("", "URL of the settings: " + answer.settings_url);
+    out.Pair("", "URL of the next update: " + answer.next_url);
     out.Pair("", "links: " + Listed(answer.links) + "; default: " + Listed(answer.default_links));
   } else {
     out.Pair("LBS answer", State(answer));
@@ -109,10 +110,8 @@ std::string EndText(const Attempt& attempt, const Walk& walk) {
 void WriteWalk(const Walk& walk, std::int64_t start, TextWriter& out) {
   for (std::size_t i = 0; i < walk.attempts.size(); ++i) {
     const Attempt& attempt = walk.attempts[i];
-    std::string host;
-    if (i < walk.hosts.size() && attempt.url.find(walk.hosts[i]) == std::string::npos) {
-      host = " for " + walk.hosts[i];
-    }
+    const std::string other_host = OtherHostOf(walk, i);
+    const std::string host = other_host.empty() ? "" : " for " + other_host;
     out.Line(StringFormat("      +%7.3f s  [%zu] ",
                           static_cast<double>(attempt.start - start) / 1'000, i) +
              attempt.url + host + CauseText(attempt));
@@ -184,6 +183,9 @@ std::string ToText(const Verdict& verdict) {
     for (const std::string& line : cause.evidence) out.Line("       " + line);
     if (!cause.advice.empty()) out.Line("     " + cause.advice);
   }
+  if (verdict.more_causes > 0) {
+    out.Line("  There are " + std::to_string(verdict.more_causes) + " more, less likely causes.");
+  }
   return out.TakeText();
 }
 
@@ -193,7 +195,8 @@ std::string ToText(const Report& report) {
   if (!report.lives.empty()) {
     const Life& life = report.lives.back();
     out.Line("  business " + life.Setting("business type") + ", version " +
-             life.Setting("business version") + ", last seen " + FormatTime(life.end));
+             life.Setting("business version") + ", last seen " + FormatTime(life.end) + ' ' +
+             UtcOffsetName(life.end));
   }
   const auto bytes = [](std::int64_t count) {
     return count < 0 ? std::string("none") : std::to_string(count) + " bytes";

@@ -6,46 +6,17 @@
 #include <utility>
 
 #include "base/text/numbers.h"
-#include "base/text/strings.h"
+#include "tools/inspect/log_texts.h"
+#include "tools/inspect/moments.h"
 
 namespace tarvel_inspect {
 namespace {
 
-constexpr std::size_t kLongestText = 512;
 // A client has a few. A forged log must not make the search among them long.
 constexpr std::size_t kMostOpen = 256;
 
-std::string Clean(std::string_view text) { return zo_base::Printable(text, kLongestText); }
-std::string CleanUrl(std::string_view url) { return Clean(url.substr(0, url.find('?'))); }
-
-// What follows `begin`, if `text` begins so.
-std::optional<std::string_view> After(std::string_view text, std::string_view begin) {
-  if (!text.starts_with(begin)) return std::nullopt;
-  return text.substr(begin.size());
-}
-
-// What stands between `begin` and `end`, or the end of the text; empty without `begin`.
-std::string_view Between(std::string_view text, std::string_view begin, std::string_view end) {
-  const std::size_t at = text.find(begin);
-  if (at == std::string_view::npos) return {};
-  text.remove_prefix(at + begin.size());
-  return text.substr(0, text.find(end));
-}
-
-template <class Integer = std::int32_t>
-Integer NumberBetween(std::string_view text, std::string_view begin, std::string_view end) {
-  return zo_base::ReadNumber<Integer>(Between(text, begin, end), -1);
-}
-
-template <class Function>
-void ForEachLine(std::string_view text, const Function& function) {
-  while (!text.empty()) {
-    const std::size_t end = text.find('\n');
-    std::string_view line = text.substr(0, end);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    function(line);
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-  }
+std::int32_t NumberBetween(std::string_view text, std::string_view begin, std::string_view end) {
+  return zo_base::ReadNumber(Between(text, begin, end), -1);
 }
 
 void SetPurpose(Request& request, std::string_view url) {
@@ -76,49 +47,49 @@ Attempt& AttemptOf(Walk& walk, std::int32_t index) {
 }  // namespace
 
 void RequestReader::Take(const LogRecord& record) {
+  using Reader = void (RequestReader::*)(const LogRecord&, std::string_view, ThreadState&);
+  // What a record begins with, and who reads what follows.
+  static constexpr std::pair<std::string_view, Reader> kReaders[] = {
+      {"Invoke send multiple_time_out:", &RequestReader::TakeBegin},
+      {"Unenable httpdns", &RequestReader::TakeHttpDNSIsOff},
+      {"Invoke send multiple url", &RequestReader::TakeUrlList},
+      {" Request url list empty", &RequestReader::TakeNoUrl},
+      {"Send sub url request:", &RequestReader::TakeStart},
+      {"[time out]Sub url request time out index:", &RequestReader::TakeSlow},
+      {"[time out]Switch to index :", &RequestReader::TakeSwitchAfterHeadStart},
+      {"[rsp]Switch to index :", &RequestReader::TakeSwitchAfterFailure},
+      {"[rsp]Index:", &RequestReader::TakeCode},
+      {"[rsp] true,index :", &RequestReader::TakeGood},
+      {"[rsp]Business check response false,index :", &RequestReader::TakeBad},
+      {"[rsp]Failure reason index :", &RequestReader::TakeReason},
+      {"[rsp]All sub url has been requested", &RequestReader::TakeAllFailed},
+      {"Request cancel,internet connected is false", &RequestReader::TakeCancelled},
+  };
   const auto text = After(record.text, "[multiple]");
   if (!text) return;
   ThreadState& state = threads_[record.thread];
-  if (const auto begin = After(*text, "Invoke send multiple_time_out:")) {
-    state.begun = {};
-    state.begun.head_start = NumberBetween(*text, "multiple_time_out:", " ");
-    state.begun.time_out = NumberBetween(*text, " time_out:", " ");
-    state.begun.may_use_httpdns = begin->ends_with("true");
-  } else if (text->starts_with("Unenable httpdns")) {
-    state.begun.may_use_httpdns = false;
-  } else if (text->starts_with("Invoke send multiple url") &&
-             text->find("url list[adjustment]:") != std::string_view::npos) {
-    TakeUrlList(record, *text, state);
-  } else if (text->starts_with(" Request url list empty") && state.fresh) {
-    End(*std::exchange(state.fresh, {}), record.at, Outcome::kNoURL, state);
-  } else if (const auto url = After(*text, "Send sub url request:")) {
-    TakeStart(record, *url, state);
-  } else if (const auto index = After(*text, "[time out]Sub url request time out index:")) {
-    TakeSlow(record, zo_base::ReadNumber(*index, -1), state);
-  } else if (text->starts_with("[time out]Switch to index :")) {
-    TakeSwitch(*text, Attempt::Cause::kHeadStart, state.slow, state);
-  } else if (text->starts_with("[rsp]Switch to index :")) {
-    TakeSwitch(*text, Attempt::Cause::kFailure, state.judged, state);
-  } else if (const auto answer = After(*text, "[rsp]Index:")) {
-    state.code = NumberBetween(*answer, " code :", " ");
-  } else if (text->starts_with("[rsp] true,index :")) {
-    TakeVerdict(record, *text, true, state);
-  } else if (text->starts_with("[rsp]Business check response false,index :")) {
-    TakeVerdict(record, *text, false, state);
-  } else if (const auto reason = After(*text, "[rsp]Failure reason index :")) {
-    TakeReason(record, *reason, state);
-  } else if (text->starts_with("[rsp]All sub url has been requested") && state.judged) {
-    if (!state.has_ended) End(*state.judged, record.at, Outcome::kFailed, state);
-  } else if (const auto list = After(*text, "Request cancel,internet connected is false")) {
-    TakeCancelled(record, *list);
-  } else {
-    TakeSecondTry(*text, state);
+  for (const auto& [begin, reader] : kReaders) {
+    if (const auto rest = After(*text, begin)) return (this->*reader)(record, *rest, state);
   }
+  TakeSecondTry(*text, state);
+}
+
+// "100 time_out:900 use http dns:true".
+void RequestReader::TakeBegin(const LogRecord&, std::string_view text, ThreadState& state) {
+  state.begun = {};
+  state.begun.head_start = zo_base::ReadNumber(text.substr(0, text.find(' ')), -1);
+  state.begun.time_out = NumberBetween(text, " time_out:", " ");
+  state.begun.may_use_httpdns = text.ends_with("true");
+}
+
+void RequestReader::TakeHttpDNSIsOff(const LogRecord&, std::string_view, ThreadState& state) {
+  state.begun.may_use_httpdns = false;
 }
 
 // The lines are "host:lbs.example url:https://lbs.example/lbs/conf.jsp?k=...".
 void RequestReader::TakeUrlList(const LogRecord& record, std::string_view list,
                                 ThreadState& state) {
+  if (list.find("url list[adjustment]:") == std::string_view::npos) return;
   Walk walk;
   std::vector<std::string_view> urls;
   ForEachLine(list, [&](std::string_view line) {
@@ -178,6 +149,10 @@ void RequestReader::End(Place walk, std::int64_t at, Outcome outcome, ThreadStat
   ended_.splice(ended_.begin(), open_, walk);
 }
 
+void RequestReader::TakeNoUrl(const LogRecord& record, std::string_view, ThreadState& state) {
+  if (state.fresh) End(*std::exchange(state.fresh, {}), record.at, Outcome::kNoURL, state);
+}
+
 void RequestReader::TakeStart(const LogRecord& record, std::string_view url, ThreadState& state) {
   Attempt attempt;
   attempt.url = CleanUrl(url);
@@ -204,7 +179,8 @@ void RequestReader::TakeStart(const LogRecord& record, std::string_view url, Thr
 }
 
 // Of several walks of the thread, the one is meant whose head start has just ended.
-void RequestReader::TakeSlow(const LogRecord& record, std::int32_t index, ThreadState& state) {
+void RequestReader::TakeSlow(const LogRecord& record, std::string_view text, ThreadState& state) {
+  const auto index = zo_base::ReadNumber(text, -1);
   std::int64_t nearest = INT64_MAX;
   state.slow.reset();
   for (auto walk = open_.begin(); walk != open_.end(); ++walk) {
@@ -219,15 +195,39 @@ void RequestReader::TakeSlow(const LogRecord& record, std::int32_t index, Thread
   if (state.slow) AttemptOf(*(*state.slow)->walk, index).head_start_over = record.at;
 }
 
-// "...Switch to index :1 triggered by :0", with the URL behind it or not.
-void RequestReader::TakeSwitch(std::string_view text, Attempt::Cause cause,
-                               std::optional<Place> walk, ThreadState& state) {
-  state.next = walk;
-  state.cause = cause;
+// "1 triggered by :0", with the URL behind it or not.
+void RequestReader::TakeSwitchAfterHeadStart(const LogRecord&, std::string_view text,
+                                             ThreadState& state) {
+  state.next = state.slow;
+  state.cause = Attempt::Cause::kHeadStart;
   state.cause_index = NumberBetween(text, "triggered by :", " ");
 }
 
-// "...,index :0 url:https://...", with " stop :true" behind it when the request ends.
+void RequestReader::TakeSwitchAfterFailure(const LogRecord&, std::string_view text,
+                                           ThreadState& state) {
+  state.next = state.judged;
+  state.cause = Attempt::Cause::kFailure;
+  state.cause_index = NumberBetween(text, "triggered by :", " ");
+}
+
+// "0 code :200 ...".
+void RequestReader::TakeCode(const LogRecord&, std::string_view text, ThreadState& state) {
+  state.code = NumberBetween(text, " code :", " ");
+}
+
+void RequestReader::TakeGood(const LogRecord& record, std::string_view text, ThreadState& state) {
+  TakeVerdict(record, text, true, state);
+}
+
+void RequestReader::TakeBad(const LogRecord& record, std::string_view text, ThreadState& state) {
+  TakeVerdict(record, text, false, state);
+}
+
+void RequestReader::TakeAllFailed(const LogRecord& record, std::string_view, ThreadState& state) {
+  if (state.judged && !state.has_ended) End(*state.judged, record.at, Outcome::kFailed, state);
+}
+
+// "0 url:https://...", with " stop :true" behind it when the request ends.
 void RequestReader::TakeVerdict(const LogRecord& record, std::string_view text, bool good,
                                 ThreadState& state) {
   constexpr std::string_view kStop = " stop :true";
@@ -235,7 +235,7 @@ void RequestReader::TakeVerdict(const LogRecord& record, std::string_view text, 
     if (state.judged && !state.has_ended) End(*state.judged, record.at, Outcome::kStopped, state);
     return;
   }
-  const auto index = NumberBetween(text, ",index :", " ");
+  const auto index = zo_base::ReadNumber(text.substr(0, text.find(' ')), -1);
   const std::string_view url = Between(text, " url:", "\n");
   const auto is_meant = [&](const OpenWalk& walk) {
     return walk.thread == record.thread && Runs(*walk.walk, index) &&
@@ -263,7 +263,7 @@ void RequestReader::TakeReason(const LogRecord& record, std::string_view text, T
   }
   Attempt& attempt = AttemptOf(*(*state.judged)->walk, state.judged_index);
   attempt.reason = Clean(Between(text, " reason :", "\n"));
-  attempt.evidence = Clean(record.stamp) + ' ' + Clean(record.text);
+  attempt.evidence = FormatTime(record.at) + ' ' + Clean(record.text);
 }
 
 void RequestReader::TakeSecondTry(std::string_view text, ThreadState& state) {
@@ -285,7 +285,7 @@ void RequestReader::TakeSecondTry(std::string_view text, ThreadState& state) {
   }
 }
 
-void RequestReader::TakeCancelled(const LogRecord& record, std::string_view list) {
+void RequestReader::TakeCancelled(const LogRecord& record, std::string_view list, ThreadState&) {
   Request& request = requests_.emplace_back();
   request.first.start = record.at;
   request.first.end = record.at;
@@ -300,36 +300,6 @@ void RequestReader::TakeCancelled(const LogRecord& record, std::string_view list
 
 std::vector<Request> RequestReader::TakeRequests() {
   return {std::make_move_iterator(requests_.begin()), std::make_move_iterator(requests_.end())};
-}
-
-const char* NameOf(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::kAnswered:
-      return "answered";
-    case Outcome::kFailed:
-      return "failed";
-    case Outcome::kStopped:
-      return "stopped";
-    case Outcome::kNoNetwork:
-      return "no network";
-    case Outcome::kNoURL:
-      return "no URL";
-    default:
-      return "unfinished";
-  }
-}
-
-std::string PurposeOf(const Request& request) {
-  switch (request.purpose) {
-    case Request::Purpose::kLBS:
-      return "LBS update";
-    case Request::Purpose::kServers:
-      return "HTTPDNS servers";
-    case Request::Purpose::kHosts:
-      return "HTTPDNS addresses of " + request.asked_hosts;
-    default:
-      return "request";
-  }
 }
 
 }  // namespace tarvel_inspect

@@ -53,15 +53,23 @@ class RequestReader {
     std::map<std::string, std::vector<std::string>> addresses;
   };
 
-  void TakeUrlList(const LogRecord& record, std::string_view list, ThreadState& state);
-  void TakeStart(const LogRecord& record, std::string_view url, ThreadState& state);
-  void TakeSlow(const LogRecord& record, std::int32_t index, ThreadState& state);
-  void TakeSwitch(std::string_view text, Attempt::Cause cause, std::optional<Place> walk,
-                  ThreadState& state);
-  void TakeVerdict(const LogRecord& record, std::string_view text, bool good, ThreadState& state);
+  // Each reads the rest of a record of one kind.
+  void TakeBegin(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeHttpDNSIsOff(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeUrlList(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeNoUrl(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeStart(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeSlow(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeSwitchAfterHeadStart(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeSwitchAfterFailure(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeCode(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeGood(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeBad(const LogRecord& record, std::string_view text, ThreadState& state);
   void TakeReason(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeAllFailed(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeCancelled(const LogRecord& record, std::string_view text, ThreadState& state);
+  void TakeVerdict(const LogRecord& record, std::string_view text, bool good, ThreadState& state);
   void TakeSecondTry(std::string_view text, ThreadState& state);
-  void TakeCancelled(const LogRecord& record, std::string_view list);
 
   Place Open(Request& request, Walk& walk, const LogRecord& record,
              std::vector<std::string_view> urls);

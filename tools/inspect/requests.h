@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -65,5 +66,7 @@ struct Request {
 const char* NameOf(Outcome outcome);
 // "LBS update", "HTTPDNS servers", "HTTPDNS addresses of lbs.example".
 std::string PurposeOf(const Request& request);
+// The host that the walk's URL stands for, if that URL has another one: an address, for instance.
+std::string OtherHostOf(const Walk& walk, std::size_t index);
 
 }  // namespace tarvel_inspect

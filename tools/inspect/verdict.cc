@@ -2,60 +2,93 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <utility>
 
+#include "base/text/strings.h"
 #include "tools/inspect/failure_kinds.h"
+#include "tools/inspect/moments.h"
 
 namespace tarvel_inspect {
 namespace {
 
 constexpr std::size_t kMostCauses = 4;
 constexpr std::size_t kMostEvidence = 3;
+constexpr std::size_t kMostSubjects = 3;
 constexpr std::int64_t kBatchTime = 1'200;  // Update requests are batched so long.
 
-// Collects the causes of one life.
+// Collects the causes of one life. Failures of one kind are one cause, with all that they are
+// about.
 class Judgement {
  public:
   void Add(const FailureKind& kind, const std::string& evidence, std::int64_t weight = 1) {
     if (kind.title.empty()) return;
     const auto [place, is_new] = places_.try_emplace(kind.title, causes_.size());
-    if (is_new) causes_.push_back({{kind.title, kind.advice, 0, {}}, 0});
-    auto& [cause, total] = causes_[place->second];
+    if (is_new) causes_.push_back({{kind.title, kind.advice, 0, {}}, {}, 0});
+    auto& [cause, subjects, total] = causes_[place->second];
     ++cause.count;
     total += weight;
+    const bool is_known =
+        std::find(subjects.begin(), subjects.end(), kind.subject) != subjects.end();
+    if (!kind.subject.empty() && !is_known) subjects.push_back(kind.subject);
     if (evidence.empty()) return;
     if (cause.evidence.size() == kMostEvidence) cause.evidence.erase(cause.evidence.begin());
     cause.evidence.push_back(evidence);
   }
 
-  void AddWalk(const Walk& walk, std::int64_t weight) {
-    for (std::size_t i = 0; i < walk.attempts.size(); ++i) {
-      const Attempt& attempt = walk.attempts[i];
-      if (!attempt.end && walk.outcome == Outcome::kUnfinished) {
-        Add({"An attempt was under way when the log ended: " + attempt.url + '.',
-             "The process was killed, ended or still runs. See whether the server answers at all."},
-            FormatTime(attempt.start) + " [multiple]Send sub url request:" + attempt.url, weight);
-      }
-      Add(KindOf(attempt, i < walk.hosts.size() ? walk.hosts[i] : ""), attempt.evidence, weight);
-    }
-  }
-
   // The heaviest first; of equal ones, the one that came first.
-  std::vector<Cause> TakeCauses() {
+  void MoveTo(Verdict& verdict) {
     std::stable_sort(causes_.begin(), causes_.end(),
-                     [](const auto& a, const auto& b) { return a.second > b.second; });
-    std::vector<Cause> causes;
-    for (auto& [cause, weight] : causes_) {
-      if (causes.size() < kMostCauses) causes.push_back(std::move(cause));
+                     [](const auto& a, const auto& b) { return a.weight > b.weight; });
+    for (auto& [cause, subjects, weight] : causes_) {
+      if (verdict.causes.size() == kMostCauses) break;
+      if (!subjects.empty()) cause.title += ListOf(subjects) + '.';
+      verdict.causes.push_back(std::move(cause));
     }
-    return causes;
+    verdict.more_causes = static_cast<std::int64_t>(causes_.size() - verdict.causes.size());
   }
 
  private:
-  std::vector<std::pair<Cause, std::int64_t>> causes_;  // With their weights.
-  std::map<std::string, std::size_t> places_;           // Among them, by title.
+  struct Weighed {
+    Cause cause;
+    std::vector<std::string> subjects;
+    std::int64_t weight = 0;
+  };
+
+  static std::string ListOf(const std::vector<std::string>& subjects) {
+    if (subjects.size() <= kMostSubjects) return zo_base::Join(subjects, ", ");
+    const std::vector<std::string> first(subjects.begin(), subjects.begin() + kMostSubjects);
+    return zo_base::Join(first, ", ") + " and " + std::to_string(subjects.size() - kMostSubjects) +
+           " more";
+  }
+
+  std::vector<Weighed> causes_;
+  std::map<std::string, std::size_t> places_;  // Among them, by title.
 };
+
+// What an attempt shows whose end is not in the log.
+FailureKind KindOfOpen(const Attempt& attempt, const Life& life) {
+  if (life.has_exit) {
+    return {"An attempt was stopped by the exit: ", attempt.url,
+            "Keep the client running until its answer has come."};
+  }
+  if (life.runs) {
+    return {"An attempt is under way: ", attempt.url, "Inspect again when it has ended."};
+  }
+  return {"An attempt was under way when the log ended: ", attempt.url,
+          "The process was killed or crashed. See whether the server answers at all."};
+}
+
+void AddWalk(const Walk& walk, const Life& life, std::int64_t weight, Judgement& judgement) {
+  for (std::size_t i = 0; i < walk.attempts.size(); ++i) {
+    const Attempt& attempt = walk.attempts[i];
+    if (!attempt.end && walk.outcome == Outcome::kUnfinished) {
+      judgement.Add(KindOfOpen(attempt, life),
+                    FormatTime(attempt.start) + " [multiple]Send sub url request:" + attempt.url,
+                    weight);
+    }
+    judgement.Add(KindOf(attempt, OtherHostOf(walk, i)), attempt.evidence, weight);
+  }
+}
 
 bool IsLBS(const Request& request) { return request.purpose == Request::Purpose::kLBS; }
 
@@ -68,16 +101,16 @@ void AddRequests(const Life& life, bool with_answered, Judgement& judgement) {
   for (const Request& request : life.requests) {
     if (IsAnswered(request) && !with_answered) continue;
     const std::int64_t weight = IsLBS(request) ? kOfLBS : 1;
-    judgement.AddWalk(request.first, weight);
-    if (request.second) judgement.AddWalk(*request.second, weight);
+    AddWalk(request.first, life, weight, judgement);
+    if (request.second) AddWalk(*request.second, life, weight, judgement);
     if (request.no_address) {
       judgement.Add(
-          {"HTTPDNS gave no address for a second try.",
+          {"HTTPDNS gave no address for a second try.", "",
            "Check the HTTPDNS servers of the deployment, and whether they know the hosts."},
           "");
     }
     if (request.first.outcome == Outcome::kNoNetwork) {
-      judgement.Add({"The system says that there is no network, so nothing was sent.",
+      judgement.Add({"The system says that there is no network, so nothing was sent.", "",
                      "Check the device's network, or let the client try without one."},
                     FormatTime(request.first.start) + " [multiple]Request cancel", kOfLBS);
     }
@@ -90,18 +123,23 @@ void AddStateOf(const Life& life, const Caches& caches, Judgement& judgement) {
       std::any_of(life.updates.begin(), life.updates.end(),
                   [](const Update& update) { return update.result == Update::Result::kNoURL; });
   if (had_no_url) {
-    judgement.Add({"No LBS URL can be used with these settings.",
+    judgement.Add({"No LBS URL can be used with these settings.", "",
                    "Check the URLs, the family of the network, and the setting for https only."},
                   "", 2'000);
   }
   for (const auto& [at, text] : life.troubles) {
-    judgement.Add({"The system gave the library no thread or no transport.",
+    judgement.Add({"The system gave the library no thread or no transport.", "",
                    "Check limits on threads, descriptors and memory."},
                   FormatTime(at) + ' ' + text, 1'500);
   }
+  if (life.updates_begun > 0 && life.requests.empty() && !had_no_url) {
+    judgement.Add({"The log ends between the begin of an update and its request.", "",
+                   "See how the process has ended."},
+                  "");
+  }
   if (life.updates_begun > 0 || had_no_url) return;
   if (life.has_empty_token) {
-    judgement.Add({"The application key is empty, so no update is requested at the start.",
+    judgement.Add({"The application key is empty, so no update is requested at the start.", "",
                    "Set the key before the start."},
                   "");
     return;
@@ -109,12 +147,12 @@ void AddStateOf(const Life& life, const Caches& caches, Judgement& judgement) {
   const bool was_valid = caches.answer.state == CacheState::kUsable && !caches.answer.is_local &&
                          caches.answer.expires_at > life.end;
   if (was_valid) {
-    judgement.Add({"The cached answer was still valid, so no server was asked.",
+    judgement.Add({"The cached answer was still valid, so no server was asked.", "",
                    "No fault. To ask anyway, force an update."},
                   "");
   } else if (life.has_exit && life.end - life.start < kBatchTime) {
     judgement.Add({"The life ended before the first update, which begins 1.2 s after the start.",
-                   "Keep the client running, or wait for its first answer."},
+                   "", "Keep the client running, or wait for its first answer."},
                   "");
   }
 }
@@ -133,7 +171,10 @@ std::string Summary(const Life& life, const Verdict& verdict) {
       life.requests.begin(), life.requests.end(),
       [](const auto& request) { return request.Last().outcome == Outcome::kUnfinished; });
   if (!verdict.has_success) summary += " None of its requests got through.";
-  if (has_open) summary += " At its end a request was still under way.";
+  if (has_open)
+    summary +=
+        life.runs ? " A request is under way." : " At its end a request was still under way.";
+  if (life.Setting("enable httpdns") == "false") summary += " HTTPDNS is off.";
   return summary;
 }
 
@@ -150,7 +191,7 @@ Verdict Judge(const Life& life, const Caches& caches) {
   Judgement judgement;
   AddRequests(life, verdict.has_fresh_answer, judgement);
   if (!verdict.has_fresh_answer) AddStateOf(life, caches, judgement);
-  verdict.causes = judgement.TakeCauses();
+  judgement.MoveTo(verdict);
   if (verdict.has_fresh_answer && !verdict.causes.empty()) verdict.summary += " On the way:";
   return verdict;
 }

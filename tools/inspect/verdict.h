@@ -21,9 +21,10 @@ struct Cause {
 struct Verdict {
   std::int32_t process = 0;
   bool has_fresh_answer = false;
-  bool has_success = false;   // Any request got a good answer.
-  std::string summary;        // Sentences.
-  std::vector<Cause> causes;  // The likeliest first.
+  bool has_success = false;      // Any request got a good answer.
+  std::string summary;           // Sentences.
+  std::vector<Cause> causes;     // The likeliest first,
+  std::int64_t more_causes = 0;  // and how many there are besides.
 };
 
 Verdict Judge(const Life& life, const Caches& caches);

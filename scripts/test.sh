@@ -9,7 +9,7 @@ case $preset in
     scripts/setup.sh ports
     scripts/port-root.sh "$preset"
     ;;
-  clang-[0-9]*) scripts/setup.sh ports ;;
+  clang-[0-9]* | memcheck | helgrind) scripts/setup.sh ports ;;
   *) scripts/setup.sh ;;
 esac
 cmake --preset "$preset" >/dev/null

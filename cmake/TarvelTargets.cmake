@@ -6,6 +6,10 @@ target_compile_options(tarvel_options INTERFACE -Wall -Wextra -Wpedantic
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(tarvel_options INTERFACE -Wno-restrict)  # Wrong for "text" + a temporary.
 endif()
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Files over 2 GiB, and times after 2038. glibc has both since 2.34.
+  target_compile_definitions(tarvel_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 # ZO_ASSERT. The same in all targets, since inline functions use it.
 if(TARVEL_SANITIZE OR TARVEL_FUZZ)
   target_compile_definitions(tarvel_options INTERFACE TARVEL_ASSERTIONS)

@@ -1,7 +1,12 @@
 #!/usr/bin/env bash
-# Installs the packages of packages.txt that are missing. As root, or through sudo.
+# Installs the packages of packages.txt that are missing, and with `ports` those of packages-ports.txt.
+# As root, or through sudo. Usage: setup.sh [ports]
 set -euo pipefail
 cd "$(dirname "$0")"
+lists=(packages.txt)
+if [ "${1:-}" = ports ]; then
+  lists+=(packages-ports.txt)
+fi
 
 is_installed() {
   [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
@@ -10,7 +15,7 @@ is_installed() {
 missing=()
 while read -r package; do
   is_installed "$package" || missing+=("$package")
-done < <(sed 's/#.*//; /^[[:space:]]*$/d' packages.txt)
+done < <(sed 's/#.*//; /^[[:space:]]*$/d' "${lists[@]}")
 
 if [ ${#missing[@]} -eq 0 ]; then
   exit 0

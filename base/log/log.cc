@@ -29,6 +29,8 @@ std::string_view LevelText(std::int32_t level) {
   return level >= 0 && level <= kLogProtocol ? kTexts[level] : std::string_view();
 }
 
+static_assert(sizeof(std::time_t) == 8, "define _TIME_BITS=64: records have times after 2038");
+
 constexpr std::size_t kTimeLength = sizeof "MM-DD hh:mm:ss.mmm" - 1;
 constexpr std::size_t kSecondLength = kTimeLength - sizeof ".mmm" + 1;
 using TimeText = std::array<char, kTimeLength>;

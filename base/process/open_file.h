@@ -11,6 +11,8 @@
 
 namespace zo_base {
 
+static_assert(sizeof(off_t) == 8, "define _FILE_OFFSET_BITS=64: a log may pass 2 GiB");
+
 // Owns a descriptor; negative for none.
 class FileDescriptor {
  public:

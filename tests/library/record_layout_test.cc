@@ -14,13 +14,14 @@ static_assert(sizeof(EMAddressFamily) == 4 && sizeof(zo_net::AddressFamily) == 4
 static_assert(kEMAddressFamilyIPv4 == 1 && zo_net::kAddressFamilyIPv4 == 1);
 static_assert(kEMAddressFamilyIPv6 == 2 && zo_net::kAddressFamilyIPv6 == 2);
 
-// The slot of each operation in the interface's table, as the client's compiler sees it.
+// The slot of each operation in the interface's table, as the client's compiler sees it. The first
+// half of a pointer to a virtual function is the slot's offset, plus 1 on x86.
 template <class Operation>
 std::size_t SlotOf(Operation operation) {
   std::ptrdiff_t representation[2];
   static_assert(sizeof operation == sizeof representation);
   std::memcpy(representation, &operation, sizeof operation);
-  return static_cast<std::size_t>(representation[0] - 1) / sizeof(void*);
+  return static_cast<std::size_t>(representation[0]) / sizeof(void*);
 }
 
 template <class... Operations>

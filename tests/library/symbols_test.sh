@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # The stripped library shows the five functions of the public header and no other symbol.
-# Usage: symbols_test.sh LIBRARY
+# Usage: symbols_test.sh LIBRARY STRIP NM
 set -euo pipefail
 stripped=$(mktemp)
 trap 'rm -f "$stripped"' EXIT
-strip -o "$stripped" "$1"
+"$2" -o "$stripped" "$1"
 
 expected="T zo_tarvel::ExitTarvelEnvironment(int)
 T zo_tarvel::GetTarvelObject(int)
@@ -12,5 +12,5 @@ T zo_tarvel::SetExceptionDataReporter(void (* const&)(zo_tarvel::TarvelException
 T zo_tarvel::StartTarvelEnvironment(zo_tarvel::_ZOTarvelEnvironmentSettings const&)
 T zo_tarvel::TarvelExceptionDataToJsonString(zo_tarvel::TarvelExceptionData const&)"
 # libstdc++ marks what returns its new strings.
-shown=$(nm -DC --defined-only "$stripped" | cut -d' ' -f2- | sed 's/\[abi:cxx11\]//' | LC_ALL=C sort)
+shown=$("$3" -DC --defined-only "$stripped" | cut -d' ' -f2- | sed 's/\[abi:cxx11\]//' | LC_ALL=C sort)
 diff <(echo "$expected") <(echo "$shown")

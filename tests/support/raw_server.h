@@ -140,22 +140,35 @@ class RawServer {
   int connections() const { return accepted_; }  // So far, also those that are closed.
 
  private:
+  // A thread keeps its stack until it is joined, and 32 bits have no room for thousands of them.
+  struct Conversation {
+    std::atomic<bool> ended{false};
+    std::jthread thread;  // Last: `ended` outlives it.
+  };
+
   // Until accept() fails as it does after a shutdown.
   void Accept() {
     for (int fd = 0; fd >= 0 || errno != EINVAL;) {
       fd = accept4(socket_.fd(), nullptr, nullptr, SOCK_CLOEXEC);
       if (fd < 0) continue;
       ++accepted_;
+      conversations_.remove_if([](const Conversation& one) { return one.ended.load(); });
       const std::lock_guard lock(mutex_);
       open_.insert(fd);
-      conversations_.emplace_back([this, fd] {
-        RawConnection connection(fd);
-        handler_(connection);
-        const std::lock_guard ending(mutex_);
-        open_.erase(fd);
-        close(fd);
+      Conversation& conversation = conversations_.emplace_back();
+      conversation.thread = std::jthread([this, fd, &conversation] {
+        Converse(fd);
+        conversation.ended = true;
       });
     }
+  }
+
+  void Converse(int fd) {
+    RawConnection connection(fd);
+    handler_(connection);
+    const std::lock_guard lock(mutex_);
+    open_.erase(fd);
+    close(fd);
   }
 
   const Handler handler_;
@@ -163,7 +176,7 @@ class RawServer {
   std::atomic<int> accepted_{0};
   std::mutex mutex_;
   std::set<int> open_;                     // Guarded by mutex_: the descriptors of connections.
-  std::list<std::jthread> conversations_;  // Touched by the accepting thread only, until it ended.
+  std::list<Conversation> conversations_;  // Touched by the accepting thread only, until it ended.
   std::jthread acceptor_;                  // Last: all that it uses exists before it starts.
 };
 

@@ -111,7 +111,9 @@ siginfo_t Lab::AwaitSignal() const {
   const auto left =
       std::max(Clock::duration::zero(), start_ + plan_.timeline[next_event_].at - Clock::now());
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-  const timespec limit{seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
+  const std::chrono::nanoseconds rest = left - seconds;
+  const timespec limit{.tv_sec = static_cast<std::time_t>(seconds.count()),
+                       .tv_nsec = static_cast<long>(rest.count())};
   if (sigtimedwait(&signals_, &signal, &limit) < 0) return {};
   return signal;
 }

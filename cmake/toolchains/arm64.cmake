@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(TRIPLET aarch64-linux-gnu)
+set(ROOT arm64)
+set(QEMU qemu-aarch64-static)
+include("${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake")

@@ -129,7 +129,7 @@ class PageTest(unittest.TestCase):
             ["bar unfinished", 0, 100, 0, "… no end in the log"],
             ["bar failed", 0, 20, 0, "✗ failed after 200 ms: Could not resolve host"],
             ["bar good", 40, 60, 0, "✓ good, 200 after 600 ms"],
-            ["bar dropped", 0, 100, 50, "– not waited for" "slow, head start over at 500 ms"],
+            ["bar dropped", 0, 100, 50, "– not waited for" "its head start was over after 500 ms"],
             ["bar failed", 50, 20, 0, ("✗ failed, 503 after 200 ms: \\xe2\\x80\\xae\\xe2\\x80\\xa8" + HOSTILE)[:60]],
             ["bar good", 70, 30, 0, "✓ good, 200 after 300 ms" "started when 1 had failed"],
             f"[3] {D}not started"])

@@ -80,7 +80,7 @@ function cacheTable(caption, cache, directory, pairsOf) {
 
 const answerPairs = (answer) => [
   ["name", answer.name],
-  ["made by", answer.is_local ? "the client: no server has answered" : "a server"],
+  ["made by", answer.is_local ? "the client, from its settings; no answer of a server is kept" : "a server"],
   ["URL of the settings", answer.settings_url],
   ["URL of the next update", answer.next_url],
   ["backup URLs", answer.backup_urls],
@@ -103,7 +103,7 @@ function caches(directory) {
 }
 
 function causeItem(cause) {
-  const count = cause.count > 1 ? ` (${cause.count} times)` : "";
+  const count = cause.count > 1 ? ` (${cause.count} attempts)` : "";
   return make("li", make("strong", cause.title + count), make("p", cause.advice),
     ...cause.evidence.map((line) => make("code", line)));
 }
@@ -112,13 +112,13 @@ function verdictBox(verdict) {
   if (!verdict) return make("p.verdict", "No life of a client is in the log.");
   return make(verdict.has_fresh_answer ? "div.verdict fresh" : "div.verdict", make("h3", "Verdict"),
     make("p", verdict.summary), make("ol", ...verdict.causes.map(causeItem)),
-    ...(verdict.more_causes ? [make("p.note", `${verdict.more_causes} more, less likely causes.`)] : []));
+    ...(verdict.more_causes ? [make("p.note", `Left out, since they are less likely: ${verdict.more_causes}`)] : []));
 }
 
 function factsOf(directory) {
   const { log_bytes: log, companion_bytes: companion } = directory;
   const bytes = (count) => (count < 0 ? "none" : `${count.toLocaleString("en")} bytes`);
-  const files = `Log: ${bytes(log)}, companion: ${bytes(companion)}.`;
+  const files = `Log: ${bytes(log)}, companion (what is not in the log yet): ${bytes(companion)}.`;
   const last = directory.lives.at(-1);
   if (!last) return files;
   const setting = (name) => last.settings.find((pair) => pair.name === name)?.value ?? "unknown";
@@ -140,9 +140,10 @@ function endOf(life) {
 }
 
 function updatesOf(life) {
-  const counts = { fresh: 0, failed: 0, stopped: 0, "no URL": 0 };
-  for (const update of life.updates) ++counts[update.result];
-  return Object.entries(counts).map(([name, count]) => `${count} ${name}`).join(", ");
+  const names = { fresh: "fresh", failed: "failed", stopped: "ended without a result", "no URL": "without a URL" };
+  const count = (result) => life.updates.filter((update) => update.result === result).length;
+  const results = Object.entries(names).map(([result, name]) => `${count(result)} ${name}`);
+  return [`${life.updates_begun} begun`, ...results].join(", ");
 }
 
 function lifeSection({ life }) {

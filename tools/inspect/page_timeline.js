@@ -48,11 +48,11 @@ function endWords(attempt, state) {
   return `✗ failed${after}${attempt.reason ? ": " + attempt.reason : ""}`;
 }
 
-function wordsOf(attempt, state, axis) {
+function wordsOf(attempt, state) {
   const words = make("p.words", make(`span.word ${state}`, endWords(attempt, state)));
   const note = (text) => words.append(make("span.note", text));
   if (attempt.head_start_over !== null) {
-    note(`slow, head start over at ${duration(attempt.head_start_over - axis.start)}`);
+    note(`its head start was over after ${duration(attempt.head_start_over - attempt.start)}`);
   }
   const index = attempt.started_by_index;
   if (attempt.started_by === "head start") note(`started when the head start of ${index} was over`);
@@ -87,7 +87,7 @@ function urlLabel(index, url, host) {
 function attemptRow(attempt, index, walk, axis) {
   const state = stateOf(attempt, walk);
   const row = make("li.attempt", urlLabel(index, attempt.url, attempt.for_host),
-    make("div", barOf(attempt, state, walk, axis), wordsOf(attempt, state, axis)));
+    make("div", barOf(attempt, state, walk, axis), wordsOf(attempt, state)));
   row.style.setProperty("--left", `${axis.percent(attempt.start)}%`);
   return row;
 }

@@ -145,6 +145,7 @@ Json ToJson(const Life& life) {
           {"links_taken", life.links_taken},
           {"last_link", life.last_link},
           {"settings", std::move(settings)},
+          {"updates_begun", life.updates_begun},
           {"updates", std::move(updates)},
           {"troubles", std::move(troubles)},
           {"requests", std::move(requests)}};

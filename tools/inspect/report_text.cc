@@ -60,8 +60,9 @@ void WriteCaches(const Report& report, TextWriter& out) {
   const AnswerCache& answer = report.caches.answer;
   if (answer.state == CacheState::kUsable) {
     const std::string name = answer.name.empty() ? "" : ", \"" + answer.name + '"';
-    const std::string life =
-        answer.is_local ? "made from the settings, no server's" : Lifetime(answer.expires_at, now);
+    const std::string life = answer.is_local
+                                 ? "made from the settings; no answer of a server is kept"
+                                 : Lifetime(answer.expires_at, now);
     out.Pair("LBS answer", life + ", written " + FormatTime(answer.written_at) + ", family " +
                                answer.family + name);
     out.Pair("", "URL of the settings: " + answer.settings_url);
@@ -152,9 +153,11 @@ std::string UpdatesOf(const Life& life) {
     return std::count_if(life.updates.begin(), life.updates.end(),
                          [&](const Update& update) { return update.result == result; });
   };
-  return StringFormat("updates: %td fresh, %td failed, %td stopped, %td without a URL",
-                      count(Update::Result::kFresh), count(Update::Result::kFailed),
-                      count(Update::Result::kStopped), count(Update::Result::kNoURL));
+  return StringFormat(
+      "updates: %lld begun, %td fresh, %td failed, %td ended without a result, %td without a URL",
+      static_cast<long long>(life.updates_begun), count(Update::Result::kFresh),
+      count(Update::Result::kFailed), count(Update::Result::kStopped),
+      count(Update::Result::kNoURL));
 }
 
 void WriteLife(const Life& life, TextWriter& out) {
@@ -179,12 +182,12 @@ std::string ToText(const Verdict& verdict) {
   int number = 0;
   for (const Cause& cause : verdict.causes) {
     out.Line(StringFormat("  %d. ", ++number) + cause.title +
-             (cause.count > 1 ? " (" + std::to_string(cause.count) + " times)" : ""));
+             (cause.count > 1 ? " (" + std::to_string(cause.count) + " attempts)" : ""));
     for (const std::string& line : cause.evidence) out.Line("       " + line);
     if (!cause.advice.empty()) out.Line("     " + cause.advice);
   }
   if (verdict.more_causes > 0) {
-    out.Line("  There are " + std::to_string(verdict.more_causes) + " more, less likely causes.");
+    out.Line("  Left out, since they are less likely: " + std::to_string(verdict.more_causes));
   }
   return out.TakeText();
 }
@@ -201,7 +204,8 @@ std::string ToText(const Report& report) {
   const auto bytes = [](std::int64_t count) {
     return count < 0 ? std::string("none") : std::to_string(count) + " bytes";
   };
-  out.Line("  log " + bytes(report.log_bytes) + ", companion " + bytes(report.companion_bytes));
+  out.Line("  log " + bytes(report.log_bytes) + ", companion (what is not in the log yet) " +
+           bytes(report.companion_bytes));
   for (const std::string& problem : report.problems) out.Line("  " + problem);
   out.Line();
   WriteCaches(report, out);

@@ -11,7 +11,7 @@
 namespace tarvel_inspect {
 namespace {
 
-constexpr std::size_t kMostCauses = 4;
+constexpr std::size_t kMostCauses = 6;
 constexpr std::size_t kMostEvidence = 3;
 constexpr std::size_t kMostSubjects = 3;
 constexpr std::int64_t kBatchTime = 1'200;  // Update requests are batched so long.
@@ -75,7 +75,7 @@ FailureKind KindOfOpen(const Attempt& attempt, const Life& life) {
     return {"An attempt is under way: ", attempt.url, "Inspect again when it has ended."};
   }
   return {"An attempt was under way when the log ended: ", attempt.url,
-          "The process was killed or crashed. See whether the server answers at all."};
+          "The process was killed or crashed, or the log was cut. See how the process has ended."};
 }
 
 void AddWalk(const Walk& walk, const Life& life, std::int64_t weight, Judgement& judgement) {
@@ -86,7 +86,9 @@ void AddWalk(const Walk& walk, const Life& life, std::int64_t weight, Judgement&
                     FormatTime(attempt.start) + " [multiple]Send sub url request:" + attempt.url,
                     weight);
     }
-    judgement.Add(KindOf(attempt, OtherHostOf(walk, i)), attempt.evidence, weight);
+    const std::string evidence =
+        attempt.evidence.empty() ? "" : attempt.evidence + " (" + attempt.url + ')';
+    judgement.Add(KindOf(attempt, OtherHostOf(walk, i)), evidence, weight);
   }
 }
 
@@ -170,7 +172,7 @@ std::string Summary(const Life& life, const Verdict& verdict) {
   const bool has_open = std::any_of(
       life.requests.begin(), life.requests.end(),
       [](const auto& request) { return request.Last().outcome == Outcome::kUnfinished; });
-  if (!verdict.has_success) summary += " None of its requests got through.";
+  if (!verdict.has_success) summary += " None of its requests got a good answer.";
   if (has_open)
     summary +=
         life.runs ? " A request is under way." : " At its end a request was still under way.";

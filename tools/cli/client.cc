@@ -88,7 +88,6 @@ Client::Client(const ClientOptions& options, CommandScope& scope, bool force)
 Client::~Client() {
   client_.reset();
   close(update_fd_);
-  printer_.Print("exit", "all threads have ended", {});
 }
 
 void Client::PrintNextLink() {

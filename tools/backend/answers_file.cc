@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "base/text/strings.h"
+#include "tools/backend/json_file.h"
 #include "tools/terminal/json_text.h"
 
 namespace tarvel_backend {

@@ -68,6 +68,7 @@ OwnLog::OwnLog(const ClientOptions& options) : path_(PathOf(options)), read_(Siz
 
 void OwnLog::ReadAdded() {
   const std::int64_t size = SizeOf(path_);
+  if (size == read_) return;
   if (size < read_) {  // The library has cut the log's front.
     read_ = 0;
     text_.clear();

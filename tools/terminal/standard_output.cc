@@ -39,7 +39,7 @@ void ReserveStandardDescriptors() {
     if (fcntl(descriptor, F_GETFD) >= 0) continue;
     // The lowest free number is this one. Reading from it and writing to it must fail as before.
     const int mode = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
-    if (open("/dev/null", mode) < 0) continue;
+    if (open("/dev/null", mode | O_CLOEXEC) < 0) return;
   }
 }
 

@@ -1,7 +1,13 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/program.h"
@@ -113,6 +119,21 @@ TEST(CommandLineTest, TellsThatOutputIsLost) {
                                    "; echo $? >&2; } | true")))
                 .output,
             "141\n");
+}
+
+TEST(CommandLineTest, EndsAtASignalThoughNobodyReads) {
+  const test_support::TempDirectory directory;
+  const std::string path = directory / "pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  pollfd pipe{open(path.c_str(), O_RDWR | O_CLOEXEC), POLLOUT, 0};
+  Program client({"/bin/sh", "-c",
+                  R"(exec "$0" run --lbs http://127.0.0.1:1/ --token a --wait 0 --no-httpdns \
+                     --json --take 1000 >"$1")",
+                  TARVEL, path});
+  while (poll(&pipe, 1, 0) == 1) std::this_thread::yield();  // Until it is full.
+  client.Signal(SIGTERM);
+  EXPECT_EQ(WEXITSTATUS(client.Wait()), 128 + SIGTERM);
+  close(pipe.fd);
 }
 
 TEST(CommandLineTest, ReadsTheServersOfAPipe) {

@@ -2,6 +2,7 @@
 #include <tarvel/version.h>
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -103,6 +104,8 @@ void Serve(const Options& options) {
     for (const auto& backend : backends) backend->SetSilence(signal == SIGUSR1);
     WriteOutput(signal == SIGUSR1 ? "drops all packets\n" : "hears packets again\n");
   }
+  // Pending once more: threads that wait for the reader of standard output stop waiting.
+  kill(getpid(), SIGTERM);
 }
 
 // Takes "--" and what follows it, the program of a lab, off the command line.

@@ -49,6 +49,7 @@ std::string CheckTokenChange(const std::string& text) {
 
 std::vector<TimedValue> ReadTimedValues(const std::vector<std::string>& texts) {
   std::vector<TimedValue> values;
+  values.reserve(texts.size());
   for (const std::string& text : texts) values.push_back(Read(text).value());
   return values;
 }

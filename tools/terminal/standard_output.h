@@ -13,7 +13,8 @@ namespace tarvel_terminal {
 void ReserveStandardDescriptors();
 
 // Writes all of `text`; the texts of two threads never mix. Returns false when this or an earlier
-// write has failed.
+// write has failed. A tool that has blocked SIGINT, SIGTERM or SIGHUP stops writing when the reader
+// doesn't read and such a signal is pending.
 bool WriteOutput(std::string_view text);
 
 // Returns the exit status of a tool that would end with `status`. When output is lost, standard

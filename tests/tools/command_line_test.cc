@@ -64,6 +64,7 @@ TEST(CommandLineTest, NamesTheWrongArgument) {
       {{"--default-link-ipv6", "1.2.3.4:80"}, "expected [IPV6]:PORT or NAME:PORT, not 1.2.3.4:80"},
       {{"--wait", "nan"}, "expected 0 to 3600 seconds, not nan"},
       {{"--data", ""}, "it is empty"},
+      {{"--data", "a\x1b"}, "expected a path without control bytes, not a\\x1b"},
   };
   for (const auto& [arguments, message] : rows) {
     const Ended ended = AwaitEnd(Program(Client("run", arguments)));

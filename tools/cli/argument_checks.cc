@@ -54,6 +54,13 @@ std::string CheckText(const std::string& text) {
 
 std::string CheckFileName(const std::string& name) { return name.empty() ? "it is empty" : ""; }
 
+std::string CheckDirectory(const std::string& path) {
+  const bool has_control = std::any_of(path.begin(), path.end(), [](char c) {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+  });
+  return has_control ? "expected a path without control bytes, not " + path : CheckFileName(path);
+}
+
 std::string CheckUrl(const std::string& url) {
   const WQBASE::network::Url parsed = url;
   const bool has_good_port =

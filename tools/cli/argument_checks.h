@@ -9,6 +9,7 @@ namespace tarvel_cli {
 
 std::string CheckText(const std::string& text);  // Something that can be printed.
 std::string CheckFileName(const std::string& name);
+std::string CheckDirectory(const std::string& path);  // For the library.
 std::string CheckUrl(const std::string& url);
 std::string CheckLink(const std::string& link);  // "HOST:PORT".
 std::string CheckLinkForIPv6(const std::string& link);

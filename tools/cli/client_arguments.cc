@@ -52,10 +52,10 @@ void AddCommonOptions(CLI::App& command, ClientOptions& options) {
       .add_option(
           "--data", options.data,
           "Directory for the caches and the log. Default: a temporary directory, removed on exit")
-      ->check(CheckFileName);
+      ->check(CheckDirectory);
   command
       .add_option("--log-dir", options.log_dir, "Directory for the log. Default: with the caches")
-      ->check(CheckFileName);
+      ->check(CheckDirectory);
   command
       .add_option("--client-version", options.client_version,
                   "Version of the client for the servers")

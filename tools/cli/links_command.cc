@@ -11,8 +11,8 @@ namespace {
 int PrintLinks(const LinksOptions& options, CommandScope& scope) {
   Client client(options.client, scope, options.force);
   client.AwaitFirstUpdate(std::chrono::duration<double>(options.wait_seconds));
+  if (!scope.stop.HaveCome()) client.PrintLinks(0);
   if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
-  client.PrintLinks(0);
   return client.is_fresh() ? kDone : kNoFreshAnswer;
 }
 

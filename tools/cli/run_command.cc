@@ -59,9 +59,9 @@ int RunClient(const RunOptions& options, CommandScope& scope) {
     return scope.stop.ExitStatus();
   }
   client.AwaitFirstUpdate(Seconds(options.wait_seconds));
-  if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
-  client.PrintLinks(options.take);
+  if (!scope.stop.HaveCome()) client.PrintLinks(options.take);
   client.AwaitExceptionRecords();
+  if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
   return client.is_fresh() ? kDone : kNoFreshAnswer;
 }
 

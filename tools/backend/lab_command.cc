@@ -8,6 +8,7 @@
 
 #include "tools/backend/lab/lab.h"
 #include "tools/backend/lab/private_network.h"
+#include "tools/terminal/file_name.h"
 #include "tools/terminal/messages.h"
 #include "tools/terminal/standard_output.h"
 
@@ -51,8 +52,10 @@ LabCommand::LabCommand(CLI::App& app)
       "runs PROGRAM with the servers that FILE describes, plays FILE's faults, and ends with the\n"
       "status of PROGRAM. docs/lab.md has the form of FILE.");
   command_->add_option("file", file_, "JSON file of hosts, a name server and faults")->required();
-  command_->add_option("--report", report_file_,
-                       "File to write the report to. Default: standard output");
+  command_
+      ->add_option("--report", report_file_,
+                   "File to write the report to. Default: standard output")
+      ->check(tarvel_terminal::CheckFileName);
 }
 
 int LabCommand::Run(const std::vector<std::string>& program) const {

@@ -20,6 +20,7 @@
 #include "tools/backend/certificate.h"
 #include "tools/backend/client_socket.h"
 #include "tools/backend/lab_command.h"
+#include "tools/terminal/file_name.h"
 #include "tools/terminal/messages.h"
 #include "tools/terminal/standard_output.h"
 
@@ -58,6 +59,11 @@ std::optional<Endpoint> ReadAuthority(const std::string& text) {
 // Returns the error message for a wrong value; empty for a good one.
 std::string CheckAuthority(const std::string& text) {
   return ReadAuthority(text) ? "" : "expected ADDRESS:PORT, not " + text;
+}
+
+std::string CheckName(const std::string& name) {
+  const bool is_good = !name.empty() && tarvel_terminal::Printable(name) == name;
+  return is_good ? "" : "expected a name or an address, not " + name;
 }
 
 // Blocks the signals that Serve waits for, in the threads created later too.
@@ -128,9 +134,11 @@ void AddOptions(CLI::App& app, Options& options) {
                                ->check(CheckAuthority);
   app.add_option("--name", options.names, "Name or address in the certificate. May be repeated")
       ->allow_extra_args(false)
+      ->check(CheckName)
       ->capture_default_str();
   app.add_option("--write-certificate", options.certificate_file,
                  "File to write the certificate to (PEM), for the trust store of clients")
+      ->check(tarvel_terminal::CheckFileName)
       ->needs(tls);
 }
 

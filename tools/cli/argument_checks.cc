@@ -11,6 +11,7 @@
 #include "network/url/url.h"
 #include "tools/cli/timed_value.h"
 #include "tools/inspect/log_records.h"
+#include "tools/terminal/file_name.h"
 #include "tools/terminal/messages.h"
 
 namespace tarvel_cli {
@@ -52,13 +53,12 @@ std::string CheckText(const std::string& text) {
   return IsPrintable(text) ? "" : "expected UTF-8 without control bytes, not " + text;
 }
 
-std::string CheckFileName(const std::string& name) { return name.empty() ? "it is empty" : ""; }
-
 std::string CheckDirectory(const std::string& path) {
   const bool has_control = std::any_of(path.begin(), path.end(), [](char c) {
     return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
   });
-  return has_control ? "expected a path without control bytes, not " + path : CheckFileName(path);
+  return has_control ? "expected a path without control bytes, not " + path
+                     : tarvel_terminal::CheckFileName(path);
 }
 
 std::string CheckUrl(const std::string& url) {

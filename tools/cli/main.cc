@@ -14,6 +14,7 @@
 #include "tools/cli/command_name.h"
 #include "tools/cli/commands.h"
 #include "tools/inspect/log_records.h"
+#include "tools/terminal/file_name.h"
 #include "tools/terminal/messages.h"
 #include "tools/terminal/standard_output.h"
 
@@ -108,7 +109,7 @@ void AddInspect(CLI::App& app, Arguments& arguments) {
   command
       .add_option("--html", inspect.html,
                   "Write one page with a timeline of each request to this file")
-      ->check(CheckFileName);
+      ->check(tarvel_terminal::CheckFileName);
   command.add_option("--log-dir", inspect.log_dir, "Directory of the log, when it is another")
       ->check(CLI::ExistingDirectory);
   command.add_option("--last", inspect.filter.last, "Show the last N requests only")

@@ -49,6 +49,9 @@ TEST(AnswersFileTest, NamesTheMistake) {
        {R"({"faults": {"/lbs/conf.jsp": {"hang": 1}}})",
         "faults./lbs/conf.jsp.hang must be true or false"},
        {R"({"wrong_certificate": ["a", 1]})", "wrong_certificate[1] must be a string"},
+       {R"({"httpdns": {"hosts": {"a": [0, {"ip": [], "ip": []}]}}})",
+        "httpdns.hosts.a[1].ip is there twice"},
+       {R"({"l\u0000": 1})", R"(no such member: l\x00; the nearest is "lbs")"},
        {std::string(1'000, '['), "nested too deeply"}},
       ReadAnswers);
 }
@@ -80,6 +83,8 @@ TEST(LabFileTest, NamesTheMistake) {
        host_address("192.0.2"),
        {R"({"hosts": {"a": {"addresses": ["192.0.2.1"]}, "b": {"addresses": ["192.0.2.1"]}}})",
         "hosts.b.addresses must be free: 192.0.2.1 is in use on port 80"},
+       {R"({"hosts": {"a": {"addresses": ["192.0.2.53"]}}})",
+        "hosts.a.addresses must be free: the name server has 192.0.2.53"},
        {LabFile(R"(, "names": ["A.example"])"),
         "hosts.a.example must be the only one with the name a.example"},
        {LabFile(R"(, "http": 0)"), "hosts.a.example.http must be a number from 1 to 65535"},
@@ -98,8 +103,10 @@ TEST(LabFileTest, NamesTheMistake) {
         "timeline[0].fault.status must be a number from 200 to 599"},
        {LabFile("", R"({"at": 1, "name_server": "slow"})"),
         R"(timeline[0].name_server must be "silent", "refuses", "poisoned" or "well")"},
-       {LabFile("", R"({"at": 1, "network": "changes", "signal": "USR1"})"),
-        R"(timeline[0].signal must be the name of a signal, such as "SIGUSR1")"}},
+       {LabFile("", R"({"at": 1, "network": "changes", "signal": "USR9"})"),
+        R"(timeline[0].signal must be the name of a signal, such as "SIGUSR1")"},
+       {LabFile("", R"({"at": 1, "network": "changes", "signal": "STOP"})"),
+        "timeline[0].signal must be another signal than SIGSTOP and SIGCHLD"}},
       [](const std::string& path) { return ReadPlan(path); });
 }
 

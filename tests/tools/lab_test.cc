@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/program.h"
@@ -52,6 +53,13 @@ TEST_F(LabTest, EndsAsTheProgram) {
   EXPECT_EQ(shell("exit 7"), 7);
   EXPECT_EQ(shell("kill -9 $$"), 128 + SIGKILL);
   EXPECT_EQ(Run("dropped_host.json", {"/nowhere"}), 127);
+  // The program's failure counts more than the lost report.
+  for (const auto& [end, wanted] : {std::pair{"exit 7", 7}, {"exit 0", 1}}) {
+    Program lab({BACKEND, "lab", std::string(kScenarios) + "dropped_host.json", "--report",
+                 "/dev/full", "--", "/bin/sh", "-c", end});
+    EXPECT_EQ(WEXITSTATUS(lab.Wait()), wanted);
+    EXPECT_TRUE(Has(lab.output(), "can't write the report to /dev/full: ")) << lab.output();
+  }
   // A process that stays would keep the pipe open, and Run would not return.
   EXPECT_EQ(shell("trap '' TERM HUP; sleep 1000 & exit 0"), 0);
 }
@@ -70,6 +78,7 @@ TEST_F(LabTest, PoisonedNamesDontLeadToAForeignHost) {
       Run("poisoned_names.json", {TARVEL, "run", "--token", "demo", "--lbs",
                                   "https://lbs1.example/lbs/conf.jsp", "--httpdns-cache", servers}),
       0);
+  EXPECT_TRUE(Has(output_, " 0.000  name server      is poisoned")) << output_;
   EXPECT_TRUE(Has(output_, "name server      lbs1.example A: 203.0.113.66")) << output_;
   // The client has checked the host's certificate against the lab's trust store.
   EXPECT_TRUE(Has(output_, "lbs1.example     198.18.0.2 GET /lbs/conf.jsp")) << output_;

@@ -4,13 +4,15 @@
 #include <stdexcept>
 
 #include "base/text/strings.h"
+#include "tools/backend/json_file.h"
+#include "tools/terminal/json_text.h"
 
 namespace tarvel_backend {
 
 namespace {
 
 std::optional<std::string> TextOf(const std::optional<CheckedJson>& member) {
-  return member ? std::optional(member->json().dump()) : std::nullopt;
+  return member ? std::optional(tarvel_terminal::JsonText(member->json())) : std::nullopt;
 }
 
 }  // namespace
@@ -41,7 +43,7 @@ std::string Answers::HttpDNSHosts(const std::string& asked) const {
   for (const std::string& host : zo_base::Split(asked, ",")) {
     if (hosts_.contains(host)) data[host] = hosts_[host];
   }
-  return Json{{"code", 200}, {"data", data}}.dump();
+  return tarvel_terminal::JsonText({{"code", 200}, {"data", data}});
 }
 
 bool Answers::HasWrongCertificate(const std::string& server_name) const {

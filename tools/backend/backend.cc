@@ -71,11 +71,13 @@ Backend::Backend(BackendOwner owner, const Certificates* certificates, const std
     ReuseAddress(fd);
   });
   server_->set_tcp_nodelay(true);
+  errno = 0;
   const int bound = port == 0 ? server_->bind_to_any_port(address)
                               : (server_->bind_to_port(address, port) ? port : -1);
   if (bound < 0) {
-    throw std::runtime_error("can't listen on " + AuthorityOf(address, port) + ": " +
-                             std::generic_category().message(errno));
+    throw std::runtime_error(
+        "can't listen on " + AuthorityOf(address, port) + ": " +
+        (errno == 0 ? "there is no such address" : std::generic_category().message(errno)));
   }
   own_ = OwnEnd(listening);
   url_ = (certificates == nullptr ? "http://" : "https://") + AuthorityOf(address, bound);

@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <numeric>
 #include <stdexcept>
 #include <utility>
 
+#include "tools/terminal/messages.h"
+
 namespace tarvel_backend {
 
 namespace {
-
-// The JSON library writes values recursively, so a deeper file could exhaust the stack.
-constexpr int kDeepest = 200;
 
 // Returns how many letters must be added, removed or replaced to make one string of the other.
 std::size_t Distance(std::string_view a, std::string_view b) {
@@ -38,26 +36,17 @@ std::string_view Nearest(std::string_view key, std::initializer_list<std::string
 
 }  // namespace
 
-Json ReadJsonFile(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw std::runtime_error("can't read " + path);
-  const auto check_depth = [](int depth, auto&&, auto&&) {
-    if (depth > kDeepest) throw std::runtime_error("nested too deeply");
-    return true;
-  };
-  try {
-    return Json::parse(file, check_depth);
-  } catch (const std::exception& error) {
-    throw std::runtime_error(path + ": " + error.what());
-  }
-}
-
 void CheckedJson::Refuse(const std::string& wanted) const {
   throw std::runtime_error((name_.empty() ? "the file" : name_) + " must be " + wanted);
 }
 
-std::string CheckedJson::NameOf(const std::string& key) const {
-  return name_.empty() ? key : name_ + '.' + key;
+std::string CheckedJson::NameOfMember(const std::string& object, const std::string& key) {
+  const std::string printable = tarvel_terminal::Printable(key);
+  return object.empty() ? printable : object + '.' + printable;
+}
+
+std::string CheckedJson::NameOfElement(const std::string& list, std::size_t index) {
+  return list + '[' + std::to_string(index) + ']';
 }
 
 const CheckedJson& CheckedJson::Object() const {
@@ -88,7 +77,7 @@ std::vector<CheckedJson> CheckedJson::Elements() const {
   if (!json_->is_array()) Refuse("a list");
   std::vector<CheckedJson> elements;
   for (std::size_t i = 0; i < json_->size(); ++i) {
-    elements.push_back(CheckedJson((*json_)[i], name_ + '[' + std::to_string(i) + ']'));
+    elements.push_back(CheckedJson((*json_)[i], NameOfElement(name_, i)));
   }
   return elements;
 }
@@ -103,7 +92,7 @@ std::vector<CheckedJson> CheckedJson::Members() const {
   Object();
   std::vector<CheckedJson> members;
   for (const auto& [key, value] : json_->items()) {
-    members.push_back(CheckedJson(value, NameOf(key), key));
+    members.push_back(CheckedJson(value, NameOfMember(name_, key), key));
   }
   return members;
 }
@@ -120,12 +109,12 @@ const CheckedJson& CheckedJson::ObjectOf(std::initializer_list<std::string_view>
 std::optional<CheckedJson> CheckedJson::Find(const std::string& key) const {
   const auto found = Object().json_->find(key);
   if (found == json_->end()) return std::nullopt;
-  return CheckedJson(*found, NameOf(key), key);
+  return CheckedJson(*found, NameOfMember(name_, key), key);
 }
 
 CheckedJson CheckedJson::Get(const std::string& key) const {
   const auto found = Find(key);
-  if (!found) throw std::runtime_error(NameOf(key) + " is missing");
+  if (!found) throw std::runtime_error(NameOfMember(name_, key) + " is missing");
   return *found;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -12,16 +13,18 @@ namespace tarvel_backend {
 
 using Json = nlohmann::ordered_json;
 
-// Reads a JSON file. Throws std::runtime_error, whose message begins with the path.
-Json ReadJsonFile(const std::string& path);
-
 // A value of a JSON file and its full name, such as "faults./lbs/conf.jsp.status". Whatever is
-// wrong with the value is reported under that name, by std::runtime_error.
+// wrong with the value is reported under that name, by std::runtime_error. In names, control bytes
+// are escaped.
 //
 // Threads: any. Ownership: the file outlives it.
 class CheckedJson {
  public:
   explicit CheckedJson(const Json& file) : CheckedJson(file, "") {}
+
+  // These return the full name of a part of a value whose full name is given.
+  static std::string NameOfMember(const std::string& object, const std::string& key);
+  static std::string NameOfElement(const std::string& list, std::size_t index);
 
   const Json& json() const { return *json_; }
   const std::string& name() const { return name_; }
@@ -49,7 +52,6 @@ class CheckedJson {
  private:
   CheckedJson(const Json& json, std::string name, std::string key = "")
       : json_(&json), name_(std::move(name)), key_(std::move(key)) {}
-  std::string NameOf(const std::string& key) const;
 
   const Json* json_;
   std::string name_;

@@ -2,11 +2,11 @@
 #include <tarvel/version.h>
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -20,9 +20,17 @@
 #include "tools/backend/certificate.h"
 #include "tools/backend/client_socket.h"
 #include "tools/backend/lab_command.h"
+#include "tools/terminal/file_name.h"
+#include "tools/terminal/messages.h"
+#include "tools/terminal/standard_output.h"
 
 namespace tarvel_backend {
 namespace {
+
+using tarvel_terminal::EndParsing;
+using tarvel_terminal::StatusWithOutput;
+using tarvel_terminal::WriteError;
+using tarvel_terminal::WriteOutput;
 
 constexpr int kUsageError = 2;
 constexpr int kHighestPort = 65'535;
@@ -53,6 +61,11 @@ std::string CheckAuthority(const std::string& text) {
   return ReadAuthority(text) ? "" : "expected ADDRESS:PORT, not " + text;
 }
 
+std::string CheckName(const std::string& name) {
+  const bool is_good = !name.empty() && tarvel_terminal::Printable(name) == name;
+  return is_good ? "" : "expected a name or an address, not " + name;
+}
+
 // Blocks the signals that Serve waits for, in the threads created later too.
 sigset_t BlockSignals() {
   sigset_t signals;
@@ -64,37 +77,41 @@ sigset_t BlockSignals() {
 }
 
 void PrintRequest(const EndedRequest& request) {
-  const std::string time = ToClockText(std::chrono::system_clock::now());
-  std::printf("%s %s\n", time.c_str(), ToText(request).c_str());
-  std::fflush(stdout);
+  WriteOutput(ToClockText(std::chrono::system_clock::now()) + ' ' + ToText(request) + '\n');
 }
 
+Certificates MakeCertificates(const Options& options) {
+  if (options.tls.empty()) return {};
+  Certificates certificates{MakeCertificate(options.names), MakeCertificate({"wrong.invalid"})};
+  if (!options.certificate_file.empty()) {
+    WriteCertificate(certificates.right, options.certificate_file);
+  }
+  return certificates;
+}
+
+// Returns at a stop signal, or when nobody can learn the ports.
 void Serve(const Options& options) {
   const sigset_t signals = BlockSignals();
   ReadAnswers(options.answers);  // Throws when the file is unusable.
-  Certificates certificates;
-  if (!options.tls.empty()) {
-    certificates = {MakeCertificate(options.names), MakeCertificate({"wrong.invalid"})};
-    if (!options.certificate_file.empty()) {
-      WriteCertificate(certificates.right, options.certificate_file);
-    }
-  }
+  const Certificates certificates = MakeCertificates(options);
   const BackendOwner owner{[&] { return ReadAnswers(options.answers); }, PrintRequest};
   std::vector<std::unique_ptr<Backend>> backends;
+  std::string urls;
   const auto listen = [&](const std::string& authority, const Certificates* shown) {
     const auto at = ReadAuthority(authority).value();
     backends.push_back(std::make_unique<Backend>(owner, shown, at.address, at.port));
-    std::printf("listening on %s\n", backends.back()->url().c_str());
+    urls += "listening on " + backends.back()->url() + '\n';
   };
   for (const std::string& authority : options.plain) listen(authority, nullptr);
   for (const std::string& authority : options.tls) listen(authority, &certificates);
-  std::fflush(stdout);
+  if (!WriteOutput(urls)) return;
 
   for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != SIGINT && signal != SIGTERM;) {
     for (const auto& backend : backends) backend->SetSilence(signal == SIGUSR1);
-    std::puts(signal == SIGUSR1 ? "drops all packets" : "hears packets again");
-    std::fflush(stdout);
+    WriteOutput(signal == SIGUSR1 ? "drops all packets\n" : "hears packets again\n");
   }
+  // Pending once more: threads that wait for the reader of standard output stop waiting.
+  kill(getpid(), SIGTERM);
 }
 
 // Takes "--" and what follows it, the program of a lab, off the command line.
@@ -106,11 +123,35 @@ std::vector<std::string> TakeProgram(int& argc, char** argv) {
   return {begin + 1, end};
 }
 
-}  // namespace
-}  // namespace tarvel_backend
+void AddOptions(CLI::App& app, Options& options) {
+  app.add_option("answers", options.answers, "JSON file of answers and faults");
+  app.add_option("--listen", options.plain,
+                 "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
+      ->allow_extra_args(false)
+      ->check(CheckAuthority);
+  CLI::Option* const tls = app.add_option("--tls-listen", options.tls, "The same for HTTPS")
+                               ->allow_extra_args(false)
+                               ->check(CheckAuthority);
+  app.add_option("--name", options.names, "Name or address in the certificate. May be repeated")
+      ->allow_extra_args(false)
+      ->check(CheckName)
+      ->capture_default_str();
+  app.add_option("--write-certificate", options.certificate_file,
+                 "File to write the certificate to (PEM), for the trust store of clients")
+      ->check(tarvel_terminal::CheckFileName)
+      ->needs(tls);
+}
 
-int main(int argc, char** argv) {
-  using namespace tarvel_backend;
+// Returns an empty string for options with which Serve has something to do.
+std::string WhatIsMissing(const Options& options, const std::vector<std::string>& program) {
+  if (options.answers.empty() || !program.empty())
+    return "give an answers file, or lab and a program";
+  if (!options.plain.empty() || !options.tls.empty()) return {};
+  return "nothing to listen on: give --listen or --tls-listen";
+}
+
+// Returns the exit status.
+int Main(int argc, char** argv) {
   const std::vector<std::string> program = TakeProgram(argc, argv);
   Options options;
   CLI::App app(
@@ -122,43 +163,31 @@ int main(int argc, char** argv) {
       "tarvel-backend");
   app.set_version_flag("--version", "tarvel-backend " TARVEL_VERSION_STRING,
                        "Print the version and exit");
-  app.add_option("answers", options.answers, "JSON file of answers and faults");
-  app.add_option("--listen", options.plain,
-                 "ADDRESS:PORT to serve HTTP on; port 0 for a free one. May be repeated")
-      ->allow_extra_args(false)
-      ->check(CheckAuthority);
-  CLI::Option* const tls = app.add_option("--tls-listen", options.tls, "The same for HTTPS")
-                               ->allow_extra_args(false)
-                               ->check(CheckAuthority);
-  app.add_option("--name", options.names, "Name or address in the certificate. May be repeated")
-      ->allow_extra_args(false)
-      ->capture_default_str();
-  app.add_option("--write-certificate", options.certificate_file,
-                 "File to write the certificate to (PEM), for the trust store of clients")
-      ->needs(tls);
+  AddOptions(app, options);
   LabCommand lab(app);
   try {
     app.parse(argc, argv);
-    if (lab.is_chosen()) return lab.Run(program);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kUsageError;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
-    return 1;
+    return StatusWithOutput(EndParsing(app, error));
   }
-  if (options.answers.empty() || !program.empty()) {
-    std::fputs("tarvel-backend: give an answers file, or lab and a program\n", stderr);
+  if (lab.is_chosen()) return lab.Run(program);
+  if (const std::string missing = WhatIsMissing(options, program); !missing.empty()) {
+    WriteError(missing);
     return kUsageError;
   }
-  if (options.plain.empty() && options.tls.empty()) {
-    std::fputs("tarvel-backend: nothing to listen on: give --listen or --tls-listen\n", stderr);
-    return kUsageError;
-  }
+  Serve(options);
+  return StatusWithOutput(0);
+}
+
+}  // namespace
+}  // namespace tarvel_backend
+
+int main(int argc, char** argv) {
+  tarvel_terminal::ReserveStandardDescriptors();
   try {
-    Serve(options);
-    return 0;
+    return tarvel_backend::Main(argc, argv);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "tarvel-backend: %s\n", error.what());
+    tarvel_terminal::WriteError(error.what());
     return 1;
   }
 }

@@ -70,7 +70,8 @@ Client::Client(const ClientOptions& options, CommandScope& scope, bool force)
       force_(force),
       stop_(scope.stop),
       printer_(scope.printer),
-      update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)) {
+      update_fd_(eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE)),
+      own_log_(options) {
   if (update_fd_ < 0) throw std::runtime_error("no descriptor for updates");
   auto settings = ClientSettings(options);
   settings.on_update = [this](const auto& result) { OnUpdate(result); };
@@ -88,7 +89,6 @@ Client::Client(const ClientOptions& options, CommandScope& scope, bool force)
 Client::~Client() {
   client_.reset();
   close(update_fd_);
-  printer_.Print("exit", "all threads have ended", {});
 }
 
 void Client::PrintNextLink() {
@@ -150,7 +150,7 @@ void Client::AwaitFirstUpdate(std::chrono::duration<double> limit) {
     const std::chrono::duration<double> left = end - Clock::now();
     if (Wait(std::min<std::chrono::duration<double>>(left, kLookWhetherOver)) != Event::kTimeOut)
       return;
-    if (!options_.show_log) why = WhyNothingComes(InspectOwnLife(options_));
+    if (!options_.show_log) why = own_log_.WhyNothingComes();
   } while (why.empty() && Clock::now() < end);
   if (why.empty()) why = "no update has ended in this time";
   printer_.Print("timeout", why, {{"reason", why}});

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "tools/cli/command_scope.h"
+#include "tools/cli/own_log.h"
 
 namespace tarvel_cli {
 
@@ -70,6 +71,7 @@ class Client {
   Printer& printer_;
   const int update_fd_;  // An eventfd that counts `updates_`.
   bool is_fresh_ = false;
+  OwnLog own_log_;
 
   std::mutex mutex_;
   std::condition_variable recorded_;

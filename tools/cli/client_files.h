@@ -6,8 +6,9 @@
 
 namespace tarvel_cli {
 
-// The contents of a file that the user has named. Follows links. Empty when it can't be read.
-std::string ReadUserFile(const std::string& path);
+// Returns the contents of a file of HTTPDNS servers in the form of the library's cache. Throws
+// CLI::ValidationError, which parsers report, when it names no server.
+std::string ReadServersFile(const std::string& path);
 
 // The data directory of a client: the one in the options, or a temporary one that the destructor
 // removes.
@@ -23,7 +24,7 @@ class DataDirectory {
   std::string own_;  // The temporary directory; empty without one.
 };
 
-// Replaces the library's cached HTTPDNS servers with those of `httpdns_cache`, and sets the trusted
+// Replaces the library's cached HTTPDNS servers with `httpdns_servers`, and sets the trusted
 // authorities. Call it before the environment starts. Throws std::runtime_error.
 void PrepareHttpDNS(const ClientOptions& options);
 

@@ -30,9 +30,9 @@ struct ClientOptions {
   int timeout_ms = 7'000;          // Of one URL.
   int next_after_ms = 2'000;       // Until the next URL starts in parallel to a slow one.
   bool no_httpdns = false;
-  std::string httpdns_cache;  // File of servers; empty for the library's defaults.
-  std::string trust_store;    // PEM file; empty for the system's.
-  std::string data;           // Directory; empty for a temporary one.
+  std::string httpdns_servers;  // Contents of a file; empty for the library's defaults.
+  std::string trust_store;      // PEM file; empty for the system's.
+  std::string data;             // Directory; empty for a temporary one.
   std::string log_dir;
   bool show_log = false;  // Then there is no log file.
   bool json = false;

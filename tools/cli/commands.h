@@ -1,10 +1,10 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/cli/client_options.h"
+#include "tools/cli/timed_value.h"
 #include "tools/inspect/report.h"
 
 namespace tarvel_cli {
@@ -26,9 +26,8 @@ struct RunOptions {
   double every_seconds = 5;  // While following: between two link addresses.
   bool force = false;        // Ask for a fresh answer even when the cached one is still valid.
   bool explain = false;      // Print the verdict about this life at the end.
-  // What happens so many seconds after the start.
-  std::vector<std::pair<double, std::string>> network_changes;  // To "any", "4" or "6".
-  std::vector<std::pair<double, std::string>> token_changes;
+  std::vector<TimedValue> network_changes;  // To "any", "4" or "6".
+  std::vector<TimedValue> token_changes;
 };
 
 // Starts a client and prints each event.

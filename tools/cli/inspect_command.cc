@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -12,9 +11,14 @@
 #include "tools/inspect/log_files.h"
 #include "tools/inspect/page.h"
 #include "tools/inspect/report.h"
+#include "tools/terminal/json_text.h"
+#include "tools/terminal/messages.h"
+#include "tools/terminal/standard_output.h"
 
 namespace tarvel_cli {
 namespace {
+
+using tarvel_terminal::WriteOutput;
 
 void WritePage(const std::vector<tarvel_inspect::Report>& reports, const std::string& file) {
   // A rename would put the page in the place of a device.
@@ -47,14 +51,14 @@ int Inspect(const InspectOptions& options) {
   }
   if (!options.html.empty()) WritePage(reports, options.html);
   if (options.json) {
-    std::printf("%s\n", tarvel_inspect::ToJson(reports).dump(2).c_str());
+    WriteOutput(tarvel_terminal::JsonText(tarvel_inspect::ToJson(reports), 2) + '\n');
     return kDone;
   }
   if (!options.html.empty()) {
-    std::printf("wrote %s\n", options.html.c_str());
+    WriteOutput("wrote " + tarvel_terminal::Printable(options.html) + '\n');
     return kDone;
   }
-  for (const auto& report : reports) std::fputs(tarvel_inspect::ToText(report).c_str(), stdout);
+  for (const auto& report : reports) WriteOutput(tarvel_inspect::ToText(report));
   return kDone;
 }
 

@@ -9,8 +9,4 @@ namespace tarvel_cli {
 // only. May be called while the library runs.
 tarvel_inspect::Report InspectOwnLife(const ClientOptions& options);
 
-// Why no more comes from the library, or an empty string while something may come: an update or a
-// request is under way, or has not begun.
-std::string WhyNothingComes(const tarvel_inspect::Report& report);
-
 }  // namespace tarvel_cli

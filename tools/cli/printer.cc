@@ -4,15 +4,18 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "base/text/strings.h"
 #include "base/text/utf8.h"
+#include "tools/terminal/messages.h"
+#include "tools/terminal/standard_output.h"
 
 namespace tarvel_cli {
 
 namespace {
+
+using zo_base::json11::Json;
 
 // JSON must be UTF-8, but a server's string may hold any bytes.
 std::string Utf8Line(std::string line) {
@@ -22,6 +25,11 @@ std::string Utf8Line(std::string line) {
   return line;
 }
 
+// Ends the waits of all threads when nobody reads any more.
+void Write(const std::string& lines) {
+  if (!tarvel_terminal::WriteOutput(lines)) kill(getpid(), SIGPIPE);
+}
+
 }  // namespace
 
 void Printer::PrintLog(const std::string& record) {
@@ -29,21 +37,26 @@ void Printer::PrintLog(const std::string& record) {
   for (const std::string& line : zo_base::Split(record, "\r\n")) Print("log", line, {});
 }
 
-void Printer::Print(const std::string& event, const std::string& text,
-                    zo_base::json11::Json::object fields) {
-  const std::chrono::duration<double> since = Clock::now() - start_;
-  const std::lock_guard lock(mutex_);
+void Printer::PrintBlock(const std::string& event, const std::string& lines, Json::object fields) {
+  if (json_) return Print(event, "", std::move(fields));
+  Write('\n' + lines + '\n');
+}
+
+void Printer::PrintExit() { Print("exit", "all threads have ended", {}); }
+
+void Printer::Print(const std::string& event, const std::string& text, Json::object fields) {
   if (json_) {
     fields["event"] = event;
-    fields["seconds"] = since.count();
-    std::printf("%s\n", Utf8Line(zo_base::json11::Json(std::move(fields)).dump()).c_str());
-  } else {
-    // A server's string could send control sequences to the terminal.
-    std::printf("%8.3f s  %-10s %s\n", since.count(), event.c_str(),
-                zo_base::Printable(text, text.size()).c_str());
+    fields["seconds"] = Seconds();
+    return Write(Utf8Line(Json(std::move(fields)).dump()) + '\n');
   }
-  // Nobody reads any more. The system tells this thread only, and no thread takes the signal.
-  if (std::fflush(stdout) != 0) kill(getpid(), SIGPIPE);
+  // A server's string could send control sequences to the terminal.
+  Write(zo_base::StringFormat("%8.3f s  %-10s ", Seconds(), event.c_str()) +
+        tarvel_terminal::Printable(text) + '\n');
+}
+
+double Printer::Seconds() const {
+  return std::chrono::duration<double>(Clock::now() - start_).count();
 }
 
 }  // namespace tarvel_cli

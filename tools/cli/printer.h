@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <mutex>
 #include <string>
 
 #include "base/json/json11.h"
@@ -12,7 +11,8 @@ namespace tarvel_cli {
 // programs. Each has the seconds since the printer was created.
 //
 // When standard output can't be written any more, the process gets SIGPIPE, which StopSignals has
-// blocked.
+// blocked, so that every wait ends.
+//
 // Threads: any; the lines of two threads never mix.
 class Printer {
  public:
@@ -20,6 +20,11 @@ class Printer {
 
   // Prints a record of the library's log, which may have several lines.
   void PrintLog(const std::string& record);
+  // Prints several lines for people, without the event's name and time. They must be printable.
+  void PrintBlock(const std::string& event, const std::string& lines,
+                  zo_base::json11::Json::object fields);
+  // Prints the last event. Call it when the environment has ended.
+  void PrintExit();
 
   void Print(const std::string& event, const std::string& text,
              zo_base::json11::Json::object fields);
@@ -27,9 +32,10 @@ class Printer {
  private:
   using Clock = std::chrono::steady_clock;
 
+  double Seconds() const;
+
   const bool json_;
   const Clock::time_point start_ = Clock::now();
-  std::mutex mutex_;  // Of standard output.
 };
 
 }  // namespace tarvel_cli

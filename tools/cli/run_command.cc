@@ -1,10 +1,13 @@
 #include <chrono>
-#include <cstdio>
+#include <string>
 
+#include "base/json/json11.h"
 #include "tools/cli/client.h"
 #include "tools/cli/command_scope.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/own_life.h"
+#include "tools/terminal/json_text.h"
+#include "tools/terminal/messages.h"
 
 namespace tarvel_cli {
 
@@ -56,22 +59,23 @@ int RunClient(const RunOptions& options, CommandScope& scope) {
     return scope.stop.ExitStatus();
   }
   client.AwaitFirstUpdate(Seconds(options.wait_seconds));
-  if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
-  client.PrintLinks(options.take);
+  if (!scope.stop.HaveCome()) client.PrintLinks(options.take);
   client.AwaitExceptionRecords();
+  if (const int interrupted = scope.stop.ExitStatus()) return interrupted;
   return client.is_fresh() ? kDone : kNoFreshAnswer;
 }
 
-void Explain(const ClientOptions& options) {
+void Explain(const ClientOptions& options, Printer& printer) {
   const auto report = InspectOwnLife(options);
-  if (!report.verdict) return;
-  if (options.json) {
-    const auto verdict = tarvel_inspect::ToJson({report})["directories"][0]["verdict"];
-    std::printf("%s\n",
-                nlohmann::ordered_json{{"event", "verdict"}, {"verdict", verdict}}.dump().c_str());
-  } else {
-    std::printf("\n%s", tarvel_inspect::ToText(*report.verdict).c_str());
+  if (!report.verdict) {
+    tarvel_terminal::WriteError("this run has left no log, so --explain has no verdict");
+    return;
   }
+  const auto verdict = tarvel_inspect::ToJson({report})["directories"][0]["verdict"];
+  std::string error;
+  printer.PrintBlock(
+      "verdict", tarvel_inspect::ToText(*report.verdict),
+      {{"verdict", zo_base::json11::Json::parse(tarvel_terminal::JsonText(verdict), error)}});
 }
 
 }  // namespace
@@ -80,7 +84,10 @@ int Run(RunOptions options) {
   CommandScope scope(options.client);
   const int status = RunClient(options, scope);
   const bool was_interrupted = scope.stop.HaveCome();
-  if (options.explain && (options.follow || !was_interrupted)) Explain(options.client);
+  if (options.explain && (options.follow || !was_interrupted)) {
+    Explain(options.client, scope.printer);
+  }
+  scope.printer.PrintExit();
   return status;
 }
 

@@ -11,11 +11,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <string>
 #include <system_error>
 #include <utility>
 
 #include "tools/backend/lab/private_network.h"
+#include "tools/terminal/messages.h"
 
 namespace tarvel_backend {
 
@@ -42,8 +43,8 @@ pid_t ForkIntoNamespaces() {
 [[noreturn]] void Execute(std::vector<char*> command, const sigset_t& signals) {
   pthread_sigmask(SIG_SETMASK, &signals, nullptr);
   execvp(command[0], command.data());
-  std::fprintf(stderr, "tarvel-backend: can't execute %s: %s\n", command[0],
-               std::generic_category().message(errno).c_str());
+  tarvel_terminal::WriteError("can't execute " + std::string(command[0]) + ": " +
+                              std::generic_category().message(errno));
   _exit(kNotExecuted);
 }
 

@@ -78,9 +78,9 @@ std::vector<Address> Lab::ServerAddresses() const {
 }
 
 int Lab::Run() {
+  PlayEventsUntil(Clock::duration::zero());
   start_ = Clock::now();
   report_.Start();
-  PlayDueEvents();
   report_.AddAndShow("program", "starts: " + command_);
   program_->Start();
   const int status = RunUntilEnd();
@@ -98,7 +98,7 @@ int Lab::RunUntilEnd() {
     } else if (signal.si_signo != 0) {
       PassOn(signal);
     }
-    PlayDueEvents();
+    PlayEventsUntil(Clock::now() - start_);
   }
 }
 
@@ -133,10 +133,10 @@ int Lab::CountStopSignal() {
   return stop_signals_;
 }
 
-void Lab::PlayDueEvents() {
+void Lab::PlayEventsUntil(Clock::duration time) {
   for (; next_event_ < plan_.timeline.size(); ++next_event_) {
     const Event& event = plan_.timeline[next_event_];
-    if (start_ + event.at > Clock::now()) return;
+    if (event.at > time) return;
     std::visit([this](const auto& what) { Play(what); }, event.what);
   }
 }

@@ -43,7 +43,8 @@ class Lab {
   void PassOn(const siginfo_t& signal);
   // Returns how many have arrived shortly after one another.
   int CountStopSignal();
-  void PlayDueEvents();
+  // Plays those until `time`, which counts from the program's start.
+  void PlayEventsUntil(Clock::duration time);
   void Play(const HostEvent& event);
   void Play(NameServer::State state);
   void Play(const NetworkChange& change);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/text/strings.h"
+#include "tools/backend/json_file.h"
 #include "tools/backend/lab/dns_message.h"
 #include "tools/backend/lab/timeline_file.h"
 
@@ -88,6 +89,7 @@ HostPlan ReadHost(const CheckedJson& member, const Answers& common_answers) {
 
 // What no second host may have.
 struct InUse {
+  Address name_server;
   std::set<std::string> names;
   std::set<std::pair<Address, int>> listeners;
 };
@@ -97,6 +99,9 @@ void Take(const HostPlan& host, const CheckedJson& member, InUse& in_use) {
     if (!in_use.names.insert(name).second) member.Refuse("the only one with the name " + name);
   }
   for (const Address& address : host.addresses) {
+    if (address.text() == in_use.name_server.text()) {
+      member.Get("addresses").Refuse("free: the name server has " + address.text());
+    }
     for (const auto& port : {host.http, host.https}) {
       if (!port || in_use.listeners.emplace(address, *port).second) continue;
       member.Get("addresses")
@@ -105,12 +110,12 @@ void Take(const HostPlan& host, const CheckedJson& member, InUse& in_use) {
   }
 }
 
-std::vector<HostPlan> ReadHosts(const CheckedJson& file) {
+std::vector<HostPlan> ReadHosts(const CheckedJson& file, const Address& name_server) {
   const auto answers = file.Find("answers");
   const Answers common_answers = answers ? Answers(*answers) : Answers();
   const CheckedJson members = file.Get("hosts");
   std::vector<HostPlan> hosts;
-  InUse in_use;
+  InUse in_use{name_server, {}, {}};
   for (const CheckedJson& member : members.Members()) {
     hosts.push_back(ReadHost(member, common_answers));
     Take(hosts.back(), member, in_use);
@@ -131,7 +136,7 @@ AddressesOfNames ReadNames(const CheckedJson& name_server, const char* key) {
   return names;
 }
 
-NameServerPlan ReadNameServer(const CheckedJson& file, const std::vector<HostPlan>& hosts) {
+NameServerPlan ReadNameServer(const CheckedJson& file) {
   NameServerPlan plan{Address::FromText(kDefaultNameServer).value(), {}, {}};
   if (const auto member = file.Find("name_server")) {
     member->ObjectOf({"address", "names", "poisoned"});
@@ -139,16 +144,21 @@ NameServerPlan ReadNameServer(const CheckedJson& file, const std::vector<HostPla
     plan.names = ReadNames(*member, "names");
     plan.poisoned = ReadNames(*member, "poisoned");
   }
-  for (const HostPlan& host : hosts) {
-    for (const std::string& name : host.names) plan.names.emplace(name, host.addresses);
-  }
   return plan;
+}
+
+// The name server's own names come first.
+void AddNames(const std::vector<HostPlan>& hosts, NameServerPlan& name_server) {
+  for (const HostPlan& host : hosts) {
+    for (const std::string& name : host.names) name_server.names.emplace(name, host.addresses);
+  }
 }
 
 Plan ReadPlan(const CheckedJson& file) {
   file.ObjectOf({"answers", "hosts", "name_server", "timeline"});
-  std::vector<HostPlan> hosts = ReadHosts(file);
-  NameServerPlan name_server = ReadNameServer(file, hosts);
+  NameServerPlan name_server = ReadNameServer(file);
+  std::vector<HostPlan> hosts = ReadHosts(file, name_server.address);
+  AddNames(hosts, name_server);
   std::vector<Event> timeline;
   if (const auto member = file.Find("timeline")) timeline = ReadTimeline(*member, hosts);
   return {std::move(hosts), std::move(name_server), std::move(timeline)};

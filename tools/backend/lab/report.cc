@@ -1,6 +1,6 @@
 #include "tools/backend/lab/report.h"
 
-#include <stdexcept>
+#include <cstdio>
 
 #include "base/text/strings.h"
 #include "tools/backend/ended_request.h"
@@ -22,7 +22,8 @@ void Report::AddAndShow(const std::string& who, const std::string& what) {
 std::string Report::Append(const std::string& who, const std::string& what) {
   zo_base::MutexLock lock(mutex_);
   const std::string time = ToClockText(std::chrono::system_clock::now());
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start_;
+  const auto now = std::chrono::steady_clock::now();
+  const std::chrono::duration<double> seconds = now - start_.value_or(now);
   std::string line = zo_base::StringFormat("%s %9.3f  %-16s %s", time.c_str(), seconds.count(),
                                            who.c_str(), what.c_str());
   if (lines_.size() < kMostLines) {
@@ -33,14 +34,13 @@ std::string Report::Append(const std::string& who, const std::string& what) {
   return line;
 }
 
-void Report::Write(std::FILE* file) const {
+std::string Report::ToText() const {
   zo_base::MutexLock lock(mutex_);
-  std::fprintf(file, "%-12s %9s  %-16s %s\n", "time", "seconds", "who", "what");
-  for (const std::string& line : lines_) std::fprintf(file, "%s\n", line.c_str());
-  if (left_out_ > 0) std::fprintf(file, "%zu later lines are left out\n", left_out_);
-  if (std::fflush(file) != 0 || std::ferror(file) != 0) {
-    throw std::runtime_error("can't write the report");
-  }
+  std::string text =
+      zo_base::StringFormat("%-12s %9s  %-16s %s\n", "time", "seconds", "who", "what");
+  for (const std::string& line : lines_) text += line + '\n';
+  if (left_out_ > 0) text += std::to_string(left_out_) + " later lines are left out\n";
+  return text;
 }
 
 }  // namespace tarvel_backend

@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,14 +20,13 @@ class Report {
   Report(const Report&) = delete;
   Report& operator=(const Report&) = delete;
 
-  // The seconds of the lines count from now on.
+  // The seconds of the lines count from now on. Those of earlier lines are 0.
   void Start() ZO_EXCLUDES(mutex_);
   void Add(const std::string& who, const std::string& what) ZO_EXCLUDES(mutex_);
   // Also writes the line to standard error.
   void AddAndShow(const std::string& who, const std::string& what) ZO_EXCLUDES(mutex_);
 
-  // Throws std::runtime_error when the file can't be written.
-  void Write(std::FILE* file) const ZO_EXCLUDES(mutex_);
+  std::string ToText() const ZO_EXCLUDES(mutex_);
 
  private:
   // A program that sends requests for hours must not exhaust the memory.
@@ -36,7 +35,7 @@ class Report {
   std::string Append(const std::string& who, const std::string& what) ZO_EXCLUDES(mutex_);
 
   mutable zo_base::_thread_recursive_mutex mutex_;
-  std::chrono::steady_clock::time_point start_ ZO_GUARDED_BY(mutex_);
+  std::optional<std::chrono::steady_clock::time_point> start_ ZO_GUARDED_BY(mutex_);
   std::vector<std::string> lines_ ZO_GUARDED_BY(mutex_);
   std::size_t left_out_ ZO_GUARDED_BY(mutex_) = 0;
 };

@@ -16,11 +16,18 @@ constexpr double kLongestTime = 86'400;  // A day, in seconds.
 constexpr std::size_t kMostEvents = 10'000;
 constexpr int kFirstRealTimeSignal = 32;
 
+// The first process of the program's namespace passes signals on. It can't pass these on: it is
+// stopped itself by the one, and waits for the other.
+bool CanBePassedOn(int signal) { return signal != SIGSTOP && signal != SIGCHLD; }
+
 int ReadSignal(const CheckedJson& member) {
   const std::string name = member.String();
+  const std::string wanted = name.starts_with("SIG") ? name.substr(3) : name;
   for (int signal = 1; signal < kFirstRealTimeSignal; ++signal) {
     const char* const short_name = sigabbrev_np(signal);
-    if (short_name != nullptr && name == std::string("SIG") + short_name) return signal;
+    if (short_name == nullptr || wanted != short_name) continue;
+    if (!CanBePassedOn(signal)) member.Refuse("another signal than SIGSTOP and SIGCHLD");
+    return signal;
   }
   member.Refuse("the name of a signal, such as \"SIGUSR1\"");
 }

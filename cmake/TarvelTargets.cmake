@@ -29,6 +29,9 @@ if(TARVEL_SANITIZE)
   target_compile_options(tarvel_options INTERFACE -fsanitize=${TARVEL_SANITIZE}
                          -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(tarvel_options INTERFACE -fsanitize=${TARVEL_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(tarvel_options INTERFACE -Wno-tsan)  # It says that fences aren't seen.
+  endif()
 endif()
 if(TARVEL_FUZZ)
   target_compile_options(tarvel_options INTERFACE -fsanitize=fuzzer-no-link)

@@ -28,7 +28,7 @@ case $port in
 esac
 
 wanted="${packages[*]}"
-if [ "$(cat "$root.packages" 2>/dev/null)" = "$wanted" ]; then
+if [ -d "$root" ] && [ "$(cat "$root.packages" 2>/dev/null)" = "$wanted" ]; then
   exit 0
 fi
 
@@ -36,7 +36,7 @@ fi
 # shellcheck source=/dev/null
 codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
 mirror=$(apt-get indextargets --format "\$(REPO_URI)" "Created-By: Packages" "Codename: $codename" |
-  head -n 1)
+  sed -n 1p)
 echo "making $root: $wanted"
 rm -rf "$root"
 mkdir -p build/roots

@@ -80,7 +80,9 @@ class CachedKeyValueFile {
   SpinRWLock file_lock_;               // Held while the file is read or written.
   _thread_recursive_mutex save_lock_;  // So that the last Save writes last.
   std::atomic<bool> was_read_{true};
-  std::atomic<bool> unsaved_{true};  // The entries may differ from the file's.
+  // The entries may differ from the file's. Set under `entries_lock_`, with the change: a Save that
+  // clears it first waits for that lock, and so writes the change.
+  std::atomic<bool> unsaved_{true};
 };
 
 }  // namespace zo_base

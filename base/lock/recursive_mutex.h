@@ -43,6 +43,8 @@ class ZO_CAPABILITY("mutex") _thread_recursive_mutex {
 
   void LockTaken() noexcept;
 
+  // Relaxed: a thread only asks whether it is the owner itself, and its own store is enough for
+  // that.
   std::atomic<pthread_t> owner_{};
   pthread_mutex_t mutex_;
 };

@@ -15,6 +15,7 @@ class ResettableOnce {
  public:
   template <class F>
   void Call(F&& function) {
+    // Pairs with the release below: who returns here sees all that the function has written.
     if (done_.load(std::memory_order_acquire)) return;
     MutexLock lock(lock_);
     if (entered_) return;

@@ -38,7 +38,7 @@ class TQLogImplBase : public ITQlogWriter {
   void SetLevel(std::int32_t level) { level_.store(level, std::memory_order_relaxed); }
 
  private:
-  std::atomic<std::int32_t> level_{kLogApp};
+  std::atomic<std::int32_t> level_{kLogApp};  // Relaxed: no other data depends on it.
   LogFile log_file_;
 };
 

@@ -47,7 +47,8 @@ class LogFile {
   void Append(const std::string& text) ZO_REQUIRES(lock_);
   void Shrink() ZO_REQUIRES(lock_);
 
-  std::atomic<bool> is_ready_{false};  // Written under `lock_`.
+  // Written under `lock_`. Read without it, as a hint: Write takes the lock and checks again.
+  std::atomic<bool> is_ready_{false};
 
   // Held for whole operations: the buffer doesn't change under a record.
   mutable _thread_recursive_mutex lock_;

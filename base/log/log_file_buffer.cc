@@ -157,7 +157,8 @@ bool LogFileBuffer::Store(std::int32_t offset, std::string_view data) {
   return true;
 }
 
-// The count says how much of the text is complete, so it must be written after the text.
+// The count says how much of the text is complete, so it must be written after the text: a release
+// keeps the stores of the text in front of it.
 bool LogFileBuffer::StoreUsed(std::int32_t used) {
   if (in_place_) {
     std::atomic_ref<std::int32_t>(*reinterpret_cast<std::int32_t*>(base_))
@@ -173,6 +174,9 @@ bool LogFileBuffer::StoreUsed(std::int32_t used) {
 void LogFileBuffer::Clear() {
   // The file may have been cut while the sink ran.
   if (LockPages(LockInMemoryWhenUsed) && StoreUsed(0)) {
+    // Keeps the compiler from moving the zeros up. A processor may reorder stores for its readers,
+    // but a killed process has carried out all stores up to one instruction.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     Store(0, std::string(static_cast<std::size_t>(size_), '\0'));
     if (fd_ >= 0) TEMP_FAILURE_RETRY(fsync(fd_));
     return;

@@ -65,7 +65,9 @@ class LogFileBuffer {
 
   const LogSink sink_;
   _thread_recursive_mutex lock_;
-  std::atomic<bool> ready_{false};              // The mapping was taken and validated.
+  // The mapping was taken and validated. Only a hint: who sees it takes the lock before the
+  // mapping.
+  std::atomic<bool> ready_{false};
   std::int32_t used_ ZO_GUARDED_BY(lock_) = 0;  // Text bytes held, as in the file's first field.
   char* base_ ZO_GUARDED_BY(lock_) = nullptr;   // Start of the mapping; null when unmapped.
   std::int32_t size_ ZO_GUARDED_BY(lock_) = 0;  // Length of the mapping.

@@ -38,6 +38,7 @@ class slot_state {
   bool blocked() const { return blocked_.load(std::memory_order_acquire); }
 
  private:
+  // Flags alone. The table's lock, under which a connection is published, makes the slot visible.
   std::atomic<bool> connected_{true};
   std::atomic<bool> blocked_{false};
   disconnecable* const owner_;  // The connection that owns this slot.

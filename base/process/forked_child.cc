@@ -10,6 +10,8 @@
 namespace zo_base {
 namespace {
 
+// Read relaxed: a child begins with one thread and all that the forking thread has seen, and no
+// other data depends on a flag.
 std::atomic<bool> is_at_work{false};
 std::atomic<bool> in_forked_child{false};
 

@@ -111,8 +111,10 @@ class BaseThread : public IThread, public virtual ZOObjectIMPL {
   void CallStopClosure() ZO_EXCLUDES(stop_closure_lock);
 
   std::function<void()> proc;
-  std::atomic<bool> started{false};   // Or just being started.
-  std::atomic<bool> stopping{false};  // Never cleared.
+  std::atomic<bool> started{false};  // Or just being started.
+  // Never cleared. A Stop that finds no closure yet relies on `stop_closure_lock`: the thread takes
+  // it later, and so sees this flag.
+  std::atomic<bool> stopping{false};
   std::atomic<bool> running{false};
   std::atomic<bool> ended{false};  // The thread main has returned.
   std::string name;                // Written only before the thread begins.

@@ -32,7 +32,7 @@ class NativeThread {
   // Takes no lock, since the thread that held it isn't here either.
   void AbandonInForkedChild() ZO_NO_THREAD_SAFETY_ANALYSIS;
 
-  std::atomic<bool> finished_{false};
+  std::atomic<bool> finished_{false};  // Says that a join is short; the join makes writes visible.
 
   _thread_recursive_mutex lock_;  // Held while starting and joining.
   std::thread thread_ ZO_GUARDED_BY(lock_);

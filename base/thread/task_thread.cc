@@ -51,7 +51,7 @@ class TaskThread::ThreadTaskLoop final : public ITaskLoop {
   }
 
   std::weak_ptr<ITaskDelegate> delegate_;  // Written once; posters read it when `attached_`.
-  std::atomic<bool> attached_{false};
+  std::atomic<bool> attached_{false};      // Released after `delegate_` is written.
 };
 
 // Cold, and so kept small: a thread is made and destroyed once.
@@ -90,7 +90,8 @@ void TaskThread::PostTask(Task task) {
   {
     MutexLock lock(normal_lock);
     normal_incoming.push_back(std::move(task));
-    // Read first: while it is set, posters only share its cache line.
+    // Read first: while it is set, posters only share its cache line. Relaxed, since all writes are
+    // under this lock.
     if (!normal_posted.load(std::memory_order_relaxed)) {
       normal_posted.store(true, std::memory_order_release);
     }
@@ -137,7 +138,9 @@ void TaskThread::PostDelayed(std::int32_t delay_ms, std::int64_t times, Task tas
 }
 
 void TaskThread::WakeUp() {
-  // The thread sets it before it checks the queues for the last time, so a later post sees it.
+  // The thread sets it before it takes the queues' locks for its last check. A post that this check
+  // has missed took its queue's lock after the thread had, and so sees what was set before. The
+  // order comes from these locks alone.
   if (!waiting.load(std::memory_order_acquire)) return;
   MutexLock lock(wake_lock);
   // One wake-up is enough for all posts until the thread waits again.

@@ -111,8 +111,9 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   DelayedTaskQueue delayed ZO_GUARDED_BY(delayed_lock);
   TaskQueue idle ZO_GUARDED_BY(idle_lock);
 
-  // Summaries of the queues, written under their locks and read without. A poster needn't wake a
-  // thread that isn't waiting: it checks all queues before it waits.
+  // Summaries of the queues, written under their locks and read without: hints, since the thread
+  // takes the lock before it touches a queue, and also before it waits, so it misses no post. A
+  // poster needn't wake a thread that isn't waiting: it checks all queues before it waits.
   alignas(kCacheLine) std::atomic<bool> priority_posted{false};
   std::atomic<bool> normal_posted{false};
   std::atomic<bool> idle_posted{false};

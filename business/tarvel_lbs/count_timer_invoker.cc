@@ -59,7 +59,8 @@ void CountTimerInvoker::Gather(const Task& requested) {
 void CountTimerInvoker::OnTimeOut() {
   ZO_LOG << "[count timer invoker][time out] Invoke task";
   // Read the task only after InvokeNow has reset the count: a request that is counted before the
-  // reset starts no timer of its own, so this run must use its task.
+  // reset starts no timer of its own, so this run must use its task. `task_lock` orders them: a
+  // request that takes it after this run is counted after the reset.
   const auto run_latest = [this] {
     Task latest;
     {

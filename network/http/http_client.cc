@@ -1,5 +1,6 @@
 #include "network/http/http_client.h"
 
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -15,6 +16,9 @@ void Deliver(const std::shared_ptr<HttpRequestUser>& request,
   const auto result = std::make_shared<HttpResponseUser>();
   HttpResponse& copy = *result;
   if (response.use_count() == 1) {  // Nobody else reads it, see IHttpRequestor::Send.
+    // use_count() is relaxed. This pairs with the release in which the last other owner gave it up,
+    // so that its reads come before the move.
+    std::atomic_thread_fence(std::memory_order_acquire);
     copy = std::move(const_cast<HttpResponse&>(*response));
   } else {
     copy = *response;

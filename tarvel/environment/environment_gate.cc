@@ -67,6 +67,8 @@ void EnvironmentGate::CarryOutQueue() {
 }
 
 // A thread of the library may have queued an exit just before the caller released the start lock.
+// The check comes after the release: either it finds the exit, or the queueing thread, which took
+// `exits_lock_` later, finds the start lock free.
 void EnvironmentGate::CarryOutQueueIfUnlocked() {
   while (!exit_in_progress_ && HasQueued() && start_lock_.try_lock()) {
     CarryOutQueue();

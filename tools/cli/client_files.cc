@@ -11,7 +11,7 @@
 #include <system_error>
 
 #include "base/file/whole_file.h"
-#include "network/curl/curl_requestor.h"
+#include "network/http/trust_settings.h"
 #include "tarvel/environment/configuration/environment_config.h"
 
 namespace tarvel_cli {

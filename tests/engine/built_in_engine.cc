@@ -9,4 +9,6 @@ std::shared_ptr<WQBASE::network::IHttpRequestor> MakeEngine(WQBASE::network::Tru
   return std::make_shared<WQBASE::network::CurlRequestor>(std::move(trust));
 }
 
+bool KeepsConnections() { return true; }
+
 }  // namespace test_support

@@ -26,4 +26,6 @@ std::shared_ptr<WQBASE::network::IHttpRequestor> MakeEngine(WQBASE::network::Tru
   return std::make_shared<EasyRequestor>(std::move(trust));
 }
 
+bool KeepsConnections() { return false; }
+
 }  // namespace test_support

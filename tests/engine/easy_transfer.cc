@@ -1,5 +1,7 @@
 #include "tests/engine/easy_transfer.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <memory>
 #include <string_view>
@@ -89,6 +91,10 @@ void EasyTransfer::SetUp(CURL* easy) {
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");  // All that libcurl can decode.
   curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(easy, CURLOPT_CURLU, hop_.address.parsed.get());
+  curl_easy_setopt(
+      easy, CURLOPT_OPENSOCKETFUNCTION, +[](void*, curlsocktype, curl_sockaddr* address) {
+        return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+      });
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &ending_);
   curl_easy_setopt(

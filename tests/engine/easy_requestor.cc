@@ -13,7 +13,7 @@ using namespace WQBASE::network;
 
 // Not made const: see IHttpRequestor::Send.
 std::shared_ptr<HttpResponse> Failure(std::string error_text) {
-  const auto response = std::make_shared<HttpResponse>();
+  auto response = std::make_shared<HttpResponse>();
   response->error_text = std::move(error_text);
   return response;
 }

@@ -30,7 +30,7 @@ Lines HeaderLines(const Headers& headers) {
   Lines lines(nullptr, curl_slist_free_all);
   Append(lines, "Expect:");  // Not sent: it would cost a round trip.
   for (const auto& [name, value] : headers) {
-    Append(lines, zo_base::Trim(value).empty() ? name + ';' : name + ": " + value);
+    Append(lines, name + (zo_base::Trim(value).empty() ? ";" : ": " + value));
   }
   return lines;
 }

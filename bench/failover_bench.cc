@@ -22,7 +22,7 @@
 
 #include "bench/curl_walk.h"
 #include "bench/lab.h"
-#include "network/curl/curl_requestor.h"
+#include "network/http/trust_settings.h"
 #include "tarvel/environment/configuration/environment_config_getter.h"
 #include "tarvel/environment/environment_manager_storage.h"
 #include "tarvel/http_agent/logic/request/multiple_url_http_request.h"

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Holds the includes to the layers: a file includes its own room and those that stand before it here.
+# Nobody includes the engine, since another platform has another one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rooms='base/lock base/text base/process base/object base/json base/thread base/log base/file
@@ -14,5 +15,5 @@ git ls-files -- base network tarvel business | xargs grep -H '^#include ".*/' |
       return found
     }
     BEGIN { for (i = split(rooms, room, "[ \n]+"); i > 0; --i) place[room[i]] = i }
-    floor($3) == 0 || floor($3) > floor($1) { print $1 " must not include " $3; wrong = 1 }
+    floor($3) == 0 || floor($3) > floor($1) || ($3 ~ "^network/curl/" && $1 !~ "^network/curl/") { print $1 " must not include " $3; wrong = 1 }
     END { exit wrong }'

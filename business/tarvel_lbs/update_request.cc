@@ -2,7 +2,7 @@
 
 #include "base/log/log.h"
 #include "base/text/strings.h"
-#include "network/curl/web_address.h"
+#include "network/http/http_requestor.h"
 #include "network/http/http_response.h"
 #include "network/url/url.h"
 #include "tarvel/environment/configuration/exception_data.h"
@@ -19,15 +19,9 @@ std::int32_t NetworkType(std::int32_t family) {
   return family == kEMAddressFamilyIPv6 ? 1 : 2;
 }
 
-// Whether the transport takes the URL at all.
-bool CanBeFetched(const Url& url) {
-  std::string error;
-  return network::ParseWebAddress(url, error).has_value();
-}
-
 // The name behind IP literals: that of the first URL, if it has one.
 std::string FallbackHost(const Url& first_url, const std::string& def_lbs_host) {
-  const bool has_name = !first_url.is_on_ip() && CanBeFetched(first_url);
+  const bool has_name = !first_url.is_on_ip() && network::CanBeFetched(first_url);
   return has_name ? std::string(first_url.host()) : def_lbs_host;
 }
 

@@ -1,33 +1,15 @@
 #include "network/curl/answer_collector.h"
 
-#include <algorithm>
-
-#include "base/text/strings.h"
+#include "network/http/transfer_limits.h"
 
 namespace WQBASE::network {
 namespace {
-
-using zo_base::EqualIgnoringCase;
 
 // Asks libcurl, so that both agree on where the next head begins.
 bool IsInterim(CURL* easy) {
   long status = 0;
   curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
   return status / 100 == 1;
-}
-
-bool ListsCodings(std::string_view name) {
-  return EqualIgnoringCase(name, "Content-Encoding") ||
-         EqualIgnoringCase(name, "Transfer-Encoding");
-}
-
-std::size_t CountCodings(std::string_view list) {
-  const auto pieces = zo_base::Split(list, ",");
-  return static_cast<std::size_t>(std::ranges::count_if(pieces, [](std::string_view piece) {
-    const std::string_view coding = zo_base::Trim(piece);
-    return !coding.empty() && !EqualIgnoringCase(coding, "identity") &&
-           !EqualIgnoringCase(coding, "chunked");
-  }));
 }
 
 }  // namespace
@@ -79,7 +61,7 @@ void AnswerCollector::TakeHeaderLine(std::string_view line) {
     next_ = is_interim_ ? Next::kStatusLine : Next::kTrailer;
   } else {
     const std::string_view value = headers.AddLine(line);
-    if (!value.empty() && ListsCodings(headers.back().first)) codings_ += CountCodings(value);
+    if (!value.empty()) codings_ += CodingsIn(headers.back().first, value);
   }
 }
 

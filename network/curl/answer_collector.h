@@ -12,17 +12,8 @@
 
 namespace WQBASE::network {
 
-// The limits of one hop's answer. Exceeding one ends the transfer, since a hostile server must not
-// exhaust the client's memory.
-inline constexpr std::size_t kLongestBody = std::size_t{8} * 1024 * 1024;  // Decoded.
-inline constexpr std::size_t kLongestHeaders = std::size_t{256} * 1024;    // With interim answers.
-// Codings other than "identity" and "chunked", counted over all interim answers, as libcurl keeps
-// their decoders too. kLongestBody limits only what the last decoder writes: with two of them, a
-// few kilobytes could inflate to gigabytes inside one call of libcurl, while all other transfers
-// wait.
-inline constexpr std::size_t kMostCodings = 1;
-
-// Collects the answer of one hop.
+// Collects the answer of one hop, within the limits of a transfer. Two codings would be decoded
+// inside one call of libcurl, while all other transfers wait.
 //
 // Threads: the transport's only. Ownership: part of a transfer; must outlive the easy handle's use
 // of it.

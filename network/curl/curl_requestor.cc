@@ -1,19 +1,16 @@
 #include "network/curl/curl_requestor.h"
 
+#include <string>
 #include <utility>
 
 #include "base/log/log.h"
 #include "network/curl/curl_library.h"
+#include "network/curl/transfer.h"
 #include "network/curl/transport_thread.h"
-
-#ifndef TARVEL_VERIFY_TLS
-#define TARVEL_VERIFY_TLS 0
-#endif
+#include "network/curl/web_address.h"
 
 namespace WQBASE::network {
 namespace {
-
-std::string trusted_authorities;  // See TrustAuthoritiesOf.
 
 std::shared_ptr<const HttpResponse> Failure(std::string error_text) {
   const auto response = std::make_shared<HttpResponse>();
@@ -55,10 +52,12 @@ void CurlRequestor::RetireConnections() {
 }
 
 std::shared_ptr<IHttpRequestor> CreateHttpRequestor(HttpClientEx&) {
-  return std::make_shared<CurlRequestor>(
-      TrustSettings{.trust_store = trusted_authorities, .verify_always = TARVEL_VERIFY_TLS != 0});
+  return std::make_shared<CurlRequestor>(TrustOfNewEngines());
 }
 
-void TrustAuthoritiesOf(std::string pem_file) { trusted_authorities = std::move(pem_file); }
+bool CanBeFetched(const Url& url) {
+  std::string error;
+  return ParseWebAddress(url, error).has_value();
+}
 
 }  // namespace WQBASE::network

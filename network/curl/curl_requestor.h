@@ -1,11 +1,10 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "base/lock/recursive_mutex.h"
-#include "network/curl/transfer.h"
 #include "network/http/http_requestor.h"
+#include "network/http/trust_settings.h"
 
 namespace WQBASE::network {
 
@@ -38,10 +37,5 @@ class CurlRequestor final : public IHttpRequestor {
   zo_base::_thread_recursive_mutex lock_;
   std::shared_ptr<TransportThread> thread_ ZO_GUARDED_BY(lock_);
 };
-
-// Sets which certificate authorities the requestors trust that CreateHttpRequestor makes from now
-// on: those in a PEM file, or the system's for an empty path. Meant for a developer's programs and
-// own servers. Call it from one thread at a time.
-void TrustAuthoritiesOf(std::string pem_file);
 
 }  // namespace WQBASE::network

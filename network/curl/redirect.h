@@ -6,9 +6,6 @@
 
 namespace WQBASE::network {
 
-// A transfer follows at most so many redirects.
-inline constexpr int kMostRedirects = 20;
-
 // Changes `hop` into the next one when its answer is a redirect to be followed. Otherwise returns
 // false; when the target is one that a transfer must not fetch, `error` says why.
 //

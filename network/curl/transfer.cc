@@ -8,6 +8,7 @@
 #include "network/curl/no_proxy.h"
 #include "network/curl/redirect.h"
 #include "network/http/http_response.h"
+#include "network/http/transfer_limits.h"
 
 namespace WQBASE::network {
 namespace {

@@ -11,14 +11,9 @@
 #include "network/curl/curl_library.h"
 #include "network/curl/hop.h"
 #include "network/http/http_requestor.h"
+#include "network/http/trust_settings.h"
 
 namespace WQBASE::network {
-
-// Which servers a transfer trusts.
-struct TrustSettings {
-  std::string trust_store;     // PEM file of authorities; empty for the system's.
-  bool verify_always = false;  // Checks every https server, not only for requests with `sni`.
-};
 
 // One request with its hops and its response.
 //

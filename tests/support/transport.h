@@ -3,7 +3,7 @@
 #include <future>
 
 #include "base/process/clock.h"
-#include "network/curl/curl_requestor.h"
+#include "tests/engine/engine.h"
 
 namespace test_support {
 
@@ -18,15 +18,15 @@ inline std::shared_ptr<HttpRequest> Get(const std::string& url, int time_out_ms 
   return request;
 }
 
-// The real engine, with functions that wait for its responses.
+// The engine of this program, with functions that wait for its responses.
 class Transport {
  public:
   explicit Transport(const std::string& trust_store = "", bool verify_always = false)
-      : requestor_({trust_store, verify_always}) {}
+      : requestor_(MakeEngine({trust_store, verify_always})) {}
 
   std::future<ResponsePtr> Start(std::shared_ptr<const HttpRequest> request) {
     const auto done = std::make_shared<std::promise<ResponsePtr>>();
-    requestor_.Send(std::move(request), [done](const ResponsePtr& response) {
+    requestor_->Send(std::move(request), [done](const ResponsePtr& response) {
       done->set_value(response);  // Throws at a second call.
     });
     return done->get_future();
@@ -38,7 +38,7 @@ class Transport {
   ResponsePtr Fetch(const std::string& url) { return Fetch(Get(url)); }
 
  private:
-  WQBASE::network::CurlRequestor requestor_;
+  const std::shared_ptr<WQBASE::network::IHttpRequestor> requestor_;
 };
 
 // Returns how many milliseconds `work` takes.

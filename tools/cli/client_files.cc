@@ -12,7 +12,7 @@
 
 #include "base/file/whole_file.h"
 #include "base/json/json11.h"
-#include "network/curl/curl_requestor.h"
+#include "network/http/trust_settings.h"
 #include "tarvel/environment/configuration/environment_config.h"
 #include "tarvel/http_agent/http_dns/httpdns_server_list.h"
 

@@ -2,7 +2,7 @@
 #include <linux/filter.h>
 
 #include "base/text/strings.h"
-#include "network/curl/answer_collector.h"
+#include "network/http/transfer_limits.h"
 #include "tests/support/http_server.h"
 #include "tests/support/program.h"
 #include "tests/support/transport.h"

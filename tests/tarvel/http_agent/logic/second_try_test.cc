@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/json/json11.h"
-#include "network/curl/curl_requestor.h"
+#include "network/http/trust_settings.h"
 #include "tests/support/child_process.h"
 #include "tests/support/http_server.h"
 #include "tests/support/nginx_server.h"

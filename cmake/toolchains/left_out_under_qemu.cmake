@@ -9,5 +9,11 @@ set(CTEST_CUSTOM_TESTS_IGNORE
   tools.LabTest.LeavesNothingWhenItIsKilled
   tools.LabTest.PoisonedNamesDontLeadToAForeignHost
   tools.LabTest.ClientSurvivesDroppedPacketsAndAChangedNetwork
+  tools.CommandLineTest.NamesTheWrongArgument  # This and the next ones start the command-line client.
+  tools.CommandLineTest.NamesTheWrongArgumentOfInspect
+  tools.CommandLineTest.TellsThatOutputIsLost
+  tools.CommandLineTest.EndsAtASignalThoughNobodyReads
+  tools.CommandLineTest.ReadsTheServersOfAPipe
+  tools.CommandLineTest.ExplainsBeforeTheExit
   tools.PageShowsRequestsInABrowser  # A script starts the command-line client.
 )

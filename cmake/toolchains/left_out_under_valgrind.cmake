@@ -14,5 +14,11 @@ set(CTEST_CUSTOM_TESTS_IGNORE
   tools.LabTest.LeavesNothingWhenItIsKilled
   tools.LabTest.PoisonedNamesDontLeadToAForeignHost
   tools.LabTest.ClientSurvivesDroppedPacketsAndAChangedNetwork
+  tools.CommandLineTest.NamesTheWrongArgument
+  tools.CommandLineTest.NamesTheWrongArgumentOfInspect
+  tools.CommandLineTest.TellsThatOutputIsLost
+  tools.CommandLineTest.EndsAtASignalThoughNobodyReads
+  tools.CommandLineTest.ReadsTheServersOfAPipe
+  tools.CommandLineTest.ExplainsBeforeTheExit
   tools.PageShowsRequestsInABrowser
 )

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/process/file_size_signal.h"
 #include "base/process/forked_child.h"
 #include "base/process/open_file.h"
 
@@ -30,6 +31,7 @@ bool LockInMemoryWhenUsed(char* base, std::size_t size) {
 bool UnlockInMemory(char* base, std::size_t size) { return syscall(SYS_munlock, base, size) == 0; }
 
 bool ReserveBlocks(int fd, off_t size) {
+  const FileSizeSignalBlocked blocked;
   int failed = EINTR;
   while (failed == EINTR) failed = posix_fallocate(fd, 0, size);
   return failed == 0;

@@ -5,12 +5,15 @@
 
 #include <cerrno>
 
+#include "base/process/file_size_signal.h"
+
 namespace zo_base {
 namespace {
 
 // Calls `write_some(data)` until all is written.
 template <class WriteSome>
 bool WriteInParts(std::string_view data, WriteSome write_some) {
+  const FileSizeSignalBlocked blocked;
   while (!data.empty()) {
     const ssize_t written = TEMP_FAILURE_RETRY(write_some(data));
     if (written < 0) return false;

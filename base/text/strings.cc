@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "base/text/utf8.h"
 
@@ -26,18 +27,33 @@ CharacterSet SetOf(std::string_view characters) {
   return set;
 }
 
-// How many bytes a character at the begin of `text` has that hides or reorders the text around it,
-// or that terminals or viewers take for a command or a line end; 0 for any other character.
-std::size_t HiddenLength(std::string_view text) {
-  const auto byte = [text](std::size_t i) { return i < text.size() ? ByteOf(text[i]) : 0; };
-  const auto third_in = [&](int first, int last) { return byte(2) >= first && byte(2) <= last; };
-  if (byte(0) < 0x20 || byte(0) == 0x7F) return 1;
-  if (byte(0) == 0xC2) return byte(1) < 0xA0 || byte(1) == 0xAD ? 2 : 0;
-  if (byte(0) == 0xD8) return byte(1) == 0x9C ? 2 : 0;
-  if (byte(0) == 0xEF) return byte(1) == 0xBB && byte(2) == 0xBF ? 3 : 0;
-  if (byte(0) != 0xE2) return 0;
-  if (byte(1) == 0x80) return third_in(0x8B, 0x8F) || third_in(0xA8, 0xAE) ? 3 : 0;
-  return byte(1) == 0x81 && third_in(0xA0, 0xAF) ? 3 : 0;
+// The characters that terminals or viewers take for commands or line ends, and those that are not
+// visible themselves or reorder the text around them.
+constexpr std::pair<std::uint32_t, std::uint32_t> kHidden[] = {
+    {0x0000, 0x001F},  {0x007F, 0x009F}, {0x00AD, 0x00AD},   {0x034F, 0x034F},   {0x061C, 0x061C},
+    {0x115F, 0x1160},  {0x17B4, 0x17B5}, {0x180B, 0x180F},   {0x200B, 0x200F},   {0x2028, 0x202E},
+    {0x2060, 0x206F},  {0x2800, 0x2800}, {0x3164, 0x3164},   {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},
+    {0xFFA0, 0xFFA0},  {0xFFF0, 0xFFFB}, {0x13430, 0x1345F}, {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A},
+    {0xE0000, 0xE0FFF}};
+
+bool IsHidden(std::uint32_t code) {
+  return std::ranges::any_of(
+      kHidden, [code](const auto& range) { return code >= range.first && code <= range.second; });
+}
+
+// How many bytes the first character of well-formed UTF-8 has.
+std::size_t LengthOfFirst(std::string_view utf8) {
+  const unsigned lead = ByteOf(utf8.front());
+  if (lead < 0xC0) return 1;
+  if (lead < 0xE0) return 2;
+  return lead < 0xF0 ? 3 : 4;
+}
+
+std::uint32_t CodeOf(std::string_view character) {
+  if (character.size() == 1) return ByteOf(character.front());
+  std::uint32_t code = ByteOf(character.front()) & (0x7FU >> character.size());
+  for (const char c : character.substr(1)) code = code << 6 | (ByteOf(c) & 0x3FU);
+  return code;
 }
 
 }  // namespace
@@ -49,19 +65,22 @@ std::vector<std::uint8_t> BytesOf(std::string_view text) {
 
 std::string Printable(std::string_view text, std::size_t limit) {
   std::string_view kept = text.substr(0, limit);
-  // Not inside of a character.
-  while (kept.size() < text.size() && (ByteOf(text[kept.size()]) & 0xC0) == 0x80 && !kept.empty()) {
+  // Not inside of a character, which has at most three bytes behind its first.
+  for (int i = 0; i < 3 && kept.size() < text.size() && !kept.empty(); ++i) {
+    if ((ByteOf(text[kept.size()]) & 0xC0) != 0x80) break;
     kept.remove_suffix(1);
   }
   const bool is_utf8 = IsUtf8(kept);
   std::string line;
   for (std::size_t i = 0; i < kept.size();) {
+    const std::string_view character = kept.substr(i, is_utf8 ? LengthOfFirst(kept.substr(i)) : 1);
     const bool is_foreign = !is_utf8 && ByteOf(kept[i]) >= 0x80;
-    const std::size_t hidden = is_foreign ? 1 : HiddenLength(kept.substr(i));
-    for (const std::size_t end = i + hidden; i < end; ++i) {
-      line += StringFormat("\\x%02x", ByteOf(kept[i]));
+    if (is_foreign || IsHidden(CodeOf(character))) {
+      for (const char c : character) line += StringFormat("\\x%02x", ByteOf(c));
+    } else {
+      line += character;
     }
-    if (hidden == 0) line += kept[i++];
+    i += character.size();
   }
   return kept.size() < text.size() ? line + "..." : line;
 }
@@ -113,8 +132,7 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b) {
 }
 
 bool IsOneWord(std::string_view text) {
-  return std::ranges::all_of(
-      text, [](char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f'; });
+  return text.find(' ') == std::string_view::npos && Printable(text, text.size()) == text;
 }
 
 std::vector<std::size_t> BordersOf(std::string_view pattern) {

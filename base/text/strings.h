@@ -44,8 +44,9 @@ bool EqualIgnoringCase(std::string_view a, std::string_view b);
 // Without the blanks, tabs and line ends around it.
 std::string_view Trim(std::string_view text);
 
-// Whether the text has no blank and no control byte. One that comes from a server and is logged as
-// it stands must be one word: a line feed in it would let the server write lines of the log.
+// Whether the text is UTF-8 without blanks and without what Printable() would escape. A text that
+// comes from a server and is logged as it stands must be one word: a line feed in it would let the
+// server write lines of the log.
 bool IsOneWord(std::string_view text);
 
 // For one line of a log or a terminal: bytes of control characters, of characters that hide or

@@ -25,7 +25,8 @@ until grep -q listening "$work/backend.log"; do kill -0 $backend; sleep 0.05; do
 url=$(sed -n 's|^listening on https://127.0.0.1:\([0-9]*\).*|https://localhost:\1/lbs/conf.jsp|p' "$work/backend.log")
 
 client() {  # DIRECTORY WRAPPER...: runs the client, by a command that takes something from it.
-  LD_LIBRARY_PATH=$work timeout 60 "${@:2}" "$work/client" "$1" "$url" >"$work/output" 2>&1
+  LD_LIBRARY_PATH=$work timeout 60 "${@:2}" "$work/client" "$1" "$url" 2>&1 |
+    cat >"$work/output"  # A limit of the client is none of its output.
 }
 expect() {  # WHAT TEXT, in the output.
   echo "$1: $2"
@@ -35,6 +36,10 @@ in_cgroup() { (echo "$BASHPID" >"$memory/cgroup.procs" && exec "$@"); }
 
 client "$work/files" prlimit --nofile=64
 expect "64 descriptors" "a server has answered"
+for limit in 0 100; do  # KiB: fewer than the log's companion has, and than a log grows to.
+  client "$work/limit$limit" prlimit --fsize=$((limit << 10))
+  expect "files of $limit KiB" "link to 192.0.2.11:8080"
+done
 client "$work/space" prlimit --as=$((64 << 20)) || :  # The system may refuse it a thread.
 expect "64 MiB of addresses" "at once: link.example:8080"
 if mkdir "$memory" 2>/dev/null && echo $((64 << 20)) >"$memory/memory.limit_in_bytes"; then

@@ -231,12 +231,22 @@ TEST(InspectTest, ReadsWhatIsLeftAndSaysWhatIsNot) {
                     "11-24 16:09:00.003 8-1 [LV_APP][x] me|--\n3 1 end"),
        "", 1, "Process 7"},
       {"another process between an answer and the next line",
-       good + LogOf("2 1 [lbs]ParseLBSResponse rsp:|--|{}|--") + LogOf("3 1 a", 9) +
-           LogOf("4 1 end") + LogOf("5 1 b", 9),
+       good + LogOf("2 1 [http dns] Query hosts`s ip success = false|--|{}|--") +
+           LogOf("3 1 a", 9) + LogOf("4 1 end") + LogOf("5 1 b", 9),
        "", 2, "Process 9"},
       {"killed behind an answer, and started anew",
-       good + LogOf("2 1 [lbs]ParseLBSResponse rsp:|--|{}|--") + LogOf("3 1 a", 9), "", 2,
-       "Process 9"},
+       good + LogOf("2 1 [http dns] Query hosts`s ip success = false|--|{}|--") + LogOf("3 1 a", 9),
+       "", 2, "Process 9"},
+      {"a cut answer that forges a life",
+       "{\n" + LogOf("0 1 me", 8) + "\n-----------------------\n" + good + LogOf("2 1 a", 8), "", 2,
+       "Process 8"},
+      {"a cut answer of which nothing is repeated",
+       "{\n" + LogOf("0 1 me", 8) + "\n-----------------------\n" + good, "", 1, "Process 7"},
+      {"moved in part, and loaded by the next start",
+       good.substr(0, 90) + "\r\n -----------------------load from mmap file begin" +
+           "-----------------------\r\n" + good +
+           "\r\n -----------------------load from mmap file end-----------------------\r\n",
+       "", 1, "Process 7"},
       {"times that don't exist",
        good + "13-01 00:00:00.000 8-1 [LV_APP][x] a\n02-30 00:00:00.000 8-1 [LV_APP][x] b\n"
               "01-01 24:00:00.000 8-1 [LV_APP][x] c\n",

@@ -2,6 +2,7 @@
 
 #include <tarvel/tarvel.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -42,8 +43,11 @@ Json ReadObject(const std::string& path, Cache& cache) {
 // A number, or a text that is one.
 std::int64_t MomentIn(const Json& object, const char* key) {
   const Json& value = object[key];
-  return value.is_string() ? zo_base::ReadNumber<std::int64_t>(value.string_value(), 0)
-                           : zo_base::SaturatedCast<std::int64_t>(value.number_value());
+  constexpr std::int64_t kLatest = 253'402'300'799'000;  // The end of the year 9999.
+  const auto moment = value.is_string()
+                          ? zo_base::ReadNumber<std::int64_t>(value.string_value(), 0)
+                          : zo_base::SaturatedCast<std::int64_t>(value.number_value());
+  return std::clamp<std::int64_t>(moment, 0, kLatest);
 }
 
 const char* FamilyName(const std::string& number) {

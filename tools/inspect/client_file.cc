@@ -1,6 +1,7 @@
 #include "tools/inspect/client_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <system_error>
@@ -23,6 +24,11 @@ std::string ProblemOfOpen(int error) {
 }
 
 }  // namespace
+
+bool MayExist(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
 
 ClientFile ReadClientFile(const std::string& path, std::size_t longest) {
   const zo_base::OpenFile file(path, O_RDONLY);

@@ -14,6 +14,9 @@ struct ClientFile {
   std::int64_t written_at = 0;  // Milliseconds since 1970; 0 when unknown.
 };
 
+// Whether there may be something: what can't be looked at counts too.
+bool MayExist(const std::string& path);
+
 // Reads a regular file of at most `longest` bytes. Takes no lock, follows no link, changes nothing.
 ClientFile ReadClientFile(const std::string& path, std::size_t longest);
 

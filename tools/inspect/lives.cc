@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kLongestSetting = 1'100;  // A path has up to 1024 bytes.
 constexpr std::size_t kMostTroubles = 100;
+constexpr std::size_t kMostSettings = 1'000;
 constexpr std::size_t kMostLives = 10'000;
 
 bool Has(std::string_view text, std::string_view part) {
@@ -30,6 +31,7 @@ std::string CleanSetting(std::string_view value) {
 void TakeSettings(std::string_view text, Life& life) {
   std::string list_name;
   for (const std::string& line : zo_base::Split(text, "\r\n")) {
+    if (life.settings.size() >= kMostSettings) return;
     if (line.starts_with("   - ") && !list_name.empty()) {
       life.settings.emplace_back(list_name, CleanSetting(std::string_view(line).substr(5)));
       continue;
@@ -59,7 +61,7 @@ class LifeReader {
  public:
   explicit LifeReader(const LogRecord& first) {
     life_.process = first.process;
-    life_.start = first.at;
+    life_.start = life_.end = first.at;
   }
 
   void Take(const LogRecord& record) {

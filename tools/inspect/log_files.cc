@@ -46,6 +46,28 @@ std::size_t MovedBytes(std::string_view text, std::string_view log) {
   return length;
 }
 
+// A client that was killed while it moved its text left a part of it in the log. The next start
+// wrote all of it, between banners. Removes what stands there twice.
+void RemoveLoadedTwice(std::string& log) {
+  constexpr std::string_view kBegin =
+      "\r\n -----------------------load from mmap file begin-----------------------\r\n";
+  constexpr std::string_view kEnd = "\r\n -----------------------load from mmap file end";
+  constexpr std::size_t kFurther = 4'096;  // What others may have written in between.
+  std::string kept;
+  std::size_t done = 0;
+  for (std::size_t at = log.find(kBegin); at != std::string::npos; at = log.find(kBegin, done)) {
+    const std::size_t begin = at + kBegin.size();
+    const std::size_t end = std::min(log.find(kEnd, begin), log.size());
+    const std::string_view loaded = std::string_view(log).substr(begin, end - begin);
+    kept.append(log, done, begin - done);
+    const std::string_view before = std::string_view(log).substr(0, at);
+    const std::size_t near = std::min(before.size(), 2 * loaded.size() + kFurther);
+    kept += loaded.substr(MovedBytes(loaded, before.substr(before.size() - near)));
+    done = end;
+  }
+  if (done > 0) log = kept.append(log, done, std::string::npos);
+}
+
 // The companion begins with the number of its text's bytes.
 void AppendCompanion(const std::string& path, const std::string& content, LogText& log) {
   std::int32_t used = 0;
@@ -83,15 +105,10 @@ std::vector<std::int32_t> HoldersOf(const std::string& path) {
   return holders;
 }
 
-bool Exists(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0;
-}
-
 }  // namespace
 
 bool HoldsLog(const std::string& directory) {
-  return Exists(directory + kLogName) || Exists(directory + kCompanionName);
+  return MayExist(directory + kLogName) || MayExist(directory + kCompanionName);
 }
 
 LogText ReadLog(const std::string& directory) {
@@ -104,6 +121,7 @@ LogText ReadLog(const std::string& directory) {
     log.text = *std::move(text);
     log.log_bytes = static_cast<std::int64_t>(log.text.size());
   }
+  RemoveLoadedTwice(log.text);
   if (content) AppendCompanion(companion, *content, log);
   log.writers = HoldersOf(companion);
   return log;

@@ -65,11 +65,12 @@ using Writer = std::pair<std::int32_t, std::string_view>;  // Process and thread
 
 Writer WriterOf(const LogRecord& record) { return {record.process, record.thread}; }
 
-// Whether a server has written the lines behind the record's first one.
+// Whether lines behind the record's first one are from a server and may look like records. Good
+// answers are JSON, and no line of JSON does.
 bool HasAnswer(const LogRecord& record) {
-  constexpr std::string_view kBegins[] = {
-      "[http dns] Query hosts`s ip success = ", "[http dns] Service update complete \r",
-      "[lbs]ParseLBSResponse rsp:", "[lbs] Update LBS \r"};
+  constexpr std::string_view kBegins[] = {"[http dns] Query hosts`s ip success = false",
+                                          "[http dns] Service update complete \r",
+                                          "[lbs] Update LBS \r"};
   return std::any_of(std::begin(kBegins), std::end(kBegins),
                      [&](std::string_view begin) { return record.text.starts_with(begin); });
 }
@@ -85,14 +86,24 @@ std::vector<std::size_t> NextOfWriters(const std::vector<LogRecord>& records) {
   return next;
 }
 
-// Lines of an answer may look like records. Returns which records may be such ones: all between a
-// record with an answer and the next one of its thread, which follows at once.
-std::vector<bool> FindDoubtful(const std::vector<LogRecord>& records) {
+// A log that was cut begins inside of a record, perhaps of one with an answer. Returns the line
+// that ends such a record, or nothing for a log that was not cut.
+std::string_view EndOfCutRecord(std::string_view text, const std::vector<LogRecord>& records) {
+  constexpr std::string_view kLine = "\n-----------------------\n";
+  if (records.empty() || records.front().stamp.data() == text.data()) return {};
+  const std::size_t at = text.find(kLine);
+  return at == std::string_view::npos ? std::string_view() : text.substr(at, kLine.size());
+}
+
+// Returns which records may be lines of answers: all between a record with an answer and the next
+// one of its thread, which follows at once, and all in what is left of a record that was cut.
+std::vector<bool> FindDoubtful(std::string_view text, const std::vector<LogRecord>& records) {
   const std::vector<std::size_t> next = NextOfWriters(records);
+  const char* const cut_end = EndOfCutRecord(text, records).data();
   std::vector<bool> doubtful(records.size());
   std::size_t end = 0;
   for (std::size_t i = 0; i < records.size(); ++i) {
-    doubtful[i] = i < end;
+    doubtful[i] = i < end || records[i].stamp.data() < cut_end;
     if (!doubtful[i] && HasAnswer(records[i])) end = next[i];
   }
   return doubtful;
@@ -100,8 +111,8 @@ std::vector<bool> FindDoubtful(const std::vector<LogRecord>& records) {
 
 // Returns the records without lines of answers. A doubtful record is real if its process and thread
 // have written one that is beyond doubt: no server knows their numbers.
-std::vector<LogRecord> WithoutForged(std::vector<LogRecord> records) {
-  const std::vector<bool> doubtful = FindDoubtful(records);
+std::vector<LogRecord> WithoutForged(std::string_view text, std::vector<LogRecord> records) {
+  const std::vector<bool> doubtful = FindDoubtful(text, records);
   if (std::count(doubtful.begin(), doubtful.end(), true) == 0) return records;
   std::set<Writer> writers;
   for (std::size_t i = 0; i < records.size(); ++i) {
@@ -124,7 +135,7 @@ std::vector<LogRecord> ReadRecords(std::string_view text, std::int64_t newest) {
     if (auto record = ReadHead(text.substr(begin, end - begin), stamps)) records.push_back(*record);
     begin = end + 1;
   }
-  records = WithoutForged(std::move(records));
+  records = WithoutForged(text, std::move(records));
   for (std::size_t i = 0; i < records.size(); ++i) {
     const bool is_last = i + 1 == records.size();
     ExtendTo(is_last ? text.data() + text.size() : records[i + 1].stamp.data(), records[i].text);

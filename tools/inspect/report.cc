@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/text/strings.h"
+#include "tools/inspect/client_file.h"
 #include "tools/inspect/log_files.h"
 #include "tools/inspect/log_records.h"
 
@@ -15,14 +16,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool Exists(const fs::path& path) {
-  std::error_code ignored;
-  return fs::exists(fs::symlink_status(path, ignored));
-}
-
 bool IsOfClient(const fs::path& directory) {
-  return HoldsLog(directory.string()) || Exists(directory / "lbs") ||
-         Exists(directory / "http_dns");
+  return HoldsLog(directory.string()) || MayExist(directory / "lbs") ||
+         MayExist(directory / "http_dns");
 }
 
 // The directories of clients in `root`, which may be missing.
@@ -42,7 +38,9 @@ std::vector<std::string> BusinessesIn(const fs::path& root) {
 
 // Where the log of a client is that was given `log_directory`, or the directory itself.
 std::string LogDirectoryOf(const fs::path& client_directory, const fs::path& log_directory) {
-  const fs::path business = client_directory.filename();
+  fs::path client = fs::absolute(client_directory).lexically_normal();
+  if (!client.has_filename()) client = client.parent_path();  // A slash was at its end.
+  const fs::path business = client.filename();
   for (const fs::path& place :
        {log_directory / "tarvel_comp" / business, log_directory / business}) {
     if (HoldsLog(place.string())) return place.string();

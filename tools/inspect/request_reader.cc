@@ -14,6 +14,7 @@ namespace {
 
 // A client has a few. A forged log must not make the search among them long.
 constexpr std::size_t kMostOpen = 256;
+constexpr std::size_t kMostUrls = 1'000;  // Of one walk.
 
 std::int32_t NumberBetween(std::string_view text, std::string_view begin, std::string_view end) {
   return zo_base::ReadNumber(Between(text, begin, end), -1);
@@ -93,7 +94,7 @@ void RequestReader::TakeUrlList(const LogRecord& record, std::string_view list,
   Walk walk;
   std::vector<std::string_view> urls;
   ForEachLine(list, [&](std::string_view line) {
-    if (!line.starts_with("host:")) return;
+    if (!line.starts_with("host:") || urls.size() == kMostUrls) return;
     urls.push_back(line.substr(std::min(line.find(" url:"), line.size() - 5) + 5));
     walk.hosts.push_back(Clean(Between(line, "host:", " url:")));
     walk.urls.push_back(CleanUrl(urls.back()));

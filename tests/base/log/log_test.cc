@@ -1,7 +1,9 @@
 #include "base/log/log_file.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -22,6 +24,7 @@
 #include <vector>
 
 #include "base/log/log.h"
+#include "base/process/open_file.h"
 #include "base/thread/thread_info.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mailbox.h"
@@ -177,19 +180,31 @@ TEST_F(LogFileTest, TwoOfOnePathLoseNoRecord) {
 }
 
 TEST_F(LogFileTest, LeavesNoLockWithAForkedChild) {
-  static pid_t child = 0;
   LogFile log;
-  ASSERT_EQ(log.Open(path_, 100, kSize), kLogReady);
-  // Comes within the write, under the lock. The child lives on.
-  signal(SIGXFSZ, [](int) {
-    if ((child = fork()) == 0) alarm(60), pause();
+  ASSERT_EQ(log.Open(path_, 1 << 30, kSize), kLogReady);
+  log.AppendToFile("first");
+  std::atomic<int> writes{0};
+  std::atomic<pid_t> child{0};
+  std::thread forker([&] {
+    const OpenFile probe(path_, O_RDONLY);
+    const auto is_locked = [&] { return flock(probe.fd(), LOCK_EX | LOCK_NB) != 0; };
+    while (child == 0) {  // Until a child has come within one write, under the lock. It lives on.
+      while (!is_locked()) flock(probe.fd(), LOCK_UN);
+      const int write = writes;
+      const pid_t forked = fork();
+      if (forked == 0) alarm(60), pause();
+      if (is_locked() && write == writes) {
+        child = forked;
+      } else {
+        kill(forked, SIGKILL);
+        waitpid(forked, nullptr, 0);
+      }
+    }
   });
-  rlimit before{};
-  const rlimit none{0, RLIM_INFINITY};
-  ASSERT_EQ(prlimit(0, RLIMIT_FSIZE, &none, &before), 0);
-  log.AppendToFile("lost");
-  prlimit(0, RLIMIT_FSIZE, &before, nullptr);
-  ASSERT_GT(child, 0);
+  for (const std::string text(8 << 20, 'x'); child == 0; ++writes) log.AppendToFile(text);
+  forker.join();
+  std::filesystem::resize_file(path_, 0);
+  ASSERT_EQ(log.Open(path_, 100, kSize), kLogReady);
   log.AppendToFile(kFront + kRear);  // Only under the lock is the log cut.
   log.Close();
   EXPECT_EQ(log.Open(path_, 100, kSize), kLogReady);

@@ -39,7 +39,10 @@ enter() {  # PORT ROW: in place of the port's row, in the order of `all`.
   for port in "${all[@]}"; do
     if [ "$port" = "$1" ]; then echo "$2"; else grep "^| $port |" <<<"$old" || :; fi
   done >build/ports.rows
-  sed -i -e '/<!-- ports -->/,/<!-- end of ports -->/ {/^| [a-z]/d}' -e '/^|---/r build/ports.rows' "$page"
+  sed -i '/<!-- ports -->/,/<!-- end of ports -->/ {
+    /^| [a-z]/d
+    /^|---/r build/ports.rows
+  }' "$page"
 }
 
 mkdir -p build

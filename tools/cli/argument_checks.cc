@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/process/clock.h"
+#include "base/text/strings.h"
 #include "business/tarvel_lbs/link_address.h"
 #include "network/url/host_rules.h"
 #include "network/url/url.h"
@@ -46,7 +47,7 @@ std::string CheckUrl(const std::string& url) {
   const bool has_good_port =
       !parsed.has_port() || (parsed.port() > 0 && parsed.port() <= WQBASE::network::kHighestPort);
   if (parsed.is_web() && IsGoodHost(std::string(parsed.host())) && has_good_port &&
-      IsPrintable(url) && url.find(' ') == std::string::npos) {
+      zo_base::IsOneWord(url)) {
     return {};
   }
   return "expected an http or https URL, not " + url;
@@ -55,7 +56,7 @@ std::string CheckUrl(const std::string& url) {
 std::string CheckLink(const std::string& link) {
   const auto address = zo_tarvel::SplitLinkAddress(link);
   if (zo_tarvel::IsUsable(address) && address.port > 0 && IsHostAndPort(address) &&
-      IsGoodHost(address.host) && IsPrintable(link)) {
+      IsGoodHost(address.host)) {
     return {};
   }
   return "expected HOST:PORT, not " + link;

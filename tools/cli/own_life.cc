@@ -9,12 +9,17 @@
 
 namespace tarvel_cli {
 
-tarvel_inspect::Report InspectOwnLife(const ClientOptions& options) {
+Directories DirectoriesOf(const ClientOptions& options) {
   const auto config = std::make_shared<zo_tarvel::_EnvironmentConfig>();
   config->Load(EnvironmentSettings(options));
+  return {config->appdata_path(), config->log_path()};
+}
+
+tarvel_inspect::Report InspectOwnLife(const ClientOptions& options) {
+  const Directories directories = DirectoriesOf(options);
   tarvel_inspect::Filter filter;
   filter.process = getpid();
-  return tarvel_inspect::Inspect(config->appdata_path(), config->log_path(), filter,
+  return tarvel_inspect::Inspect(directories.data, directories.log, filter,
                                  zo_base::WallClockMilliseconds());
 }
 

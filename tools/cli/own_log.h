@@ -1,14 +1,13 @@
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <string>
 
 #include "tools/cli/client_options.h"
 
 namespace tarvel_cli {
 
-// The records that this process adds to the log. Each look reads only what has been added since the
-// last one: a log of earlier runs may be long.
+// The records of this run, without those of earlier ones in the same log, which may be long.
 //
 // Threads: one. Takes no lock, so the library may run.
 class OwnLog {
@@ -18,14 +17,11 @@ class OwnLog {
 
   // Returns why no more comes from the library. Returns an empty string while something may come:
   // an update or a request is under way, or has not begun.
-  std::string WhyNothingComes();
+  std::string WhyNothingComes() const;
 
  private:
-  void ReadAdded();
-
-  const std::string path_;
-  std::int64_t read_ = 0;  // Bytes of the file so far.
-  std::string text_;       // What has been added to it.
+  const std::string directory_;
+  const std::size_t skipped_;  // Bytes of earlier runs.
 };
 
 }  // namespace tarvel_cli

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "base/process/open_file.h"
-#include "tools/inspect/moments.h"
 
 namespace tarvel_inspect {
 namespace {
@@ -30,15 +29,19 @@ bool MayExist(const std::string& path) {
   return lstat(path.c_str(), &info) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
-ClientFile ReadClientFile(const std::string& path, std::size_t longest) {
+ClientFile ReadClientFile(const std::string& path, std::size_t longest, std::size_t skipped) {
   const zo_base::OpenFile file(path, O_RDONLY);
   if (!file) return {{}, ProblemOfOpen(file.error())};
-  const std::int64_t written_at = MomentOf(file.status().st_mtim);
+  const timespec& written = file.status().st_mtim;
+  const std::int64_t written_at =
+      std::int64_t{written.tv_sec} * 1'000 + written.tv_nsec / 1'000'000;
   if (static_cast<std::uint64_t>(file.status().st_size) > longest) {
     return {{}, "it is too long for a file of the library", written_at};
   }
-  std::string text(static_cast<std::size_t>(file.status().st_size), '\0');
-  const auto read = zo_base::ReadAt(file.fd(), 0, text.data(), text.size());
+  const auto size = static_cast<std::size_t>(file.status().st_size);
+  const std::size_t begin = skipped <= size ? skipped : 0;
+  std::string text(size - begin, '\0');
+  const auto read = zo_base::ReadAt(file.fd(), static_cast<off_t>(begin), text.data(), text.size());
   if (!read) return {{}, CannotBeRead(errno), written_at};
   text.resize(*read);
   return {std::move(text), "", written_at};

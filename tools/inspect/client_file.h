@@ -18,6 +18,7 @@ struct ClientFile {
 bool MayExist(const std::string& path);
 
 // Reads a regular file of at most `longest` bytes. Takes no lock, follows no link, changes nothing.
-ClientFile ReadClientFile(const std::string& path, std::size_t longest);
+// Leaves out the first `skipped` bytes, unless the file is shorter.
+ClientFile ReadClientFile(const std::string& path, std::size_t longest, std::size_t skipped = 0);
 
 }  // namespace tarvel_inspect

@@ -24,8 +24,9 @@ constexpr std::size_t kLongestLog = 64 << 20;
 constexpr std::size_t kLongestCompanion = 1 << 20;
 
 // Returns the content, or nullopt and a sentence among the problems if there is something.
-std::optional<std::string> Read(const std::string& path, std::size_t longest, LogText& log) {
-  ClientFile file = ReadClientFile(path, longest);
+std::optional<std::string> Read(const std::string& path, std::size_t longest, std::size_t skipped,
+                                LogText& log) {
+  ClientFile file = ReadClientFile(path, longest, skipped);
   if (!file.problem.empty()) log.problems.push_back(path + ": " + file.problem + '.');
   log.written_at = std::max(log.written_at, file.written_at);
   return std::move(file.content);
@@ -111,13 +112,19 @@ bool HoldsLog(const std::string& directory) {
   return MayExist(directory + kLogName) || MayExist(directory + kCompanionName);
 }
 
-LogText ReadLog(const std::string& directory) {
+std::size_t LengthOfLog(const std::string& directory) {
+  struct stat info {};
+  return lstat((directory + kLogName).c_str(), &info) == 0 ? static_cast<std::size_t>(info.st_size)
+                                                           : 0;
+}
+
+LogText ReadLog(const std::string& directory, std::size_t skipped) {
   LogText log;
   const std::string companion = directory + kCompanionName;
   // First the companion: a client that moves its text meanwhile leaves it in both, rather than in
   // none.
-  const auto content = Read(companion, kLongestCompanion, log);
-  if (auto text = Read(directory + kLogName, kLongestLog, log)) {
+  const auto content = Read(companion, kLongestCompanion, 0, log);
+  if (auto text = Read(directory + kLogName, kLongestLog, skipped, log)) {
     log.text = *std::move(text);
     log.log_bytes = static_cast<std::int64_t>(log.text.size());
   }

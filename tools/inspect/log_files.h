@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -20,6 +21,10 @@ struct LogText {
 bool HoldsLog(const std::string& directory);
 
 // Reads the log in `directory`. Takes no lock and changes nothing, so the client may be running.
-LogText ReadLog(const std::string& directory);
+// Leaves out the first `skipped` bytes of the file, unless it has been cut below that since.
+LogText ReadLog(const std::string& directory, std::size_t skipped = 0);
+
+// The length of the log file in bytes; 0 without one.
+std::size_t LengthOfLog(const std::string& directory);
 
 }  // namespace tarvel_inspect

@@ -86,20 +86,20 @@ std::vector<std::size_t> NextOfWriters(const std::vector<LogRecord>& records) {
   return next;
 }
 
-// A log that was cut begins inside of a record, perhaps of one with an answer. Returns the line
-// that ends such a record, or nothing for a log that was not cut.
-std::string_view EndOfCutRecord(std::string_view text, const std::vector<LogRecord>& records) {
+// A log that was cut begins inside of a record, perhaps of one with an answer. Returns where the
+// line is that ends such a record, or 0 for a log that was not cut.
+std::size_t EndOfCutRecord(std::string_view text, const std::vector<LogRecord>& records) {
   constexpr std::string_view kLine = "\n-----------------------\n";
-  if (records.empty() || records.front().stamp.data() == text.data()) return {};
+  if (records.empty() || records.front().stamp.data() == text.data()) return 0;
   const std::size_t at = text.find(kLine);
-  return at == std::string_view::npos ? std::string_view() : text.substr(at, kLine.size());
+  return at == std::string_view::npos ? 0 : at;
 }
 
 // Returns which records may be lines of answers: all between a record with an answer and the next
 // one of its thread, which follows at once, and all in what is left of a record that was cut.
 std::vector<bool> FindDoubtful(std::string_view text, const std::vector<LogRecord>& records) {
   const std::vector<std::size_t> next = NextOfWriters(records);
-  const char* const cut_end = EndOfCutRecord(text, records).data();
+  const char* const cut_end = text.data() + EndOfCutRecord(text, records);
   std::vector<bool> doubtful(records.size());
   std::size_t end = 0;
   for (std::size_t i = 0; i < records.size(); ++i) {

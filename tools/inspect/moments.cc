@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <utility>
 
 #include "base/text/numbers.h"
@@ -108,10 +109,6 @@ std::optional<std::int64_t> ReadMoment(const std::string& text, std::int64_t now
     if (end != nullptr && *end == '\0') return MomentOfLocal(local);
   }
   return std::nullopt;
-}
-
-std::int64_t MomentOf(const std::timespec& time) {
-  return std::int64_t{time.tv_sec} * 1'000 + time.tv_nsec / 1'000'000;
 }
 
 }  // namespace tarvel_inspect

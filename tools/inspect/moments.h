@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,8 +37,5 @@ std::string UtcOffsetName(std::int64_t ms_since_1970);
 // Reads a time span before `now` ("90s", "15m", "2h", "3d"), or a local time: "16:09",
 // "11-24 16:09", "2026-11-24 16:09", each also with seconds. Nullopt for anything else.
 std::optional<std::int64_t> ReadMoment(const std::string& text, std::int64_t now);
-
-// When a file was last written.
-std::int64_t MomentOf(const std::timespec& time);
 
 }  // namespace tarvel_inspect

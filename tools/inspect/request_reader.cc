@@ -264,7 +264,7 @@ void RequestReader::TakeReason(const LogRecord& record, std::string_view text, T
   }
   Attempt& attempt = AttemptOf(*(*state.judged)->walk, state.judged_index);
   attempt.reason = Clean(Between(text, " reason :", "\n"));
-  attempt.evidence = FormatTime(record.at) + ' ' + Clean(record.text);
+  attempt.evidence = FormatTime(record.at) + ' ' + Clean(record.text) + " (" + attempt.url + ')';
 }
 
 void RequestReader::TakeSecondTry(std::string_view text, ThreadState& state) {

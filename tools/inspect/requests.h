@@ -21,7 +21,7 @@ struct Attempt {
   std::int32_t code = 0;                        // HTTP status, 0 for none. Valid with `end`.
   bool good = false;
   std::string reason;    // Why it was no good.
-  std::string evidence;  // The log's line about that.
+  std::string evidence;  // The log's line about that, with the URL.
   enum class Cause { kStart, kHeadStart, kFailure };
   Cause cause = Cause::kStart;   // Why it was started.
   std::int32_t cause_index = 0;  // Of the attempt that was slow or has failed.
@@ -66,7 +66,8 @@ struct Request {
 const char* NameOf(Outcome outcome);
 // "LBS update", "HTTPDNS servers", "HTTPDNS addresses of lbs.example".
 std::string PurposeOf(const Request& request);
-// The host that the walk's URL stands for, if that URL has another one: an address, for instance.
+// Returns the host that the walk's request is meant for when its URL names another one, such as an
+// address. Otherwise returns an empty string.
 std::string OtherHostOf(const Walk& walk, std::size_t index);
 
 }  // namespace tarvel_inspect

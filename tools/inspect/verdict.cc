@@ -86,9 +86,7 @@ void AddWalk(const Walk& walk, const Life& life, std::int64_t weight, Judgement&
                     FormatTime(attempt.start) + " [multiple]Send sub url request:" + attempt.url,
                     weight);
     }
-    const std::string evidence =
-        attempt.evidence.empty() ? "" : attempt.evidence + " (" + attempt.url + ')';
-    judgement.Add(KindOf(attempt, OtherHostOf(walk, i)), evidence, weight);
+    judgement.Add(KindOf(attempt, OtherHostOf(walk, i)), attempt.evidence, weight);
   }
 }
 
@@ -134,12 +132,14 @@ void AddStateOf(const Life& life, const Caches& caches, Judgement& judgement) {
                    "Check limits on threads, descriptors and memory."},
                   FormatTime(at) + ' ' + text, 1'500);
   }
-  if (life.updates_begun > 0 && life.requests.empty() && !had_no_url) {
+  if (had_no_url) return;
+  if (life.updates_begun > 0) {
+    if (!life.requests.empty()) return;
     judgement.Add({"The log ends between the begin of an update and its request.", "",
                    "See how the process has ended."},
                   "");
+    return;
   }
-  if (life.updates_begun > 0 || had_no_url) return;
   if (life.has_empty_token) {
     judgement.Add({"The application key is empty, so no update is requested at the start.", "",
                    "Set the key before the start."},

@@ -8,7 +8,8 @@ all=(arm64 armhf libcxx clang-16 clang-19 memcheck helgrind)
 declare -A ran=(
   [arm64]="suite under QEMU" [armhf]="suite under QEMU" [libcxx]="suite without tools"
   [clang-16]="suite" [clang-19]="suite"
-  [memcheck]="suite under Valgrind's memcheck" [helgrind]="tests of base under Valgrind's helgrind"
+  [memcheck]="suite under Valgrind's memcheck, without its check of leaks"
+  [helgrind]="order of locks in the tests of base, by Valgrind's helgrind"
 )
 
 compiler_of() {  # PORT: its name and version.

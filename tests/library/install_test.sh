@@ -12,7 +12,8 @@ cat >"$work/answers.json" <<'END'
 {"lbs": {"common": {"lbs": "https://localhost/lbs/conf.jsp", "link": ["192.0.2.11:8080"],
                     "link.default": ["192.0.2.99:8080"], "ttl": 3600}}}
 END
-"$4" "$work/answers.json" --tls-listen 127.0.0.1:0 >"$work/backend.log" &
+: >"$work/backend.log"
+"$4" "$work/answers.json" --tls-listen 127.0.0.1:0 >>"$work/backend.log" &
 backend=$!
 url=""
 until [ -n "$url" ]; do

@@ -43,7 +43,7 @@ class LiveClientTest : public Test {
     settings.backup_lbs_urls = backups;
     settings.https_only = settings.httpdns = false;
     settings.request_timeout = 1s;
-    settings.head_start = 200ms;
+    settings.head_start = 500ms;
     std::string error;
     auto client = tarvel::Client::Start(settings, error);
     EXPECT_TRUE(client) << error;
@@ -101,7 +101,7 @@ TEST_F(LiveClientTest, ShowsWhatOvertookASlowServer) {
   ASSERT_EQ(walk.attempts.size(), 2U);
   EXPECT_EQ(walk.urls.size(), 3U);
   EXPECT_FALSE(walk.attempts[0].end);
-  EXPECT_NEAR(*walk.attempts[0].head_start_over - walk.start, 200, 150);
+  EXPECT_NEAR(*walk.attempts[0].head_start_over - walk.start, 500, 450);
   EXPECT_TRUE(walk.attempts[1].good);
   EXPECT_EQ(walk.attempts[1].cause, Attempt::Cause::kHeadStart);
 }

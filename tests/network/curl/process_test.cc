@@ -127,7 +127,9 @@ TEST(ProcessTest, OutlivesALackOfDescriptors) {
   EXPECT_GOOD_CHILD([] {
     // The address sanitizer's check of virtual calls needs a pipe.
     if (dlsym(RTLD_DEFAULT, "__asan_init") != nullptr) return kNotPermitted;
-    const rlimit limit{2'200, 2'200};
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = 2'200;
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     HttpServer server;
     Transport transport;

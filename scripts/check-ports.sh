@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds ports, runs their tests, and enters what ran into the table of docs/porting.md. Each port is a
-# preset; rows of others stay. Ends with 1 if a test failed. Usage: check-ports.sh [PORT...]
+# preset; other ports' rows stay. Ends with 1 if a test failed. Usage: check-ports.sh [PORT...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 page=docs/porting.md

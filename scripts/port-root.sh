@@ -43,7 +43,7 @@ mkdir -p build/roots
 mmdebstrap --quiet --variant=extract --architectures="$architecture" --components=main \
   --include="${packages[*]}" "$codename" "$root" "$mirror"
 
-# Where the root has a file, the emulator opens that one. Configuration is this machine's.
+# The emulator prefers the root's files. Programs must read this machine's configuration.
 rm -rf "${root:?}/etc"
 # A link to an absolute path would lead out of the root.
 find "$root" -type l -lname '/*' -printf '%p\0%l\0' |

@@ -38,7 +38,8 @@ class slot_state {
   bool blocked() const { return blocked_.load(std::memory_order_acquire); }
 
  private:
-  // Flags alone. The table's lock, under which a connection is published, makes the slot visible.
+  // Nothing changes them after construction. The table's lock, under which a connection is
+  // published, makes them visible.
   std::atomic<bool> connected_{true};
   std::atomic<bool> blocked_{false};
   disconnecable* const owner_;  // The connection that owns this slot.

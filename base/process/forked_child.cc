@@ -11,7 +11,8 @@ namespace zo_base {
 namespace {
 
 // Read relaxed: a child begins with one thread and all that the forking thread has seen, and no
-// other data depends on a flag.
+// other data depends on a flag. A thread that sees the flag of ActAsForkedChild late acts as before
+// for that moment.
 std::atomic<bool> is_at_work{false};
 std::atomic<bool> in_forked_child{false};
 

@@ -112,8 +112,9 @@ class TaskThread : public BaseThread, public ITaskDelegate {
   TaskQueue idle ZO_GUARDED_BY(idle_lock);
 
   // Summaries of the queues, written under their locks and read without: hints, since the thread
-  // takes the lock before it touches a queue, and also before it waits, so it misses no post. A
-  // poster needn't wake a thread that isn't waiting: it checks all queues before it waits.
+  // takes the lock before it touches a queue. It also takes those of all queues but the idle one
+  // before it waits, so it misses no post; an idle task may be missed until the next wait. A poster
+  // needn't wake a thread that isn't waiting.
   alignas(kCacheLine) std::atomic<bool> priority_posted{false};
   std::atomic<bool> normal_posted{false};
   std::atomic<bool> idle_posted{false};

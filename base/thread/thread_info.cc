@@ -10,7 +10,9 @@ namespace {
 constexpr pthread_key_t kHighestKey = 512;
 constexpr std::int64_t kNoKey = -1;
 
-// Atomic: threads of the library may still look here while the image is taken down.
+// Atomic: threads of the library may still look here while the image is taken down. One that has
+// read the key just before it is deleted gets an error or null from the system, as if there were no
+// record.
 std::atomic<std::int64_t> usable_key{kNoKey};
 
 // Holds the key from load to unload, so that repeated loads don't use keys up.

@@ -18,7 +18,7 @@ namespace test_support {
 // It leaves out what is no part of the interface: a pool of connections, HTTP/2 and proxies.
 //
 // Threads: Send may be called from any. A completion runs on its transfer's thread.
-// Ownership: owns the threads. The destructor ends the transfers and waits, for a second at most:
+// Ownership: owns the threads. The destructor ends the transfers and waits up to a second, since
 // libcurl asks no sooner whether to go on.
 class EasyRequestor final : public WQBASE::network::IHttpRequestor {
  public:

@@ -3,7 +3,7 @@
 # there. The packages of this machine stay as they are. Usage: port-root.sh arm64|armhf|libcxx
 set -euo pipefail
 cd "$(dirname "$0")/.."
-port=$1
+port=${1:-}
 root=build/roots/$port
 
 # Prints the -dev packages of the sections of packages.txt that are about libraries.
@@ -27,6 +27,12 @@ case $port in
     ;;
 esac
 
+case $PWD in
+  *' '*)
+    echo "port-root.sh: compilers can't use a root below a path with a blank: $PWD" >&2
+    exit 2
+    ;;
+esac
 wanted="${packages[*]}"
 if [ -d "$root" ] && [ "$(cat "$root.packages" 2>/dev/null)" = "$wanted" ]; then
   exit 0
@@ -37,8 +43,9 @@ fi
 codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
 mirror=$(apt-get indextargets --format "\$(REPO_URI)" "Created-By: Packages" "Codename: $codename" |
   sed -n 1p)
+[ -n "$mirror" ] || { echo "port-root.sh: apt has no source of $codename" >&2; exit 1; }
 echo "making $root: $wanted"
-rm -rf "$root"
+rm -rf "$root" "$root.packages"
 mkdir -p build/roots
 mmdebstrap --quiet --variant=extract --architectures="$architecture" --components=main \
   --include="${packages[*]}" "$codename" "$root" "$mirror"

@@ -4,9 +4,14 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 lists=(packages.txt)
-if [ "${1:-}" = ports ]; then
-  lists+=(packages-ports.txt)
-fi
+case "${1:-}" in
+  '') ;;
+  ports) lists+=(packages-ports.txt) ;;
+  *)
+    echo "setup.sh: no packages are known for '$1'" >&2
+    exit 2
+    ;;
+esac
 
 is_installed() {
   [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]

@@ -16,6 +16,8 @@ namespace {
 
 // The top value has depth 0, so 201 levels pass.
 constexpr int kMaxDepth = 200;
+// A value takes a hundred bytes and more of memory, and as little as three of a hostile text.
+constexpr std::size_t kMaxValues = 300'000;
 // A number of fewer characters, the sign included, becomes a 64-bit integer.
 constexpr std::ptrdiff_t kDoubleFromLength = 10;
 
@@ -101,6 +103,7 @@ class Parser {
 
   Json ParseValue(int depth) {
     if (depth > kMaxDepth) return Fail("exceeded maximum nesting depth");
+    if (++values_ > kMaxValues) return Fail("exceeded maximum number of values");
     const char first = NextToken();
     switch (first) {
       case 't':
@@ -283,6 +286,7 @@ class Parser {
   std::string decoded_;
   NumberBlocks<JsonInt64> integers_;
   NumberBlocks<JsonDouble> doubles_;
+  std::size_t values_ = 0;  // Begun so far.
   Json::array open_items_;  // The items of the arrays that haven't ended, innermost array last.
 };
 

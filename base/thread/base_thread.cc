@@ -54,7 +54,12 @@ void BaseThread::Start() {
 }
 
 std::string BaseThread::StartIfPossible() {
-  if (stopping_requested() || started.exchange(true)) return {};
+  while (!stopping_requested() && started.exchange(true)) {
+    if (GetThreadId() != pthread_t{}) return {};
+    if (InForkedChild()) return "thread constructor failed";
+    sched_yield();  // The caller that is starting it may fail.
+  }
+  if (stopping_requested()) return {};
   try {
     Start();
     return {};

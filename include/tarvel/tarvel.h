@@ -270,12 +270,13 @@ struct _ZOTarvelMsgStatInfo {
 /// - (e) that has no usable URL. Each LBS URL of the active answer and `lbs_main_addr` is not an
 ///   http or https URL, is on an IP address of another family, or is left out by
 ///   `only_https_supported`.
+/// - (f) for which the system gives the service no thread. The next update attempts it again.
 ///
-/// (c) and (d) set no timer. The next update is started by Update, by a change of the token, by
-/// IZOTarvelObject::NotifyNetworkChanged while a token is set, by a used-up list of link addresses,
-/// or by a timer that was set before. After (e) only a forced update starts: by Update with
-/// `force`, by a change of the token, or by NotifyNetworkChanged with another family while a token
-/// is set. Unforced calls of Update, used-up lists and timers then start none.
+/// (c), (d) and (f) set no timer. The next update is started by Update, by a change of the token,
+/// by IZOTarvelObject::NotifyNetworkChanged while a token is set, by a used-up list of link
+/// addresses, or by a timer that was set before. After (e) only a forced update starts: by Update
+/// with `force`, by a change of the token, or by NotifyNetworkChanged with another family while a
+/// token is set. Unforced calls of Update, used-up lists and timers then start none.
 using LBSCallback = void (*)(std::int32_t code, const char* response, void* user);
 
 /// Writes the account id into `buffer`, kAccIDBufferSize zeroed bytes, the last of which stays

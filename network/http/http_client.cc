@@ -15,7 +15,9 @@ void Deliver(const std::shared_ptr<HttpRequestUser>& request,
   if (request == nullptr || !request->callback) return;
   const auto result = std::make_shared<HttpResponseUser>();
   HttpResponse& copy = *result;
-  if (response.use_count() == 1) {  // Nobody else reads it, see IHttpRequestor::Send.
+  if (response == nullptr) {
+    copy.error_text = "The transport has given no response";
+  } else if (response.use_count() == 1) {  // Nobody else reads it, see IHttpRequestor::Send.
     // use_count() is relaxed. This pairs with the release in which the last other owner gave it up,
     // so that its reads come before the move.
     std::atomic_thread_fence(std::memory_order_acquire);

@@ -12,6 +12,10 @@ namespace {
 
 bool IsOnIPLiteral(const UrlEntry& entry) { return entry.url.is_on_ip(); }
 
+// How much of the failed answers to one request is kept for its exception records. A hostile server
+// may list many URLs and answer each with as much as the transport takes.
+constexpr std::size_t kMostReportedBytes = std::size_t{1024} * 1024;
+
 // In milliseconds, until now.
 std::int64_t DurationOf(const SubRequestResult& result) {
   return zo_base::WallClockMilliseconds() - static_cast<std::int64_t>(result.start_time);
@@ -165,13 +169,20 @@ void MultipleURLHttpRequestHelper::RemoveTimer(std::int32_t index) {
 
 void MultipleURLHttpRequestHelper::AddStatisticItem(const SubRequestResult& result,
                                                     const std::string& error_message) {
+  const auto config = GetEnvironmentConfig();
+  if (config == nullptr || !config->enable_exception_data_reporting()) return;
   const std::string& url = request_.urls[result.index].url.text();
   const bool known = std::any_of(
       statistic_items_.begin(), statistic_items_.end(),
       [&](const _StatisticItem& item) { return item.code == result.code && item.url == url; });
   if (known) return;
+  const std::size_t room = kMostReportedBytes - reported_bytes_;
+  const std::string headers = result.headers.substr(0, room);
+  const std::string body = result.body.substr(0, room - headers.size());
+  reported_bytes_ += headers.size() + body.size();
   statistic_items_.push_back(
-      MakeStatisticItem(request_, result, error_message, zo_base::WallClockMilliseconds()));
+      MakeStatisticItem(request_, {result.index, result.start_time, result.code, headers, body},
+                        error_message, zo_base::WallClockMilliseconds()));
 }
 
 void MultipleURLHttpRequestHelper::MarkCorrected(const SubRequestResult& result) {

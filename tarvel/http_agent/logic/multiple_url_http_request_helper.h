@@ -80,8 +80,9 @@ class MultipleURLHttpRequestHelper : public EnvironmentConfigGetterBase,
   // One for each URL that was started and has not answered. Its timer runs while the next URL waits
   // for it.
   std::map<std::int32_t, std::shared_ptr<zo_base::Timer>> timers_;
-  std::int32_t current_index_ = 0;  // Of the URL started last.
-  std::list<_StatisticItem> statistic_items_;
+  std::int32_t current_index_ = 0;             // Of the URL started last.
+  std::list<_StatisticItem> statistic_items_;  // Empty unless failures are reported.
+  std::size_t reported_bytes_ = 0;             // Of answers, in these items.
 };
 
 }  // namespace zo_tarvel

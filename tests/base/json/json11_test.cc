@@ -9,6 +9,12 @@
 namespace zo_base::json11 {
 namespace {
 
+std::string ManyValues(std::size_t count) {
+  std::string text = "{}";
+  while (text.size() < count * 4 - 2) text += ", {}";
+  return text;
+}
+
 TEST(Json11Test, NamesTheFirstErrorOfAText) {
   const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"unexpected end of input", {"", " \t\r\n", "[", "[1", "[1,", "{", "{\"a\":"}},
@@ -22,6 +28,7 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
       {"unexpected end of input inside multi-line comment", {"/* /", "/*/ 1", "1 /* *"}},
       {"exceeded maximum nesting depth",
        {std::string(202, '[') + std::string(202, ']'), std::string(1'000'000, '[')}},
+      {"exceeded maximum number of values", {"[" + ManyValues(300'000) + "]"}},
   };
   for (const auto& [expected, texts] : cases) {
     const JsonParse strategy = expected.ends_with("comment") ? COMMENTS : STANDARD;
@@ -35,6 +42,7 @@ TEST(Json11Test, NamesTheFirstErrorOfAText) {
 
 TEST(Json11Test, DumpsWhatItParsed) {
   const std::string deepest = std::string(201, '[') + std::string(201, ']');
+  const std::string most = "[" + ManyValues(299'999) + "]";
   const std::pair<std::string, std::string> cases[] = {
       {"{\"b\":1,\"\":2,\"a\":[3],\"B\":{}}", R"({"": 2, "B": {}, "a": [3], "b": 1})"},
       {R"({"\u00e9": 1, "z": 2})", "{\"z\": 2, \"\xc3\xa9\": 1}"},  // Bytes order as unsigned.
@@ -51,6 +59,7 @@ TEST(Json11Test, DumpsWhatItParsed) {
       {"{/*1*/\"a\"/*2*/:/*3*/[/* * / // */1/***/,//\n\"/*4*/ //\"]}/**///",
        R"({"a": [1, "/*4*/ //"]})"},
       {deepest, deepest},
+      {most, most},
   };
   for (const auto& [text, dump] : cases) {
     std::string error = "left from before";

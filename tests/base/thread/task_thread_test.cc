@@ -1,9 +1,12 @@
 #include "base/thread/task_thread.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <barrier>
 #include <deque>
 #include <functional>
 #include <latch>
@@ -17,6 +20,7 @@
 #include "base/object/connectable.h"
 #include "base/process/clock.h"
 #include "base/thread/timer.h"
+#include "tests/support/child_process.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/scoped_task_thread.h"
 
@@ -185,6 +189,27 @@ TEST(TaskThreadTest, TwoThatStopEachOtherBothEnd) {
     second->Stop();
     EXPECT_FALSE(first->IsRunning() || second->IsRunning());
   }
+}
+
+TEST(BaseThreadTest, TellsEachCallerThatTheSystemHasNoThread) {
+  EXPECT_GOOD_CHILD([] {
+    std::shared_ptr<TaskThread> thread;
+    std::barrier both(2);
+    const auto start = [&](bool makes_it) {
+      for (int round = 0; round < 1'000; ++round) {
+        if (makes_it) thread = std::make_shared<TaskThread>("denied");
+        both.arrive_and_wait();
+        EXPECT_NE(thread->StartIfPossible(), "");
+        both.arrive_and_wait();
+      }
+    };
+    std::thread other([&] { start(false); });
+    const rlimit none{1, 1};  // Counted for this user alone, who isn't root.
+    if (setrlimit(RLIMIT_NPROC, &none) != 0 || setuid(54'321) != 0) _exit(kNotPermitted);
+    start(true);
+    other.join();
+    return 0;
+  });
 }
 
 const char* SIG_Main() { return "SIG_Main"; }

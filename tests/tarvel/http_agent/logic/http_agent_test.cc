@@ -262,6 +262,18 @@ TEST(ExceptionRecordsTest, CarryAllFields) {
               testing::HasSubstr("json\n" + TarvelExceptionDataToJsonString(data) + "\n```"));
 }
 
+TEST(ExceptionRecordsTest, HoldAMebibyteOfOneRequestsAnswers) {
+  const RawServer large(AnswerWith(HttpAnswer("503 Busy", std::string(700 << 10, 'a'))));
+  auto settings = AgentSettings();
+  settings.enable_exception_data_reporting = 1;
+  AgentEnvironment environment(settings);
+  SetExceptionDataReporter(TakeRecord);
+  Send(environment, {large.url("/a"), large.url("/b"), large.url("/c")});
+  for (const std::size_t size : {700 << 10, 324 << 10, 0}) {
+    EXPECT_NEAR(records.Take().extension.at(0).description.size(), size, 1'000);
+  }
+}
+
 TEST(ExceptionRecordsTest, GoOnceAndInOrderToTheFirstFunction) {
   constexpr int kThreads = 8, kEach = 200;
   // Marks the record.

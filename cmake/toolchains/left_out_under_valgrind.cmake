@@ -2,6 +2,11 @@
 set(CTEST_CUSTOM_TESTS_IGNORE
   library.ClientRunsOnASmallMachine  # Its limits would hit Valgrind.
   library.InstalledCopyBuildsTheExamples  # It starts the programs that it builds without Valgrind.
+  tools.LabTest.EndsAsTheProgram  # Valgrind has no processes in namespaces, here and in the next three.
+  tools.LabTest.LeavesNothingWhenItIsKilled
+  tools.LabTest.PoisonedNamesDontLeadToAForeignHost
+  tools.LabTest.ClientSurvivesDroppedPacketsAndAChangedNetwork
+  tools.DemoTellsItsStory  # It checks times to a second.
   # These compile, and start none of our programs.
   library.HeaderCompilesAlone
   library.ExportsFiveFunctionsAndNothingElse

@@ -2,7 +2,7 @@
 set(CTEST_CUSTOM_TESTS_IGNORE
   library.ClientRunsOnASmallMachine  # Its limits would hit Valgrind.
   library.InstalledCopyBuildsTheExamples  # It starts the programs that it builds without Valgrind.
-  tools.LabTest.EndsAsTheProgram  # Valgrind has no processes in namespaces, here and in the next three.
+  tools.LabTest.EndsAsTheProgram  # Valgrind starts no process in new namespaces, here and in the next three.
   tools.LabTest.LeavesNothingWhenItIsKilled
   tools.LabTest.PoisonedNamesDontLeadToAForeignHost
   tools.LabTest.ClientSurvivesDroppedPacketsAndAChangedNetwork

@@ -7,6 +7,7 @@ set(CTEST_CUSTOM_TESTS_IGNORE
   tools.LabTest.PoisonedNamesDontLeadToAForeignHost
   tools.LabTest.ClientSurvivesDroppedPacketsAndAChangedNetwork
   tools.DemoTellsItsStory  # It checks times to a second.
+  tools.CommandLineTest.EndsAtASignalThoughNobodyReads  # Nor does it read Valgrind's notes on mlock2.
   # These compile, and start none of our programs.
   library.HeaderCompilesAlone
   library.ExportsFiveFunctionsAndNothingElse

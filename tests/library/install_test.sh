@@ -8,19 +8,9 @@ trap 'kill "${backend:-}" 2>/dev/null || :; rm -rf "$work"' EXIT
 prefix="$work/prefix with a blank"
 cmake --install "$1" --prefix "$prefix" >/dev/null
 
-cat >"$work/answers.json" <<'END'
-{"lbs": {"common": {"lbs": "https://localhost/lbs/conf.jsp", "link": ["192.0.2.11:8080"],
-                    "link.default": ["192.0.2.99:8080"], "ttl": 3600}}}
-END
-: >"$work/backend.log"
-"$4" "$work/answers.json" --tls-listen 127.0.0.1:0 >>"$work/backend.log" &
-backend=$!
-url=""
-until [ -n "$url" ]; do
-  kill -0 "$backend"
-  url=$(sed -n 's|^listening on https://127.0.0.1:\(.*\)|https://localhost:\1/lbs/conf.jsp|p' "$work/backend.log")
-  sleep 0.05
-done
+# shellcheck source=tests/library/backend.sh
+. "$(dirname "$0")/backend.sh"
+start_backend "$4" "$work"
 
 runs() {  # TEXT PROGRAM [ARGUMENT...]: the program ends well and prints the text.
   "${@:2}" >"$work/output" || { cat "$work/output"; echo "failed: $2"; return 1; }

@@ -16,14 +16,9 @@ clean_up() {
 }
 trap clean_up EXIT
 
-cat >"$work/answers.json" <<'END_OF_ANSWERS'
-{"lbs": {"common": {"lbs": "https://localhost/lbs/conf.jsp", "link": ["192.0.2.11:8080"],
-                    "link.default": ["192.0.2.99:8080"], "ttl": 3600}}}
-END_OF_ANSWERS
-"$3" "$work/answers.json" --tls-listen 127.0.0.1:0 >"$work/backend.log" &
-backend=$!
-until grep -q listening "$work/backend.log"; do kill -0 $backend; sleep 0.05; done
-url=$(sed -n 's|^listening on https://127.0.0.1:\([0-9]*\).*|https://localhost:\1/lbs/conf.jsp|p' "$work/backend.log")
+# shellcheck source=tests/library/backend.sh
+. "$(dirname "$0")/backend.sh"
+start_backend "$3" "$work"
 
 client() {  # DIRECTORY WRAPPER...: runs the client, by a command that takes something from it.
   LD_LIBRARY_PATH=$work timeout 60 "${@:2}" "$work/client" "$1" "$url" 2>&1 |

@@ -100,9 +100,9 @@ TEST(LBSAnswerTest, SaysWhatItsMembersSay) {
 
 TEST(LBSAnswerTest, HasLimitsInMemoryAndInTheLog) {
   constexpr std::size_t kLinks = 10'000;
-  std::string links = "[\"\",\"1.2.3.4:0\"", grows = "[0.1";
+  std::string links = "[\"\",\"1.2.3.4:0\"", grows = "[\"";
   for (std::size_t i = 1; i <= kLinks; ++i) links += ",\"1.2.3.4:" + std::to_string(i) + '"';
-  while (grows.size() < 2'000'000) grows += ",0.1";  // Written out, it has 19 characters.
+  while (grows.size() < 4'500'000) grows += "\u2028";  // Written out, it has six bytes, not three.
   const auto with = [&](const std::string& zeb) {
     return ParseLBSAnswer(Common("\"link\": " + links + "], \"link.default\": " + links +
                                  "], \"lbs.backup\": " + links + "], \"zeb\": " + zeb))
@@ -110,7 +110,7 @@ TEST(LBSAnswerTest, HasLimitsInMemoryAndInTheLog) {
   };
   const std::string fits(kLBSTextBufferSize - 3, 'x');  // Plus two quotes and the zero.
   EXPECT_TRUE(with("\"x" + fits + '"').zeb_list.empty());
-  EXPECT_TRUE(with(grows + "]").zeb_list.empty());
+  EXPECT_TRUE(with(grows + "\"]").zeb_list.empty());
   const LBSAnswer answer = with('"' + fits + '"');
   EXPECT_EQ(answer.zeb_list.size(), kLBSTextBufferSize - 1);
   EXPECT_EQ(answer.lbs_backup.size(), kMostBackupLBS);
